@@ -1,0 +1,43 @@
+#ifndef SORVANIC_PLATFORM_USER_FAULTS_H
+#define SORVANIC_PLATFORM_USER_FAULTS_H
+
+#include <cstddef>
+#include <string_view>
+
+// Test control: making the platform fail on purpose, and asking what is left over.
+
+namespace platform {
+
+enum class fault {
+    allocation, ///< kmalloc gives null
+    open,       ///< filp_open gives -EIO
+    read,       ///< file_read gives -EIO
+    symbol,     ///< the symbol file lacks the name (see hide_symbol)
+};
+
+/// The n-th call (from 1) of that kind, counted from now on over all threads, fails; 0 disarms.
+void fail_call(fault kind, std::size_t n);
+
+/// Whether an armed fault has fired since fail_call.
+bool fault_fired();
+
+/// Leaves a name out of symbol_text(); an empty name brings all back.
+void hide_symbol(std::string_view name);
+
+/// What the module holds at this moment.
+struct live_counts {
+    std::size_t allocations;
+    std::size_t files;      ///< from filp_open, not closed
+    std::size_t references; ///< taken with path_get, dget, mntget, get_task_struct, get_task_mm, get_file;
+                            ///< not given back
+    std::size_t locks;      ///< spin and reader-writer locks held, all threads
+};
+live_counts live();
+
+/// Fails the process with a message when the calling thread still has KERNEL_DS, preemption
+/// off, an RCU section or a lock.
+void assert_thread_clean();
+
+} // namespace platform
+
+#endif

@@ -1,0 +1,78 @@
+#ifndef SORVANIC_PLATFORM_USER_OBJECTS_H
+#define SORVANIC_PLATFORM_USER_OBJECTS_H
+
+#include <memory>
+#include <string>
+
+#include "platform/kernel/binprm.h"
+#include "platform/kernel/file.h"
+#include "platform/kernel/path.h"
+#include "platform/kernel/security.h"
+#include "platform/user/unique_fd.h"
+
+// The driver's side of files, entries, mounts and exec parameters: making the objects that
+// hooks are called with. All are reference-counted as the kernel's are; the handles below own
+// one reference each.
+
+namespace platform {
+
+/// Gives a reference back: fput, dput or mntput.
+struct release {
+    void operator()(kernel::file* held) const { kernel::fput(held); }
+    void operator()(kernel::dentry* held) const { kernel::dput(held); }
+    void operator()(kernel::vfsmount* held) const { kernel::mntput(held); }
+};
+
+using file_handle = std::unique_ptr<kernel::file, release>;
+using dentry_handle = std::unique_ptr<kernel::dentry, release>;
+using mount_handle = std::unique_ptr<kernel::vfsmount, release>;
+
+/// A file over a real object that stays pinned as long as the file lives. `pinned` is any
+/// descriptor of it, O_PATH is enough. `path` is its absolute path as the acting task sees it;
+/// when the object has been deleted, without the suffix and with `deleted` true (d_path then
+/// appends " (deleted)"). Inode number, mode and size come from the descriptor. While an event
+/// runs (see event below), filp_open of the text that d_path gave for it opens this object
+/// anew, read access being checked by the host: what the supervisor may not read gives -EACCES.
+file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted = false);
+
+/// An exec about to be decided. `file` may be null. Both are copied or referenced as needed.
+class exec_parameters {
+public:
+    exec_parameters(kernel::file* program, std::string filename);
+    ~exec_parameters();
+    kernel::linux_binprm* get() const { return bprm_.get(); }
+
+private:
+    std::unique_ptr<kernel::linux_binprm> bprm_;
+};
+
+// --- Entries and mounts built by hand, for tests and written events ---
+
+/// A new inode with no file behind it; freed with its last entry.
+struct inode_facts {
+    unsigned long number = 0;
+    unsigned mode = 0100644;
+    long long size = 0;
+};
+
+/// The root entry of a new file system.
+dentry_handle make_root(const inode_facts& facts);
+
+/// An entry `name` below `parent`; a null `facts` makes one without an inode.
+dentry_handle make_entry(kernel::dentry* parent, std::string name, const inode_facts* facts);
+
+/// Takes the entry out of its directory, as deleting its file does.
+void unhash(kernel::dentry* entry);
+
+/// Appends a mount of the subtree `root` at `mount_point` (absolute text) to the namespace's list.
+mount_handle add_mount(kernel::dentry* root, std::string mount_point);
+
+/// Empties the namespace's list of mounts.
+void clear_mounts();
+
+/// A file opened on (mount, entry), without content.
+file_handle make_file(kernel::vfsmount* mount, kernel::dentry* entry);
+
+} // namespace platform
+
+#endif

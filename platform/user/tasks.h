@@ -1,0 +1,67 @@
+#ifndef SORVANIC_PLATFORM_USER_TASKS_H
+#define SORVANIC_PLATFORM_USER_TASKS_H
+
+#include <cstddef>
+#include <memory>
+#include <string_view>
+
+#include "platform/kernel/task.h"
+#include "platform/user/objects.h"
+
+// The driver's side of the process table. Tasks are known by their per-task id; task 1 (command
+// name "init", no program) always exists and is its own parent's end of every lineage. Orphans
+// go to a living thread of their parent's group, else to task 1.
+//
+// All functions may be called from any thread; the table locks itself.
+
+namespace platform {
+
+struct task_release {
+    void operator()(kernel::task_struct* held) const { kernel::put_task_struct(held); }
+};
+using task_handle = std::unique_ptr<kernel::task_struct, task_release>;
+
+/// A task that comes from outside: no do_fork runs for it. `program` (may be null: no address
+/// space) is referenced. Returns null when `pid` is taken.
+task_handle add_task(int pid, int parent, std::string_view comm, kernel::file* program);
+
+/// The task with this id, or null.
+task_handle find_task(int pid);
+
+std::size_t task_count();
+
+/// Makes `task` what current_task() answers on this thread until the end of the scope, and
+/// opens the scope in which paths from d_path open the pinned objects they were made from.
+class event {
+public:
+    explicit event(kernel::task_struct* task);
+    ~event();
+    event(const event&) = delete;
+    event& operator=(const event&) = delete;
+
+private:
+    struct state;
+    std::unique_ptr<state> state_;
+};
+
+/// Runs the kernel's do_fork code in `parent`: its call of copy_process makes the task `child`.
+/// `flags` are clone's (CLONE_VM, CLONE_THREAD and CLONE_PARENT matter). Returns the new
+/// task's id, or a negative error number when `child` is taken or memory is short.
+long run_do_fork(kernel::task_struct* parent, unsigned long flags, int child);
+
+/// Runs the kernel's do_exit code in `task`, then takes it out of the table and hands its
+/// children on.
+void run_do_exit(kernel::task_struct* task, long code);
+
+/// An exec has happened: `program` is what the task's new address space runs, `comm` its name.
+/// `former_pid` is the id under which the calling thread was known when a thread other than
+/// the leader called exec, else the task's own; the calling thread's task then takes over
+/// `pid`, the leader's having exited.
+void replace_program(int pid, int former_pid, kernel::file* program, std::string_view comm);
+
+/// Empties the table down to task 1.
+void reset_tasks();
+
+} // namespace platform
+
+#endif

@@ -1,0 +1,33 @@
+#ifndef SORVANIC_SESSION_SESSION_H
+#define SORVANIC_SESSION_SESSION_H
+
+#include <string>
+#include <vector>
+
+// A supervised session: one command and everything it starts, each exec decided by the module.
+
+namespace session {
+
+/// Exit statuses of a session beside the command's own (128 + signal number when it was killed).
+inline constexpr int exit_failure = 125;   ///< sorvanic itself could not do its work
+inline constexpr int exit_refused = 126;   ///< the first program was refused, or cannot be executed
+inline constexpr int exit_not_found = 127; ///< the first program does not exist
+
+struct options {
+    std::string policy = "/etc/sorvanic"; ///< the directory that stands at "/etc/sorvanic"
+    std::string state;                    ///< local logs and the kernel log; empty: the default directory
+    std::string user;                     ///< login user recorded for the tree; empty: none
+    std::string log;                      ///< kernel log file; "-": standard error; empty: below `state`
+    bool quiet = false;                   ///< no line on standard error for each refusal
+    std::vector<std::string> command; ///< program (searched in PATH as execvp does) and arguments; not empty
+};
+
+/// Starts the module, runs the command under it, waits until the last process of its tree has
+/// ended, and stops the module. Returns the exit status. Failures of sorvanic's own are told on
+/// standard error in one line that names what is missing and what to do. To be called once, in
+/// a process that has no other threads; signal dispositions are put back before it returns.
+int run(const options& options);
+
+} // namespace session
+
+#endif
