@@ -35,6 +35,9 @@ struct security_operations {
 /// The mode that an attribute request sets, type bits included; 0 when it sets no mode.
 u32 iattr_mode(const iattr* of) asm("k_iattr_mode");
 
+/// The whole seconds of a time.
+s64 timespec_seconds(const timespec* of) asm("k_timespec_seconds");
+
 } // namespace kernel
 
 #endif

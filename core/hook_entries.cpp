@@ -1,0 +1,135 @@
+#include "core/hook_entries.h"
+
+#include "channel/audit_messages.h"
+#include "core/call_gate.h"
+#include "enforce/exec_check.h"
+#include "enforce/file_check.h"
+#include "enforce/install_tracking.h"
+#include "enforce/self_protection.h"
+#include "platform/kernel/scoped.h"
+#include "platform/kernel/time.h"
+
+using namespace kernel;
+
+namespace {
+
+/// The file access decision for the current task, as the kernel wants to hear it.
+int decide(dentry* entry, int mask, file_operation operation)
+{
+    return sorvanic_kernel_hook_dentry_has_permission(current_task(), entry, mask, operation) == 0 ? 0 : -1;
+}
+
+constexpr u32 any_execute_bit = 0111;
+
+} // namespace
+
+int sorvanic_kernel_hook_module_inside_bprm_check_security(linux_binprm* bprm)
+{
+    const call_in_flight gate;
+    return sorvanic_kernel_hook_inside_bprm_check_security(bprm);
+}
+
+int sorvanic_kernel_hook_module_inside_file_permission(file* opened, int mask)
+{
+    const call_in_flight gate;
+    dentry* entry = file_path(opened).dentry;
+    if (!is_object(entry))
+        return 0;
+    return decide(entry, mask, file_operation::file_permission);
+}
+
+int sorvanic_kernel_hook_module_inside_inode_permission(inode* asked, int mask)
+{
+    const call_in_flight gate;
+    if (!is_object(asked))
+        return 0;
+    if (!is_regular_file(inode_mode(asked)) && (mask == may_read || mask == may_exec))
+        return 0;
+    const dentry_ref alias(d_find_alias(asked));
+    if (alias.get() == nullptr)
+        return 0;
+    return decide(alias.get(), mask, file_operation::inode_permission);
+}
+
+int sorvanic_kernel_hook_module_inside_inode_create(inode*, dentry* entry, int)
+{
+    const call_in_flight gate;
+    if (decide(entry, may_write, file_operation::create) != 0)
+        return -1;
+    sorvanic_filter_install_executablefile(entry, 1, install_code_created);
+    return 0;
+}
+
+int sorvanic_kernel_hook_module_inside_inode_unlink(inode*, dentry* entry)
+{
+    const call_in_flight gate;
+    return decide(entry, may_remove, file_operation::unlink);
+}
+
+int sorvanic_kernel_hook_module_inside_inode_link(dentry* old_entry, inode*, dentry* new_entry)
+{
+    const call_in_flight gate;
+    if (decide(new_entry, may_write, file_operation::link) == 0)
+        return 0;
+    return decide(old_entry, may_write, file_operation::link);
+}
+
+int sorvanic_kernel_hook_module_inside_inode_symlink(inode*, dentry* entry, const char*)
+{
+    const call_in_flight gate;
+    return decide(entry, may_write, file_operation::symlink);
+}
+
+int sorvanic_kernel_hook_module_inside_inode_rename(inode*, dentry* old_entry, inode*, dentry* new_entry)
+{
+    const call_in_flight gate;
+    if (decide(new_entry, may_rename, file_operation::rename) != 0)
+        return -1;
+    return decide(old_entry, may_rename, file_operation::rename);
+}
+
+int sorvanic_kernel_hook_module_inside_inode_mkdir(inode*, dentry* entry, int)
+{
+    const call_in_flight gate;
+    return decide(entry, may_write, file_operation::mkdir);
+}
+
+int sorvanic_kernel_hook_module_inside_inode_rmdir(inode*, dentry* entry)
+{
+    const call_in_flight gate;
+    return decide(entry, may_remove, file_operation::rmdir);
+}
+
+int sorvanic_kernel_hook_module_inside_inode_setattr(dentry* entry, iattr* attributes)
+{
+    const call_in_flight gate;
+    const u32 mode = iattr_mode(attributes);
+    if (is_regular_file(mode) && (mode & any_execute_bit) != 0)
+        sorvanic_filter_install_executablefile(entry, 1, install_code_attributes);
+    return 0;
+}
+
+void sorvanic_kernel_hook_module_inside_inode_free_security(inode* freed)
+{
+    const call_in_flight gate;
+    if (void* mark = inode_security(freed); mark != nullptr) {
+        kfree(mark);
+        set_inode_security(freed, nullptr);
+    }
+}
+
+int sorvanic_kernel_hook_module_inside_settime(kernel::timespec* time, kernel::timezone*)
+{
+    const call_in_flight gate;
+    if (is_object(time))
+        sorvanic_common_send_syst_message(static_cast<s32>(timespec_seconds(time)),
+                                          static_cast<s32>(get_seconds()));
+    return 0;
+}
+
+int sorvanic_kernel_hook_module_inside_task_kill(task_struct* target, siginfo* info, int signal,
+                                                 u32 security_id)
+{
+    const call_in_flight gate;
+    return sorvanic_common_task_avoid_kill(target, info, signal, security_id);
+}

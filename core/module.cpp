@@ -1,0 +1,66 @@
+#include "core/module.h"
+
+#include "core/call_gate.h"
+#include "core/hook_table.h"
+#include "core/inode_numbers.h"
+#include "core/symbols.h"
+#include "core/unamectl.h"
+#include "platform/kernel/printk.h"
+#include "platform/kernel/security.h"
+#include "policy/policy_module.h"
+#include "process/lineage.h"
+#include "process/process_map.h"
+
+using namespace kernel;
+
+constinit security_operations* sorvanic_security_ops = nullptr; // set while the module is loaded
+constinit u64 sorvanic_security_cr0 = 0;                        // CR0 as it was before the window
+
+int sorvanic_init()
+{
+    const unsigned long variable = find_symbol_addr("security_ops");
+    if (variable == 0) {
+        printk("can't find security_ops symbol.\n");
+        return -1;
+    }
+    sorvanic_security_ops = *reinterpret_cast<security_operations**>(variable);
+
+    sorvanic_kernel_common_init_config_inode_number();
+    sorvanic_kernel_common_init_readonly_exec_inode_number();
+    sorvanic_kernel_childpid_lock_init();
+    sorvanic_kernel_hashmap_module.init();
+    if (sorvanic_kernel_unamectl_module.inside_init() != 0) {
+        printk("Init Unamectl Module Error .\n");
+        return -1;
+    }
+
+    // The whole policy stands before the first hook can ask for it.
+    sorvanic_kernel_policy_module.init();
+    sorvanic_kernel_policy_module.load();
+    sorvanic_kernel_policy_module.sync();
+
+    printk("----sorvanic_security_ops: %lx\n", reinterpret_cast<unsigned long>(sorvanic_security_ops));
+
+    sorvanic_security_cr0 = sorvanic_kernel_hook_module.clear_mask();
+    sorvanic_kernel_hook_module.set_newhook(sorvanic_security_ops);
+    sorvanic_kernel_unamectl_module.inside_replace();
+    sorvanic_kernel_hook_module.recover_mask(sorvanic_security_cr0);
+    return 0;
+}
+
+void sorvanic_exit()
+{
+    sorvanic_security_cr0 = sorvanic_kernel_hook_module.clear_mask();
+    if (sorvanic_security_ops != nullptr) {
+        sorvanic_kernel_hook_module.set_oldhook(sorvanic_security_ops);
+        sorvanic_kernel_unamectl_module.inside_reset();
+    }
+    sorvanic_kernel_hook_module.recover_mask(sorvanic_security_cr0);
+    sorvanic_security_ops = nullptr;
+
+    // No new call gets in from here on; those inside still use what is freed below.
+    wait_for_calls_in_flight();
+
+    sorvanic_kernel_policy_module.destroy();
+    sorvanic_kernel_hashmap_module.destroy();
+}

@@ -1,0 +1,17 @@
+#ifndef SORVANIC_CORE_MODULE_H
+#define SORVANIC_CORE_MODULE_H
+
+// The module's two doors. Both run once, in the context of the process that loads or unloads
+// it, and may sleep; neither is re-entered.
+
+/// Binds the module to the running kernel: finds the security-operations structure, loads the
+/// whole policy, and only then takes over the hooks and the process-lifecycle calls. Returns 0
+/// when the module is up; -1 when start-up stopped, nothing of the kernel having been changed
+/// and nothing left allocated but what a following sorvanic_init makes anew. The log says why.
+int sorvanic_init();
+
+/// Gives hooks and calls back to the kernel, waits for those that are still running, and
+/// releases everything. Only after a sorvanic_init that returned 0.
+void sorvanic_exit();
+
+#endif
