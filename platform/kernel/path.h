@@ -60,6 +60,9 @@ s64 inode_size(const inode* of) asm("k_inode_size");
 void* inode_security(const inode* of) asm("k_inode_security");
 void set_inode_security(inode* of, void* mark) asm("k_set_inode_security");
 
+/// Sets the field to `mark` if it is null, in one step; returns what it holds afterwards.
+void* claim_inode_security(inode* of, void* mark) asm("k_claim_inode_security");
+
 /// Whether type and permission bits are a regular file's.
 constexpr bool is_regular_file(u32 mode)
 {

@@ -5,6 +5,7 @@
 #include "platform/kernel/errno.h"
 #include "platform/kernel/file.h"
 #include "platform/kernel/mm.h"
+#include "platform/kernel/mutex.h"
 #include "platform/kernel/path.h"
 #include "platform/kernel/rwlock.h"
 #include "platform/kernel/slab.h"
@@ -48,6 +49,15 @@ public:
 
 private:
     spinlock_t& lock_;
+};
+
+class K_SCOPED_CAPABILITY mutex_guard : not_copied {
+public:
+    explicit mutex_guard(mutex& lock) K_ACQUIRE(lock) : lock_(lock) { mutex_lock(&lock_); }
+    ~mutex_guard() K_RELEASE() { mutex_unlock(&lock_); }
+
+private:
+    mutex& lock_;
 };
 
 class rcu_guard : not_copied {
