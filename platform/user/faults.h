@@ -12,30 +12,30 @@ enum class fault {
     allocation, ///< kmalloc gives null
     open,       ///< filp_open gives -EIO
     read,       ///< file_read gives -EIO
-    symbol,     ///< the symbol file lacks the name (see hide_symbol)
 };
 
 /// The n-th call (from 1) of that kind, counted from now on over all threads, fails; 0 disarms.
+/// Kinds are armed independently of each other.
 void fail_call(fault kind, std::size_t n);
 
-/// Whether an armed fault has fired since fail_call.
+/// Whether a fault has fired since the last fail_call, of whatever kind.
 bool fault_fired();
 
-/// Leaves a name out of symbol_text(); an empty name brings all back.
+/// Leaves a name out of symbol_text(), so that looking it up fails; an empty name brings all back.
 void hide_symbol(std::string_view name);
 
-/// What the module holds at this moment.
+/// What the module holds at this moment. A driver's handles (objects.h, tasks.h) do not count.
 struct live_counts {
     std::size_t allocations;
     std::size_t files;      ///< from filp_open, not closed
-    std::size_t references; ///< taken with path_get, dget, mntget, get_task_struct, get_task_mm, get_file;
-                            ///< not given back
+    std::size_t references; ///< taken with path_get, dget, mntget, d_find_alias, get_task_struct,
+                            ///< get_task_mm, get_file; not given back. path_get takes two.
     std::size_t locks;      ///< spin and reader-writer locks held, all threads
 };
 live_counts live();
 
 /// Fails the process with a message when the calling thread still has KERNEL_DS, preemption
-/// off, an RCU section or a lock.
+/// off, an RCU section, an address space's semaphore or a lock.
 void assert_thread_clean();
 
 } // namespace platform

@@ -16,11 +16,12 @@
 
 namespace platform {
 
-/// Gives a reference back: fput, dput or mntput.
+/// Gives a reference back that a handle owns. Unlike fput, dput and mntput, which are for
+/// references that were taken with get_file, dget and mntget, it does not count (live_counts).
 struct release {
-    void operator()(kernel::file* held) const { kernel::fput(held); }
-    void operator()(kernel::dentry* held) const { kernel::dput(held); }
-    void operator()(kernel::vfsmount* held) const { kernel::mntput(held); }
+    void operator()(kernel::file* held) const;
+    void operator()(kernel::dentry* held) const;
+    void operator()(kernel::vfsmount* held) const;
 };
 
 using file_handle = std::unique_ptr<kernel::file, release>;
@@ -33,6 +34,9 @@ using mount_handle = std::unique_ptr<kernel::vfsmount, release>;
 /// appends " (deleted)"). Inode number, mode and size come from the descriptor. While an event
 /// runs (see event below), filp_open of the text that d_path gave for it opens this object
 /// anew, read access being checked by the host: what the supervisor may not read gives -EACCES.
+/// Its entry lives in the file system of the host's names, whose mount is the first of the
+/// namespace; its parents are looked up by name when they are asked for. Null when `pinned` is
+/// no descriptor.
 file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted = false);
 
 /// An exec about to be decided. `file` may be null. Both are copied or referenced as needed.
@@ -44,6 +48,28 @@ public:
 
 private:
     std::unique_ptr<kernel::linux_binprm> bprm_;
+};
+
+/// A request to change attributes; `mode` with its type bits, or 0 when it sets no mode.
+class attribute_request {
+public:
+    explicit attribute_request(unsigned mode);
+    ~attribute_request();
+    kernel::iattr* get() const { return attributes_.get(); }
+
+private:
+    std::unique_ptr<kernel::iattr> attributes_;
+};
+
+/// The new time of a clock change, in seconds since 1970-01-01 00:00 UTC.
+class clock_request {
+public:
+    explicit clock_request(long long seconds);
+    ~clock_request();
+    kernel::timespec* get() const { return time_.get(); }
+
+private:
+    std::unique_ptr<kernel::timespec> time_;
 };
 
 // --- Entries and mounts built by hand, for tests and written events ---

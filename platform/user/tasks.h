@@ -16,8 +16,9 @@
 
 namespace platform {
 
+/// Gives back a reference that a handle owns; it does not count (live_counts).
 struct task_release {
-    void operator()(kernel::task_struct* held) const { kernel::put_task_struct(held); }
+    void operator()(kernel::task_struct* held) const;
 };
 using task_handle = std::unique_ptr<kernel::task_struct, task_release>;
 

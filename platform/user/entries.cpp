@@ -1,0 +1,265 @@
+#include "platform/user/entries.h"
+
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "platform/user/inode_numbers.h"
+#include "platform/user/machine.h"
+#include "platform/user/thread_state.h"
+
+namespace platform {
+
+namespace {
+
+// Guards every inode's aliases, and the looking up of what a named entry does not know yet.
+std::mutex& entries_lock()
+{
+    static auto* lock = new std::mutex;
+    return *lock;
+}
+
+kernel::inode* make_inode(const inode_facts& facts)
+{
+    auto* made = new kernel::inode;
+    made->number = facts.number;
+    made->mode = facts.mode;
+    made->size = facts.size;
+    return made;
+}
+
+void drop_inode(kernel::inode* dropped)
+{
+    if (dropped->references.fetch_sub(1) != 1)
+        return;
+    // As a kernel does when an inode goes: whoever sits in the structure frees its mark.
+    __atomic_load_n(&security().inode_free_security, __ATOMIC_ACQUIRE)(dropped);
+    delete dropped;
+}
+
+void attach(kernel::dentry* entry, const inode_facts* facts)
+{
+    if (facts == nullptr)
+        return;
+    kernel::inode* made = make_inode(*facts);
+    made->aliases.push_back(entry);
+    entry->inode = made;
+}
+
+void free_entry(kernel::dentry* freed)
+{
+    if (kernel::inode* of = freed->inode) {
+        {
+            const std::lock_guard guard(entries_lock());
+            std::erase(of->aliases, freed);
+        }
+        drop_inode(of);
+    }
+    kernel::dentry* parent = freed->parent;
+    delete freed;
+    if (parent != nullptr && parent != freed)
+        drop(parent);
+}
+
+bool find_on_host(const std::string& path, inode_facts& facts)
+{
+    struct stat found = {};
+    if (::stat(path.c_str(), &found) != 0)
+        return false;
+    facts = facts_of(found);
+    return true;
+}
+
+std::string_view parent_path(std::string_view path)
+{
+    const std::size_t cut = path.find_last_of('/');
+    return cut == 0 || cut == std::string_view::npos ? std::string_view("/") : path.substr(0, cut);
+}
+
+} // namespace
+
+name_space::name_space(look_up find_facts) : find(find_facts)
+{
+    root.name = "/";
+    root.root = &root;
+    root.parent = &root;
+    root.inode_known = false;
+    root.space = this;
+    mount.root = &root;
+    mount.mount_point = "/";
+}
+
+name_space& host_names()
+{
+    static auto* names = new name_space(find_on_host);
+    return *names;
+}
+
+inode_facts facts_of(const struct stat& of)
+{
+    return {unique_inode_number(of), of.st_mode, of.st_size};
+}
+
+kernel::dentry* hold(kernel::dentry* held)
+{
+    held->references.fetch_add(1, std::memory_order_relaxed);
+    return held;
+}
+
+void drop(kernel::dentry* dropped)
+{
+    if (dropped->references.fetch_sub(1) == 1)
+        free_entry(dropped);
+}
+
+kernel::dentry* make_named_entry(name_space& space, std::string path, const inode_facts* facts)
+{
+    auto* made = new kernel::dentry;
+    made->name = std::move(path);
+    made->root = &space.root;
+    made->space = &space;
+    attach(made, facts);
+    return made;
+}
+
+dentry_handle make_root(const inode_facts& facts)
+{
+    auto* made = new kernel::dentry;
+    made->root = made;
+    made->parent = made;
+    attach(made, &facts);
+    return dentry_handle(made);
+}
+
+dentry_handle make_entry(kernel::dentry* parent, std::string name, const inode_facts* facts)
+{
+    auto* made = new kernel::dentry;
+    made->name = std::move(name);
+    made->root = parent->root;
+    made->parent = hold(parent);
+    attach(made, facts);
+    return dentry_handle(made);
+}
+
+void unhash(kernel::dentry* entry)
+{
+    entry->unhashed = true;
+}
+
+void release::operator()(kernel::dentry* held) const
+{
+    drop(held);
+}
+
+} // namespace platform
+
+namespace kernel {
+
+dentry* dget(dentry* held)
+{
+    platform::count(platform::counted::references, 1);
+    return platform::hold(held);
+}
+
+void dput(dentry* released)
+{
+    platform::count(platform::counted::references, -1);
+    platform::drop(released);
+}
+
+dentry* d_find_alias(inode* of)
+{
+    const std::lock_guard guard(platform::entries_lock());
+    const bool directory = (of->mode & S_IFMT) == S_IFDIR;
+    for (dentry* alias : of->aliases) {
+        if (alias->unhashed && !directory)
+            continue;
+        // An entry whose last reference is just being given back is no longer there.
+        long references = alias->references;
+        while (references != 0) {
+            if (alias->references.compare_exchange_weak(references, references + 1)) {
+                platform::count(platform::counted::references, 1);
+                return alias;
+            }
+        }
+    }
+    return nullptr;
+}
+
+inode* dentry_inode(const dentry* of)
+{
+    if (of->inode_known.load(std::memory_order_acquire))
+        return of->inode;
+    auto* entry = const_cast<dentry*>(of);
+    platform::inode_facts facts;
+    const bool found = of->space->find(of->name, facts);
+    const std::lock_guard guard(platform::entries_lock());
+    if (!entry->inode_known) {
+        platform::attach(entry, found ? &facts : nullptr);
+        entry->inode_known.store(true, std::memory_order_release);
+    }
+    return of->inode;
+}
+
+dentry* dentry_parent(const dentry* of)
+{
+    if (dentry* known = of->parent.load(std::memory_order_acquire))
+        return known;
+    auto* entry = const_cast<dentry*>(of);
+    const std::string_view path = platform::parent_path(of->name);
+    const std::lock_guard guard(platform::entries_lock());
+    if (entry->parent == nullptr) {
+        dentry* parent = nullptr;
+        if (path == "/") {
+            parent = platform::hold(&of->space->root);
+        } else {
+            parent = platform::make_named_entry(*of->space, std::string(path), nullptr);
+            parent->inode_known = false;
+        }
+        entry->parent.store(parent, std::memory_order_release);
+    }
+    return of->parent;
+}
+
+bool dentry_unhashed(const dentry* of)
+{
+    return of->unhashed;
+}
+
+dentry* dentry_file_system_root(const dentry* of)
+{
+    return of->root;
+}
+
+unsigned long inode_number(const inode* of)
+{
+    return of->number;
+}
+
+u32 inode_mode(const inode* of)
+{
+    return of->mode;
+}
+
+s64 inode_size(const inode* of)
+{
+    return of->size;
+}
+
+void* inode_security(const inode* of)
+{
+    return of->security;
+}
+
+void set_inode_security(inode* of, void* mark)
+{
+    of->security = mark;
+}
+
+void* claim_inode_security(inode* of, void* mark)
+{
+    void* held = nullptr;
+    return of->security.compare_exchange_strong(held, mark) ? mark : held;
+}
+
+} // namespace kernel

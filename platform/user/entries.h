@@ -1,0 +1,92 @@
+#ifndef SORVANIC_PLATFORM_USER_ENTRIES_H
+#define SORVANIC_PLATFORM_USER_ENTRIES_H
+
+#include <sys/stat.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/kernel/path.h"
+#include "platform/user/objects.h"
+#include "platform/user/unique_fd.h"
+
+// What is behind kernel::inode, kernel::dentry and kernel::vfsmount. Private to platform/user/.
+//
+// There are two kinds of entries. Those built by hand (objects.h) form trees of their own. A
+// named entry stands for one absolute path of a name_space: its parent and, for all but the
+// first, its inode are looked up only when someone asks for them.
+
+namespace platform {
+
+struct name_space;
+
+} // namespace platform
+
+namespace kernel {
+
+struct inode {
+    std::atomic<long> references = 1;
+    unsigned long number = 0;
+    u32 mode = 0;
+    std::atomic<s64> size = 0;
+    std::atomic<void*> security = nullptr;
+    std::vector<dentry*> aliases; ///< borrowed; under the entries' lock
+};
+
+struct dentry {
+    std::atomic<long> references = 1;
+    std::string name;                            ///< one component; the whole path for a named entry
+    dentry* root = nullptr;                      ///< of its file system; borrowed
+    std::atomic<dentry*> parent = nullptr;       ///< owns a reference, unless it is the entry itself
+    std::atomic<kernel::inode*> inode = nullptr; ///< owns a reference
+    std::atomic<bool> unhashed = false;
+    std::atomic<bool> inode_known = true;
+    platform::name_space* space = nullptr;    ///< null when built by hand
+    std::shared_ptr<platform::unique_fd> pin; ///< the object that its path text opens
+};
+
+struct vfsmount {
+    std::atomic<long> references = 1;
+    dentry* root = nullptr; ///< owns a reference
+    std::string mount_point;
+};
+
+} // namespace kernel
+
+namespace platform {
+
+/// A tree of named entries, mounted at "/": what the host has, or what kernel paths lead to.
+/// Lives for ever.
+struct name_space {
+    using look_up = bool (*)(const std::string& path, inode_facts& facts); ///< false: nothing there
+
+    explicit name_space(look_up find_facts);
+
+    look_up find;
+    kernel::dentry root;
+    kernel::vfsmount mount;
+};
+
+/// The host's names, which pinned files have.
+name_space& host_names();
+
+/// The names that filp_open knows.
+name_space& kernel_names();
+
+inode_facts facts_of(const struct stat& of);
+
+// References that are not counted as the module's.
+kernel::dentry* hold(kernel::dentry* held);
+kernel::vfsmount* hold(kernel::vfsmount* held);
+void drop(kernel::dentry* dropped);
+void drop(kernel::vfsmount* dropped);
+
+/// The named entry of `path`, with one reference; `facts` are of the object that is known to be
+/// meant (null: there is none).
+kernel::dentry* make_named_entry(name_space& space, std::string path, const inode_facts* facts);
+
+} // namespace platform
+
+#endif
