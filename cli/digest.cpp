@@ -1,0 +1,71 @@
+#include <CLI/CLI.hpp>
+#include <fmt/core.h>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/commands.h"
+#include "cli/program_digest.h"
+
+namespace cli {
+
+namespace {
+
+constexpr const char* examples =
+    R"(One line for each file: MD5, digest key, key text, file name. The key text is what a line of
+a whitelist, blacklist or supertrustfile holds.
+
+With --json: an array with one object for each file that could be read, with the text members
+"file", "md5", "key" and "key_text"; bytes of a name that are not UTF-8 become U+FFFD.
+
+Examples:
+  sorvanic digest /bin/sh /bin/ls
+  sorvanic digest --json /bin/* | jq -r '.[].key_text'
+
+A file that cannot be read is told on standard error, and the exit status is then 1.)";
+
+int digest_files(const std::vector<std::string>& files, bool as_json)
+{
+    auto array = nlohmann::ordered_json::array();
+    int status = exit_done;
+    for (const std::string& file : files) {
+        std::string reason;
+        const auto digest = digest_program(file, reason);
+        if (!digest) {
+            fmt::print(stderr, "sorvanic digest: {}: {}\n", file, reason);
+            status = exit_failed;
+        } else if (as_json) {
+            array.push_back({{"file", file},
+                             {"md5", digest->md5},
+                             {"key", fmt::format("0x{:08x}", digest->key)},
+                             {"key_text", digest->key_text}});
+        } else {
+            fmt::print("{}  0x{:08x}  {}  {}\n", digest->md5, digest->key, digest->key_text, file);
+        }
+    }
+    if (as_json)
+        fmt::print("{}\n", array.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    return status;
+}
+
+} // namespace
+
+void add_digest(CLI::App& program, std::vector<std::string> files, int& status)
+{
+    CLI::App* digest = program.add_subcommand("digest", "Print what the policy knows programs by");
+    digest->formatter(std::make_shared<fixed_usage>("sorvanic digest [OPTIONS] [--] FILE..."));
+    digest->footer(examples);
+
+    auto as_json = std::make_shared<bool>(false);
+    digest->add_flag("--json", *as_json, "Print a JSON array");
+    digest->callback([files = std::move(files), as_json, &status] {
+        if (files.empty())
+            throw CLI::RequiredError("no FILE", CLI::ExitCodes::RequiredError);
+        status = digest_files(files, *as_json);
+    });
+}
+
+} // namespace cli

@@ -1,0 +1,94 @@
+#include <CLI/CLI.hpp>
+#include <fmt/core.h>
+#include <fmt/format.h>
+
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "cli/commands.h"
+#include "cli/policy_build.h"
+
+namespace cli {
+
+namespace {
+
+constexpr const char* build_help =
+    R"(SRC holds text files that have the names of the policy files; a line that begins with # is a
+comment. Nothing is written unless every file is right; then each is replaced atomically.
+
+  whitelist blacklist supertrustfile    programs: the absolute path of one, or 8 hexadecimal
+                                        digits of key text (sorvanic digest), on each line
+  workdir dirctl                        directories, one a line, without a / at the end
+  ptpylist                              programs that may not be signalled: path or name
+  statlabel                             1 off, 2 observing, 3 enforcing
+  installlabel                          2 when programs may be installed
+  auditlabel                            INDEX:VALUE for each audit switch
+  modllabel                             one character for each module switch, 2 is on: 2000
+  sublabel objlabel dac priv appevp platuser    lines of rules
+
+Example: ls may run, and whatever lies below /opt/tools
+  mkdir src
+  echo /bin/ls > src/whitelist
+  echo /opt/tools > src/workdir
+  echo 3:enforce > src/statlabel
+  echo 2000 > src/modllabel
+  sorvanic policy build src built)";
+
+void print_summary(const build_request& request, const build_report& report)
+{
+    fmt::print("{}:\n", request.destination);
+    for (const built_file& built : report.built) {
+        const bool programs = built.file->kind == policy_kind::programs;
+        fmt::print("  {:<15}{:>6} {}{}", built.file->name, built.entries, programs ? "program" : "line",
+                   built.entries == 1 ? "" : "s");
+        if (built.duplicates > 0)
+            fmt::print(" ({} listed again)", built.duplicates);
+        fmt::print("\n");
+    }
+    if (!report.others.empty())
+        fmt::print("not in {}, {}: {}\n", request.source,
+                   request.prune ? "so removed" : "left as they were (--prune removes them)",
+                   fmt::join(report.others, " "));
+    if (!report.absent.empty())
+        fmt::print("every program is allowed as long as there is no {}\n",
+                   fmt::join(report.absent, " and no "));
+}
+
+int build(const build_request& request)
+{
+    try {
+        const build_report report = build_policy(request);
+        if (report.errors.empty()) {
+            print_summary(request, report);
+            return exit_done;
+        }
+        for (const std::string& error : report.errors)
+            fmt::print(stderr, "{}\n", error);
+        fmt::print(stderr, "sorvanic policy build: {} error{}, nothing was written\n", report.errors.size(),
+                   report.errors.size() == 1 ? "" : "s");
+    } catch (const std::system_error& error) {
+        fmt::print(stderr, "sorvanic policy build: {}\n", error.what());
+    }
+    return exit_failed;
+}
+
+} // namespace
+
+void add_policy(CLI::App& program, int& status)
+{
+    CLI::App* policy = program.add_subcommand("policy", "Make policy files");
+    policy->require_subcommand(1);
+    CLI::App* command = policy->add_subcommand("build", "Turn text files into policy files");
+    command->footer(build_help);
+
+    auto request = std::make_shared<build_request>();
+    command->add_option("SRC", request->source, "Directory with the text files")->required()->type_name("");
+    command->add_option("DST", request->destination, "Policy directory; made when it is missing")
+        ->required()
+        ->type_name("");
+    command->add_flag("--prune", request->prune, "Remove policy files of DST that SRC does not have");
+    command->callback([request, &status] { status = build(*request); });
+}
+
+} // namespace cli

@@ -1,0 +1,54 @@
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/commands.h"
+#include "session/session.h"
+
+namespace cli {
+
+namespace {
+
+constexpr const char* examples =
+    R"(Everything behind -- is the command; its program is searched in PATH as a shell does. Without
+--state the logs go to a private directory below $XDG_STATE_HOME, or /var/lib/sorvanic for root.
+
+Examples:
+  sorvanic run --policy built -- make test
+  sorvanic run --policy built --log - --quiet -- sh -c 'ls | wc -l'
+
+Exit status: that of COMMAND (128 + the signal's number when a signal ended it); 125 when
+sorvanic could not do its work, 126 when the program was refused or cannot be executed, 127
+when it does not exist.)";
+
+} // namespace
+
+void add_run(CLI::App& program, std::vector<std::string> command, int& status)
+{
+    CLI::App* run = program.add_subcommand("run", "Run a command and all it starts under a policy");
+    run->formatter(std::make_shared<fixed_usage>("sorvanic run [OPTIONS] -- COMMAND [ARGUMENT]..."));
+    run->footer(examples);
+
+    auto options = std::make_shared<session::options>();
+    options->command = std::move(command);
+    run->add_option("--policy", options->policy, "Directory with the policy files")
+        ->type_name("DIR")
+        ->capture_default_str();
+    run->add_option("--state", options->state, "Directory that gets the logs (see below)")->type_name("DIR");
+    run->add_option("--user", options->user, "Login user recorded for the command")->type_name("NAME");
+    run->add_option("--log", options->log, "File that gets the kernel log; - is standard error")
+        ->type_name("FILE");
+    run->add_flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");
+
+    run->callback([options, &status] {
+        if (options->command.empty())
+            throw CLI::RequiredError("no COMMAND; write it behind --, as in: sorvanic run -- ls -l",
+                                     CLI::ExitCodes::RequiredError);
+        status = session::run(*options);
+    });
+}
+
+} // namespace cli

@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/cli/commands.h"
+
+using namespace cli_test;
+
+namespace {
+
+TEST(Digest, AgreesWithMd5sumAtTheEdgesOfBlocksAndReads)
+{
+    const directory files;
+    std::vector<std::string> names;
+    for (const std::size_t size : {0, 1, 55, 56, 63, 64, 65, 4096, 65535, 65536, 65537, 1 << 20}) {
+        std::string content(size, '\0');
+        for (std::size_t i = 0; i < size; ++i)
+            content[i] = static_cast<char>(i * 2654435761U >> 13);
+        names.push_back(files.write("file" + std::to_string(size), content));
+    }
+    names.push_back("/bin/sh");
+
+    for (const std::string& name : names) {
+        const std::string wanted = run({"md5sum", name}).out.substr(0, 32);
+        ASSERT_EQ(wanted.size(), 32U) << name;
+        const outcome got = sorvanic({"digest", name});
+        EXPECT_EQ(got.status, 0) << got.err;
+        EXPECT_EQ(got.out.substr(0, 32), wanted) << name;
+    }
+}
+
+TEST(Digest, ShowsKeyTextLeastSignificantByteFirst)
+{
+    const directory files;
+    const std::string empty = files.write("empty", "");
+    EXPECT_EQ(sorvanic({"digest", empty}).out,
+              "d41d8cd98f00b204e9800998ecf8427e  0x3b75655e  5E65753B  " + empty + "\n");
+}
+
+TEST(Digest, ToldFilesThatCannotBeReadDoNotStopTheOthers)
+{
+    const directory files;
+    const std::string good = files.write("good", "");
+    const std::string fifo = files.path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string missing = files.path("missing");
+
+    for (const bool json : {false, true}) {
+        std::vector<std::string> arguments{"digest", missing, files.path(), fifo, good};
+        if (json)
+            arguments.insert(arguments.begin() + 1, "--json");
+        const outcome got = sorvanic(arguments);
+        EXPECT_EQ(got.status, 1);
+        EXPECT_EQ(got.err, "sorvanic digest: " + missing + ": No such file or directory\n" +
+                               "sorvanic digest: " + files.path() + ": Is a directory\n" +
+                               "sorvanic digest: " + fifo + ": Not a regular file\n");
+        EXPECT_NE(got.out.find("5E65753B"), std::string::npos) << got.out;
+    }
+}
+
+TEST(Digest, JsonHoldsEveryFileUnderItsOwnName)
+{
+    const directory files;
+    const std::string quoted = files.write("a \"quoted\"\nname", "");
+    const std::string other = files.write("other", "x");
+    const outcome got = sorvanic({"digest", "--json", quoted, other});
+    ASSERT_EQ(got.status, 0) << got.err;
+    const auto array = nlohmann::json::parse(got.out);
+    ASSERT_EQ(array.size(), 2U);
+    EXPECT_EQ(array[0], nlohmann::json({{"file", quoted},
+                                        {"md5", "d41d8cd98f00b204e9800998ecf8427e"},
+                                        {"key", "0x3b75655e"},
+                                        {"key_text", "5E65753B"}}));
+    EXPECT_EQ(array[1]["file"], other);
+
+    const std::string not_utf8 = files.write("latin \xe4", "");
+    const outcome replaced = sorvanic({"digest", "--json", not_utf8});
+    EXPECT_EQ(replaced.status, 0) << replaced.err;
+    EXPECT_EQ(nlohmann::json::parse(replaced.out).size(), 1U);
+}
+
+TEST(Digest, TakesNoFileNameApart)
+{
+    const directory files;
+    for (const char* name : {"[a,b]", "{}", "%%", "--json", "-"}) {
+        const std::string path = files.write(name, "");
+        const outcome got = run({"sh", "-c", "cd \"$1\" && exec \"$2\" digest -- \"$3\"", "sh", files.path(),
+                                 SORVANIC_PROGRAM, name});
+        EXPECT_EQ(got.status, 0) << got.err;
+        EXPECT_EQ(got.out,
+                  std::string("d41d8cd98f00b204e9800998ecf8427e  0x3b75655e  5E65753B  ") + name + "\n");
+    }
+}
+
+TEST(Digest, AFullDiskIsAFailure)
+{
+    const outcome got = sorvanic({"digest", "/bin/sh"}, "/dev/full");
+    EXPECT_EQ(got.status, 1);
+    EXPECT_NE(got.err.find("No space left on device"), std::string::npos) << got.err;
+}
+
+} // namespace

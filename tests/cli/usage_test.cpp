@@ -1,0 +1,53 @@
+#include <gtest/gtest.h>
+
+#include "tests/cli/commands.h"
+
+using namespace cli_test;
+
+namespace {
+
+TEST(Usage, MisuseIsToldAndHasTheCommandsOwnStatus)
+{
+    struct misuse {
+        std::vector<std::string> arguments;
+        int status;
+        const char* told;
+    };
+    const misuse cases[] = {
+        {{}, 2, "sorvanic: "},
+        {{"dogest"}, 2, "there is no command 'dogest'"},
+        {{"--verbose"}, 2, "there is no option '--verbose'"},
+        {{"digest"}, 2, "sorvanic digest: no FILE"},
+        {{"digest", "--key", "x"}, 2, "there is no option '--key'"},
+        {{"policy"}, 2, "sorvanic policy: "},
+        {{"policy", "build", "src"}, 2, "DST is required"},
+        {{"policy", "build", "src", "dst", "more"}, 2, "too many arguments at 'more'"},
+        // A status below 125 would look like the command's own.
+        {{"run"}, 125, "no COMMAND"},
+        {{"run", "--"}, 125, "no COMMAND"},
+        {{"run", "ls", "-l"}, 125, "sorvanic run -- ls"},
+        {{"run", "--polcy", "x", "--", "ls"}, 125, "there is no option '--polcy'"},
+        {{"run", "--policy", "--", "ls"}, 125, "--policy"},
+    };
+    for (const misuse& each : cases) {
+        const outcome got = sorvanic(each.arguments);
+        EXPECT_EQ(got.status, each.status) << got.err;
+        EXPECT_NE(got.err.find(each.told), std::string::npos)
+            << "'" << each.told << "' is not in: " << got.err;
+        EXPECT_EQ(got.out, "");
+    }
+}
+
+TEST(Usage, HelpOfEveryCommandTeachesWithAnExample)
+{
+    const std::vector<std::string> commands[] = {{}, {"run"}, {"digest"}, {"policy", "build"}};
+    for (std::vector<std::string> command : commands) {
+        command.emplace_back("--help");
+        const outcome got = sorvanic(command);
+        EXPECT_EQ(got.status, 0) << got.err;
+        EXPECT_NE(got.out.find("\nExample"), std::string::npos) << got.out;
+        EXPECT_EQ(got.err, "");
+    }
+}
+
+} // namespace
