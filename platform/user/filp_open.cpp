@@ -101,17 +101,23 @@ kernel::file* open_path(const char* path, int flags, int mode)
     return open_memory(std::move(target), path, flags, mode);
 }
 
+// Returns true when that was the last reference.
+bool unreference(kernel::file* released)
+{
+    if (released->references.fetch_sub(1) != 1)
+        return false;
+    drop(released->where.dentry);
+    drop(released->where.mnt);
+    delete released;
+    return true;
+}
+
 // A file from filp_open has one reference that counts as an open file, not as a reference.
 void put(kernel::file* released)
 {
     const bool from_filp_open = released->from_filp_open;
-    const bool last = released->references.fetch_sub(1) == 1;
+    const bool last = unreference(released);
     count(from_filp_open && last ? counted::files : counted::references, -1);
-    if (last) {
-        drop(released->where.dentry);
-        drop(released->where.mnt);
-        delete released;
-    }
 }
 
 } // namespace
@@ -131,10 +137,9 @@ kernel::file* hold(kernel::file* held)
 
 void drop(kernel::file* dropped)
 {
-    // As a counted put, without the count.
-    if (!(dropped->from_filp_open && dropped->references == 1))
-        count(counted::references, 1);
-    put(dropped);
+    const bool from_filp_open = dropped->from_filp_open;
+    if (unreference(dropped) && from_filp_open)
+        count(counted::files, -1);
 }
 
 file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted)

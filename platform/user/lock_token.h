@@ -21,24 +21,26 @@ class waiter {
 public:
     void wait()
     {
-        if (spins_ < 100) {
-            ++spins_;
+        if (++waits_ < 100)
             __builtin_ia32_pause();
-        } else {
+        else
             sched_yield();
-        }
     }
+    unsigned waits() const { return waits_; }
 
 private:
-    int spins_ = 0;
+    unsigned waits_ = 0;
 };
 
-inline void lock_shared(kernel::u32& token)
+/// After `patience_with_writers` waits the reader enters past writers that only wait: for
+/// readers who may hold what lets the readers inside go on, so that all would wait for ever.
+inline void lock_shared(kernel::u32& token, unsigned patience_with_writers = ~0U)
 {
     waiter patience;
     kernel::u32 seen = __atomic_load_n(&token, __ATOMIC_RELAXED);
     for (;;) {
-        if ((seen & (token_writer | token_writer_waits)) == 0) {
+        const bool patient = patience.waits() < patience_with_writers;
+        if ((seen & (patient ? token_writer | token_writer_waits : token_writer)) == 0) {
             if (__atomic_compare_exchange_n(&token, &seen, seen + 1, true, __ATOMIC_ACQUIRE,
                                             __ATOMIC_RELAXED))
                 return;

@@ -315,6 +315,8 @@ const char* task_comm(const task_struct* of)
 
 task_struct* task_parent(const task_struct* of)
 {
+    if (platform::this_thread().rcu_depth == 0)
+        platform::die("task_parent outside rcu_read_lock: nothing keeps the parent");
     return of->parent;
 }
 
@@ -332,9 +334,11 @@ void put_task_struct(task_struct* released)
 
 void rcu_read_lock()
 {
-    // Only the outermost takes the table: a waiting writer cannot come between it and an inner one.
+    // Only the outermost takes the table: a waiting writer cannot come between it and an inner
+    // one. Nor does it wait for that writer long: it may be entered with a spin lock held that
+    // someone inside is waiting for.
     if (platform::this_thread().rcu_depth++ == 0)
-        platform::lock_shared(platform::the_table().token);
+        platform::lock_shared(platform::the_table().token, 200);
 }
 
 void rcu_read_unlock()
