@@ -106,7 +106,8 @@ bool unreference(kernel::file* released)
 {
     if (released->references.fetch_sub(1) != 1)
         return false;
-    drop(released->where.dentry);
+    if (released->where.dentry != nullptr)
+        drop(released->where.dentry);
     drop(released->where.mnt);
     delete released;
     return true;
@@ -160,7 +161,7 @@ file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted)
 file_handle make_file(kernel::vfsmount* mount, kernel::dentry* entry)
 {
     auto made = new_file(kernel::open_read_only);
-    made->where = {hold(mount), hold(entry)};
+    made->where = {hold(mount), entry != nullptr ? hold(entry) : nullptr};
     return file_handle(made.release());
 }
 

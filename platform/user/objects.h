@@ -96,7 +96,7 @@ mount_handle add_mount(kernel::dentry* root, std::string mount_point);
 /// Empties the namespace's list of mounts.
 void clear_mounts();
 
-/// A file opened on (mount, entry), without content.
+/// A file opened on (mount, entry), without content. `entry` may be null: a file nowhere.
 file_handle make_file(kernel::vfsmount* mount, kernel::dentry* entry);
 
 } // namespace platform

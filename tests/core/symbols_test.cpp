@@ -1,0 +1,69 @@
+#include "core/symbols.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/user/faults.h"
+#include "platform/user/files.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+unsigned long address_in(const std::string& text, const char* name)
+{
+    const support::machine m;
+    platform::serve_text("/proc/kallsyms", text);
+    return find_symbol_addr(name);
+}
+
+TEST(symbols, only_a_whole_name_field_matches)
+{
+    struct {
+        const char* text;
+        unsigned long expected;
+    } const cases[] = {
+        {"00000000000000a1 T do_exit\n", 0xa1},
+        {"00000000000000a1 T sys_do_exit\n00000000000000a2 T do_exit\n", 0xa2},
+        {"00000000000000a1 T do_exit_idle\n00000000000000a2 t do_exit\n", 0xa2},
+        {"00000000000000a1 T do_exit\n00000000000000a2 T do_exit\n", 0xa1}, // the first wins
+        {"00000000000000a1 T do_exit\t[module]\n", 0xa1},
+        {"00000000000000a1\tT\tdo_exit", 0xa1}, // last line, no newline
+        {"FFFFffff8104AbCd T do_exit\n", 0xffffffff8104abcd},
+        {"xyz T do_exit\n00000000000000a2 T do_exit\n", 0}, // the first match is the answer
+        {"do_exit\n00000000000000a2 T do_exit\n", 0xa2},    // no address before it: no field
+        {"00000000000000a1 T do_exitx do_exit\n", 0},       // only the first place counts
+        {"0000000000000000 T do_exit\n", 0},                // addresses withheld
+        {"", 0},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(address_in(c.text, "do_exit"), c.expected) << c.text;
+}
+
+TEST(symbols, a_long_line_continues_as_a_line_of_its_own)
+{
+    // 127 bytes make the first piece; the rest is read as a line that begins with an address.
+    const std::string filler = "00000000000000a1 T " + std::string(127 - 19, 'x');
+    EXPECT_EQ(address_in(filler + "f0000000000000b2 T do_exit\n", "do_exit"), 0xf0000000000000b2u);
+    EXPECT_EQ(address_in(filler.substr(1) + "f0000000000000b2 T do_exit\n", "do_exit"), 0xb2u)
+        << "its first digit went into the piece before";
+}
+
+TEST(symbols, an_address_has_at_most_sixteen_digits)
+{
+    EXPECT_EQ(get_sym_address("123456789abcdef01"), 0x123456789abcdef0u);
+    EXPECT_EQ(get_sym_address("g"), 0u);
+    EXPECT_EQ(get_sym_address("1g2"), 1u);
+}
+
+TEST(symbols, a_file_that_cannot_be_read_has_no_symbols)
+{
+    const support::machine m;
+    platform::fail_call(platform::fault::open, 1);
+    EXPECT_EQ(find_symbol_addr("do_exit"), 0u);
+    platform::fail_call(platform::fault::read, 1);
+    EXPECT_EQ(find_symbol_addr("do_exit"), 0u);
+    EXPECT_TRUE(platform::fault_fired());
+}
+
+} // namespace

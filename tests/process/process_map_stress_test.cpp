@@ -1,0 +1,55 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/user/faults.h"
+#include "process/process_map.h"
+
+namespace {
+
+// Births, exits and lookups of the same sixteen buckets at once: a lookup gives the name that
+// belongs to its pid or none, never half a name or another's.
+TEST(process_map_stress, a_lookup_never_sees_another_process)
+{
+    const auto& map = sorvanic_kernel_hashmap_module;
+    map.init();
+    std::atomic<bool> stop = false;
+    std::atomic<long> wrong = 0;
+    std::atomic<long> found = 0;
+    std::vector<std::thread> threads;
+    for (int writer = 0; writer < 2; ++writer)
+        threads.emplace_back([&, writer] {
+            for (long i = 0; i < 30000; ++i) {
+                const long pid = (i * 2 + writer) % 64;
+                map.insert(pid, std::string(1 + static_cast<std::size_t>(pid) % 31,
+                                            static_cast<char>('a' + pid % 26))
+                                    .c_str());
+                if (i % 3 == 0)
+                    map.erase(pid);
+            }
+            stop = true;
+        });
+    for (int reader = 0; reader < 2; ++reader)
+        threads.emplace_back([&] {
+            for (long pid = 0; !stop; pid = (pid + 1) % 64) {
+                char user[sorvanic_user_name_size] = {};
+                if (map.search(pid, user) != 0)
+                    continue;
+                ++found;
+                if (user !=
+                    std::string(1 + static_cast<std::size_t>(pid) % 31, static_cast<char>('a' + pid % 26)))
+                    ++wrong;
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_GT(found, 0);
+    map.destroy();
+    EXPECT_EQ(platform::live().allocations, 0u);
+}
+
+} // namespace

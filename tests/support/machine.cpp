@@ -1,0 +1,179 @@
+#include "tests/support/machine.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+#include <utility>
+
+#include "core/module.h"
+#include "digest/digest_key.h"
+#include "digest/file_digest.h"
+#include "platform/user/faults.h"
+#include "platform/user/files.h"
+#include "platform/user/machine.h"
+#include "platform/user/tasks.h"
+#include "policy/base64.h"
+
+namespace support {
+
+namespace {
+
+std::string encode(std::string_view text)
+{
+    std::string out(static_cast<std::size_t>(sorvanic_kernel_base64encode_len(static_cast<int>(text.size()))),
+                    '\0');
+    const int written = sorvanic_kernel_base64encode(out.data(), text.data(), static_cast<int>(text.size()));
+    out.resize(static_cast<std::size_t>(written - 1)); // the count includes the terminator
+    return out;
+}
+
+} // namespace
+
+machine::machine()
+{
+    std::string pattern = (std::filesystem::temp_directory_path() / "sorvanic-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("no temporary directory");
+    root_ = pattern;
+    std::filesystem::create_directories(root_ / "etc/sorvanic");
+    platform::mount_directory("/", root_.string());
+    platform::mount_memory("/etc/sorvanic/kernel");
+    platform::serve_text("/proc/kallsyms", platform::symbol_text());
+    platform::set_kernel_log([this](std::string_view text) { log_ += text; });
+}
+
+machine::~machine()
+{
+    platform::fail_call(platform::fault::allocation, 0);
+    platform::fail_call(platform::fault::open, 0);
+    platform::fail_call(platform::fault::read, 0);
+    if (loaded_)
+        unload();
+    platform::reset_tasks();
+    const platform::live_counts left = platform::live();
+    EXPECT_EQ(left.allocations, 0u);
+    EXPECT_EQ(left.files, 0u);
+    EXPECT_EQ(left.references, 0u);
+    EXPECT_EQ(left.locks, 0u);
+    platform::assert_thread_clean();
+    platform::set_kernel_log({});
+    platform::unmount_all();
+    std::filesystem::remove_all(root_);
+}
+
+std::filesystem::path machine::real(std::string_view path) const
+{
+    return root_ / std::filesystem::path(path).relative_path();
+}
+
+void machine::write(std::string_view path, std::string_view content)
+{
+    const std::filesystem::path file = real(path);
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << content;
+}
+
+void machine::remove(std::string_view path)
+{
+    std::filesystem::remove(real(path));
+}
+
+void machine::plain(std::string_view name, std::string_view text)
+{
+    write("/etc/sorvanic/" + std::string(name), text);
+}
+
+void machine::encoded(std::string_view name, std::string_view text)
+{
+    plain(name, encode(text));
+}
+
+void machine::keys(std::string_view name, const std::vector<std::uint32_t>& keys)
+{
+    std::string records;
+    for (const std::uint32_t key : keys)
+        for (unsigned shift = 0; shift < 32; shift += 8)
+            records += static_cast<char>((key >> shift) & 0xff);
+    plain(name, records);
+}
+
+void machine::enforce(std::string_view system_status)
+{
+    encoded("statlabel", system_status);
+    encoded("modllabel", "2222");
+}
+
+int machine::load()
+{
+    const int result = sorvanic_init();
+    loaded_ = result == 0;
+    log_.clear();
+    return result;
+}
+
+void machine::unload()
+{
+    sorvanic_exit();
+    loaded_ = false;
+}
+
+platform::file_handle machine::open(std::string_view path) const
+{
+    platform::unique_fd fd(::open(real(path).c_str(), O_PATH | O_CLOEXEC));
+    if (!fd)
+        return nullptr;
+    return platform::make_pinned_file(std::move(fd), std::string(path));
+}
+
+void machine::process(int pid, int parent, std::string_view program)
+{
+    const platform::file_handle file = program.empty() ? nullptr : open(program);
+    const std::string_view comm = program.substr(program.find_last_of('/') + 1);
+    if (!platform::add_task(pid, parent, comm, file.get()))
+        throw std::runtime_error("process id taken");
+}
+
+void machine::fork(int parent, int child, unsigned long flags)
+{
+    const platform::task_handle task = platform::find_task(parent);
+    ASSERT_EQ(platform::run_do_fork(task.get(), flags, child), child);
+}
+
+void machine::exit(int pid)
+{
+    const platform::task_handle task = platform::find_task(pid);
+    platform::run_do_exit(task.get(), 0);
+}
+
+int machine::exec(int pid, std::string_view path, std::string_view filename)
+{
+    const platform::task_handle task = platform::find_task(pid);
+    const platform::file_handle program = open(path);
+    const platform::exec_parameters bprm(program.get(), std::string(filename.empty() ? path : filename));
+    const platform::event event(task.get());
+    return platform::call_bprm_check_security(bprm.get());
+}
+
+std::string machine::log()
+{
+    return std::exchange(log_, {});
+}
+
+std::uint32_t key_of(std::string_view content)
+{
+    md5_context context = {};
+    std::array<kernel::u8, 16> digest = {};
+    sorvanic_kernel_md5sum_module.init(&context);
+    sorvanic_kernel_md5sum_module.update(&context, reinterpret_cast<const kernel::u8*>(content.data()),
+                                         static_cast<kernel::u32>(content.size()));
+    sorvanic_kernel_md5sum_module.final(&context, digest.data());
+    kernel::u32 key = 0;
+    sorvanic_common_make_16to4(digest.data(), &key);
+    return key;
+}
+
+} // namespace support

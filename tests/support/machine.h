@@ -1,0 +1,64 @@
+#ifndef SORVANIC_TESTS_SUPPORT_MACHINE_H
+#define SORVANIC_TESTS_SUPPORT_MACHINE_H
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/user/objects.h"
+
+namespace support {
+
+/// A machine of a test's own: a root directory, policy files, a process table and a kernel log.
+/// Absolute paths given to it are paths on that machine. The destructor asserts that the
+/// module, unloaded, has left nothing behind.
+class machine {
+public:
+    machine();
+    ~machine();
+    machine(const machine&) = delete;
+    machine& operator=(const machine&) = delete;
+
+    // Files. Directories above are made as needed.
+    void write(std::string_view path, std::string_view content);
+    void remove(std::string_view path);
+    std::filesystem::path real(std::string_view path) const; ///< where it is on the host
+
+    // Policy files below "/etc/sorvanic", by name.
+    void plain(std::string_view name, std::string_view text);
+    void encoded(std::string_view name, std::string_view text);
+    void keys(std::string_view name, const std::vector<std::uint32_t>& keys);
+    /// Execution control on, at this system status.
+    void enforce(std::string_view system_status = "3");
+
+    // The module.
+    int load();
+    void unload();
+    bool loaded() const { return loaded_; }
+
+    // Processes. Task 1 exists.
+    void process(int pid, int parent, std::string_view program); ///< "": no address space
+    void fork(int parent, int child, unsigned long flags = 0);
+    void exit(int pid);
+    /// Asks the hook as process `pid` for the program at `path`, opened as it is now.
+    int exec(int pid, std::string_view path, std::string_view filename = "");
+
+    /// The kernel log since the last call.
+    std::string log();
+
+private:
+    platform::file_handle open(std::string_view path) const;
+
+    std::filesystem::path root_;
+    std::string log_;
+    bool loaded_ = false;
+};
+
+/// The digest key of a file with this content.
+std::uint32_t key_of(std::string_view content);
+
+} // namespace support
+
+#endif
