@@ -18,12 +18,14 @@ endfunction()
 # kernel's interrupts do.
 set(SORVANIC_KERNEL_FLAGS
   -O2 -ffreestanding -fPIE -fno-exceptions -fno-rtti -fno-threadsafe-statics
-  -mno-red-zone -mno-sse -mno-mmx -mno-sse2 -mno-80387
+  -mno-red-zone -mno-sse -mno-mmx -mno-sse2
   -fcf-protection=none -fno-stack-protector -fno-asynchronous-unwind-tables
   -fno-strict-aliasing -fno-strict-overflow -fno-delete-null-pointer-checks -fno-jump-tables
-  -fvisibility=hidden -Wframe-larger-than=2048)
+  -fvisibility=hidden -include ${CMAKE_SOURCE_DIR}/platform/kernel/hidden.h -Wframe-larger-than=2048)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Without x87, clang refuses the long double that <atomic> brings along.
   list(APPEND SORVANIC_KERNEL_FLAGS
+    -mno-80387
     -mindirect-branch=thunk-extern -mindirect-branch-register -mindirect-branch-cs-prefix
     -mfunction-return=thunk-extern -mharden-sls=all)
 endif()
