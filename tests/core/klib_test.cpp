@@ -1,0 +1,181 @@
+#include "core/klib.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+
+#include "core/inode_numbers.h"
+#include "platform/kernel/path.h"
+#include "platform/user/faults.h"
+#include "platform/user/files.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+class klib : public ::testing::Test {
+protected:
+    klib() { machine_.write("/tmp/text", "ab\ncdefg\nlast"); }
+    ~klib() override { klib_fclose(handle_); }
+
+    kernel::file* open(const char* path, int flags)
+    {
+        klib_fclose(handle_);
+        handle_ = klib_fopen(path, flags, 0600);
+        return handle_;
+    }
+    std::string content(std::string_view path) const
+    {
+        std::ifstream in(machine_.real(path), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    support::machine machine_;
+    kernel::file* handle_ = nullptr;
+};
+
+std::string next(kernel::file* handle, int size = 1023)
+{
+    char line[1024];
+    return klib_fgets(line, size, handle) == nullptr ? "(null)" : line;
+}
+
+TEST_F(klib, lines_come_in_pieces_of_the_buffer_s_size)
+{
+    kernel::file* text = open("/tmp/text", kernel::open_read_only);
+    EXPECT_EQ(next(text, 4), "ab\n");
+    EXPECT_EQ(next(text, 4), "cde");
+    EXPECT_EQ(next(text, 4), "fg\n");
+    EXPECT_EQ(next(text), "last");
+    EXPECT_EQ(next(text), "(null)");
+
+    machine_.write("/tmp/empty", "");
+    EXPECT_EQ(next(open("/tmp/empty", kernel::open_read_only)), "(null)");
+}
+
+TEST_F(klib, fgets_without_room_or_a_readable_file_gives_null)
+{
+    char buffer[4] = "xyz";
+    EXPECT_EQ(klib_fgets(buffer, 10, nullptr), nullptr);
+    EXPECT_EQ(klib_fgets(buffer, 10, open("/tmp/text", kernel::open_write_only)), nullptr);
+    EXPECT_STREQ(buffer, "xyz");
+    EXPECT_EQ(klib_fgets(buffer, 1, open("/tmp/text", kernel::open_read_only)), nullptr);
+    EXPECT_STREQ(buffer, "");
+    buffer[0] = 'x';
+    EXPECT_EQ(klib_fgets(buffer, -2147483647 - 1, handle_), nullptr);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(klib_fgetc(handle_), 'a'); // nothing was read so far
+}
+
+TEST_F(klib, a_failed_read_takes_the_bytes_before_it_along)
+{
+    char line[8] = "";
+    kernel::file* text = open("/tmp/text", kernel::open_read_only);
+    platform::fail_call(platform::fault::read, 3);
+    EXPECT_EQ(klib_fgets(line, 8, text), nullptr);
+    EXPECT_STREQ(line, "ab");
+    platform::fail_call(platform::fault::read, 1);
+    EXPECT_EQ(klib_fgetc(text), -5);
+    platform::fail_call(platform::fault::read, 1);
+    EXPECT_EQ(klib_fread(line, 2, text), -5);
+    platform::assert_thread_clean(); // the address limit in particular
+}
+
+TEST_F(klib, bytes_and_positions)
+{
+    kernel::file* text = open("/tmp/text", kernel::open_read_only);
+    const struct {
+        int offset;
+        int origin;
+        int position;
+        int byte; ///< read there; -1 is the end
+    } moves[] = {
+        {4, 0, 4, 'd'},  {2, 1, 7, 'g'},  {-6, 1, 2, '\n'}, {5, 2, 3, 'c'},
+        {-9, 1, 0, 'a'}, {-1, 0, 0, 'a'}, {13, 0, 13, -1},
+    };
+    for (const auto& move : moves) {
+        EXPECT_EQ(klib_fseek(text, move.offset, move.origin), move.position);
+        EXPECT_EQ(klib_fgetc(text), move.byte) << move.position;
+    }
+    machine_.write("/tmp/high", "\xff");
+    EXPECT_EQ(klib_fgetc(open("/tmp/high", kernel::open_read_only)), 255);
+}
+
+TEST_F(klib, writing)
+{
+    kernel::file* out = open("/tmp/out", kernel::open_read_write | kernel::open_create);
+    EXPECT_EQ(klib_fputs("text", out), 4);
+    EXPECT_EQ(klib_fputc(0x1ff, out), 0xff);
+    EXPECT_EQ(klib_fwrite("abc", 2, out), 2);
+    klib_fprintf(out, "%d [%s]\n", -3, "x");
+    EXPECT_EQ(content("/tmp/out"), "text\xff"
+                                   "ab-3 [x]\n");
+
+    const std::string wide(2000, 'w');
+    klib_fprintf(open("/tmp/wide", kernel::open_write_only | kernel::open_create), "%s", wide.c_str());
+    EXPECT_EQ(content("/tmp/wide"), wide.substr(0, 1023));
+}
+
+TEST_F(klib, what_cannot_be_done_says_why)
+{
+    char byte = 'x';
+    kernel::file* text = open("/tmp/text", kernel::open_read_only);
+    EXPECT_EQ(klib_fwrite("x", 1, text), -13);
+    EXPECT_EQ(klib_fputc('x', text), -1);
+    EXPECT_EQ(klib_fread(&byte, -1, text), -22);
+    EXPECT_EQ(content("/tmp/text"), "ab\ncdefg\nlast");
+
+    EXPECT_EQ(klib_fread(&byte, 1, nullptr), -2);
+    EXPECT_EQ(klib_fwrite(&byte, 1, nullptr), -2);
+    EXPECT_EQ(klib_fgetc(nullptr), -2);
+    EXPECT_EQ(klib_fputs("x", nullptr), -2);
+    EXPECT_EQ(klib_fputc('x', nullptr), -1);
+    EXPECT_EQ(klib_fseek(nullptr, 0, 0), -2);
+    EXPECT_EQ(klib_fopen("/missing/file", kernel::open_read_only, 0), nullptr);
+    klib_fprintf(nullptr, "x");
+    klib_fclose(nullptr);
+}
+
+TEST_F(klib, a_file_without_the_operation)
+{
+    // A file made by hand has no content, and so neither operation.
+    const platform::inode_facts facts = {.number = 5};
+    const platform::dentry_handle root = platform::make_root(facts);
+    const platform::mount_handle mount = platform::add_mount(root.get(), "/");
+    const platform::file_handle file = platform::make_file(mount.get(), root.get());
+    char byte = 'x';
+    EXPECT_EQ(klib_fread(&byte, 1, file.get()), -38);
+    EXPECT_EQ(klib_fwrite(&byte, 1, file.get()), -38);
+    EXPECT_EQ(klib_fgets(&byte, 1, file.get()), nullptr);
+    EXPECT_EQ(byte, 'x');
+    platform::clear_mounts();
+}
+
+TEST_F(klib, the_product_s_directories_are_those_that_hold_its_files)
+{
+    const auto number_of = [this](const char* path) {
+        return kernel::inode_number(kernel::file_inode(open(path, kernel::open_read_only)));
+    };
+    const auto compute = [] {
+        sorvanic_kernel_common_init_config_inode_number();
+        sorvanic_kernel_common_init_readonly_exec_inode_number();
+    };
+    compute();
+    EXPECT_EQ(sorvanic_kernel_common_get_config_inode_number(), 0u);
+    EXPECT_EQ(sorvanic_kernel_common_get_readonly_exec_inode_number(), 0u);
+
+    machine_.write("/etc/sorvanic/whitelist", "");
+    machine_.write("/usr/sorvanic/sorvagent", "");
+    compute();
+    EXPECT_EQ(sorvanic_kernel_common_get_config_inode_number(), number_of("/etc/sorvanic"));
+    EXPECT_EQ(sorvanic_kernel_common_get_readonly_exec_inode_number(), number_of("/usr/sorvanic"));
+    EXPECT_NE(sorvanic_config_inode_number, sorvanic_readonly_exec_inode_number);
+
+    machine_.remove("/etc/sorvanic/whitelist");
+    compute();
+    EXPECT_EQ(sorvanic_config_inode_number, 0u);
+}
+
+} // namespace
