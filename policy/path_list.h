@@ -1,0 +1,52 @@
+#ifndef SORVANIC_POLICY_PATH_LIST_H
+#define SORVANIC_POLICY_PATH_LIST_H
+
+#include <cstddef>
+
+#include "platform/kernel/list.h"
+#include "platform/kernel/scoped.h"
+#include "platform/kernel/string.h"
+#include "policy/path_rules.h"
+#include "policy/text_source.h"
+
+// Lists of paths, one a line and taken whole, in the file's order, over table_copies (`Copies`
+// below).
+
+struct path_entry {
+    kernel::list_head link;
+    char text[512]; ///< zero-terminated
+};
+
+/// The most characters a line may have; longer ones are skipped.
+inline constexpr std::size_t longest_path_line = sizeof(path_entry::text) - 1;
+
+/// The most lines that are taken from a file; the rest is not read.
+inline constexpr unsigned most_path_lines = 8193;
+
+/// Reads the lines of `text` into the idle copy. A failed allocation ends the loading; what was
+/// read before stays.
+template <typename Copies>
+void load_path_list(text_source& text)
+{
+    for (unsigned taken = 0; taken < most_path_lines; ++taken) {
+        const char* line = text.next_line(longest_path_line);
+        if (line == nullptr)
+            return;
+        kernel::kmem<path_entry> entry;
+        if (!entry)
+            return;
+        kernel::strncpy(entry->text, line, longest_path_line);
+        Copies::append(entry.release());
+    }
+}
+
+/// 0 when `path` is a directory of the active copy or lies below one, else 1.
+template <typename Copies>
+int search_directories(const char* path)
+{
+    const bool listed =
+        Copies::walk(0, [path](const path_entry& entry) { return in_tree(entry.text, path); });
+    return listed ? 0 : 1;
+}
+
+#endif

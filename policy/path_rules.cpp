@@ -1,0 +1,11 @@
+#include "policy/path_rules.h"
+
+#include "platform/kernel/string.h"
+
+using namespace kernel;
+
+bool in_tree(const char* directory, const char* path)
+{
+    const std::size_t length = strlen(directory);
+    return strncasecmp(path, directory, length) == 0 && (path[length] == '\0' || path[length] == '/');
+}

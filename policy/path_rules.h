@@ -1,0 +1,11 @@
+#ifndef SORVANIC_POLICY_PATH_RULES_H
+#define SORVANIC_POLICY_PATH_RULES_H
+
+// How a path written in a policy file covers the path of an object. Case is ignored as the
+// kernel's strncasecmp ignores it.
+
+/// The tree rule: whether `path` is `directory` itself or lies below it. A directory is written
+/// without a "/" at its end; one that ends in "/" covers itself and what has a second "/" there.
+bool in_tree(const char* directory, const char* path);
+
+#endif

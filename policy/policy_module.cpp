@@ -1,0 +1,64 @@
+#include "policy/policy_module.h"
+
+#include "policy/auditctl.h"
+#include "policy/blacklist.h"
+#include "policy/installctl.h"
+#include "policy/modlctl.h"
+#include "policy/sprolist.h"
+#include "policy/statusctl.h"
+#include "policy/whitelist.h"
+#include "policy/workdir.h"
+
+/// Visits the tables; the order is that of start-up and shut-down.
+template <typename Visit>
+static int for_each_table(Visit visit)
+{
+    visit(sorvanic_kernel_blacklist_module);
+    visit(sorvanic_kernel_whitelist_module);
+    visit(sorvanic_kernel_sprolist_module);
+    visit(sorvanic_kernel_workdir_module);
+    visit(sorvanic_kernel_installctl_module);
+    visit(sorvanic_kernel_statusctl_module);
+    visit(sorvanic_kernel_auditctl_module);
+    visit(sorvanic_kernel_modlctl_module);
+    return 0;
+}
+
+static int sorvanic_kernel_policy_module_init()
+{
+    return for_each_table([](const auto& table) { table.init(); });
+}
+
+static int sorvanic_kernel_policy_module_load()
+{
+    return for_each_table([](const auto& table) { table.load(); });
+}
+
+static int sorvanic_kernel_policy_module_unload()
+{
+    return for_each_table([](const auto& table) { table.unload(); });
+}
+
+static int sorvanic_kernel_policy_module_sync()
+{
+    return for_each_table([](const auto& table) { table.sync(); });
+}
+
+static int sorvanic_kernel_policy_module_reload()
+{
+    return for_each_table([](const auto& table) { table.reload(); });
+}
+
+static int sorvanic_kernel_policy_module_destroy()
+{
+    return for_each_table([](const auto& table) { table.destroy(); });
+}
+
+constinit const policy_ops sorvanic_kernel_policy_module = {
+    .init = sorvanic_kernel_policy_module_init,
+    .load = sorvanic_kernel_policy_module_load,
+    .unload = sorvanic_kernel_policy_module_unload,
+    .sync = sorvanic_kernel_policy_module_sync,
+    .reload = sorvanic_kernel_policy_module_reload,
+    .destroy = sorvanic_kernel_policy_module_destroy,
+};

@@ -1,0 +1,10 @@
+#ifndef SORVANIC_POLICY_SPROLIST_H
+#define SORVANIC_POLICY_SPROLIST_H
+
+#include "policy/table_ops.h"
+
+/// The super process list: programs of special standing, whose children may run what is not on the
+/// black list. At most 8192 records; a file that does not consist of whole records is ignored.
+extern const digest_list_ops sorvanic_kernel_sprolist_module;
+
+#endif

@@ -1,0 +1,93 @@
+#ifndef SORVANIC_POLICY_TABLE_OPS_H
+#define SORVANIC_POLICY_TABLE_OPS_H
+
+#include "platform/kernel/types.h"
+
+// The shapes of policy tables: one struct of operations for each kind of lookup, in slot
+// order. Every table is one constant object of one of these shapes, and that object is the
+// door to it.
+//
+// What all shapes have in common:
+//   init     makes the table empty (a status table: puts the defaults in). Before anything
+//            else, with no other thread about.
+//   load     reads the table's file into the idle copy, adding to what is there (a status
+//            table: into the live values). 1 when the file cannot be opened, else 0, also when
+//            the file's content is rejected or reading stops early. May sleep.
+//   unload   empties the idle copy (a status table: puts the defaults back).
+//   sync     makes the idle copy the active one and the other way round; nothing for a status
+//            table.
+//   reload   unload, load and sync. May sleep.
+//   destroy  empties both copies; nothing for a status table. No lookup may run any more.
+// All return 0 unless said otherwise. load, unload, sync and reload of one table must not run
+// at the same time as each other; lookups may run at any time, on any thread. A lookup takes
+// one read lock of the active copy at most, and neither sleeps nor allocates.
+
+/// A set of program digest keys.
+struct digest_list_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// 0 when the key at `key` is in the active set, 1 when it is not.
+    int (*search)(const kernel::u32* key);
+    int (*destroy)();
+};
+
+/// A list of directories.
+struct path_list_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// 0 when the absolute path is a listed directory or lies below one, 1 when not.
+    int (*search)(const char* path);
+    int (*destroy)();
+};
+
+/// One status value.
+struct status_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// The value: never negative.
+    kernel::s32 (*getstatus)();
+    int (*destroy)();
+};
+
+/// A row of status values.
+struct indexed_status_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// The value at `index`, or the row's default for an index outside it.
+    kernel::u32 (*getstatus)(kernel::s32 index);
+    int (*destroy)();
+};
+
+/// All tables together.
+struct policy_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    int (*destroy)();
+};
+
+/// What every table's reload does, through the table's own operations.
+template <typename Ops>
+int reload_table(const Ops& table)
+{
+    table.unload();
+    table.load();
+    table.sync();
+    return 0;
+}
+
+#endif

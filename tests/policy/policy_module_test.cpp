@@ -1,0 +1,119 @@
+#include "policy/policy_module.h"
+
+#include <cstdint>
+#include <string>
+
+#include "policy/auditctl.h"
+#include "policy/blacklist.h"
+#include "policy/installctl.h"
+#include "policy/modlctl.h"
+#include "policy/sprolist.h"
+#include "policy/statusctl.h"
+#include "policy/whitelist.h"
+#include "policy/workdir.h"
+#include "tests/policy/policy_fixture.h"
+
+namespace {
+
+class policy : public policy_fixture {
+protected:
+    static bool white(std::uint32_t key) { return sorvanic_kernel_whitelist_module.search(&key) == 0; }
+};
+
+TEST_F(policy, start_up_activates_every_table)
+{
+    machine_.keys("blacklist", {1});
+    machine_.keys("whitelist", {2});
+    machine_.keys("supertrustfile", {3});
+    machine_.plain("workdir", "/w\n");
+    machine_.encoded("installlabel", "2");
+    machine_.encoded("statlabel", "3");
+    machine_.encoded("auditlabel", "5:2");
+    machine_.encoded("modllabel", "2020");
+
+    const std::uint32_t black = 1;
+    const std::uint32_t super = 3;
+    const auto active = [&] {
+        std::string found;
+        found += sorvanic_kernel_blacklist_module.search(&black) == 0 ? 'b' : '-';
+        found += white(2) ? 'w' : '-';
+        found += sorvanic_kernel_sprolist_module.search(&super) == 0 ? 's' : '-';
+        found += sorvanic_kernel_workdir_module.search("/w/x") == 0 ? 'd' : '-';
+        found += std::to_string(sorvanic_kernel_installctl_module.getstatus());
+        found += std::to_string(sorvanic_kernel_statusctl_module.getstatus());
+        found += std::to_string(sorvanic_kernel_auditctl_module.getstatus(5));
+        found += std::to_string(sorvanic_kernel_modlctl_module.getstatus(0));
+        return found;
+    };
+    EXPECT_EQ(active(), "----11048");
+    EXPECT_EQ(sorvanic_kernel_policy_module.load(), 0);
+    EXPECT_EQ(active(), "----23250"); // status values have one copy only
+    EXPECT_EQ(sorvanic_kernel_policy_module.sync(), 0);
+    EXPECT_EQ(active(), "bwsd23250");
+    EXPECT_EQ(sorvanic_kernel_policy_module.destroy(), 0);
+    EXPECT_EQ(active(), "----23250");
+    EXPECT_EQ(sorvanic_kernel_policy_module.init(), 0);
+    EXPECT_EQ(active(), "----11048");
+}
+
+TEST_F(policy, a_reload_keeps_the_former_policy_until_the_next)
+{
+    machine_.keys("whitelist", {1, 2});
+    sorvanic_kernel_policy_module.load();
+    sorvanic_kernel_policy_module.sync();
+    machine_.keys("whitelist", {2, 3, 4});
+    sorvanic_kernel_whitelist_module.reload();
+    EXPECT_FALSE(white(1));
+    EXPECT_TRUE(white(2) && white(3) && white(4));
+    EXPECT_EQ(entries(), 5u);
+
+    sorvanic_kernel_whitelist_module.sync();
+    EXPECT_TRUE(white(1) && white(2));
+    EXPECT_FALSE(white(3));
+    sorvanic_kernel_whitelist_module.sync();
+    EXPECT_TRUE(white(3));
+
+    sorvanic_kernel_whitelist_module.reload();
+    EXPECT_EQ(entries(), 6u);
+
+    machine_.remove("/etc/sorvanic/whitelist");
+    sorvanic_kernel_whitelist_module.reload();
+    EXPECT_FALSE(white(2) || white(3));
+    EXPECT_EQ(entries(), 3u);
+}
+
+TEST_F(policy, a_load_without_unload_adds)
+{
+    machine_.plain("workdir", "/a\n");
+    sorvanic_kernel_workdir_module.load();
+    machine_.plain("workdir", "/b\n");
+    sorvanic_kernel_workdir_module.load();
+    sorvanic_kernel_workdir_module.sync();
+    EXPECT_EQ(sorvanic_kernel_workdir_module.search("/a"), 0);
+    EXPECT_EQ(sorvanic_kernel_workdir_module.search("/b"), 0);
+}
+
+TEST_F(policy, no_failure_leaves_anything_behind)
+{
+    machine_.keys("blacklist", {1, 2});
+    machine_.keys("whitelist", {1, 2});
+    machine_.plain("workdir", "/a\n/b\n");
+    machine_.encoded("statlabel", "3");
+    machine_.encoded("modllabel", "2222");
+    const auto whole_life = [] {
+        sorvanic_kernel_policy_module.init();
+        sorvanic_kernel_policy_module.load();
+        sorvanic_kernel_policy_module.sync();
+        sorvanic_kernel_policy_module.reload();
+        sorvanic_kernel_policy_module.destroy();
+    };
+    for (const platform::fault kind :
+         {platform::fault::allocation, platform::fault::open, platform::fault::read})
+        fail_each_call(kind, whole_life, [](std::size_t) {
+            const platform::live_counts left = platform::live();
+            EXPECT_EQ(left.allocations + left.files + left.references + left.locks, 0u);
+            platform::assert_thread_clean();
+        });
+}
+
+} // namespace

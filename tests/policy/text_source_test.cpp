@@ -1,0 +1,70 @@
+#include "policy/text_source.h"
+
+#include <string>
+#include <vector>
+
+#include "tests/policy/policy_fixture.h"
+
+namespace {
+
+using lines = std::vector<std::string>;
+
+class text_file : public policy_fixture {
+protected:
+    lines read(const std::string& content, std::size_t longest = text_source::piece)
+    {
+        machine_.plain("workdir", content);
+        text_source text("/etc/sorvanic/workdir");
+        EXPECT_TRUE(text.is_open());
+        lines found;
+        while (const char* line = text.next_line(longest))
+            found.push_back(line);
+        return found;
+    }
+};
+
+TEST_F(text_file, lines_that_count)
+{
+    using namespace std::string_literals;
+    const struct {
+        std::string content;
+        lines expected;
+    } cases[] = {
+        {"", {}},
+        {"\n\n", {}},
+        {"a\nb\n", {"a", "b"}},
+        {"a\nlast", {"a", "last"}},
+        {"# a\n#\nb\n #c\n", {"b", " #c"}},
+        {"a\r\n", {"a\r"}},
+        {"ab\0cd\nef\n"s, {"ab", "ef"}},
+        {"\0ab\ncd\n"s, {"cd"}},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(read(c.content), c.expected) << c.content;
+}
+
+TEST_F(text_file, the_tail_of_a_long_line_is_a_line_of_its_own)
+{
+    const std::string longest(1022, 'x');
+    EXPECT_EQ(read(longest + "\ny\n"), (lines{longest, "y"}));
+    EXPECT_EQ(read(longest + "tail\ny\n"), (lines{longest, "tail", "y"}));
+    EXPECT_EQ(read("#" + longest + "\ny\n"), (lines{"x", "y"}));
+    EXPECT_EQ(read("#" + longest.substr(1) + "#no\ny\n"), (lines{"y"}));
+    EXPECT_EQ(read(longest + "tail\ny\n", 511), (lines{"tail", "y"}));
+    EXPECT_EQ(read(std::string(511, 'a') + "\n" + std::string(512, 'b') + "\n", 511),
+              (lines{std::string(511, 'a')}));
+}
+
+TEST_F(text_file, reading_ends_at_a_failure)
+{
+    lines found;
+    const auto act = [&] { found = read("ab\ncd\n"); };
+    fail_each_call(platform::fault::allocation, act, [&](std::size_t n) {
+        EXPECT_EQ(found, n == 0 ? lines({"ab", "cd"}) : lines{});
+    });
+    fail_each_call(platform::fault::read, act, [&](std::size_t n) {
+        EXPECT_EQ(found, n == 0 || n > 6 ? lines({"ab", "cd"}) : n > 3 ? lines{"ab"} : lines{});
+    });
+}
+
+} // namespace
