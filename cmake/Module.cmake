@@ -52,6 +52,8 @@ function(sorvanic_build_module)
     target_sources(module INTERFACE $<TARGET_OBJECTS:module_hosted>)
   else()
     target_link_options(module INTERFACE ${SORVANIC_MODULE_OBJECT})
+    # As a link option the object is only text: without this, programs keep a stale one.
+    set_property(TARGET module PROPERTY INTERFACE_LINK_DEPENDS ${SORVANIC_MODULE_OBJECT})
     add_dependencies(module module_object)
   endif()
 endfunction()
