@@ -8,12 +8,15 @@ namespace kernel {
 
 // The kernel's text and memory functions. Unless said otherwise they behave as C's functions
 // of the same name. memcpy, memmove, memset and memcmp keep their plain link names, because
-// compilers call them on their own.
+// compilers call them on their own, and stay visible (see hidden.h): a program may get them
+// from a shared library.
 
+#pragma GCC visibility push(default)
 void* memcpy(void* to, const void* from, std::size_t size) asm("memcpy");
 void* memmove(void* to, const void* from, std::size_t size) asm("memmove");
 void* memset(void* to, int value, std::size_t size) asm("memset");
 int memcmp(const void* a, const void* b, std::size_t size) asm("memcmp");
+#pragma GCC visibility pop
 
 std::size_t strlen(const char* text) asm("k_strlen");
 int strcmp(const char* a, const char* b) asm("k_strcmp");
