@@ -23,18 +23,26 @@ inline constexpr std::size_t longest_path_line = sizeof(path_entry::text) - 1;
 /// The most lines that are taken from a file; the rest is not read.
 inline constexpr unsigned most_path_lines = 8193;
 
-/// Reads the lines of `text` into the idle copy. A failed allocation ends the loading; what was
-/// read before stays.
+/// What a failed allocation costs while a list is read.
+enum class without_memory {
+    stop,      ///< this line and all after it
+    skip_line, ///< this line, which still counts as taken
+};
+
+/// Reads the lines of `text` into the idle copy. What was read before a failure stays.
 template <typename Copies>
-void load_path_list(text_source& text)
+void load_path_list(text_source& text, without_memory failed)
 {
     for (unsigned taken = 0; taken < most_path_lines; ++taken) {
         const char* line = text.next_line(longest_path_line);
         if (line == nullptr)
             return;
         kernel::kmem<path_entry> entry;
-        if (!entry)
-            return;
+        if (!entry) {
+            if (failed == without_memory::stop)
+                return;
+            continue;
+        }
         kernel::strncpy(entry->text, line, longest_path_line);
         Copies::append(entry.release());
     }

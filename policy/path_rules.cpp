@@ -9,3 +9,9 @@ bool in_tree(const char* directory, const char* path)
     const std::size_t length = strlen(directory);
     return strncasecmp(path, directory, length) == 0 && (path[length] == '\0' || path[length] == '/');
 }
+
+const char* final_component(const char* path)
+{
+    const char* slash = strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
+}

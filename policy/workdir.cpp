@@ -23,7 +23,7 @@ static int sorvanic_kernel_workdir_module_load()
     text_source text("/etc/sorvanic/workdir");
     if (!text.is_open())
         return 1;
-    load_path_list<copies>(text);
+    load_path_list<copies>(text, without_memory::stop);
     return 0;
 }
 
