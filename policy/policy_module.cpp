@@ -2,10 +2,13 @@
 
 #include "policy/auditctl.h"
 #include "policy/blacklist.h"
+#include "policy/dirctl.h"
 #include "policy/installctl.h"
 #include "policy/modlctl.h"
+#include "policy/ptpy.h"
 #include "policy/sprolist.h"
 #include "policy/statusctl.h"
+#include "policy/uactivate.h"
 #include "policy/whitelist.h"
 #include "policy/workdir.h"
 
@@ -16,11 +19,14 @@ static int for_each_table(Visit visit)
     visit(sorvanic_kernel_blacklist_module);
     visit(sorvanic_kernel_whitelist_module);
     visit(sorvanic_kernel_sprolist_module);
+    visit(sorvanic_kernel_dirctl_module);
     visit(sorvanic_kernel_workdir_module);
     visit(sorvanic_kernel_installctl_module);
     visit(sorvanic_kernel_statusctl_module);
     visit(sorvanic_kernel_auditctl_module);
     visit(sorvanic_kernel_modlctl_module);
+    visit(sorvanic_kernel_ptpy_module);
+    visit(sorvanic_kernel_uactivate_module);
     return 0;
 }
 

@@ -46,6 +46,37 @@ struct path_list_ops {
     int (*destroy)();
 };
 
+/// A list of programs, of which processes are asked about.
+struct process_list_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// 0 when the final component of some entry begins with `name`, a process's command name, which
+    /// may have been cut short; 1 when none does. An empty name begins every entry.
+    int (*search)(const char* name);
+    /// 0 when some entry, as a whole, begins with the final component of `path`, the path of a
+    /// process's program; 1 when none does.
+    int (*match)(const char* path);
+    int (*destroy)();
+};
+
+/// A list of users, each with a state that changes while the list stands.
+struct platform_user_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// Stores the state of the first user with this whole name, case ignored, through `state` and
+    /// returns 0; returns 1, storing nothing, when there is none.
+    int (*search)(const char* name, kernel::u32* state);
+    /// Sets that state. 0, or 1 when there is no such user. Takes a read lock like a lookup.
+    int (*update)(const char* name, kernel::u32 state);
+    int (*destroy)();
+};
+
 /// One status value.
 struct status_ops {
     int (*init)();

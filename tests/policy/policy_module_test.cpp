@@ -5,10 +5,13 @@
 
 #include "policy/auditctl.h"
 #include "policy/blacklist.h"
+#include "policy/dirctl.h"
 #include "policy/installctl.h"
 #include "policy/modlctl.h"
+#include "policy/ptpy.h"
 #include "policy/sprolist.h"
 #include "policy/statusctl.h"
+#include "policy/uactivate.h"
 #include "policy/whitelist.h"
 #include "policy/workdir.h"
 #include "tests/policy/policy_fixture.h"
@@ -20,12 +23,15 @@ protected:
     static bool white(std::uint32_t key) { return sorvanic_kernel_whitelist_module.search(&key) == 0; }
 };
 
-TEST_F(policy, start_up_activates_every_table)
+TEST_F(policy, each_operation_reaches_every_table)
 {
     machine_.keys("blacklist", {1});
     machine_.keys("whitelist", {2});
     machine_.keys("supertrustfile", {3});
     machine_.plain("workdir", "/w\n");
+    machine_.encoded("dirctl", "/c\n");
+    machine_.encoded("ptpylist", "protected\n");
+    machine_.encoded("platuser", "user\n");
     machine_.encoded("installlabel", "2");
     machine_.encoded("statlabel", "3");
     machine_.encoded("auditlabel", "5:2");
@@ -39,21 +45,25 @@ TEST_F(policy, start_up_activates_every_table)
         found += white(2) ? 'w' : '-';
         found += sorvanic_kernel_sprolist_module.search(&super) == 0 ? 's' : '-';
         found += sorvanic_kernel_workdir_module.search("/w/x") == 0 ? 'd' : '-';
+        found += sorvanic_kernel_dirctl_module.search("/c/x") == 0 ? 'c' : '-';
+        found += sorvanic_kernel_ptpy_module.match("/protected") == 0 ? 'p' : '-';
+        kernel::u32 state = 0;
+        found += sorvanic_kernel_uactivate_module.search("user", &state) == 0 ? 'u' : '-';
         found += std::to_string(sorvanic_kernel_installctl_module.getstatus());
         found += std::to_string(sorvanic_kernel_statusctl_module.getstatus());
         found += std::to_string(sorvanic_kernel_auditctl_module.getstatus(5));
         found += std::to_string(sorvanic_kernel_modlctl_module.getstatus(0));
         return found;
     };
-    EXPECT_EQ(active(), "----11048");
+    EXPECT_EQ(active(), "-------11048");
     EXPECT_EQ(sorvanic_kernel_policy_module.load(), 0);
-    EXPECT_EQ(active(), "----23250"); // status values have one copy only
+    EXPECT_EQ(active(), "-------23250"); // status values have one copy only
     EXPECT_EQ(sorvanic_kernel_policy_module.sync(), 0);
-    EXPECT_EQ(active(), "bwsd23250");
+    EXPECT_EQ(active(), "bwsdcpu23250");
     EXPECT_EQ(sorvanic_kernel_policy_module.destroy(), 0);
-    EXPECT_EQ(active(), "----23250");
+    EXPECT_EQ(active(), "-------23250");
     EXPECT_EQ(sorvanic_kernel_policy_module.init(), 0);
-    EXPECT_EQ(active(), "----11048");
+    EXPECT_EQ(active(), "-------11048");
 }
 
 TEST_F(policy, a_reload_keeps_the_former_policy_until_the_next)
@@ -98,6 +108,8 @@ TEST_F(policy, no_failure_leaves_anything_behind)
     machine_.keys("blacklist", {1, 2});
     machine_.keys("whitelist", {1, 2});
     machine_.plain("workdir", "/a\n/b\n");
+    for (const char* file : {"dirctl", "ptpylist", "platuser"})
+        machine_.encoded(file, "a\nb\n");
     machine_.encoded("statlabel", "3");
     machine_.encoded("modllabel", "2222");
     const auto whole_life = [] {

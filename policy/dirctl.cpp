@@ -1,0 +1,63 @@
+#include "policy/dirctl.h"
+
+#include "policy/path_list.h"
+#include "policy/table_copies.h"
+
+using namespace kernel;
+
+static list_head sorvanic_kernel_dirctl_head[2];
+static rwlock_t sorvanic_kernel_dirctl_rwlock[2];
+static constinit table_mark sorvanic_kernel_dirctl_used_mark{1};
+static constinit table_mark sorvanic_kernel_dirctl_idle_mark{0};
+
+using copies = table_copies<path_entry, sorvanic_kernel_dirctl_head, sorvanic_kernel_dirctl_rwlock,
+                            sorvanic_kernel_dirctl_used_mark, sorvanic_kernel_dirctl_idle_mark>;
+
+static int sorvanic_kernel_dirctl_module_init()
+{
+    return copies::init();
+}
+
+static int sorvanic_kernel_dirctl_module_load()
+{
+    text_source text("/etc/sorvanic/dirctl", "/etc/sorvanic/kernel/dirctl_enc");
+    if (!text.is_open())
+        return 1;
+    load_path_list<copies>(text, without_memory::skip_line);
+    return 0;
+}
+
+static int sorvanic_kernel_dirctl_module_unload()
+{
+    return copies::unload();
+}
+
+static int sorvanic_kernel_dirctl_module_sync()
+{
+    return copies::sync();
+}
+
+static int sorvanic_kernel_dirctl_module_reload()
+{
+    return reload_table(sorvanic_kernel_dirctl_module);
+}
+
+static int sorvanic_kernel_dirctl_module_search(const char* path)
+{
+    return search_directories<copies>(path);
+}
+
+static int sorvanic_kernel_dirctl_module_destroy()
+{
+    return copies::destroy();
+}
+
+constinit const path_list_ops sorvanic_kernel_dirctl_module = {
+    .init = sorvanic_kernel_dirctl_module_init,
+    .load = sorvanic_kernel_dirctl_module_load,
+    .unload = sorvanic_kernel_dirctl_module_unload,
+    .sync = sorvanic_kernel_dirctl_module_sync,
+    .reload = sorvanic_kernel_dirctl_module_reload,
+    .search = sorvanic_kernel_dirctl_module_search,
+    .destroy = sorvanic_kernel_dirctl_module_destroy,
+};
