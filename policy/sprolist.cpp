@@ -1,5 +1,7 @@
 #include "policy/sprolist.h"
 
+#include <atomic>
+
 #include "policy/digest_list.h"
 #include "policy/table_copies.h"
 
@@ -20,8 +22,18 @@ static constexpr digest_file source = {
     .whole_records = true,
 };
 
+/// False only while the active copy is empty: set before a copy with keys becomes active,
+/// cleared after an empty one has.
+static constinit std::atomic<bool> may_hold_keys{false};
+
+bool super_process_list_is_empty()
+{
+    return !may_hold_keys.load(std::memory_order_acquire);
+}
+
 static int sorvanic_kernel_sprolist_module_init()
 {
+    may_hold_keys.store(false, std::memory_order_relaxed);
     return copies::init();
 }
 
@@ -37,7 +49,13 @@ static int sorvanic_kernel_sprolist_module_unload()
 
 static int sorvanic_kernel_sprolist_module_sync()
 {
-    return copies::sync();
+    const bool keys = !copies::idle_is_empty();
+    if (keys)
+        may_hold_keys.store(true, std::memory_order_release);
+    copies::sync();
+    if (!keys)
+        may_hold_keys.store(false, std::memory_order_release);
+    return 0;
 }
 
 static int sorvanic_kernel_sprolist_module_reload()

@@ -77,6 +77,17 @@ struct table_copies {
         kernel::list_add_tail(&entry->link, &Head[at]);
     }
 
+    /// Whether the idle copy has no entries. For the one thread that loads and syncs, which alone
+    /// links and unlinks there: no lock is taken.
+    static bool idle_is_empty()
+    {
+        const std::size_t copy = Idle.load(std::memory_order_relaxed);
+        for (std::size_t at = copy * lists; at < (copy + 1) * lists; ++at)
+            if (!kernel::list_empty(&Head[at]))
+                return false;
+        return true;
+    }
+
     /// Calls `visit` with the entries of list `list` of the active copy, in the order in which
     /// they were appended, until it returns true; returns whether it did. `visit` runs under
     /// the list's read lock: it must not sleep, nor keep the entry.

@@ -101,6 +101,25 @@ TEST_F(digest_lists, the_lists_do_not_share)
     }
 }
 
+TEST_F(digest_lists, emptiness_of_the_super_process_list_is_that_of_the_active_copy)
+{
+    const auto& table = sorvanic_kernel_sprolist_module;
+    EXPECT_TRUE(super_process_list_is_empty());
+    machine_.keys("supertrustfile", {0x04030201});
+    table.load();
+    EXPECT_TRUE(super_process_list_is_empty());
+    table.sync();
+    EXPECT_FALSE(super_process_list_is_empty());
+    machine_.remove("/etc/sorvanic/supertrustfile");
+    table.unload();
+    table.load();
+    EXPECT_FALSE(super_process_list_is_empty());
+    table.sync();
+    EXPECT_TRUE(super_process_list_is_empty());
+    table.sync();
+    EXPECT_FALSE(super_process_list_is_empty()) << "the former list is back";
+}
+
 TEST(digest_bucket, least_significant_byte_first)
 {
     EXPECT_EQ(digest_bucket(0x04030201, 65536), 38218u);

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "policy/sprolist.h"
 #include "policy/whitelist.h"
 #include "policy/workdir.h"
 #include "tests/policy/policy_fixture.h"
@@ -115,6 +116,7 @@ class live_policy : public policy_fixture {};
 TEST_F(live_policy, lookups_do_not_notice_reloads_of_an_unchanged_file)
 {
     machine_.keys("whitelist", {7, 0x04030201});
+    machine_.keys("supertrustfile", {9});
     machine_.plain("workdir", "/a\n/b\n/c\n");
     sorvanic_kernel_policy_module.load();
     sorvanic_kernel_policy_module.sync();
@@ -128,6 +130,7 @@ TEST_F(live_policy, lookups_do_not_notice_reloads_of_an_unchanged_file)
             while (!stop) {
                 missed += sorvanic_kernel_whitelist_module.search(&key) == 0 ? 0u : 1u;
                 missed += sorvanic_kernel_workdir_module.search("/c/x") == 0 ? 0u : 1u;
+                missed += super_process_list_is_empty() ? 1u : 0u;
             }
         });
     for (int n = 0; n < 30; ++n)
