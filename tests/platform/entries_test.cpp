@@ -1,0 +1,173 @@
+#include <string>
+#include <vector>
+
+#include "platform/kernel/text.h"
+#include "platform/user/kernel_text.h"
+#include "platform/user/machine.h"
+#include "tests/platform/fixture.h"
+
+namespace {
+
+class entries : public platform_fixture {
+protected:
+    static constexpr platform::inode_facts directory = {2, 0040755, 0};
+    static constexpr platform::inode_facts regular = {3, 0100644, 0};
+
+    platform::dentry_handle root_entry_ = platform::make_root(directory);
+    platform::dentry_handle usr_ = platform::make_entry(root_entry_.get(), "usr", &directory);
+    platform::dentry_handle bin_ = platform::make_entry(usr_.get(), "bin", &directory);
+    platform::dentry_handle program_ = platform::make_entry(bin_.get(), "program", &regular);
+};
+
+TEST_F(entries, PathsGoThroughTheMount)
+{
+    const platform::mount_handle whole = platform::add_mount(root_entry_.get(), "/");
+    const platform::mount_handle moved = platform::add_mount(root_entry_.get(), "/mnt");
+    const platform::mount_handle part = platform::add_mount(usr_.get(), "/mnt/usr");
+    struct {
+        const platform::mount_handle& mount;
+        const platform::dentry_handle& entry;
+        const char* path;
+    } const cases[] = {
+        {whole, program_, "/usr/bin/program"},
+        {whole, root_entry_, "/"},
+        {moved, program_, "/mnt/usr/bin/program"},
+        {moved, root_entry_, "/mnt"},
+        {part, bin_, "/mnt/usr/bin"},
+        {part, usr_, "/mnt/usr"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(path_text({c.mount.get(), c.entry.get()}), c.path);
+}
+
+TEST_F(entries, PathsFitOrFail)
+{
+    const platform::mount_handle mount = platform::add_mount(root_entry_.get(), "/");
+    const kernel::path place = {mount.get(), program_.get()};
+    const std::string path = "/usr/bin/program";
+    const int exact = static_cast<int>(path.size()) + 1;
+    EXPECT_EQ(path_text(place, exact), path);
+    for (const int size : {exact - 1, 1, 0})
+        EXPECT_EQ(path_text(place, size), "error -36") << size;
+
+    // Built at the end of the buffer, as callers that cut or extend it in place expect.
+    std::string buffer(100, '#');
+    const char* text = kernel::d_path(&place, buffer.data(), 100);
+    EXPECT_EQ(text + path.size() + 1, buffer.data() + buffer.size());
+
+    platform::unhash(program_.get());
+    EXPECT_EQ(path_text(place), path + " (deleted)");
+    EXPECT_EQ(path_text(place, exact), "error -36");
+}
+
+TEST_F(entries, MountsAreVisitedInTheOrderTheyWereMade)
+{
+    const platform::dentry_handle other = platform::make_root(directory);
+    std::vector<platform::mount_handle> made;
+    for (const char* at : {"/b", "/a", "/c"})
+        made.push_back(platform::add_mount(at[1] == 'a' ? other.get() : root_entry_.get(), at));
+
+    std::vector<kernel::vfsmount*> seen;
+    EXPECT_FALSE(kernel::iterate_mounts(
+        [](kernel::vfsmount* mount, void* list) {
+            static_cast<std::vector<kernel::vfsmount*>*>(list)->push_back(mount);
+            return false;
+        },
+        &seen));
+    ASSERT_EQ(seen.size(), 4U); // the first is the host's own
+    EXPECT_EQ(std::vector(seen.begin() + 1, seen.end()),
+              (std::vector{made[0].get(), made[1].get(), made[2].get()}));
+
+    // The walk ends where it is told to, and what it kept outlives the list.
+    std::pair<kernel::dentry*, kernel::vfsmount*> search = {root_entry_.get(), nullptr};
+    EXPECT_TRUE(kernel::iterate_mounts(
+        [](kernel::vfsmount* mount, void* argument) {
+            auto* wanted = static_cast<std::pair<kernel::dentry*, kernel::vfsmount*>*>(argument);
+            if (kernel::mount_root(mount) != wanted->first)
+                return false;
+            wanted->second = kernel::mntget(mount);
+            return true;
+        },
+        &search));
+    made.clear();
+    platform::clear_mounts();
+    EXPECT_EQ(path_text({search.second, program_.get()}), "/b/usr/bin/program");
+    kernel::mntput(search.second);
+}
+
+TEST_F(entries, AnInodeIsFoundThroughALivingEntryOnly)
+{
+    kernel::inode* inode = kernel::dentry_inode(program_.get());
+    kernel::dentry* alias = kernel::d_find_alias(inode);
+    EXPECT_EQ(alias, program_.get());
+    kernel::dput(alias);
+    platform::unhash(program_.get());
+    EXPECT_EQ(kernel::d_find_alias(inode), nullptr);
+
+    platform::unhash(bin_.get());
+    const kernel::dentry_ref directory_alias(kernel::d_find_alias(kernel::dentry_inode(bin_.get())));
+    EXPECT_EQ(directory_alias.get(), bin_.get());
+
+    const platform::dentry_handle missing = platform::make_entry(bin_.get(), "missing", nullptr);
+    EXPECT_EQ(kernel::dentry_inode(missing.get()), nullptr);
+}
+
+TEST_F(entries, AChildKeepsEverythingAboveItAlive)
+{
+    root_entry_.reset();
+    usr_.reset();
+    bin_.reset();
+    const kernel::dentry* up = program_.get();
+    for (int i = 0; i < 3; ++i)
+        up = kernel::dentry_parent(up);
+    EXPECT_EQ(up, kernel::dentry_file_system_root(program_.get()));
+    EXPECT_EQ(kernel::dentry_parent(up), up);
+}
+
+TEST_F(entries, UnreturnedReferencesAreCounted)
+{
+    const platform::mount_handle mount = platform::add_mount(root_entry_.get(), "/");
+    const platform::file_handle file = platform::make_file(mount.get(), program_.get());
+    EXPECT_EQ(platform::live().references, 0U); // a driver's handles are its own
+    const kernel::path place = kernel::file_path(file.get());
+    kernel::path_get(&place);
+    kernel::get_file(file.get());
+    EXPECT_EQ(platform::live().references, 3U);
+    kernel::fput(file.get());
+    kernel::path_put(&place);
+    EXPECT_EQ(platform::live().references, 0U);
+    EXPECT_FALSE(kernel::file_has_read(file.get()));
+    EXPECT_FALSE(kernel::file_has_write(file.get()));
+}
+
+kernel::inode* freed = nullptr;
+
+void free_mark(kernel::inode* inode)
+{
+    freed = inode;
+    kernel::kfree(kernel::inode_security(inode));
+}
+
+TEST_F(entries, AMarkIsHandedBackWhenItsInodeGoes)
+{
+    const auto set_hook = [](void (*hook)(kernel::inode*)) {
+        kernel::preempt_disable();
+        kernel::write_cr0(kernel::read_cr0() & ~kernel::cr0_write_protect);
+        auto* former = security_ops->inode_free_security;
+        security_ops->inode_free_security = hook;
+        kernel::write_cr0(kernel::read_cr0() | kernel::cr0_write_protect);
+        kernel::preempt_enable();
+        return former;
+    };
+    kernel::inode* inode = kernel::dentry_inode(program_.get());
+    void* mark = kernel::kmalloc(8, kernel::GFP_KERNEL);
+    EXPECT_EQ(kernel::claim_inode_security(inode, mark), mark);
+    int other = 0;
+    EXPECT_EQ(kernel::claim_inode_security(inode, &other), mark);
+    auto* former = set_hook(free_mark);
+    program_.reset();
+    set_hook(former);
+    EXPECT_EQ(freed, inode);
+}
+
+} // namespace

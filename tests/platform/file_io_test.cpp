@@ -1,0 +1,169 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <random>
+#include <thread>
+
+#include "tests/platform/fixture.h"
+
+namespace {
+
+class file_io : public platform_fixture {
+protected:
+    file_io() { platform::mount_directory("/d", root_.string()); }
+};
+
+TEST_F(file_io, KernelBuffersNeedTheKernelLimit)
+{
+    write("file", "text");
+    const kernel::open_file file("/d/file", kernel::open_read_write, 0);
+    char byte = '?';
+    kernel::s64 position = 1;
+    EXPECT_EQ(kernel::file_read(file.get(), &byte, 1, &position), -14);
+    EXPECT_EQ(kernel::file_write(file.get(), &byte, 1, &position), -14);
+    {
+        const kernel::kernel_limit limit;
+        // The limit is the thread's own.
+        std::thread([&] { EXPECT_EQ(kernel::file_read(file.get(), &byte, 1, &position), -14); }).join();
+        EXPECT_EQ(position, 1);
+        EXPECT_EQ(kernel::file_read(file.get(), &byte, 1, &position), 1);
+        EXPECT_EQ(byte, 'e');
+    }
+    EXPECT_EQ(content(root_ / "file"), "text");
+}
+
+// Reads and writes of all sizes at all places, against a plain string.
+TEST_F(file_io, ReadAheadIsNotNoticed)
+{
+    std::mt19937 random(7);
+    std::string expected(300000, '\0');
+    for (char& byte : expected)
+        byte = static_cast<char>(random());
+    write("file", expected);
+    const kernel::open_file file("/d/file", kernel::open_read_write, 0);
+    kernel::s64 position = 0;
+    for (int step = 0; step < 4000; ++step) {
+        const std::size_t sizes[] = {0, 1, 4, 4096, 65535, 65536, 65537, 200000};
+        const std::size_t size = sizes[random() % 8];
+        if (random() % 8 == 0)
+            position = static_cast<kernel::s64>(random() % (expected.size() + 10));
+        const auto start = static_cast<std::size_t>(position);
+        if (random() % 16 == 0) {
+            const std::string text(size % 5000, static_cast<char>(random()));
+            ASSERT_EQ(write_at(file.get(), text, position), static_cast<kernel::s64>(text.size()));
+            if (expected.size() < start + text.size() && !text.empty())
+                expected.resize(start + text.size());
+            if (!text.empty())
+                expected.replace(start, text.size(), text);
+            ASSERT_EQ(position, static_cast<kernel::s64>(start + text.size()));
+            continue;
+        }
+        const std::string wanted = start < expected.size() ? expected.substr(start, size) : "";
+        ASSERT_EQ(read_at(file.get(), size, position), wanted) << "step " << step;
+        ASSERT_EQ(position, static_cast<kernel::s64>(start + wanted.size()));
+    }
+    EXPECT_EQ(content(root_ / "file"), expected);
+    EXPECT_EQ(kernel::inode_size(kernel::file_inode(file.get())), static_cast<kernel::s64>(expected.size()));
+}
+
+TEST_F(file_io, TextAppendedLaterIsFoundBehindTheOldEnd)
+{
+    const std::filesystem::path file = write("file", "one\n");
+    const kernel::open_file opened("/d/file", kernel::open_read_only, 0);
+    kernel::s64 position = 0;
+    EXPECT_EQ(read_at(opened.get(), 100, position), "one\n");
+    EXPECT_EQ(read_at(opened.get(), 100, position), "");
+    std::ofstream(file, std::ios::app) << "two\n";
+    EXPECT_EQ(read_at(opened.get(), 100, position), "two\n");
+}
+
+TEST_F(file_io, AppendingIgnoresThePosition)
+{
+    write("log", "first,");
+    platform::mount_memory("/m");
+    kernel::filp_close(kernel::filp_open("/m/log", kernel::open_create, 0), nullptr);
+    for (const char* path : {"/d/log", "/m/log"}) {
+        const kernel::open_file one(path, kernel::open_write_only | kernel::open_append, 0);
+        const kernel::open_file other(path, kernel::open_write_only | kernel::open_append, 0);
+        kernel::s64 position = 0;
+        kernel::s64 other_position = 0;
+        const kernel::s64 before = kernel::inode_size(kernel::file_inode(one.get()));
+        write_at(one.get(), "second,", position);
+        write_at(other.get(), "third,", other_position);
+        write_at(one.get(), "fourth", position);
+        EXPECT_EQ(position, before + 19) << path;
+        EXPECT_EQ(read_path(path).substr(static_cast<std::size_t>(before)), "second,third,fourth");
+    }
+}
+
+TEST_F(file_io, TheAccessModeIsKept)
+{
+    write("file", "text");
+    kernel::s64 position = 0;
+    const kernel::open_file reading("/d/file", kernel::open_read_only, 0);
+    EXPECT_EQ(write_at(reading.get(), "x", position), -9);
+    const kernel::open_file writing("/d/file", kernel::open_write_only, 0);
+    EXPECT_EQ(read_at(writing.get(), 1, position), "error -9");
+    position = -1;
+    EXPECT_EQ(read_at(reading.get(), 1, position), "error -22");
+    EXPECT_EQ(content(root_ / "file"), "text");
+}
+
+TEST_F(file_io, DirectoriesOpenButCannotBeRead)
+{
+    platform::mount_memory("/m");
+    for (const char* path : {"/d", "/m"}) {
+        const kernel::open_file directory(path, kernel::open_read_only, 0);
+        ASSERT_TRUE(directory.is_open()) << path;
+        EXPECT_EQ(read_from_start(directory.get()), "error -21");
+        EXPECT_FALSE(kernel::file_has_write(directory.get()));
+        EXPECT_EQ(kernel::filp_open(path, kernel::open_read_write, 0), reinterpret_cast<kernel::file*>(-21L));
+    }
+}
+
+TEST_F(file_io, AFifoWithoutAWriterDoesNotHang)
+{
+    ASSERT_EQ(::mkfifo((root_ / "fifo").c_str(), 0600), 0);
+    const kernel::open_file fifo("/d/fifo", kernel::open_read_only, 0);
+    ASSERT_TRUE(fifo.is_open());
+    EXPECT_EQ(read_from_start(fifo.get()), "");
+    const platform::unique_fd writer(::open((root_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(read_from_start(fifo.get()), "error -11");
+    ASSERT_EQ(::write(writer.get(), "through", 7), 7);
+    EXPECT_EQ(read_from_start(fifo.get()), "through");
+    EXPECT_EQ(kernel::filp_open("/d/none", kernel::open_read_only, 0), reinterpret_cast<kernel::file*>(-2L));
+}
+
+TEST_F(file_io, FailsExactlyTheCallThatWasAskedFor)
+{
+    write("file", "abc");
+    for (std::size_t n = 1; n <= 3; ++n) {
+        platform::fail_call(platform::fault::open, n);
+        for (std::size_t call = 1; call <= 3; ++call)
+            EXPECT_EQ(read_path("/d/file"), call == n ? "error -5" : "abc");
+        EXPECT_TRUE(platform::fault_fired());
+
+        platform::fail_call(platform::fault::read, n);
+        const kernel::open_file file("/d/file", kernel::open_read_only, 0);
+        kernel::s64 position = 0;
+        std::string text;
+        for (std::size_t call = 1; call <= 3; ++call)
+            text += read_at(file.get(), 1, position) + ",";
+        const char* const expected[] = {"error -5,a,b,", "a,error -5,b,", "a,b,error -5,"};
+        EXPECT_EQ(text, expected[n - 1]);
+    }
+}
+
+TEST_F(file_io, WhoeverGivesTheLastReferenceBackClosesTheFile)
+{
+    write("file", "abc");
+    kernel::file* file = kernel::filp_open("/d/file", kernel::open_read_only, 0);
+    kernel::get_file(file);
+    kernel::filp_close(file, nullptr);
+    EXPECT_EQ(platform::live().files, 1U);
+    EXPECT_EQ(read_from_start(file), "abc");
+    kernel::fput(file);
+    EXPECT_EQ(platform::live().files, 0U);
+}
+
+} // namespace

@@ -1,0 +1,218 @@
+#include "platform/user/kernel_text.h"
+
+#include <sys/wait.h>
+
+#include <csignal>
+#include <cstdint>
+
+#include "platform/kernel/text.h"
+#include "platform/user/machine.h"
+#include "tests/platform/fixture.h"
+
+namespace {
+
+/// Clears the write-protect bit for the scope.
+class write_window {
+public:
+    write_window()
+    {
+        kernel::preempt_disable();
+        kernel::write_cr0(kernel::read_cr0() & ~kernel::cr0_write_protect);
+    }
+    ~write_window()
+    {
+        kernel::write_cr0(kernel::read_cr0() | kernel::cr0_write_protect);
+        kernel::preempt_enable();
+    }
+};
+
+// Sanitizers know no text as an object.
+__attribute__((no_sanitize("address", "thread"))) std::uint8_t byte_at(std::uintptr_t address)
+{
+    return *reinterpret_cast<const volatile std::uint8_t*>(address);
+}
+
+std::uint32_t word_at(std::uintptr_t address)
+{
+    std::uint32_t word = 0;
+    for (unsigned i = 0; i < 4; ++i)
+        word |= static_cast<std::uint32_t>(byte_at(address + i)) << (8 * i);
+    return word;
+}
+
+std::uintptr_t target_of(std::uintptr_t site)
+{
+    return site + 5 + static_cast<std::uintptr_t>(static_cast<std::int32_t>(word_at(site + 1)));
+}
+
+template <typename T>
+std::uintptr_t address_of(T* function)
+{
+    return reinterpret_cast<std::uintptr_t>(function);
+}
+
+/// The first near call of `target` that a search of `caller` finds; 0 if there is none. Counts
+/// the bytes before it that look like one.
+std::uintptr_t call_site(std::uintptr_t caller, std::uintptr_t target, int* decoys)
+{
+    *decoys = 0;
+    for (std::uintptr_t site = caller; site <= caller + 256; ++site) {
+        if (byte_at(site) != 0xe8)
+            continue;
+        if (target_of(site) == target)
+            return site;
+        ++*decoys;
+    }
+    return 0;
+}
+
+struct copy_arguments {
+    unsigned long clone_flags;
+    unsigned long stack_start;
+    kernel::pt_regs* regs;
+    unsigned long stack_size;
+    int* child_tidptr;
+    kernel::pid* pid;
+    int trace;
+    bool operator==(const copy_arguments&) const = default;
+};
+copy_arguments seen;
+
+kernel::task_struct* seeing_copy_process(unsigned long clone_flags, unsigned long stack_start,
+                                         kernel::pt_regs* regs, unsigned long stack_size, int* child_tidptr,
+                                         kernel::pid* pid, int trace)
+{
+    seen = {clone_flags, stack_start, regs, stack_size, child_tidptr, pid, trace};
+    return reinterpret_cast<kernel::task_struct*>(-12L);
+}
+
+kernel::task_struct* seen_exit = nullptr;
+
+void seeing_profile_task_exit(kernel::task_struct* task)
+{
+    seen_exit = task;
+}
+
+template <typename T>
+void redirect(std::uintptr_t site, T* to)
+{
+    const write_window window;
+    kernel::write_text(reinterpret_cast<void*>(site + 1),
+                       static_cast<std::uint32_t>(address_of(to) - (site + 5)));
+}
+
+// Sanitizers catch the signal, report it and exit.
+bool faulted(int status)
+{
+    return WIFSIGNALED(status) ? WTERMSIG(status) == SIGSEGV : WEXITSTATUS(status) != 0;
+}
+
+using kernel_text = platform_fixture;
+
+TEST_F(kernel_text, ARedirectedCallGetsAllSevenArgumentsAndIsRestored)
+{
+    int decoys = 0;
+    const std::uintptr_t site = call_site(address_of(&do_fork), address_of(&copy_process), &decoys);
+    ASSERT_NE(site, 0U);
+    EXPECT_GE(decoys, 1);
+    EXPECT_EQ((site + 1) % 4, 0U); // one store changes it for everyone
+    const std::uint32_t former = word_at(site + 1);
+
+    redirect(site, seeing_copy_process);
+    int parent_tid = 0;
+    int child_tid = 0;
+    auto* regs = reinterpret_cast<kernel::pt_regs*>(0x123456789abcdefUL);
+    constexpr unsigned long ptrace = 0x2000;
+    for (const unsigned long flags : {0xfedcba9800000000UL | ptrace, 0x11UL}) {
+        EXPECT_EQ(do_fork(flags, 0x1111222233334444, regs, 0x5555666677778888, &parent_tid, &child_tid), -12);
+        const copy_arguments expected = {
+            flags,   0x1111222233334444,           regs, 0x5555666677778888, &child_tid,
+            nullptr, (flags & ptrace) != 0 ? 1 : 0};
+        EXPECT_EQ(seen, expected);
+    }
+    redirect(site, copy_process);
+    EXPECT_EQ(word_at(site + 1), former);
+    platform::add_task(5, 1, "sh", nullptr);
+    EXPECT_EQ(platform::run_do_fork(platform::find_task(5).get(), 0, 6), 6);
+}
+
+TEST_F(kernel_text, ARedirectedExitSeesTheTaskStillAlive)
+{
+    int decoys = 0;
+    const std::uintptr_t site = call_site(address_of(&do_exit), address_of(&profile_task_exit), &decoys);
+    ASSERT_NE(site, 0U);
+    EXPECT_GE(decoys, 1);
+    EXPECT_EQ((site + 1) % 4, 0U);
+    redirect(site, seeing_profile_task_exit);
+    const platform::task_handle task = platform::add_task(7, 1, "sh", nullptr);
+    platform::run_do_exit(task.get(), 0);
+    redirect(site, profile_task_exit);
+    EXPECT_EQ(seen_exit, task.get());
+    EXPECT_EQ(platform::find_task(7), nullptr);
+}
+
+TEST_F(kernel_text, WritesOutsideTheWindowFault)
+{
+    int decoys = 0;
+    const std::uintptr_t site = call_site(address_of(&do_fork), address_of(&copy_process), &decoys);
+    const auto patch = [&] { kernel::write_text(reinterpret_cast<void*>(site + 1), word_at(site + 1)); };
+    const auto hook = [] {
+        __atomic_store_n(&security_ops->task_kill, security_ops->task_kill, __ATOMIC_RELEASE);
+    };
+    for (int round = 0; round < 2; ++round) { // before the first window, and after one
+        EXPECT_EXIT(patch(), faulted, "");
+        EXPECT_EXIT(hook(), faulted, "");
+        const write_window window;
+        patch();
+        hook();
+    }
+}
+
+TEST_F(kernel_text, TheWindowBelongsToOneThreadWithPreemptionOff)
+{
+    const unsigned long cr0 = kernel::read_cr0();
+    EXPECT_NE(cr0 & kernel::cr0_write_protect, 0U);
+    EXPECT_DEATH(kernel::write_cr0(cr0 & ~kernel::cr0_write_protect), "preemption on");
+    const auto nested = [] {
+        const write_window outer;
+        const write_window inner;
+    };
+    EXPECT_DEATH(nested(), "inside another");
+    const auto left_open = [&] {
+        const write_window window;
+        kernel::preempt_enable();
+        kernel::write_cr0(cr0);
+    };
+    EXPECT_DEATH(left_open(), "preemption on");
+    {
+        const write_window window;
+        EXPECT_EQ(kernel::read_cr0(), cr0 & ~kernel::cr0_write_protect);
+    }
+    EXPECT_EQ(kernel::read_cr0(), cr0);
+    EXPECT_DEATH(kernel::preempt_enable(), "without preempt_disable");
+}
+
+TEST_F(kernel_text, TheSymbolFileNamesTheRealAddressesAmongLookAlikes)
+{
+    const std::string text = platform::symbol_text();
+    const std::pair<const char*, std::uintptr_t> symbols[] = {
+        {"do_fork", address_of(&do_fork)},           {"do_exit", address_of(&do_exit)},
+        {"copy_process", address_of(&copy_process)}, {"profile_task_exit", address_of(&profile_task_exit)},
+        {"security_ops", address_of(&security_ops)},
+    };
+    for (const auto& [name, address] : symbols) {
+        std::size_t containing = 0;
+        std::vector<std::uintptr_t> named;
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            ASSERT_EQ(line.find(' '), 16U) << line;
+            containing += line.find(name) != std::string::npos ? 1 : 0;
+            if (line.substr(19) == name)
+                named.push_back(std::stoul(line.substr(0, 16), nullptr, 16));
+        }
+        EXPECT_EQ(named, std::vector{address}) << name;
+        EXPECT_GE(containing, 2U) << name;
+    }
+}
+
+} // namespace

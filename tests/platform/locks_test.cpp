@@ -1,0 +1,215 @@
+#include <fcntl.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "platform/kernel/mutex.h"
+#include "tests/platform/fixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using locks = platform_fixture;
+
+constexpr int rounds = 5000;
+
+template <typename Work>
+void run_on_threads(int threads, Work work)
+{
+    std::vector<std::thread> running;
+    for (int i = 0; i < threads; ++i)
+        running.emplace_back(work, i);
+    for (std::thread& thread : running)
+        thread.join();
+}
+
+// Plain variables: the thread sanitizer sees whether the locks order what they should.
+TEST_F(locks, WritersExcludeEveryoneReadersOnlyWriters)
+{
+    kernel::rwlock_t lock = {};
+    long left = 0;
+    long right = 0;
+    std::atomic<int> torn = 0;
+    std::atomic<int> reading = 0;
+    std::atomic<int> most_reading = 0;
+    run_on_threads(4, [&](int number) {
+        for (int i = 0; i < rounds; ++i) {
+            if ((i + number) % 4 == 0) {
+                const kernel::write_guard guard(lock);
+                ++left;
+                ++right;
+            } else {
+                const kernel::read_guard guard(lock);
+                const int readers = ++reading;
+                if (readers > most_reading)
+                    most_reading = readers;
+                if (i % 500 == 0)
+                    sched_yield(); // lets the others in beside us
+                if (left != right)
+                    ++torn;
+                --reading;
+            }
+        }
+    });
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(left, rounds);
+    EXPECT_EQ(right, rounds);
+    EXPECT_GT(most_reading, 1);
+}
+
+TEST_F(locks, ExclusiveLocksExclude)
+{
+    kernel::spinlock_t spinlock = {};
+    kernel::mutex mutex = {};
+    long spun = 0;
+    long slept = 0;
+    run_on_threads(4, [&](int) {
+        for (int i = 0; i < rounds; ++i) {
+            {
+                const kernel::spin_guard guard(spinlock);
+                ++spun;
+            }
+            const kernel::mutex_guard guard(mutex);
+            ++slept;
+        }
+    });
+    EXPECT_EQ(spun, 4 * rounds);
+    EXPECT_EQ(slept, 4 * rounds);
+}
+
+TEST_F(locks, AnUnbrokenRowOfReadersDoesNotStarveAWriter)
+{
+    kernel::rwlock_t lock = {};
+    std::atomic<bool> stop = false;
+    std::atomic<long> entered = 0;
+    // Each reader leaves when the next one has come in, or when none comes in for a while.
+    const auto read_in_relay = [&] {
+        while (!stop) {
+            const kernel::read_guard guard(lock);
+            const long own = ++entered;
+            const auto patience = std::chrono::steady_clock::now() + 5ms;
+            while (entered == own && !stop && std::chrono::steady_clock::now() < patience)
+                std::this_thread::yield();
+        }
+    };
+    std::thread one(read_in_relay);
+    std::thread other(read_in_relay);
+    while (entered < 10)
+        std::this_thread::yield();
+    std::atomic<int> written = 0;
+    std::thread writer([&] {
+        while (!stop && written < 10) {
+            const kernel::write_guard guard(lock);
+            ++written;
+        }
+    });
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (written < 10 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(written, 10);
+    stop = true;
+    for (std::thread* thread : {&one, &other, &writer})
+        thread->join();
+}
+
+TEST_F(locks, AWaitingTableChangeDoesNotShutOutReadersForGood)
+{
+    std::atomic<bool> first_inside = false;
+    std::atomic<bool> second_done = false;
+    std::thread first([&] {
+        const kernel::rcu_guard outer;
+        first_inside = true;
+        while (!second_done)
+            std::this_thread::yield();
+        const kernel::rcu_guard nested; // with the change still waiting
+    });
+    while (!first_inside)
+        std::this_thread::yield();
+    std::thread change([] { platform::add_task(50, 1, "sh", nullptr); });
+    std::this_thread::sleep_for(50ms);
+    std::thread second([&] {
+        {
+            const kernel::rcu_guard inside;
+        }
+        second_done = true;
+    });
+    second.join();
+    first.join();
+    change.join();
+    EXPECT_NE(platform::find_task(50), nullptr);
+}
+
+TEST_F(locks, TheProcessTreeStandsStillForReaders)
+{
+    platform::add_task(10, 1, "root", nullptr);
+    std::atomic<bool> stop = false;
+    std::thread walker([&] {
+        while (!stop) {
+            const kernel::rcu_guard tree;
+            for (int pid = 10; pid < 40; ++pid) {
+                const platform::task_handle task = platform::find_task(pid);
+                if (task == nullptr)
+                    continue;
+                int steps = 0;
+                for (const kernel::task_struct* up = task.get(); kernel::task_pid(up) != 1;
+                     up = kernel::task_parent(up))
+                    ASSERT_LT(++steps, 50);
+            }
+        }
+    });
+    run_on_threads(2, [](int number) {
+        for (int round = 0; round < 200; ++round) {
+            // A chain of tasks, taken down from its top.
+            const int base = 11 + number * 10;
+            int parent = 10;
+            for (int pid = base; pid < base + 8; ++pid) {
+                ASSERT_EQ(platform::run_do_fork(platform::find_task(parent).get(), 0, pid), pid);
+                parent = pid;
+            }
+            for (int pid = base; pid < base + 8; ++pid)
+                platform::run_do_exit(platform::find_task(pid).get(), 0);
+        }
+    });
+    stop = true;
+    walker.join();
+    EXPECT_EQ(platform::task_count(), 2U);
+}
+
+TEST_F(locks, OneFileReadByManyThreadsGivesEachItsOwnBytes)
+{
+    std::string text;
+    for (int i = 0; i < 100000; ++i)
+        text += static_cast<char>('a' + i % 26);
+    write("file", text);
+    platform::mount_directory("/d", root_.string());
+    const kernel::open_file file("/d/file", kernel::open_read_only, 0);
+    run_on_threads(4, [&](int number) {
+        kernel::s64 position = number * 1000;
+        for (int i = 0; i < 300; ++i) {
+            const auto start = static_cast<std::size_t>(position);
+            ASSERT_EQ(read_at(file.get(), 97, position), text.substr(start, 97));
+        }
+    });
+}
+
+TEST_F(locks, ALazilyFoundParentIsFoundOnce)
+{
+    write("dir/file", "");
+    for (int round = 0; round < 50; ++round) {
+        platform::unique_fd fd(::open((root_ / "dir/file").c_str(), O_PATH | O_CLOEXEC));
+        const platform::file_handle file =
+            platform::make_pinned_file(std::move(fd), (root_ / "dir/file").string());
+        const kernel::dentry* entry = kernel::file_path(file.get()).dentry;
+        std::array<const kernel::inode*, 3> found = {};
+        run_on_threads(3, [&](int number) {
+            found[static_cast<std::size_t>(number)] = kernel::dentry_inode(kernel::dentry_parent(entry));
+        });
+        EXPECT_NE(found[0], nullptr);
+        EXPECT_EQ(found[0], found[1]);
+        EXPECT_EQ(found[0], found[2]);
+    }
+}
+
+} // namespace

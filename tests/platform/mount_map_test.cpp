@@ -1,0 +1,153 @@
+#include <sys/stat.h>
+
+#include "platform/user/machine.h"
+#include "tests/platform/fixture.h"
+
+namespace {
+
+using mount_map = platform_fixture;
+
+TEST_F(mount_map, TheLongestLeadingPartServes)
+{
+    write("etc/a", "real a");
+    write("etc/kernel/x", "hidden by the memory directory");
+    write("other/one", "a single file");
+    platform::mount_directory("/etc/sorvanic/", (root_ / "etc").string());
+    platform::mount_memory("/etc/sorvanic/kernel");
+    platform::mount_directory("/bin/one", (root_ / "other/one").string());
+    platform::serve_text("/etc/sorvanic/served", "served text");
+
+    struct {
+        const char* path;
+        const char* text;
+    } const cases[] = {
+        {"/etc/sorvanic/a", "real a"},           {"/bin/one", "a single file"},
+        {"/etc/sorvanic/served", "served text"}, {"/etc/sorvanic/kernel/x", "error -2"},
+        {"/etc/sorvanicky/a", "error -2"}, // a leading part ends at a "/"
+        {"/etc/sorvanic/missing", "error -2"},   {"/etc/sorvanic/served/below", "error -20"},
+        {"/usr/bin/true", "error -2"}, // nothing is reached outside the map
+        {"etc/sorvanic/a", "error -2"},          {"", "error -2"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(read_path(c.path), c.text) << c.path;
+    EXPECT_EQ(read_path(("/" + std::string(5000, 'x')).c_str()), "error -36");
+}
+
+TEST_F(mount_map, NoPathClimbsOutOfADirectory)
+{
+    write("secret", "secret");
+    write("in/..hidden", "a name that begins with two dots");
+    platform::mount_directory("/in", (root_ / "in").string());
+    for (const char* path :
+         {"/in/../secret", "/in/..", "/in/x/../../secret", "/../in/..hidden", "/in/./../secret"})
+        EXPECT_EQ(read_path(path), "error -2") << path;
+    EXPECT_EQ(read_path("/in/..hidden"), "a name that begins with two dots");
+}
+
+TEST_F(mount_map, MemoryFilesLiveAsLongAsTheMap)
+{
+    platform::mount_memory("/work");
+    // Permission bits do not keep the engine out: it creates its files with mode 0.
+    kernel::file* created =
+        kernel::filp_open("/work/dac_enc", kernel::open_write_only | kernel::open_create, 0);
+    ASSERT_FALSE(kernel::is_error(created));
+    kernel::s64 position = 0;
+    EXPECT_EQ(write_at(created, "one two", position), 7);
+    kernel::filp_close(created, nullptr);
+    EXPECT_EQ(read_path("/work/dac_enc"), "one two");
+    EXPECT_EQ(platform::memory_file("/work/dac_enc"), "one two");
+
+    kernel::file* emptied =
+        kernel::filp_open("/work/dac_enc", kernel::open_read_write | kernel::open_truncate, 0);
+    EXPECT_EQ(kernel::inode_size(kernel::file_inode(emptied)), 0);
+    position = 3;
+    EXPECT_EQ(write_at(emptied, "x", position), 1);
+    EXPECT_EQ(kernel::inode_size(kernel::file_inode(emptied)), 4);
+    kernel::filp_close(emptied, nullptr);
+    EXPECT_EQ(platform::memory_file("/work/dac_enc"), std::string("\0\0\0x", 4));
+
+    EXPECT_EQ(read_path("/work/never_created"), "error -2");
+    EXPECT_TRUE(kernel::is_error(kernel::filp_open("/work/sub/file", kernel::open_create, 0)));
+    EXPECT_EQ(platform::memory_file("/work/sub/file"), std::nullopt);
+    platform::unmount_all();
+    platform::mount_memory("/work");
+    EXPECT_EQ(read_path("/work/dac_enc"), "error -2");
+}
+
+TEST_F(mount_map, ServedTextIsReadOnly)
+{
+    platform::serve_text("/served", "text");
+    for (const int flags : {kernel::open_write_only, kernel::open_read_write, kernel::open_truncate})
+        EXPECT_EQ(kernel::filp_open("/served", flags, 0), reinterpret_cast<kernel::file*>(-13L)) << flags;
+    EXPECT_EQ(read_path("/served"), "text");
+}
+
+TEST_F(mount_map, TheSymbolFileShowsWhatIsNotHidden)
+{
+    const auto has_line = [](std::string_view end) {
+        kernel::file* opened = kernel::filp_open("/proc/kallsyms", kernel::open_read_only, 0);
+        const bool found = read_from_start(opened, 10000).find(end) != std::string::npos;
+        kernel::filp_close(opened, nullptr);
+        return found;
+    };
+    EXPECT_TRUE(has_line(" T do_fork\n"));
+    platform::hide_symbol("do_fork");
+    EXPECT_FALSE(has_line(" T do_fork\n"));
+    EXPECT_TRUE(has_line(" do_fork_idle\n"));
+    EXPECT_TRUE(has_line(" T do_exit\n"));
+    platform::hide_symbol("");
+    EXPECT_TRUE(has_line(" T do_fork\n"));
+}
+
+// The engine knows its directories by the inode numbers of the entries above their files.
+TEST_F(mount_map, EntriesAboveAFileAreTheRealDirectories)
+{
+    write("etc/whitelist", "");
+    platform::mount_directory("/etc/sorvanic", (root_ / "etc").string());
+    platform::mount_memory("/etc/sorvanic/kernel");
+    kernel::file* real = kernel::filp_open("/etc/sorvanic/whitelist", kernel::open_read_only, 0);
+    kernel::file* memory = kernel::filp_open("/etc/sorvanic/kernel/x", kernel::open_create, 0);
+    const auto number = [](const kernel::dentry* entry) {
+        kernel::inode* inode = kernel::dentry_inode(entry);
+        return inode != nullptr ? kernel::inode_number(inode) : 0;
+    };
+    const kernel::dentry* directory = kernel::dentry_parent(kernel::file_path(real).dentry);
+    const kernel::dentry* memory_directory = kernel::dentry_parent(kernel::file_path(memory).dentry);
+    EXPECT_EQ(number(kernel::dentry_parent(memory_directory)), number(directory));
+    EXPECT_NE(number(memory_directory), number(directory));
+    EXPECT_EQ(kernel::inode_mode(kernel::dentry_inode(directory)) & 0170000U, 0040000U);
+    EXPECT_EQ(path_text(real), "/etc/sorvanic/whitelist");
+
+    // It is the directory itself, whatever way leads to it.
+    platform::mount_directory("/again", root_.string());
+    kernel::file* again = kernel::filp_open("/again/etc", kernel::open_read_only, 0);
+    EXPECT_EQ(kernel::inode_number(kernel::file_inode(again)), number(directory));
+
+    // Above what is mounted there is nothing that could be mistaken for it.
+    const kernel::dentry* above = kernel::dentry_parent(directory);
+    EXPECT_EQ(number(above), 0U);
+    EXPECT_EQ(kernel::dentry_parent(kernel::dentry_parent(above)), kernel::dentry_parent(above));
+    for (kernel::file* opened : {real, memory, again})
+        kernel::filp_close(opened, nullptr);
+}
+
+TEST_F(mount_map, NumbersOfTwoFileSystemsDoNotCoincide)
+{
+    // Roots of proc instances and other virtual file systems all have number 1.
+    platform::mount_directory("/", "/");
+    std::vector<unsigned long> numbers;
+    for (const char* root : {"/proc", "/sys", "/dev/shm", "/dev/pts"}) {
+        struct stat facts = {};
+        kernel::file* opened = kernel::filp_open(root, kernel::open_read_only, 0);
+        if (kernel::is_error(opened) || ::stat(root, &facts) != 0)
+            continue;
+        const unsigned long number = kernel::inode_number(kernel::file_inode(opened));
+        EXPECT_EQ(std::count(numbers.begin(), numbers.end(), number), 0) << root;
+        EXPECT_EQ(number & 0xffffffff, facts.st_ino & 0xffffffff);
+        numbers.push_back(number);
+        kernel::filp_close(opened, nullptr);
+    }
+    EXPECT_GE(numbers.size(), 2U);
+}
+
+} // namespace

@@ -1,0 +1,147 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "platform/kernel/mm.h"
+#include "tests/platform/fixture.h"
+
+namespace {
+
+class pinned_files : public platform_fixture {
+protected:
+    platform::unique_fd pin(const char* name) const
+    {
+        return platform::unique_fd(::open((root_ / name).c_str(), O_PATH | O_CLOEXEC));
+    }
+    platform::task_handle task_ = platform::add_task(100, 1, "sh", nullptr);
+};
+
+TEST_F(pinned_files, TheNameMayBeReplacedMeanwhile)
+{
+    write("program", "decided");
+    write("other", "never seen");
+    platform::mount_directory("/bin", root_.string());
+    const platform::file_handle file = platform::make_pinned_file(pin("program"), "/bin/program");
+    const platform::event running(task_.get());
+    const std::string path = path_text(file.get());
+    EXPECT_EQ(path, "/bin/program");
+    std::filesystem::rename(root_ / "other", root_ / "program");
+    EXPECT_EQ(read_path(path.c_str()), "decided");
+    // Already open, it is the very object too.
+    EXPECT_EQ(read_from_start(file.get()), "decided");
+}
+
+TEST_F(pinned_files, PathsStandForObjectsInTheirEventOnly)
+{
+    write("program", "pinned");
+    platform::serve_text("/bin/program", "by name");
+    const platform::file_handle file = platform::make_pinned_file(pin("program"), "/bin/program");
+    path_text(file.get());
+    EXPECT_EQ(read_path("/bin/program"), "by name"); // no event: nothing to remember it in
+    {
+        const platform::event outer(task_.get());
+        EXPECT_EQ(read_path("/bin/program"), "by name"); // d_path has not given this path yet
+        path_text(file.get());
+        EXPECT_EQ(read_path("/bin/program"), "pinned");
+        {
+            const platform::task_handle inner_task = platform::find_task(1);
+            const platform::event inner(inner_task.get());
+            EXPECT_EQ(kernel::current_task(), inner_task.get());
+            EXPECT_EQ(read_path("/bin/program"), "by name");
+        }
+        EXPECT_EQ(kernel::current_task(), task_.get());
+        EXPECT_EQ(read_path("/bin/program"), "pinned");
+    }
+    EXPECT_EQ(read_path("/bin/program"), "by name");
+}
+
+TEST_F(pinned_files, ADeletedProgramStillOpensByItsPath)
+{
+    write("program", "deleted");
+    const platform::file_handle file = platform::make_pinned_file(pin("program"), "/bin/program", true);
+    std::filesystem::remove(root_ / "program");
+    const platform::event running(task_.get());
+    const std::string path = path_text(file.get());
+    EXPECT_EQ(path, "/bin/program (deleted)");
+    EXPECT_EQ(read_path(path.c_str()), "deleted");
+    EXPECT_EQ(read_path("/bin/program"), "error -2");
+}
+
+TEST_F(pinned_files, WhatTheSupervisorMayNotReadIsRefused)
+{
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "root may read everything";
+    write("program", "secret");
+    ::chmod((root_ / "program").c_str(), 0111);
+    const platform::file_handle file = platform::make_pinned_file(pin("program"), "/bin/program");
+    const platform::event running(task_.get());
+    EXPECT_EQ(read_path(path_text(file.get()).c_str()), "error -13");
+    EXPECT_EQ(read_from_start(file.get()), "error -13");
+}
+
+TEST_F(pinned_files, AFifoOrADirectoryDoesNotHang)
+{
+    ASSERT_EQ(::mkfifo((root_ / "fifo").c_str(), 0600), 0);
+    const platform::file_handle fifo = platform::make_pinned_file(pin("fifo"), "/fifo");
+    const platform::file_handle directory = platform::make_pinned_file(pin("."), "/directory");
+    const platform::event running(task_.get());
+    EXPECT_EQ(read_path(path_text(fifo.get()).c_str()), "");
+    EXPECT_EQ(read_path(path_text(directory.get()).c_str()), "error -21");
+    EXPECT_EQ(read_from_start(directory.get()), "error -21");
+    EXPECT_EQ(platform::make_pinned_file(platform::unique_fd(), "/none"), nullptr);
+}
+
+TEST_F(pinned_files, FactsComeFromTheObjectAndParentsFromTheirNames)
+{
+    const std::filesystem::path real = write("dir/program", "12345");
+    ::chmod(real.c_str(), 0751);
+    const platform::file_handle file = platform::make_pinned_file(pin("dir/program"), real.string());
+    EXPECT_EQ(kernel::inode_mode(kernel::file_inode(file.get())), 0100751U);
+    EXPECT_EQ(kernel::inode_size(kernel::file_inode(file.get())), 5);
+
+    const kernel::dentry* entry = kernel::file_path(file.get()).dentry;
+    std::vector<unsigned long> above;
+    for (const kernel::dentry* up = kernel::dentry_parent(entry); above.size() < 2;
+         up = kernel::dentry_parent(up))
+        above.push_back(kernel::inode_number(kernel::dentry_inode(up)));
+    platform::mount_directory("/", root_.string());
+    for (const auto& [path, number] : {std::pair("/dir", above[0]), std::pair("/", above[1])}) {
+        const kernel::open_file directory(path, kernel::open_read_only, 0);
+        EXPECT_EQ(kernel::inode_number(kernel::file_inode(directory.get())), number) << path;
+    }
+
+    // Its file system is found among the mounts, and its path through that mount is the same.
+    kernel::path found = {nullptr, kernel::file_path(file.get()).dentry};
+    ASSERT_TRUE(kernel::iterate_mounts(
+        [](kernel::vfsmount* mount, void* argument) {
+            auto* place = static_cast<kernel::path*>(argument);
+            place->mnt = mount;
+            return kernel::mount_root(mount) == kernel::dentry_file_system_root(place->dentry);
+        },
+        &found));
+    EXPECT_EQ(path_text(found), real.string());
+}
+
+TEST_F(pinned_files, RunningProgramsAreSharedOverFork)
+{
+    write("program", "the program");
+    {
+        const platform::file_handle file = platform::make_pinned_file(pin("program"), "/bin/program");
+        platform::add_task(200, 1, "program", file.get());
+    }
+    const platform::task_handle parent = platform::find_task(200);
+    ASSERT_EQ(platform::run_do_fork(parent.get(), 0, 201), 201);
+    platform::run_do_exit(parent.get(), 0);
+    EXPECT_EQ(kernel::get_task_mm(parent.get()), nullptr); // past its exit
+
+    const platform::task_handle child = platform::find_task(201);
+    const platform::event running(task_.get());
+    const kernel::mm_ref mm(kernel::get_task_mm(child.get()));
+    kernel::mm_down_read(mm.get());
+    const std::string path = path_text(kernel::mm_exe_file(mm.get()));
+    kernel::mm_up_read(mm.get());
+    EXPECT_DEATH(kernel::mm_exe_file(mm.get()), "without the semaphore");
+    EXPECT_EQ(read_path(path.c_str()), "the program");
+    EXPECT_EQ(kernel::get_task_mm(task_.get()), nullptr); // a kernel thread
+}
+
+} // namespace

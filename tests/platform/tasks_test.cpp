@@ -1,0 +1,137 @@
+#include "platform/user/tasks.h"
+
+#include <fcntl.h>
+#include <sched.h>
+
+#include <array>
+#include <map>
+#include <string>
+
+#include "platform/kernel/mm.h"
+#include "tests/platform/fixture.h"
+
+namespace {
+
+int parent_of(int pid)
+{
+    const platform::task_handle task = platform::find_task(pid);
+    const kernel::rcu_guard tree;
+    return kernel::task_pid(kernel::task_parent(task.get()));
+}
+
+class tasks : public platform_fixture {
+protected:
+    static long fork(int parent, unsigned long flags, int child)
+    {
+        return platform::run_do_fork(platform::find_task(parent).get(), flags, child);
+    }
+    static void exit(int pid) { platform::run_do_exit(platform::find_task(pid).get(), 0); }
+
+    void SetUp() override
+    {
+        write("program", "");
+        platform::unique_fd fd(::open((root_ / "program").c_str(), O_PATH | O_CLOEXEC));
+        file_ = platform::make_pinned_file(std::move(fd), "/bin/a-program");
+        platform::add_task(10, 1, "a-program-with-a-long-name", file_.get());
+    }
+    platform::file_handle file_;
+};
+
+TEST_F(tasks, ClonesBelongWhereTheirFlagsPutThem)
+{
+    ASSERT_EQ(fork(10, 0, 20), 20);
+    constexpr unsigned long thread = CLONE_VM | CLONE_THREAD | CLONE_SIGHAND;
+    struct {
+        unsigned long flags;
+        int parent;
+        bool shares_mm;
+    } const cases[] = {
+        {0, 20, false},
+        {CLONE_VM, 20, true},
+        {CLONE_PARENT, 10, false},
+        {thread, 10, true},
+        {CLONE_VM | CLONE_VFORK, 20, true},
+    };
+    int child = 30;
+    const platform::task_handle parent = platform::find_task(20);
+    const kernel::mm_ref parent_mm(kernel::get_task_mm(parent.get()));
+    for (const auto& c : cases) {
+        ASSERT_EQ(fork(20, c.flags, ++child), child);
+        EXPECT_EQ(parent_of(child), c.parent) << std::hex << c.flags;
+        const platform::task_handle task = platform::find_task(child);
+        EXPECT_STREQ(kernel::task_comm(task.get()), "a-program-with-");
+        const kernel::mm_ref mm(kernel::get_task_mm(task.get()));
+        EXPECT_EQ(mm.get() == parent_mm.get(), c.shares_mm) << std::hex << c.flags;
+    }
+    EXPECT_EQ(fork(20, 0, child), -11); // the id is taken
+    EXPECT_EQ(platform::add_task(child, 1, "", nullptr), nullptr);
+    EXPECT_EQ(platform::task_count(), 8U);
+}
+
+TEST_F(tasks, OrphansGoToALivingThreadElseToTheFirstTask)
+{
+    ASSERT_EQ(fork(10, 0, 20), 20);
+    ASSERT_EQ(fork(20, CLONE_VM | CLONE_THREAD, 21), 21);
+    ASSERT_EQ(fork(21, 0, 30), 30);
+    ASSERT_EQ(parent_of(30), 21);
+    exit(21);
+    EXPECT_EQ(parent_of(30), 20);
+    exit(20);
+    EXPECT_EQ(parent_of(30), 1);
+    EXPECT_EQ(platform::find_task(20), nullptr);
+    EXPECT_EQ(parent_of(10), 1);
+    EXPECT_EQ(parent_of(1), 1);
+}
+
+TEST_F(tasks, ALineageNeverBecomesACircle)
+{
+    // A second thread whose parent is a child of the first: CLONE_PARENT of a grandchild.
+    ASSERT_EQ(fork(10, CLONE_VM | CLONE_THREAD, 11), 11);
+    ASSERT_EQ(fork(11, 0, 12), 12);
+    ASSERT_EQ(fork(12, CLONE_PARENT, 13), 13);
+    exit(10);
+    exit(11);
+    for (const int pid : {12, 13})
+        EXPECT_EQ(parent_of(pid), 1) << pid;
+}
+
+TEST_F(tasks, AnExecFromAThreadTakesOverItsGroup)
+{
+    ASSERT_EQ(fork(10, CLONE_VM | CLONE_THREAD, 11), 11);
+    ASSERT_EQ(fork(10, 0, 12), 12);
+    const platform::task_handle thread = platform::find_task(11);
+    platform::replace_program(10, 11, nullptr, "new");
+    EXPECT_EQ(platform::find_task(10), thread);
+    EXPECT_EQ(platform::find_task(11), nullptr);
+    EXPECT_EQ(kernel::task_pid(thread.get()), 10);
+    EXPECT_STREQ(kernel::task_comm(thread.get()), "new");
+    EXPECT_EQ(kernel::get_task_mm(thread.get()), nullptr);
+    EXPECT_EQ(parent_of(12), 10);
+    EXPECT_EQ(parent_of(10), 1);
+}
+
+TEST_F(tasks, AHeldTaskOutlivesItsExit)
+{
+    const platform::task_handle driver = platform::find_task(10);
+    kernel::task_struct* held = driver.get();
+    kernel::get_task_struct(held);
+    EXPECT_EQ(platform::live().references, 1U);
+    exit(10);
+    EXPECT_EQ(platform::task_count(), 1U);
+    EXPECT_EQ(kernel::task_pid(held), 10);
+    {
+        const kernel::rcu_guard tree;
+        EXPECT_EQ(kernel::task_pid(kernel::task_parent(held)), 1);
+    }
+    kernel::put_task_struct(held);
+}
+
+TEST_F(tasks, TheTreeIsReadInsideRcuOnlyAndChangedOutside)
+{
+    const platform::task_handle task = platform::find_task(10);
+    EXPECT_DEATH(kernel::task_parent(task.get()), "outside rcu_read_lock");
+    EXPECT_DEATH((kernel::rcu_read_lock(), exit(10)), "inside rcu_read_lock");
+    EXPECT_DEATH(kernel::rcu_read_unlock(), "without rcu_read_lock");
+}
+
+} // namespace

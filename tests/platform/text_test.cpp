@@ -1,0 +1,73 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/kernel/string.h"
+
+namespace {
+
+// The whole table, built from the standard rather than from the function's own ranges.
+TEST(Text, CaseFoldsAsciiAndLatin1LettersOnly)
+{
+    const auto lower = [](int byte) {
+        if (byte >= 'A' && byte <= 'Z')
+            return byte + 32;
+        // ISO 8859-1: the letters A-grave to thorn, without the multiplication sign.
+        return byte >= 192 && byte <= 222 && byte != 215 ? byte + 32 : byte;
+    };
+    for (int a = 1; a < 256; ++a) {
+        for (int b = 1; b < 256; ++b) {
+            const char left[] = {static_cast<char>(a), 'x', '\0'};
+            const char right[] = {static_cast<char>(b), 'X', '\0'};
+            EXPECT_EQ(kernel::strncasecmp(left, right, 2) == 0, lower(a) == lower(b)) << a << " " << b;
+        }
+    }
+}
+
+TEST(Text, CaselessComparisonIsBounded)
+{
+    struct {
+        const char* a;
+        const char* b;
+        std::size_t size;
+        int sign;
+    } const cases[] = {
+        {"a", "b", 0, 0},    {"abc", "ABD", 2, 0},     {"abc", "ABD", 3, -1}, {"ab", "abc", 3, -1},
+        {"abc", "ab", 9, 1}, {"ab\0x", "ab\0y", 4, 0}, {"\xff", "a", 1, 1}, // bytes are unsigned
+    };
+    for (const auto& c : cases) {
+        const int result = kernel::strncasecmp(c.a, c.b, c.size);
+        EXPECT_EQ((result > 0) - (result < 0), c.sign) << c.a << " " << c.b << " " << c.size;
+    }
+}
+
+TEST(Text, NumbersEndWhereTheKernelEndsThem)
+{
+    struct {
+        const char* text;
+        unsigned base;
+        unsigned long value;
+        std::size_t used;
+    } const cases[] = {
+        {"42:", 10, 42, 2},    {"", 10, 0, 0},     {"-1", 10, 0, 0},
+        {" 1", 10, 0, 0},      {"12a", 10, 12, 2}, {"fF0g", 16, 0xff0, 3},
+        {"0x1F", 16, 0x1f, 4}, {"0x1F", 10, 0, 1}, {"18446744073709551617", 10, 1, 20},
+    };
+    for (const auto& c : cases) {
+        char* end = nullptr;
+        EXPECT_EQ(kernel::simple_strtoul(c.text, &end, c.base), c.value) << c.text;
+        EXPECT_EQ(end, c.text + c.used) << c.text;
+    }
+}
+
+TEST(Text, SeparatorsCutOffEmptyFieldsToo)
+{
+    std::string line = "a::b";
+    char* rest = line.data();
+    EXPECT_STREQ(kernel::strsep(&rest, ":"), "a");
+    EXPECT_STREQ(kernel::strsep(&rest, ":"), "");
+    EXPECT_STREQ(kernel::strsep(&rest, ":"), "b");
+    EXPECT_EQ(kernel::strsep(&rest, ":"), nullptr);
+}
+
+} // namespace
