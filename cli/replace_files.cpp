@@ -100,6 +100,7 @@ void replace_files(const std::string& directory, const std::vector<new_file>& fi
         fail(directory);
 
     std::vector<replacement> replacements;
+    replacements.reserve(files.size());
     for (const new_file& file : files)
         replacements.emplace_back(directory, file);
     for (replacement& ready : replacements)
