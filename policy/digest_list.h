@@ -55,10 +55,10 @@ int load_digest_list(const digest_file& source)
         return 1;
 
     constexpr int record_size = sizeof(kernel::u32);
+    // A size that is negative as a 32-bit number holds no records.
     const auto size = static_cast<kernel::s32>(file_size(opened.get()));
     const kernel::s32 records = size / record_size;
-    if (size < record_size || records > source.most_records ||
-        (source.whole_records && size % record_size != 0))
+    if (records > source.most_records || (source.whole_records && size % record_size != 0))
         return 0;
 
     for (kernel::s32 n = 0; n < records; ++n) {
