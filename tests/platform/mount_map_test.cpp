@@ -46,32 +46,32 @@ TEST_F(mount_map, NoPathClimbsOutOfADirectory)
 
 TEST_F(mount_map, MemoryFilesLiveAsLongAsTheMap)
 {
-    platform::mount_memory("/work");
+    platform::mount_memory("/decoded");
     // Permission bits do not keep the engine out: it creates its files with mode 0.
     kernel::file* created =
-        kernel::filp_open("/work/dac_enc", kernel::open_write_only | kernel::open_create, 0);
+        kernel::filp_open("/decoded/dac_enc", kernel::open_write_only | kernel::open_create, 0);
     ASSERT_FALSE(kernel::is_error(created));
     kernel::s64 position = 0;
     EXPECT_EQ(write_at(created, "one two", position), 7);
     kernel::filp_close(created, nullptr);
-    EXPECT_EQ(read_path("/work/dac_enc"), "one two");
-    EXPECT_EQ(platform::memory_file("/work/dac_enc"), "one two");
+    EXPECT_EQ(read_path("/decoded/dac_enc"), "one two");
+    EXPECT_EQ(platform::memory_file("/decoded/dac_enc"), "one two");
 
     kernel::file* emptied =
-        kernel::filp_open("/work/dac_enc", kernel::open_read_write | kernel::open_truncate, 0);
+        kernel::filp_open("/decoded/dac_enc", kernel::open_read_write | kernel::open_truncate, 0);
     EXPECT_EQ(kernel::inode_size(kernel::file_inode(emptied)), 0);
     position = 3;
     EXPECT_EQ(write_at(emptied, "x", position), 1);
     EXPECT_EQ(kernel::inode_size(kernel::file_inode(emptied)), 4);
     kernel::filp_close(emptied, nullptr);
-    EXPECT_EQ(platform::memory_file("/work/dac_enc"), std::string("\0\0\0x", 4));
+    EXPECT_EQ(platform::memory_file("/decoded/dac_enc"), std::string("\0\0\0x", 4));
 
-    EXPECT_EQ(read_path("/work/never_created"), "error -2");
-    EXPECT_TRUE(kernel::is_error(kernel::filp_open("/work/sub/file", kernel::open_create, 0)));
-    EXPECT_EQ(platform::memory_file("/work/sub/file"), std::nullopt);
+    EXPECT_EQ(read_path("/decoded/never_created"), "error -2");
+    EXPECT_TRUE(kernel::is_error(kernel::filp_open("/decoded/sub/file", kernel::open_create, 0)));
+    EXPECT_EQ(platform::memory_file("/decoded/sub/file"), std::nullopt);
     platform::unmount_all();
-    platform::mount_memory("/work");
-    EXPECT_EQ(read_path("/work/dac_enc"), "error -2");
+    platform::mount_memory("/decoded");
+    EXPECT_EQ(read_path("/decoded/dac_enc"), "error -2");
 }
 
 TEST_F(mount_map, ServedTextIsReadOnly)
