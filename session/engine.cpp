@@ -1,0 +1,89 @@
+#include "session/engine.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+
+#include <fmt/format.h>
+
+#include "core/module.h"
+#include "platform/user/files.h"
+#include "platform/user/machine.h"
+#include "platform/user/tasks.h"
+#include "process/process_map.h"
+#include "session/caller.h"
+#include "session/policy_directory.h"
+#include "session/program_file.h"
+#include "session/state_directory.h"
+#include "session/trouble.h"
+
+namespace session {
+
+void check_user(const std::string& user)
+{
+    constexpr std::size_t longest = sorvanic_user_name_size - 1;
+    if (user.size() > longest)
+        throw trouble(
+            fmt::format("user name {} is longer than {} characters, which is all that is recorded; give a "
+                        "shorter one with --user",
+                        printable(user), longest));
+}
+
+engine::engine(const options& wanted)
+{
+    check_user(wanted.user);
+    check_policy_directory(wanted.policy);
+    const std::string state = make_state_directory(wanted.state);
+    open_log(wanted.log.empty() ? state + "/kernel.log" : wanted.log);
+
+    platform::unmount_all();
+    platform::mount_directory("/", "/");
+    platform::mount_directory("/etc/sorvanic", std::filesystem::absolute(wanted.policy).string());
+    // Decoded policy text stays out of every disk, and readable to an unprivileged supervisor.
+    platform::mount_memory("/etc/sorvanic/kernel");
+    platform::mount_directory("/var/log", state + "/log");
+    platform::serve_text("/proc/kallsyms", platform::symbol_text());
+    if (sorvanic_init() != 0)
+        throw trouble(fmt::format("the engine did not start; the kernel log tells why: {}",
+                                  wanted.log.empty() ? state + "/kernel.log" : wanted.log));
+}
+
+engine::~engine()
+{
+    sorvanic_exit();
+    platform::reset_tasks();
+    platform::unmount_all();
+    platform::set_kernel_log({});
+}
+
+void engine::open_log(const std::string& path)
+{
+    if (path == "-")
+        log_.reset(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
+    else
+        log_.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
+    if (!log_)
+        throw trouble(
+            fmt::format("kernel log {}: {}; name another file with --log", path, error_text(errno)));
+    platform::set_kernel_log([fd = log_.get()](std::string_view text) {
+        [[maybe_unused]] const ssize_t written = ::write(fd, text.data(), text.size());
+    });
+}
+
+void engine::add_first_process(pid_t process, const std::string& user)
+{
+    const caller supervisor(getpid());
+    const unique_fd program = supervisor.program();
+    platform::file_handle file;
+    if (program)
+        file = pinned_file(program.get(), path_of(program.get(), supervisor));
+    if (!platform::add_task(process, 1, "sorvanic", file.get()))
+        throw trouble(fmt::format("process id {} is already in the process table", process));
+    if (!user.empty() && sorvanic_kernel_hashmap_module.insert(process, user.c_str()) != 0)
+        throw trouble("no memory to record the login user");
+}
+
+} // namespace session

@@ -1,0 +1,315 @@
+#include "session/lifecycle.h"
+
+#include <sched.h>
+#include <signal.h>
+#include <sys/ptrace.h>
+#include <sys/reg.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "session/exec_verification.h"
+#include "session/filter.h"
+#include "session/trouble.h"
+
+namespace session {
+
+namespace {
+
+constexpr long options = PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC |
+                         PTRACE_O_TRACEEXIT | PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
+
+constexpr int system_call_stop = SIGTRAP | 0x80;
+
+// Kernel-internal results of a call that a signal has interrupted; user space never sees them.
+constexpr long restart_if_handler_agrees = -512; // ERESTARTSYS
+constexpr long restart_always = -513;            // ERESTARTNOINTR
+
+unsigned long event_message(pid_t task)
+{
+    unsigned long message = 0;
+    ptrace(PTRACE_GETEVENTMSG, task, nullptr, &message);
+    return message;
+}
+
+/// The clone flags of the call that the stopped task is in, if it is one that makes tasks.
+std::optional<unsigned long> clone_flags(pid_t task)
+{
+    user_regs_struct registers;
+    if (ptrace(PTRACE_GETREGS, task, nullptr, &registers) != 0)
+        return std::nullopt;
+    switch (registers.orig_rax) {
+    case SYS_clone:
+        return registers.rdi;
+    case SYS_fork:
+        return SIGCHLD;
+    case SYS_vfork:
+        return CLONE_VM | CLONE_VFORK | SIGCHLD;
+    default:
+        return std::nullopt;
+    }
+}
+
+std::string command_name(pid_t task)
+{
+    std::string name;
+    std::getline(std::ifstream(fmt::format("/proc/{}/comm", task)), name);
+    return name;
+}
+
+bool stops_a_group(int signal)
+{
+    return signal == SIGSTOP || signal == SIGTSTP || signal == SIGTTIN || signal == SIGTTOU;
+}
+
+std::string tracing_forbidden(int error)
+{
+    return fmt::format(
+        "the host does not let it trace the command (ptrace: {}); start the session outside of debuggers, "
+        "tracers and other sessions, and see that no container profile and no "
+        "kernel.yama.ptrace_scope=3 forbids ptrace",
+        error_text(error));
+}
+
+} // namespace
+
+lifecycle::lifecycle(pid_t root, pending_execs& pending, refusals& told)
+    : root_(root), pending_(pending), told_(told)
+{
+    if (ptrace(PTRACE_SEIZE, root, nullptr, options) != 0)
+        throw trouble(tracing_forbidden(errno));
+    tracees_[root].born = true;
+}
+
+int lifecycle::run()
+{
+    for (;;) {
+        int status = 0;
+        const pid_t task = waitpid(-1, &status, __WALL);
+        if (task > 0)
+            handle(task, status);
+        else if (errno == ECHILD)
+            return root_status_;
+    }
+}
+
+void lifecycle::end_all()
+{
+    const std::lock_guard guard(lock_);
+    ending_.store(true);
+    for (const auto& [task, of] : tracees_)
+        kill(task, SIGKILL);
+}
+
+void lifecycle::handle(pid_t task, int status)
+{
+    tracee* of;
+    {
+        const std::lock_guard guard(lock_);
+        of = &tracees_[task];
+    }
+    if (!of->born)
+        of->held = status;
+    else if (WIFSTOPPED(status))
+        stopped(task, *of, status);
+    else
+        gone(task, status);
+    if (ending_.load())
+        kill(task, SIGKILL);
+}
+
+void lifecycle::stopped(pid_t task, tracee& of, int status)
+{
+    const int signal = WSTOPSIG(status);
+    switch (status >> 16) {
+    case PTRACE_EVENT_FORK:
+    case PTRACE_EVENT_VFORK:
+    case PTRACE_EVENT_CLONE:
+        fork_done(task, clone_flags(task).value_or(0));
+        resume(task, of);
+        break;
+    case PTRACE_EVENT_EXEC:
+        exec_done(task);
+        break;
+    case PTRACE_EVENT_EXIT:
+        exiting(task, of);
+        break;
+    case PTRACE_EVENT_STOP:
+        if (stops_a_group(signal))
+            ptrace(PTRACE_LISTEN, task, nullptr, nullptr);
+        else
+            resume(task, of);
+        break;
+    default:
+        if (signal == system_call_stop)
+            system_call(task, of);
+        else
+            signal_delivery(task, of, signal);
+    }
+}
+
+// Failing (ESRCH) means that the task is being killed: its exit is reported next.
+void lifecycle::resume(pid_t task, const tracee& of, int signal)
+{
+    ptrace(of.watch ? PTRACE_SYSCALL : PTRACE_CONT, task, nullptr, signal);
+}
+
+void lifecycle::fork_done(pid_t parent, unsigned long flags)
+{
+    // A parent that has been killed in its stop gives no message; its exit tells.
+    if (const auto child = static_cast<pid_t>(event_message(parent)))
+        birth(parent, flags, child);
+}
+
+void lifecycle::birth(pid_t parent, unsigned long flags, pid_t child)
+{
+    tracee* of;
+    {
+        const std::lock_guard guard(lock_);
+        of = &tracees_[child];
+    }
+    if (of->born)
+        return;
+    // The id may have belonged to a task whose end the host did not report.
+    leave_table(child, 0);
+    if (const platform::task_handle task = platform::find_task(parent))
+        platform::run_do_fork(task.get(), flags, child);
+    of->born = true;
+    if (const auto held = std::exchange(of->held, std::nullopt))
+        handle(child, *held);
+}
+
+// A task that is killed while it makes another one does not report the birth.
+void lifecycle::unreported_births(pid_t parent)
+{
+    const auto flags = clone_flags(parent);
+    if (!flags)
+        return;
+    std::ifstream children(fmt::format("/proc/{0}/task/{0}/children", parent));
+    std::vector<pid_t> born;
+    for (pid_t child = 0; children >> child;)
+        born.push_back(child);
+    std::error_code error;
+    if ((*flags & CLONE_THREAD) != 0) {
+        for (const auto& entry :
+             std::filesystem::directory_iterator(fmt::format("/proc/{}/task", parent), error))
+            born.push_back(std::stoi(entry.path().filename()));
+    }
+    for (const pid_t child : born)
+        birth(parent, *flags, child);
+}
+
+void lifecycle::exec_done(pid_t process)
+{
+    // An exec ends all other threads, and the thread that called it takes over the leader's id.
+    const auto former = static_cast<pid_t>(event_message(process));
+    if (former == 0)
+        return; // being killed
+    tracee* of;
+    {
+        const std::lock_guard guard(lock_);
+        if (former != process) {
+            tracees_[process] = std::move(tracees_[former]);
+            tracees_[process].born = true;
+            tracees_.erase(former);
+        }
+        of = &tracees_[process];
+    }
+
+    exec_outcome outcome = verify_exec(process, former, pending_);
+    platform::replace_program(process, former, outcome.program.get(), command_name(process));
+    if (outcome.watch || !of->watch || !of->watch->outlives_exec())
+        of->watch = std::move(outcome.watch);
+    if (outcome.refused)
+        kill_refused(process, *outcome.refused);
+    else
+        resume(process, *of);
+}
+
+void lifecycle::system_call(pid_t process, tracee& of)
+{
+    if (of.watch) {
+        if (const auto refused = of.watch->at_system_call()) {
+            kill_refused(process, *refused);
+            return;
+        }
+        if (of.watch->finished())
+            of.watch.reset();
+    }
+    resume(process, of);
+}
+
+// A signal that finds an exec call still waiting to be taken up makes the kernel give the call
+// up and, depending on the signal's handler, not restart it. Without a session an exec is never
+// interrupted, so it is always restarted.
+void lifecycle::signal_delivery(pid_t task, const tracee& of, int signal)
+{
+    constexpr auto offset = [](int number) { return static_cast<long>(sizeof(long)) * number; };
+    errno = 0;
+    const long result = ptrace(PTRACE_PEEKUSER, task, offset(RAX), nullptr);
+    if (errno == 0 && result == restart_if_handler_agrees &&
+        is_decided(ptrace(PTRACE_PEEKUSER, task, offset(ORIG_RAX), nullptr)))
+        ptrace(PTRACE_POKEUSER, task, offset(RAX), restart_always);
+    resume(task, of, signal);
+}
+
+void lifecycle::exiting(pid_t task, tracee& of)
+{
+    unreported_births(task);
+    leave_table(task, static_cast<long>(event_message(task)));
+    of.exited = true;
+    of.watch.reset();
+    resume(task, of);
+}
+
+void lifecycle::gone(pid_t task, int status)
+{
+    bool exited;
+    {
+        const std::lock_guard guard(lock_);
+        exited = tracees_.at(task).exited;
+        tracees_.erase(task);
+    }
+    if (!exited)
+        leave_table(task, status);
+    if (task != root_)
+        return;
+    root_status_ = status;
+    root_ended_.store(true);
+    announce_rest();
+}
+
+void lifecycle::leave_table(pid_t task, long code)
+{
+    pending_.take(task);
+    if (const platform::task_handle leaving = platform::find_task(task))
+        platform::run_do_exit(leaving.get(), code);
+}
+
+void lifecycle::kill_refused(pid_t process, const std::string& path)
+{
+    told_.add(path, process, true);
+    // The second way serves a supervisor that may not signal the user that the process runs as.
+    if (kill(process, SIGKILL) != 0)
+        ptrace(PTRACE_KILL, process, nullptr, nullptr);
+}
+
+void lifecycle::announce_rest() const
+{
+    const std::lock_guard guard(lock_);
+    if (!tracees_.empty() && isatty(STDERR_FILENO) != 0)
+        say("the command has ended; waiting for what it has left running (Ctrl-C ends that)");
+}
+
+} // namespace session

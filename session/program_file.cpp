@@ -1,0 +1,115 @@
+#include "session/program_file.h"
+
+#include <fcntl.h>
+#include <linux/limits.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <string_view>
+
+#include <fmt/format.h>
+
+namespace session {
+
+namespace {
+
+constexpr std::int64_t nanoseconds = 1'000'000'000;
+
+unique_fd reopen(int fd)
+{
+    // A file that may be executed is regular: no open of one blocks for long or acts on a device.
+    return unique_fd(::open(fmt::format("/proc/self/fd/{}", fd).c_str(), O_RDONLY | O_CLOEXEC));
+}
+
+std::int64_t coarse_now()
+{
+    timespec now;
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return now.tv_sec * nanoseconds + now.tv_nsec;
+}
+
+} // namespace
+
+file_identity identity_of(int fd)
+{
+    struct stat about;
+    if (fstat(fd, &about) != 0)
+        return {};
+    return {about.st_dev, about.st_ino, about.st_ctim.tv_sec, about.st_ctim.tv_nsec};
+}
+
+file_identity settled_identity(int fd)
+{
+    timespec resolution;
+    clock_getres(CLOCK_REALTIME_COARSE, &resolution);
+    const std::int64_t tick = resolution.tv_sec * nanoseconds + resolution.tv_nsec;
+    for (int waits = 0; waits < 4; ++waits) {
+        const file_identity identity = identity_of(fd);
+        const std::int64_t age =
+            coarse_now() - (identity.change_seconds * nanoseconds + identity.change_nanoseconds);
+        if (age < -tick || age >= tick)
+            return identity;
+        const timespec wait = {0, tick};
+        nanosleep(&wait, nullptr);
+    }
+    return {0, 0, 0, -1};
+}
+
+bool may_execute(int fd)
+{
+    struct stat about;
+    return fstat(fd, &about) == 0 && S_ISREG(about.st_mode) &&
+           syscall(SYS_faccessat2, fd, "", X_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
+}
+
+bool may_read(int fd)
+{
+    return syscall(SYS_faccessat2, fd, "", R_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
+}
+
+seen_path path_of(int fd, const caller& who)
+{
+    const auto text_of = [](int of) -> std::string {
+        char text[PATH_MAX];
+        const ssize_t size = readlink(fmt::format("/proc/self/fd/{}", of).c_str(), text, sizeof text);
+        return size < 0 ? std::string() : std::string(text, static_cast<std::size_t>(size));
+    };
+    seen_path path{text_of(fd), false};
+    if (path.text.empty())
+        return {"/" + std::string(PATH_MAX, '?'), false};
+
+    constexpr std::string_view suffix = " (deleted)";
+    if (path.text.ends_with(suffix)) {
+        // Or the file really is called that.
+        struct stat named;
+        struct stat pinned;
+        path.deleted = lstat(path.text.c_str(), &named) != 0 || fstat(fd, &pinned) != 0 ||
+                       named.st_ino != pinned.st_ino || named.st_dev != pinned.st_dev;
+        if (path.deleted)
+            path.text.resize(path.text.size() - suffix.size());
+    }
+
+    const unique_fd root = who.root();
+    const std::string root_text = root ? text_of(root.get()) : "/";
+    if (root_text.size() > 1 && path.text.starts_with(root_text + "/"))
+        path.text.erase(0, root_text.size());
+    return path;
+}
+
+platform::file_handle pinned_file(int fd, const seen_path& path)
+{
+    return platform::make_pinned_file(unique_fd(fcntl(fd, F_DUPFD_CLOEXEC, 0)), path.text, path.deleted);
+}
+
+std::array<char, program_head_size> read_head(int fd)
+{
+    std::array<char, program_head_size> head = {};
+    const unique_fd file = reopen(fd);
+    if (file && pread(file.get(), head.data(), head.size(), 0) < 0)
+        head = {};
+    return head;
+}
+
+} // namespace session

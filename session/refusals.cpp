@@ -1,0 +1,22 @@
+#include "session/refusals.h"
+
+#include <fstream>
+
+#include <fmt/format.h>
+
+#include "session/trouble.h"
+
+namespace session {
+
+void refusals::add(const std::string& path, pid_t task, bool killed)
+{
+    count_.fetch_add(1, std::memory_order_relaxed);
+    if (!shown_)
+        return;
+    std::string command;
+    std::getline(std::ifstream(fmt::format("/proc/{}/comm", task)), command);
+    say(fmt::format("refused: {} (pid {}, {}){}", printable(path), task, printable(command),
+                    killed ? ", ended: it came in the place of another program" : ""));
+}
+
+} // namespace session

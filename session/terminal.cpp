@@ -1,0 +1,79 @@
+#include "session/terminal.h"
+
+#include <cstddef>
+#include <utility>
+
+namespace session {
+
+namespace {
+
+sigset_t taken_signals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP})
+        sigaddset(&set, number);
+    return set;
+}
+
+void no_operation(int)
+{
+}
+
+} // namespace
+
+supervisor_signals::supervisor_signals()
+{
+    const std::pair<int, void (*)(int)> wanted[] = {
+        {SIGTTOU, SIG_IGN},
+        {SIGTTIN, SIG_IGN},
+        {SIGPIPE, SIG_IGN},
+        // Ignored, it would make the kernel drop the command's exit status.
+        {SIGCHLD, SIG_DFL},
+        {wake_signal, no_operation},
+    };
+    for (std::size_t i = 0; i < std::size(wanted); ++i) {
+        struct sigaction action = {};
+        action.sa_handler = wanted[i].second; // without SA_RESTART
+        changed_[i].number = wanted[i].first;
+        sigaction(wanted[i].first, &action, &changed_[i].found);
+    }
+    const sigset_t taken = taken_signals();
+    pthread_sigmask(SIG_BLOCK, &taken, &found_mask_);
+}
+
+supervisor_signals::~supervisor_signals()
+{
+    restore();
+}
+
+void supervisor_signals::restore() const
+{
+    for (const changed& one : changed_)
+        sigaction(one.number, &one.found, nullptr);
+    pthread_sigmask(SIG_SETMASK, &found_mask_, nullptr);
+}
+
+signal_watch::signal_watch(std::function<void(const siginfo_t&)> handle)
+    : thread_([this, handle = std::move(handle)] {
+          const sigset_t taken = taken_signals();
+          for (;;) {
+              siginfo_t info;
+              if (sigwaitinfo(&taken, &info) < 0)
+                  continue;
+              if (ended_.load())
+                  return;
+              handle(info);
+          }
+      })
+{
+}
+
+signal_watch::~signal_watch()
+{
+    ended_.store(true);
+    pthread_kill(thread_.native_handle(), SIGHUP);
+    thread_.join();
+}
+
+} // namespace session

@@ -1,0 +1,56 @@
+#ifndef SORVANIC_SESSION_TERMINAL_H
+#define SORVANIC_SESSION_TERMINAL_H
+
+#include <signal.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+// Signals of the supervisor itself. It shares the command's process group, so the terminal sends
+// it what is meant for the command.
+
+namespace session {
+
+/// Holds the calling process's signals as a supervisor needs them, from construction to
+/// destruction: SIGINT, SIGQUIT, SIGTERM and SIGHUP are blocked (signal_watch takes them),
+/// SIGTTOU, SIGTTIN and SIGPIPE ignored, SIGCHLD is the default, and `wake_signal` interrupts a
+/// blocking call and does nothing else. SIGTSTP stays as it was.
+class supervisor_signals {
+public:
+    supervisor_signals();
+    ~supervisor_signals();
+    supervisor_signals(const supervisor_signals&) = delete;
+    supervisor_signals& operator=(const supervisor_signals&) = delete;
+
+    /// Puts everything back as it was found. Safe in a forked child.
+    void restore() const;
+
+    static constexpr int wake_signal = SIGURG;
+
+private:
+    struct changed {
+        int number;
+        struct sigaction found;
+    };
+    changed changed_[5];
+    sigset_t found_mask_;
+};
+
+/// A thread that takes the supervisor's blocked signals and hands each to `handle`, on its own
+/// thread, until destruction.
+class signal_watch {
+public:
+    explicit signal_watch(std::function<void(const siginfo_t&)> handle);
+    ~signal_watch();
+    signal_watch(const signal_watch&) = delete;
+    signal_watch& operator=(const signal_watch&) = delete;
+
+private:
+    std::atomic<bool> ended_{false};
+    std::thread thread_;
+};
+
+} // namespace session
+
+#endif

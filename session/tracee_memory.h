@@ -1,0 +1,28 @@
+#ifndef SORVANIC_SESSION_TRACEE_MEMORY_H
+#define SORVANIC_SESSION_TRACEE_MEMORY_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+// Reading a supervised task's memory. All of it is the task's own word: it may change while it
+// is read, and only what the kernel does with it counts.
+
+namespace session {
+
+/// The text at `address`, without its terminator; nothing when memory ends first, when it may
+/// not be read, or when the first `limit` bytes hold no terminator.
+std::optional<std::string> read_text(pid_t task, std::uint64_t address, std::size_t limit);
+
+/// The program name that the kernel gave the task's present program (AT_EXECFN), or nothing.
+std::optional<std::string> program_name(pid_t process);
+
+/// The first `limit` bytes of the arguments of the task's present program, each with its terminator.
+std::string program_arguments(pid_t process, std::size_t limit);
+
+} // namespace session
+
+#endif
