@@ -92,16 +92,31 @@ TEST_F(memory, SleepingInAtomicContextIsFatal)
     kernel::kfree(kernel::kmalloc(8, kernel::GFP_ATOMIC));
 }
 
+// Wrong on purpose, so not under clang's analysis.
+void release_unheld(int which) K_NO_THREAD_SAFETY_ANALYSIS
+{
+    kernel::spinlock_t spinlock = {};
+    kernel::rwlock_t rwlock = {};
+    if (which == 0)
+        kernel::_spin_unlock(&spinlock);
+    else if (which == 1)
+        kernel::_read_unlock(&rwlock);
+    else
+        kernel::_write_unlock(&rwlock);
+}
+
+TEST_F(memory, ReleasingALockThatIsNotHeldIsFatal)
+{
+    EXPECT_DEATH(release_unheld(0), "nobody holds");
+    EXPECT_DEATH(release_unheld(1), "no reader holds");
+    EXPECT_DEATH(release_unheld(2), "no writer holds");
+}
+
 TEST_F(memory, WhatAThreadLeavesBehindIsFatal)
 {
     EXPECT_DEATH((kernel::set_fs(kernel::KERNEL_DS), platform::assert_thread_clean()), "KERNEL_DS");
     EXPECT_DEATH((kernel::rcu_read_lock(), platform::assert_thread_clean()), "rcu_read_lock");
     EXPECT_DEATH((kernel::preempt_disable(), platform::assert_thread_clean()), "preemption");
-    kernel::spinlock_t lock = {};
-    EXPECT_DEATH((kernel::_spin_unlock(&lock)), "nobody holds");
-    kernel::rwlock_t rwlock = {};
-    EXPECT_DEATH((kernel::_read_unlock(&rwlock)), "no reader holds");
-    EXPECT_DEATH((kernel::_write_unlock(&rwlock)), "no writer holds");
 }
 
 } // namespace
