@@ -60,6 +60,13 @@ TEST_F(policy, each_operation_reaches_every_table)
     EXPECT_EQ(active(), "-------23250"); // status values have one copy only
     EXPECT_EQ(sorvanic_kernel_policy_module.sync(), 0);
     EXPECT_EQ(active(), "bwsdcpu23250");
+    sorvanic_kernel_policy_module.load();
+    EXPECT_EQ(sorvanic_kernel_policy_module.unload(), 0);
+    EXPECT_EQ(active(), "bwsdcpu11048");
+    sorvanic_kernel_policy_module.sync();
+    EXPECT_EQ(active(), "-------11048");
+    EXPECT_EQ(sorvanic_kernel_policy_module.reload(), 0);
+    EXPECT_EQ(active(), "bwsdcpu23250");
     EXPECT_EQ(sorvanic_kernel_policy_module.destroy(), 0);
     EXPECT_EQ(active(), "-------23250");
     EXPECT_EQ(sorvanic_kernel_policy_module.init(), 0);
