@@ -56,7 +56,7 @@ int sorvanic_kernel_hook_module_inside_inode_create(inode*, dentry* entry, int)
     const call_in_flight gate;
     if (decide(entry, may_write, file_operation::create) != 0)
         return -1;
-    sorvanic_filter_install_executablefile(entry, 1, install_code_created);
+    sorvanic_filter_install_executablefile(entry, install_code, install_origin_created);
     return 0;
 }
 
@@ -105,7 +105,7 @@ int sorvanic_kernel_hook_module_inside_inode_setattr(dentry* entry, iattr* attri
     const call_in_flight gate;
     const u32 mode = iattr_mode(attributes);
     if (is_regular_file(mode) && (mode & any_execute_bit) != 0)
-        sorvanic_filter_install_executablefile(entry, 1, install_code_attributes);
+        sorvanic_filter_install_executablefile(entry, install_code, install_origin_attributes);
     return 0;
 }
 

@@ -2,16 +2,21 @@
 
 #include "digest/digest_key.h"
 #include "digest/file_digest.h"
+#include "enforce/install_log.h"
+#include "enforce/install_tracking.h"
 #include "platform/kernel/binprm.h"
 #include "platform/kernel/printk.h"
 #include "platform/kernel/scoped.h"
+#include "platform/kernel/string.h"
 #include "policy/blacklist.h"
 #include "policy/installctl.h"
 #include "policy/modlctl.h"
 #include "policy/sprolist.h"
 #include "policy/statusctl.h"
+#include "policy/uactivate.h"
 #include "policy/whitelist.h"
 #include "policy/workdir.h"
+#include "process/process_map.h"
 #include "process/process_name.h"
 
 using namespace kernel;
@@ -25,18 +30,27 @@ static const char* const sorvanic_default_super_proc[] = {
 
 namespace {
 
+/// What a user who has not set a password yet needs to log in and to set one.
+constexpr const char* login_programs[] = {
+    "/usr/sbin/sshd", "/sbin/unix_chkpwd", "/bin/bash", "/bin/sh", "/usr/local/bin/bash", "/bin/login",
+};
+constexpr const char* password_program = "/usr/bin/passwd";
 constexpr const char* session_switcher = "/usr/bin/gdmflexiserver";
 constexpr int ancestry_levels = 3; // the caller, its parent, its grandparent
 
 /// What a step of the check says.
 enum class step {
-    go_on,  ///< not decided here
-    allow,  ///< the program runs
-    refuse, ///< it does not, unless the system only observes
+    go_on,         ///< not decided here
+    allow,         ///< the program runs
+    refuse,        ///< it does not, unless the system only observes
+    refuse_always, ///< it does not
 };
 
 /// One exec under decision.
 struct exec_case {
+    linux_binprm* bprm;
+    s32 system_status;
+    s32 install_status;
     const char* path; ///< the program's absolute path
     u32 key;          ///< its digest key, once taken
 };
@@ -58,7 +72,92 @@ bool leads(const char* path, const char* entry)
     return strncasecmp(path, entry, strlen(path)) == 0;
 }
 
-step product_tools(const exec_case& exec)
+/// The other way round: whether `path` is `entry` or goes on from there, in whatever way.
+bool begins_with(const char* path, const char* entry)
+{
+    return strncasecmp(path, entry, strlen(entry)) == 0;
+}
+
+bool is_login_program(const char* path)
+{
+    for (const char* program : login_programs)
+        if (begins_with(path, program))
+            return true;
+    return false;
+}
+
+/// Keeps a user who must set a password to the programs for that. Refuses without a sign; what
+/// it lets pass is still to be decided.
+step first_login(exec_case& exec)
+{
+    if (exec.system_status == system_status_observing)
+        return step::go_on;
+    char user[sorvanic_user_name_size] = {};
+    u32 state = first_login_cleared;
+    if (sorvanic_kernel_hashmap_module.search(task_pid(current_task()), user) != 0 ||
+        sorvanic_kernel_uactivate_module.search(user, &state) != 0 || state == first_login_cleared)
+        return step::go_on;
+
+    if (is_login_program(exec.path))
+        return step::go_on;
+    if (!begins_with(exec.path, password_program))
+        return step::refuse;
+    if (state == first_login_pending)
+        sorvanic_kernel_uactivate_module.update(user, first_login_changing);
+    return step::go_on;
+}
+
+s32 parent_pid(const task_struct* task)
+{
+    const rcu_guard tree;
+    return task_pid(task_parent(task));
+}
+
+/// Opens an install phase when this is the start of the installer. An installer that process 1
+/// starts opens none: its launcher is the number that stands for nobody.
+step record_installer(exec_case& exec)
+{
+    if (exec.install_status != installations_permitted)
+        return step::go_on;
+    const char* name = strrchr(bprm_filename(exec.bprm), '/');
+    if (name == nullptr || strcmp(name + 1, sorvanic_super_proc.name) != 0)
+        return step::go_on;
+
+    const s32 installer = task_pid(current_task());
+    const auto launcher = static_cast<u32>(parent_pid(current_task()));
+    u32 recorded = no_launcher;
+    if (sorvanic_super_proc.launcher_pid.compare_exchange_strong(recorded, launcher,
+                                                                 std::memory_order_relaxed)) {
+        sorvanic_super_proc.installer_pid.store(static_cast<u32>(installer), std::memory_order_relaxed);
+        printk("[%s] load success,pid [%d]\n", sorvanic_super_proc.name, installer);
+    } else {
+        printk("[%s] load faild,other install exist\n", sorvanic_super_proc.name);
+    }
+    return step::go_on;
+}
+
+bool has_address_space(task_struct* task)
+{
+    const mm_ref mm(get_task_mm(task));
+    return mm.get() != nullptr;
+}
+
+step allow_and_log(const exec_case& exec)
+{
+    sorvanic_write_local_exec_log(bprm_file(exec.bprm), exec.path);
+    return step::allow;
+}
+
+/// What this installation brought in runs inside it, whatever the lists say.
+step installed_program(exec_case& exec)
+{
+    if (has_current_install_mark(file_inode(bprm_file(exec.bprm))) && has_address_space(current_task()) &&
+        inside_installation())
+        return allow_and_log(exec);
+    return step::go_on;
+}
+
+step product_tools(exec_case& exec)
 {
     for (const char* tool : sorvanic_default_super_proc)
         if (leads(exec.path, tool))
@@ -66,7 +165,20 @@ step product_tools(const exec_case& exec)
     return step::go_on;
 }
 
-step black_list(const exec_case& exec)
+step switching_sessions(exec_case& exec)
+{
+    return leads(exec.path, session_switcher) ? step::refuse_always : step::go_on;
+}
+
+/// The lists from here on know the program by its digest. It is taken no earlier: what was
+/// decided above costs no reading of files.
+step take_digest(exec_case& exec)
+{
+    exec.key = key_of_file(exec.path);
+    return step::go_on;
+}
+
+step black_list(exec_case& exec)
 {
     if (sorvanic_kernel_blacklist_module.search(&exec.key) != 0)
         return step::go_on;
@@ -74,7 +186,7 @@ step black_list(const exec_case& exec)
     return step::refuse;
 }
 
-step work_directories(const exec_case& exec)
+step work_directories(exec_case& exec)
 {
     if (sorvanic_kernel_workdir_module.search(exec.path) != 0)
         return step::go_on;
@@ -107,8 +219,10 @@ bool is_super_process(task_struct* task, int level, u32 key_of_new_program)
     return listed;
 }
 
-step super_process_lineage(const exec_case& exec)
+step super_process_lineage(exec_case& exec)
 {
+    if (super_process_list_is_empty())
+        return step::go_on; // and no ancestor's program is read
     task_struct* task = current_task();
     get_task_struct(task);
     step answer = step::go_on;
@@ -128,16 +242,32 @@ step super_process_lineage(const exec_case& exec)
     return answer;
 }
 
-step white_list(const exec_case& exec)
+step white_list(exec_case& exec)
 {
     return sorvanic_kernel_whitelist_module.search(&exec.key) != 1 ? step::allow : step::go_on;
 }
 
-step decide_by_lists(exec_case& exec)
+step unlisted_inside_installation(exec_case& exec)
 {
-    exec.key = key_of_file(exec.path);
-    constexpr step (*steps[])(const exec_case&) = {black_list, work_directories, super_process_lineage,
-                                                   white_list};
+    return inside_installation() ? allow_and_log(exec) : step::go_on;
+}
+
+/// The first step that does not go on decides; a program that nobody knows is refused.
+step decide(exec_case& exec)
+{
+    constexpr step (*steps[])(exec_case&) = {
+        first_login,
+        record_installer,
+        installed_program,
+        product_tools,
+        switching_sessions,
+        take_digest,
+        black_list,
+        work_directories,
+        super_process_lineage,
+        white_list,
+        unlisted_inside_installation,
+    };
     for (const auto ask : steps)
         if (const step answer = ask(exec); answer != step::go_on)
             return answer;
@@ -155,16 +285,18 @@ int sorvanic_kernel_hook_inside_bprm_check_security(linux_binprm* bprm)
     if (!is_object(place.dentry))
         return 0;
 
-    const int system_status = sorvanic_kernel_statusctl_module.getstatus();
+    exec_case exec = {};
+    exec.bprm = bprm;
+    exec.system_status = sorvanic_kernel_statusctl_module.getstatus();
+    exec.install_status = sorvanic_kernel_installctl_module.getstatus();
     if (sorvanic_kernel_modlctl_module.getstatus(modl_switch_execution) != modl_switch_on)
         return 0;
-    if (system_status == system_status_off)
+    if (exec.system_status == system_status_off)
         return 0;
 
     const kmem<char> buffer(sorvanic_path_size);
     if (!buffer)
         return 0;
-    exec_case exec = {};
     {
         const path_ref held(place);
         exec.path = d_path(held.get(), buffer.get(), sorvanic_path_size);
@@ -172,13 +304,8 @@ int sorvanic_kernel_hook_inside_bprm_check_security(linux_binprm* bprm)
     if (!is_object(exec.path))
         return 0;
 
-    step answer = product_tools(exec);
-    if (answer == step::go_on) {
-        if (leads(exec.path, session_switcher))
-            return -1; // past the exit below: refused while observing, too
-        answer = decide_by_lists(exec);
-    }
-    if (answer == step::refuse && system_status != system_status_observing)
-        return -1;
-    return 0;
+    const step answer = decide(exec);
+    if (answer == step::refuse && exec.system_status == system_status_observing)
+        return 0;
+    return answer == step::allow ? 0 : -1;
 }

@@ -49,10 +49,9 @@ int sorvanic_kernel_hook_dentry_has_permission(kernel::task_struct* task, kernel
     return entry == refused_entry ? 5 : 0; // any value but 0 refuses
 }
 
-int sorvanic_filter_install_executablefile(kernel::dentry*, int mode, int code)
+void sorvanic_filter_install_executablefile(kernel::dentry*, kernel::u32 code, kernel::s32 origin)
 {
-    asked.push_back("install " + std::to_string(mode) + " " + std::to_string(code));
-    return 0;
+    asked.push_back("install " + std::to_string(code) + " " + std::to_string(origin));
 }
 
 int sorvanic_common_task_avoid_kill(kernel::task_struct*, kernel::siginfo*, int signal, kernel::u32)

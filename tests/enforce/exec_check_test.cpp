@@ -7,6 +7,7 @@
 #include "platform/user/faults.h"
 #include "platform/user/machine.h"
 #include "platform/user/tasks.h"
+#include "policy/sprolist.h"
 #include "tests/support/machine.h"
 
 namespace {
@@ -168,10 +169,25 @@ TEST(exec_check, an_unreadable_program_has_key_zero)
     EXPECT_TRUE(platform::fault_fired());
 }
 
+TEST(exec_check, no_ancestor_is_read_while_nothing_is_a_super_process)
+{
+    exec_machine m;
+    m.enforce();
+    ASSERT_EQ(m.load(), 0);
+    platform::fail_call(platform::fault::open, 2);
+    EXPECT_EQ(m.exec(10, "/bin/other"), -1);
+    EXPECT_FALSE(platform::fault_fired()) << "only the program is opened";
+    m.keys("supertrustfile", {key_of("/bin/daemon")});
+    platform::fail_call(platform::fault::open, 0);
+    sorvanic_kernel_sprolist_module.reload();
+    EXPECT_EQ(m.exec(10, "/bin/other"), 0);
+}
+
 TEST(exec_check, what_it_cannot_get_lets_the_program_run)
 {
     exec_machine m;
     m.enforce();
+    m.keys("supertrustfile", {key_of("nobody's")});
     ASSERT_EQ(m.load(), 0);
     EXPECT_EQ(m.exec(10, "/bin/absent"), 0) << "no file object";
     platform::fail_call(platform::fault::allocation, 1);

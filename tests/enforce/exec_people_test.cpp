@@ -1,0 +1,225 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/user/faults.h"
+#include "policy/uactivate.h"
+#include "process/process_map.h"
+#include "tests/enforce/install_machine.h"
+
+// The execution check's steps around the lists: who runs a program, and during what.
+
+namespace {
+
+using support::key_of;
+
+kernel::u32 state_of(const char* user)
+{
+    kernel::u32 state = 9;
+    sorvanic_kernel_uactivate_module.search(user, &state);
+    return state;
+}
+
+TEST(exec_people, a_user_who_must_set_a_password_runs_nothing_else)
+{
+    // All programs are on the white list, but for this one and "/bin/sh".
+    constexpr const char* unlisted = "/usr/bin/passwd2";
+    const struct {
+        const char* system_status;
+        const char* user; // of the caller; "": no record
+        kernel::u32 state;
+        const char* path;
+        int result;
+        kernel::u32 state_after;
+    } cases[] = {
+        {"3", "operator", 0, "/bin/other", -1, 0},
+        {"3", "operator", 1, "/bin/other", -1, 1},
+        {"3", "operator", 2, "/bin/other", 0, 2},
+        {"3", "Operator", 0, "/bin/other", -1, 0},
+        {"3", "guest", 0, "/bin/other", 0, 0},
+        {"3", "", 0, "/bin/other", 0, 0},
+        {"0", "operator", 0, "/bin/other", -1, 0},
+        {"4", "operator", 0, "/bin/other", -1, 0},
+        {"2", "operator", 0, "/bin/other", 0, 0},
+        {"1", "operator", 0, "/bin/other", 0, 0},
+        {"3", "operator", 0, "/usr/sorvanic/sorvagent", -1, 0}, // a product tool
+        {"3", "operator", 0, "/bin/black", -1, 0},              // and no line about the black list
+        {"3", "operator", 0, "/usr/sbin/sshd", 0, 0},
+        {"3", "operator", 0, "/sbin/unix_chkpwd", 0, 0},
+        {"3", "operator", 0, "/bin/BASH", 0, 0},
+        {"3", "operator", 0, "/bin/sha1sum", 0, 0}, // begins with "/bin/sh"
+        {"3", "operator", 0, "/usr/local/bin/bash", 0, 0},
+        {"3", "operator", 0, "/bin/login", 0, 0},
+        {"3", "operator", 0, "/bin/logi", -1, 0},
+        {"3", "operator", 0, "/bin/sh", -1, 0}, // goes on, and is on no list
+        {"3", "operator", 0, "/usr/bin/passwd", 0, 1},
+        {"3", "operator", 1, "/usr/bin/passwd", 0, 1},
+        {"3", "operator", 0, "/usr/bin/PASSWD", 0, 1},
+        {"3", "operator", 0, "/usr/bin/passw", -1, 0},
+        {"3", "operator", 0, unlisted, -1, 1}, // refused later, and moved all the same
+        {"2", "operator", 0, "/usr/bin/passwd", 0, 0},
+    };
+    install_machine m;
+    m.encoded("platuser", "operator\n");
+    m.keys("blacklist", {key_of("/bin/black")});
+    std::vector<std::uint32_t> white;
+    for (const auto& c : cases) {
+        m.write(c.path, c.path);
+        if (c.path != unlisted && std::string(c.path) != "/bin/sh")
+            white.push_back(key_of(c.path));
+    }
+    m.keys("whitelist", white);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.system_status) + " " + c.user + std::to_string(c.state) + " " + c.path);
+        m.enforce(c.system_status);
+        ASSERT_EQ(m.load(), 0);
+        sorvanic_kernel_uactivate_module.update("operator", c.state);
+        if (c.user[0] != '\0')
+            sorvanic_kernel_hashmap_module.insert(20, c.user);
+        EXPECT_EQ(m.run(20, c.path), c.result);
+        EXPECT_EQ(state_of("operator"), c.state_after);
+        EXPECT_EQ(m.log(), "");
+        m.unload();
+    }
+}
+
+TEST(exec_people, the_installer_is_known_by_its_exact_name_behind_a_slash)
+{
+    const std::string success = "[sorvall] load success,pid [20]\n";
+    const struct {
+        const char* install_status;
+        const char* filename;
+        std::string log;
+        kernel::u32 launcher;
+    } cases[] = {
+        {"2", "./sorvall", success, 10}, {"2", "/opt/dir/sorvall", success, 10},
+        {"2", "/sorvall", success, 10},  {"2", "sorvall", "", 1},
+        {"2", "./Sorvall", "", 1},       {"2", "./sorvall2", "", 1},
+        {"2", "./sorval", "", 1},        {"2", "sorvall/x", "", 1},
+        {"2", "./sorvall/", "", 1},      {"1", "./sorvall", "", 1},
+        {"3", "./sorvall", "", 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.install_status) + " " + c.filename);
+        install_machine m;
+        m.encoded("installlabel", c.install_status);
+        ASSERT_EQ(m.load(), 0);
+        EXPECT_EQ(m.run(20, "/opt/unknown", c.filename), -1) << "recording it is not allowing it";
+        EXPECT_EQ(m.log(), c.log);
+        EXPECT_EQ(sorvanic_super_proc.launcher_pid, c.launcher);
+        EXPECT_EQ(sorvanic_super_proc.installer_pid, c.launcher == 1 ? 1u : 20u);
+    }
+}
+
+TEST(exec_people, one_installer_at_a_time_and_none_below_process_1)
+{
+    install_machine m;
+    m.enforce("2"); // observing makes no difference to it
+    ASSERT_EQ(m.load(), 0);
+    EXPECT_EQ(m.run(50, "/opt/sorvall"), 0);
+    EXPECT_EQ(m.log(), "[sorvall] load success,pid [50]\n");
+    EXPECT_EQ(m.create(52, "/one/52"), 0);
+    EXPECT_EQ(m.install_log(), "") << "a launcher of 1 is nobody";
+
+    EXPECT_EQ(m.run(20, "/opt/sorvall"), 0);
+    EXPECT_EQ(m.log(), "[sorvall] load success,pid [20]\n");
+    EXPECT_EQ(m.run(51, "/opt/sorvall"), 0);
+    EXPECT_EQ(m.run(20, "/opt/sorvall"), 0);
+    EXPECT_EQ(m.log(), "[sorvall] load faild,other install exist\n"
+                       "[sorvall] load faild,other install exist\n");
+    EXPECT_EQ(sorvanic_super_proc.launcher_pid, 10u);
+
+    m.unload();
+    m.enforce();
+    m.encoded("platuser", "operator\n");
+    ASSERT_EQ(m.load(), 0);
+    sorvanic_kernel_task_inside_super_proc_clean();
+    sorvanic_kernel_uactivate_module.update("operator", 0);
+    sorvanic_kernel_hashmap_module.insert(20, "operator");
+    EXPECT_EQ(m.run(20, "/opt/sorvall"), -1);
+    EXPECT_EQ(m.log(), "") << "a user who may not start it does not open a phase";
+}
+
+TEST(exec_people, what_an_installation_brought_in_runs_inside_it_whatever_the_lists_say)
+{
+    install_machine m;
+    m.write("/usr/bin/gdmflexiserver", "switcher");
+    m.process(41, 30, ""); // inside, without an address space
+    m.keys("blacklist", {key_of("/opt/tool")});
+    ASSERT_EQ(m.load(), 0);
+    m.begin_install();
+    const std::string black = "/opt/tool is in blacklist \n";
+    m.log();
+    EXPECT_EQ(m.run(30, "/opt/tool"), -1) << "not marked yet";
+    EXPECT_EQ(m.log(), black);
+    m.chmod(30, "/opt/tool");
+    const struct {
+        int task, result;
+    } cases[] = {{10, 0}, {30, 0}, {40, 0}, {31, 0}, {20, -1}, {21, -1}, {52, -1}, {41, -1}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(m.run(c.task, "/opt/tool"), c.result) << c.task;
+        EXPECT_EQ(m.log(), c.result == 0 ? "" : black) << c.task;
+    }
+    const std::string line = "/opt/tool\t" + key_text("/opt/tool") + "\n";
+    EXPECT_EQ(m.exec_log(), line) << "once in a row";
+
+    m.chmod(30, "/usr/bin/gdmflexiserver");
+    EXPECT_EQ(m.run(30, "/usr/bin/gdmflexiserver"), 0);
+    EXPECT_EQ(m.exec_log(), line + "/usr/bin/gdmflexiserver\t" + key_text("switcher") + "\n");
+
+    sorvanic_kernel_task_inside_super_proc_clean();
+    EXPECT_EQ(m.run(30, "/opt/tool"), -1) << "the phase has ended";
+    m.begin_install();
+    EXPECT_EQ(m.run(30, "/opt/tool"), -1) << "another phase's mark";
+}
+
+TEST(exec_people, an_unlisted_program_runs_inside_an_installation_after_all_lists)
+{
+    for (const char* path : {"/u/unknown", "/u/white", "/u/black", "/u/work/tool"}) {
+        SCOPED_TRACE(path);
+        install_machine m;
+        m.write(path, path);
+        m.keys("whitelist", {key_of("/u/white"), key_of("/opt/sorvall")});
+        m.keys("blacklist", {key_of("/u/black")});
+        m.plain("workdir", "/u/work\n");
+        ASSERT_EQ(m.load(), 0);
+        const bool unknown = path[3] == 'u' && path[4] == 'n';
+        const int result = path[3] == 'b' ? -1 : 0;
+        EXPECT_EQ(m.run(30, path), unknown ? -1 : result) << "no phase is open";
+        m.begin_install();
+        for (const int task : {30, 31, 10})
+            EXPECT_EQ(m.run(task, path), result) << task;
+        for (const int task : {20, 21, 52})
+            EXPECT_EQ(m.run(task, path), unknown ? -1 : result) << task;
+        EXPECT_EQ(m.exec_log(), unknown ? std::string(path) + "\t" + key_text(path) + "\n" : std::string());
+    }
+}
+
+TEST(exec_people, no_failure_inside_an_installation_refuses_or_leaves_anything)
+{
+    install_machine m;
+    m.encoded("platuser", "operator\n");
+    ASSERT_EQ(m.load(), 0);
+    m.begin_install();
+    m.write("/opt/marked", "m");
+    m.chmod(30, "/opt/marked");
+    sorvanic_kernel_hashmap_module.insert(30, "operator");
+    const platform::live_counts before = platform::live();
+    for (const platform::fault kind :
+         {platform::fault::allocation, platform::fault::open, platform::fault::read})
+        for (const char* path : {"/opt/unknown", "/opt/marked"})
+            for (std::size_t n = 1;; ++n) {
+                platform::fail_call(kind, n);
+                EXPECT_EQ(m.run(30, path), 0) << path << n;
+                EXPECT_EQ(platform::live().allocations, before.allocations) << path << n;
+                EXPECT_EQ(platform::live().files, before.files) << path << n;
+                EXPECT_EQ(platform::live().references, before.references) << path << n;
+                platform::assert_thread_clean();
+                if (!platform::fault_fired())
+                    break;
+            }
+}
+
+} // namespace

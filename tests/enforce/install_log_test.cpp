@@ -1,0 +1,140 @@
+#include "enforce/install_log.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "platform/user/faults.h"
+#include "tests/enforce/install_machine.h"
+
+// The writers remember the last path for as long as the program runs: each test has paths of
+// its own.
+
+namespace {
+
+void record(std::string path)
+{
+    EXPECT_EQ(sorvanic_kernel_install_record(nullptr, path.data()), 0);
+}
+
+void record_exec(install_machine& m, const std::string& program, const std::string& path)
+{
+    EXPECT_EQ(sorvanic_write_local_exec_log(m.file(program), path.c_str()), 0);
+}
+
+TEST(install_log, a_temporary_suffix_is_cut_when_it_is_the_last_and_begins_with_a_digit)
+{
+    const struct {
+        const char *path, *line;
+    } cases[] = {
+        {"/usr/lib/pkg/file;1a2b", "/usr/lib/pkg/file"},
+        {"/usr/lib/pkg/file;x9", "/usr/lib/pkg/file;x9"},
+        {"/pkg/a;1;x", "/pkg/a;1;x"},
+        {"/pkg/b;x;1", "/pkg/b;x"},
+        {"/pkg/c;", "/pkg/c;"},
+        {"/pkg;9/d", "/pkg"},
+        {"/pkg/e;:", "/pkg/e;:"},
+        {"/pkg/e;/", "/pkg/e;/"},
+    };
+    install_machine m;
+    std::string expected;
+    for (const auto& c : cases) {
+        record(c.path);
+        expected += std::string(c.line) + "\n";
+    }
+    EXPECT_EQ(m.install_log(), expected);
+}
+
+TEST(install_log, only_a_repetition_of_the_last_path_is_left_out)
+{
+    install_machine m;
+    for (const char* path : {"/r/a", "/r/a", "/r/b", "/r/b;1", "/R/B", "/r/bc", "/r/b", "/r/a"})
+        record(path);
+    EXPECT_EQ(m.install_log(), "/r/a\n/r/b\n/r/bc\n/r/b\n/r/a\n");
+
+    for (const char* path : {"/r/x", "/r/x", "/r/y", "/r/x"})
+        record_exec(m, "/bin/sh", path);
+    const std::string key = "\t" + key_text("/bin/sh") + "\n";
+    EXPECT_EQ(m.exec_log(), "/r/x" + key + "/r/y" + key + "/r/x" + key);
+}
+
+TEST(install_log, a_path_longer_than_the_memory_of_the_last_is_written_whole)
+{
+    const std::string stem = "/" + std::string(1021, 'l');
+    ASSERT_EQ(stem.size(), 1022u); // with one character more, the memory is full
+    const std::string tail(3000, 't');
+    const std::vector<std::string> paths = {stem + "a" + tail, stem + "b" + tail, stem + "b", stem,
+                                            stem + "b",        stem + "b" + "2"};
+    install_machine m;
+    for (const std::string& path : paths)
+        record(path);
+    EXPECT_EQ(m.install_log(), paths[0] + "\n" + paths[1] + "\n" + stem + "\n" + stem + "b\n")
+        << "what differs behind the 1023rd character only counts as a repetition";
+
+    for (const std::string& path : paths)
+        record_exec(m, "/bin/sh", path);
+    const std::string key = "\t" + key_text("/bin/sh") + "\n";
+    EXPECT_EQ(m.exec_log(), paths[0] + key + paths[1] + key + stem + key + stem + "b" + key);
+}
+
+TEST(install_log, a_line_that_is_lost_is_not_remembered)
+{
+    install_machine m;
+    for (const char* path : {"/l/a", "/l/b"}) {
+        platform::fail_call(platform::fault::open, 1);
+        record(path);
+        record(path);
+        EXPECT_EQ(m.install_log(), path[3] == 'a' ? "/l/a\n" : "/l/a\n/l/b\n");
+    }
+    // The last path stays the one that was written.
+    platform::fail_call(platform::fault::open, 1);
+    record("/l/lost");
+    record("/l/b");
+    EXPECT_EQ(m.install_log(), "/l/a\n/l/b\n");
+
+    platform::fail_call(platform::fault::open, 1);
+    record_exec(m, "/bin/sh", "/l/c");
+    EXPECT_TRUE(platform::fault_fired());
+    record_exec(m, "/bin/sh", "/l/c");
+    EXPECT_EQ(m.exec_log(), "/l/c\t" + key_text("/bin/sh") + "\n");
+}
+
+TEST(install_log, lines_are_appended_and_a_new_log_has_mode_600_in_decimal)
+{
+    install_machine m;
+    m.write("/var/host/old", "old line\n");
+    platform::mount_directory("/var/log", m.real("/var/host").string());
+    platform::mount_directory("/var/log/swinstall.log", m.real("/var/host/old").string());
+    const mode_t mask = ::umask(0);
+    record("/m/a");
+    record_exec(m, "/bin/sh", "/m/a");
+    ::umask(mask);
+    std::ifstream appended(m.real("/var/host/old"));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(appended), {}), "old line\n/m/a\n");
+    struct stat made = {};
+    ASSERT_EQ(::stat(m.real("/var/host/swinstall_exec.log").c_str(), &made), 0);
+    EXPECT_EQ(made.st_mode, S_IFREG | 01130u);
+}
+
+TEST(install_log, a_program_is_known_by_its_key_text_and_by_zeros_when_it_cannot_be_read)
+{
+    install_machine m;
+    m.write("/p/empty", "");
+    record_exec(m, "/p/empty", "/usr/bin/tool");
+    EXPECT_EQ(m.exec_log(), "/usr/bin/tool\t5E65753B\n"); // the key 0x3b75655e
+    EXPECT_EQ(sorvanic_write_local_exec_log(nullptr, "/p/none"), 0);
+
+    platform::fail_call(platform::fault::allocation, 1);
+    record_exec(m, "/bin/sh", "/p/no-memory-for-the-line");
+    EXPECT_EQ(m.log(), "");
+    platform::fail_call(platform::fault::allocation, 2);
+    record_exec(m, "/bin/sh", "/p/no-memory-to-read");
+    EXPECT_EQ(m.log(), "sorvanic_kernel_md5sum_module_handler has error in kmalloc .\n");
+    EXPECT_EQ(m.exec_log(), "/usr/bin/tool\t5E65753B\n/p/no-memory-to-read\t00000000\n");
+}
+
+} // namespace

@@ -1,0 +1,109 @@
+#ifndef SORVANIC_TESTS_ENFORCE_INSTALL_MACHINE_H
+#define SORVANIC_TESTS_ENFORCE_INSTALL_MACHINE_H
+
+#include <fcntl.h>
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "digest/digest_key.h"
+#include "enforce/install_tracking.h"
+#include "platform/user/files.h"
+#include "platform/user/machine.h"
+#include "platform/user/objects.h"
+#include "platform/user/tasks.h"
+#include "tests/support/machine.h"
+
+/// The key text of a file with this content.
+inline std::string key_text(std::string_view content)
+{
+    char text[digest_key_text_size];
+    digest_key_text(support::key_of(content), text);
+    return text;
+}
+
+/// A machine on which software is installed: files keep their inodes between events, and the
+/// install logs are in memory, where their odd permission bits keep nobody out.
+///
+///     1 ── 10 launcher ── 20 installer ── 30 script ── 40 tool
+///     │               └── 21 shell ────── 31
+///     └─── 50 ─── 51 ─── 52 elsewhere
+struct install_machine : support::machine {
+    install_machine()
+    {
+        sorvanic_kernel_task_inside_super_proc_clean(); // the record outlives a machine
+        platform::mount_memory("/var/log");
+        for (const char* path : {"/bin/sh", "/opt/sorvall", "/opt/unknown", "/opt/tool"})
+            write(path, path);
+        const struct {
+            int pid, parent;
+        } tree[] = {{10, 1}, {20, 10}, {30, 20}, {40, 30}, {21, 10}, {31, 21}, {50, 1}, {51, 50}, {52, 51}};
+        for (const auto& task : tree)
+            process(task.pid, task.parent, "/bin/sh");
+        enforce();
+        encoded("installlabel", "2");
+        keys("whitelist", {support::key_of("/opt/sorvall")});
+    }
+    ~install_machine()
+    {
+        files_.clear();
+        root_.reset();
+        mount_.reset();
+        platform::clear_mounts();
+    }
+
+    /// The program at `path` is executed under the name `filename`.
+    int run(int pid, const std::string& path, const std::string& filename)
+    {
+        const platform::exec_parameters bprm(file(path), filename);
+        const platform::task_handle task = platform::find_task(pid);
+        const platform::event event(task.get());
+        return platform::security().bprm_check_security(bprm.get());
+    }
+    int run(int pid, const std::string& path) { return run(pid, path, path); }
+
+    /// The installer starts: task 20, launched by task 10.
+    void begin_install() { run(20, "/opt/sorvall"); }
+
+    /// A new name appears; as in a kernel, it has no inode yet.
+    int create(int pid, std::string_view path)
+    {
+        const platform::dentry_handle entry =
+            platform::make_entry(root_.get(), std::string(path.substr(1)), nullptr);
+        const platform::task_handle task = platform::find_task(pid);
+        const platform::event event(task.get());
+        return platform::security().inode_create(nullptr, entry.get(), 0);
+    }
+
+    int chmod(int pid, const std::string& path, unsigned mode = 0100755)
+    {
+        const platform::attribute_request attributes(mode);
+        const platform::task_handle task = platform::find_task(pid);
+        const platform::event event(task.get());
+        return platform::security().inode_setattr(kernel::file_path(file(path)).dentry, attributes.get());
+    }
+
+    /// The open file at `path`, always with the same inode.
+    kernel::file* file(const std::string& path)
+    {
+        platform::file_handle& kept = files_[path];
+        if (kept == nullptr)
+            kept = platform::make_pinned_file(
+                platform::unique_fd(::open(real(path).c_str(), O_PATH | O_CLOEXEC)), path);
+        return kept.get();
+    }
+
+    static std::string install_log() { return platform::memory_file("/var/log/swinstall.log").value_or(""); }
+    static std::string exec_log()
+    {
+        return platform::memory_file("/var/log/swinstall_exec.log").value_or("");
+    }
+
+private:
+    std::map<std::string, platform::file_handle> files_;
+    platform::dentry_handle root_ = platform::make_root({.number = 1, .mode = 040755});
+    platform::mount_handle mount_ = platform::add_mount(root_.get(), "/");
+};
+
+#endif

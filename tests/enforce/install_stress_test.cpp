@@ -1,0 +1,110 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/user/faults.h"
+#include "policy/uactivate.h"
+#include "process/process_map.h"
+#include "tests/enforce/install_machine.h"
+
+namespace {
+
+void at_once(const std::vector<std::function<void()>>& acts)
+{
+    std::atomic<std::size_t> ready{0};
+    std::vector<std::thread> threads;
+    for (const auto& act : acts)
+        threads.emplace_back([&] {
+            ++ready;
+            while (ready != acts.size())
+                std::this_thread::yield();
+            act();
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(install_stress, of_two_marks_made_at_once_one_stays)
+{
+    install_machine m;
+    ASSERT_EQ(m.load(), 0);
+    m.begin_install();
+    const std::size_t before = platform::live().allocations;
+    constexpr std::size_t rounds = 300;
+    for (std::size_t n = 0; n < rounds; ++n) {
+        const std::string path = "/s/" + std::to_string(n);
+        m.write(path, "x");
+        m.file(path);
+        at_once({[&] { m.chmod(30, path); }, [&] { m.chmod(31, path); }});
+    }
+    EXPECT_EQ(platform::live().allocations, before + rounds);
+}
+
+TEST(install_stress, phases_begin_and_end_while_files_are_made_and_run)
+{
+    install_machine m;
+    m.encoded("platuser", "operator\n");
+    ASSERT_EQ(m.load(), 0);
+    for (const char* path : {"/opt/tool", "/opt/unknown", "/opt/sorvall"})
+        m.file(path);
+    sorvanic_kernel_hashmap_module.insert(31, "operator");
+
+    constexpr int rounds = 300;
+    std::atomic<unsigned> wrong{0};
+    const auto creates = [&](int task, const std::string& stem) {
+        for (int n = 0; n < rounds; ++n) {
+            m.create(task, stem + std::to_string(n));
+            m.chmod(task, "/opt/tool");
+        }
+    };
+    const auto runs = [&](const std::string& path) {
+        for (int n = 0; n < rounds; ++n) {
+            m.run(30, path);
+            wrong += m.run(52, path) == -1 ? 0u : 1u;
+        }
+    };
+    at_once({
+        [&] { creates(30, "/first/"); },
+        [&] { creates(40, "/second/"); },
+        [&] { runs("/opt/tool"); },
+        [&] { runs("/opt/unknown"); },
+        [&] {
+            for (int n = 0; n < rounds; ++n) {
+                m.begin_install();
+                sorvanic_kernel_uactivate_module.update("operator", static_cast<kernel::u32>(n % 3));
+                m.run(31, "/opt/tool");
+                if (n % 3 == 0)
+                    sorvanic_kernel_task_inside_super_proc_clean();
+                if (n % 10 == 0)
+                    sorvanic_kernel_uactivate_module.reload();
+            }
+        },
+    });
+    EXPECT_EQ(wrong, 0u) << "a process outside ran an unlisted program";
+
+    std::set<std::string> listed;
+    std::istringstream lines(m.install_log());
+    for (std::string line; std::getline(lines, line);)
+        listed.insert(line);
+    EXPECT_GT(listed.size(), 1u);
+    listed.erase("/opt/tool");
+    for (int n = 0; n < rounds; ++n) {
+        listed.erase("/first/" + std::to_string(n));
+        listed.erase("/second/" + std::to_string(n));
+    }
+    EXPECT_TRUE(listed.empty()) << "no path of anybody's: " << *listed.begin();
+
+    std::istringstream runs_logged(m.exec_log());
+    for (std::string line; std::getline(runs_logged, line);)
+        EXPECT_TRUE(line == "/opt/tool\t" + key_text("/opt/tool") ||
+                    line == "/opt/unknown\t" + key_text("/opt/unknown"))
+            << line;
+}
+
+} // namespace
