@@ -102,7 +102,8 @@ kernel::task_struct* find_in(const task_table& table, int pid)
     return found == table.tasks.end() ? nullptr : found->second;
 }
 
-/// Who takes over the children of `ended`, which is no longer in the table.
+/// Who takes over the children of `ended`, which is no longer in the table. The threads of a
+/// group have one parent, so no heir is below `ended`.
 kernel::task_struct* heir_of(const task_table& table, const kernel::task_struct& ended)
 {
     for (const auto& [pid, task] : table.tasks) {
@@ -123,8 +124,7 @@ void remove_from(task_table& table, kernel::task_struct* removed, kernel::task_s
             continue;
         if (heir == nullptr)
             heir = heir_of(table, *removed);
-        // A thread that takes over a task it descends from would make the lineage a circle.
-        set_parent(*task, task == heir ? removed->parent.load() : heir);
+        set_parent(*task, heir);
     }
     if (kernel::mm_struct* mm = removed->mm.exchange(nullptr))
         drop(mm);
@@ -233,6 +233,7 @@ void replace_program(int pid, int former_pid, kernel::file* program, std::string
         return;
     if (former_pid != pid) {
         if (kernel::task_struct* leader = find_in(table, pid)) {
+            // Never below what it takes over: attached threads may have been told apart as children.
             set_parent(*task, leader->parent);
             remove_from(table, leader, task);
         }

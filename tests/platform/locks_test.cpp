@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <latch>
 #include <thread>
 #include <vector>
 
@@ -18,9 +19,14 @@ constexpr int rounds = 5000;
 template <typename Work>
 void run_on_threads(int threads, Work work)
 {
+    std::latch together(threads);
     std::vector<std::thread> running;
-    for (int i = 0; i < threads; ++i)
-        running.emplace_back(work, i);
+    for (int i = 0; i < threads; ++i) {
+        running.emplace_back([&, i] {
+            together.arrive_and_wait();
+            work(i);
+        });
+    }
     for (std::thread& thread : running)
         thread.join();
 }
@@ -197,14 +203,14 @@ TEST_F(locks, OneFileReadByManyThreadsGivesEachItsOwnBytes)
 TEST_F(locks, ALazilyFoundParentIsFoundOnce)
 {
     write("dir/file", "");
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < 300; ++round) {
         platform::unique_fd fd(::open((root_ / "dir/file").c_str(), O_PATH | O_CLOEXEC));
         const platform::file_handle file =
             platform::make_pinned_file(std::move(fd), (root_ / "dir/file").string());
         const kernel::dentry* entry = kernel::file_path(file.get()).dentry;
         std::array<const kernel::inode*, 3> found = {};
         run_on_threads(3, [&](int number) {
-            found[static_cast<std::size_t>(number)] = kernel::dentry_inode(kernel::dentry_parent(entry));
+            found.at(static_cast<std::size_t>(number)) = kernel::dentry_inode(kernel::dentry_parent(entry));
         });
         EXPECT_NE(found[0], nullptr);
         EXPECT_EQ(found[0], found[1]);

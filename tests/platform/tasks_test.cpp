@@ -93,6 +93,14 @@ TEST_F(tasks, ALineageNeverBecomesACircle)
     exit(11);
     for (const int pid : {12, 13})
         EXPECT_EQ(parent_of(pid), 1) << pid;
+
+    // A thread that came from outside, as if it were a grandchild of its leader.
+    platform::add_task(20, 12, "leader", nullptr);
+    platform::add_task(21, 20, "between", nullptr);
+    platform::add_task(22, 21, "thread", nullptr);
+    platform::replace_program(20, 22, nullptr, "new");
+    EXPECT_EQ(parent_of(20), 12);
+    EXPECT_EQ(parent_of(21), 20);
 }
 
 TEST_F(tasks, AnExecFromAThreadTakesOverItsGroup)
