@@ -1,0 +1,148 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/e2e/session_fixture.h"
+
+// Births, ends, signals and threads: as without a session.
+
+namespace e2e {
+
+namespace {
+
+using lifecycle = session_test;
+
+bool alive(pid_t process)
+{
+    // Not a zombie, either: nobody may have waited for it yet.
+    const std::string stat = read_file("/proc/" + std::to_string(process) + "/stat");
+    return !stat.empty() && stat.find(") Z") == std::string::npos;
+}
+
+pid_t pid_in(const fs::path& file)
+{
+    pid_t pid = 0;
+    std::ifstream(file) >> pid;
+    return pid;
+}
+
+TEST_F(lifecycle, a_process_outlives_its_supervisor)
+{
+    const fs::path shell = of_machine("sh");
+    of_machine("sleep");
+    const std::string first = directory() / "first";
+    const std::string second = directory() / "second";
+    child_process supervisor(session({shell, "-c",
+                                      "(echo $$ > " + first + "; sleep 100) & setsid sh -c 'echo $$ > " +
+                                          second + "; sleep 100'; true"}),
+                             directory());
+    of_machine("setsid");
+    ASSERT_TRUE(eventually([&] { return pid_in(first) != 0; }));
+    supervisor.send(SIGKILL);
+    EXPECT_EQ(supervisor.wait().status, 128 + SIGKILL);
+    EXPECT_TRUE(eventually([&] { return !alive(pid_in(first)); }));
+}
+
+TEST_F(lifecycle, a_session_ends_before_its_last_process)
+{
+    const fs::path shell = of_machine("sh");
+    of_machine("sleep");
+    of_machine("setsid");
+    const fs::path log = directory() / "log";
+    const outcome result =
+        run_session({shell, "-c", "setsid sh -c 'sleep 0.3; echo late > " + log.string() + "' & exit 5"});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(read_file(log), "late\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(lifecycle, a_signal_to_the_supervisor_misses_the_command)
+{
+    const fs::path shell = of_machine("sh");
+    of_machine("sleep");
+    const fs::path ready = directory() / "ready";
+    for (const int signal : {SIGTERM, SIGHUP}) {
+        const std::string number = std::to_string(signal);
+        child_process supervisor(session({shell, "-c",
+                                          "trap 'exit 9' " + number + "; echo > " + ready.string() +
+                                              "; while :; do sleep 0.02; done"}),
+                                 directory());
+        ASSERT_TRUE(eventually([&] { return fs::exists(ready); }));
+        supervisor.send(SIGINT); // of the terminal, which sends it to the command as well
+        supervisor.send(signal);
+        EXPECT_EQ(supervisor.wait(10s).status, 9) << number;
+        fs::remove(ready);
+    }
+}
+
+TEST_F(lifecycle, what_a_command_left_behind_cannot_be_ended)
+{
+    const fs::path shell = of_machine("sh");
+    of_machine("sleep");
+    const fs::path left = directory() / "left";
+    for (const int signal : {SIGINT, SIGTERM}) {
+        child_process supervisor(
+            session({shell, "-c",
+                     "(trap '' INT TERM; sh -c 'echo $PPID' > " + left.string() + "; sleep 100) & exit 3"}),
+            directory());
+        ASSERT_TRUE(eventually([&] { return pid_in(left) != 0; }));
+        usleep(100'000); // until the command itself has ended
+        supervisor.send(signal);
+        EXPECT_EQ(supervisor.wait(10s).status, 3);
+        EXPECT_FALSE(alive(pid_in(left)));
+        fs::remove(left);
+    }
+}
+
+TEST_F(lifecycle, an_exec_under_signals_fails_or_is_done_twice)
+{
+    const fs::path log = directory() / "log";
+    const fs::path program = victim("log_program");
+    const outcome result = run_session({victim("signal_storm"), "300", program, log});
+    EXPECT_EQ(result.out, "succeeded 300 interrupted 0 failed 0\n");
+    std::string expected;
+    for (int i = 0; i < 300; ++i)
+        expected += "log_program\n";
+    EXPECT_EQ(read_file(log), expected);
+}
+
+TEST_F(lifecycle, a_killed_parent_leaves_a_child_that_is_held_for_ever)
+{
+    const outcome result = run_session({victim("fork_from_threads"), "150"});
+    EXPECT_EQ(result.out, "done\n");
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(lifecycle, a_parallel_build_goes_wrong)
+{
+    of_machine("sh");
+    const fs::path make = of_machine("make");
+    victim("log_program");
+    std::string rules = "all:";
+    for (int i = 0; i < 24; ++i)
+        rules += " t" + std::to_string(i);
+    rules += "\nt%:\n\t@./log_program log; test -e log && echo $@ > $@\n";
+    std::ofstream(directory() / "Makefile") << rules;
+    const outcome result = run_session({make, "-s", "-j2", "-C", directory()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(read_file(directory() / "log").size(), 24 * std::string("log_program\n").size());
+    EXPECT_EQ(read_file(directory() / "t23"), "t23\n");
+}
+
+TEST_F(lifecycle, the_command_inherits_the_supervisors_signals_or_limits)
+{
+    const fs::path shell = of_machine("sh");
+    of_machine("grep");
+    const command show = {shell, "-c",
+                          "grep -E '^(Sig(Blk|Ign|Cgt)|NoNewPrivs)' /proc/self/status; ulimit -Sn"};
+    child_process bare(show, directory());
+    const std::string expected = bare.wait().out;
+    const outcome result = run_session(show);
+    EXPECT_EQ(result.out, expected);
+}
+
+} // namespace
+
+} // namespace e2e

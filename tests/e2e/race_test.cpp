@@ -1,0 +1,98 @@
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "tests/e2e/session_fixture.h"
+
+// Programs that change what a name means while it is being decided.
+
+namespace e2e {
+
+namespace {
+
+struct race : session_test {
+    /// Runs the race and expects that "evil" never ran, and that there was a race: "good" did, and
+    /// "evil" was stopped.
+    void expect_no_winner(const std::string& what, const command& before = {}, uid_t user = 0)
+    {
+        constexpr const char* rounds = "150";
+        SCOPED_TRACE(what + " as " + std::to_string(user));
+        const fs::path log = directory() / ("log-" + what);
+        command run = before;
+        run.insert(run.end(), {directory() / "race_exec", what, directory(), "good", "evil", rounds, log});
+        const outcome result = run_session(run, {}, user);
+        int ran = 0;
+        int refused = 0;
+        int killed = 0;
+        ASSERT_EQ(std::sscanf(result.out.c_str(), "ran %d refused %d killed %d", &ran, &refused, &killed), 3)
+            << result.out << result.err;
+        std::string expected;
+        for (int i = 0; i < ran; ++i)
+            expected += "good\n";
+        EXPECT_EQ(read_file(log), expected);
+        EXPECT_GT(ran, 0);
+        EXPECT_GT(refused + killed, 0);
+        fs::remove(log);
+        fs::remove(directory() / "link");
+    }
+
+    void expect_no_winners()
+    {
+        victim("race_exec");
+        for (const std::string what : {"memory", "link"}) {
+            for (const uid_t user : users())
+                expect_no_winner(what, {}, user);
+        }
+    }
+};
+
+TEST_F(race, a_program_is_exchanged_for_an_unlisted_one)
+{
+    const std::string program = read_file(victim("log_program"));
+    listed("good", program);
+    unlisted("evil", program + "x");
+    expect_no_winners();
+}
+
+TEST_F(race, a_script_is_exchanged_for_an_unlisted_one)
+{
+    const std::string shell = of_machine("sh");
+    listed("good", "#!" + shell + "\necho good >> $1\n");
+    unlisted("evil", "#!" + shell + "\necho evil >> $1\n");
+    expect_no_winners();
+    if (geteuid() != 0)
+        return;
+    // The supervisor's rights are not the tree's.
+    const fs::path as = of_machine("setpriv");
+    expect_no_winner("link", {as, "--reuid", "65534", "--regid", "65534", "--clear-groups"});
+}
+
+TEST_F(race, a_script_is_exchanged_behind_env)
+{
+    of_machine("sh");
+    const std::string env = of_machine("env");
+    listed("good", "#!" + env + " sh\necho good >> $1\n");
+    unlisted("evil", "#!" + env + " sh\necho evil >> $1\n");
+    expect_no_winners();
+}
+
+TEST_F(race, a_script_is_exchanged_for_one_that_hands_another_file_to_the_same_interpreter)
+{
+    const std::string shell = of_machine("sh");
+    const fs::path payload = unlisted("payload", "echo evil >> $2\n");
+    listed("good", "#!" + shell + "\necho good >> $1\n");
+    unlisted("evil", "#!" + shell + " " + payload.string() + "\n");
+    expect_no_winners();
+}
+
+TEST_F(race, a_program_is_exchanged_for_an_unlisted_script)
+{
+    const std::string shell = of_machine("sh");
+    listed("good", read_file(victim("log_program")));
+    unlisted("evil", "#!" + shell + "\necho evil >> $1\n");
+    expect_no_winners();
+}
+
+} // namespace
+
+} // namespace e2e

@@ -1,0 +1,172 @@
+#include "tests/e2e/session_fixture.h"
+
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "tests/support/machine.h"
+
+namespace e2e {
+
+namespace {
+
+/// Why no session can run on this machine; empty when one can.
+std::string forbidden()
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        // Waits to be traced, then tries a filter with a listener.
+        raise(SIGSTOP);
+        sock_filter allow = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW);
+        const sock_fprog program = {1, &allow};
+        prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+        const long listener =
+            syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER,
+                    SECCOMP_FILTER_FLAG_NEW_LISTENER | SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV, &program);
+        _exit(listener < 0 ? errno : 0);
+    }
+    int status = 0;
+    waitpid(child, &status, WUNTRACED);
+    const bool traced = ptrace(PTRACE_SEIZE, child, nullptr, 0) == 0;
+    const int error = errno;
+    kill(child, SIGCONT);
+    while (waitpid(child, &status, 0) == child && WIFSTOPPED(status))
+        ptrace(PTRACE_CONT, child, nullptr, 0);
+    if (!traced)
+        return std::string("this machine forbids ptrace: ") + std::strerror(error);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        return std::string("this machine forbids seccomp listeners: ") + std::strerror(WEXITSTATUS(status));
+    return "";
+}
+
+std::string base64(const std::string& text)
+{
+    static constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string out;
+    unsigned bits = 0;
+    int held = 0;
+    for (const char character : text) {
+        bits = bits << 8 | static_cast<unsigned char>(character);
+        for (held += 8; held >= 6; held -= 6)
+            out += digits[bits >> (held - 6) & 63];
+    }
+    if (held > 0)
+        out += digits[bits << (6 - held) & 63];
+    return out;
+}
+
+void write(const fs::path& path, const std::string& content)
+{
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+} // namespace
+
+std::vector<uid_t> users()
+{
+    if (geteuid() == 0)
+        return {0, nobody};
+    return {0};
+}
+
+session_test::session_test()
+{
+    std::string pattern = (fs::temp_directory_path() / "sorvanic-e2e-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("no temporary directory");
+    directory_ = pattern;
+    fs::permissions(directory_, fs::perms::all);
+    fs::create_directory(policy());
+}
+
+session_test::~session_test()
+{
+    std::error_code error;
+    fs::remove_all(directory_, error);
+}
+
+void session_test::SetUp()
+{
+    static const std::string reason = forbidden();
+    if (!reason.empty())
+        GTEST_SKIP() << reason;
+}
+
+fs::path session_test::unlisted(const std::string& name, const std::string& content)
+{
+    fs::path path = directory_ / name;
+    write(path, content);
+    fs::permissions(path, fs::perms(0755));
+    return path;
+}
+
+fs::path session_test::listed(const std::string& name, const std::string& content)
+{
+    const std::uint32_t key = support::key_of(content);
+    keys_.append(reinterpret_cast<const char*>(&key), sizeof key);
+    return unlisted(name, content);
+}
+
+fs::path session_test::victim(const std::string& name)
+{
+    return listed(name, read_file(fs::path(VICTIM_DIRECTORY) / name));
+}
+
+fs::path session_test::of_machine(const std::string& name)
+{
+    std::istringstream path("/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin");
+    for (std::string place; std::getline(path, place, ':');) {
+        fs::path found = fs::path(place) / name;
+        if (!fs::exists(found))
+            continue;
+        const std::uint32_t key = support::key_of(read_file(found));
+        keys_.append(reinterpret_cast<const char*>(&key), sizeof key);
+        return found;
+    }
+    throw std::runtime_error("this machine has no " + name);
+}
+
+void session_test::write_policy()
+{
+    write(policy() / "whitelist", keys_);
+    write(policy() / "statlabel", base64(status + "\n"));
+    write(policy() / "modllabel", base64("2222\n"));
+}
+
+command session_test::session(const command& run, const command& options)
+{
+    write_policy();
+    command line = {SORVANIC_PROGRAM, "run"};
+    const auto is_given = [&](const char* option) {
+        return std::ranges::find(options, option) != options.end();
+    };
+    if (!is_given("--policy"))
+        line.insert(line.end(), {"--policy", policy()});
+    if (!is_given("--state"))
+        line.insert(line.end(), {"--state", directory_ / "state"});
+    line.insert(line.end(), options.begin(), options.end());
+    line.emplace_back("--");
+    line.insert(line.end(), run.begin(), run.end());
+    return line;
+}
+
+outcome session_test::run_session(const command& run, const command& options, uid_t user)
+{
+    fs::remove_all(directory_ / "state");
+    child_process supervisor(session(run, options), directory_, user);
+    return supervisor.wait();
+}
+
+} // namespace e2e

@@ -1,0 +1,65 @@
+#ifndef SORVANIC_TESTS_E2E_SESSION_FIXTURE_H
+#define SORVANIC_TESTS_E2E_SESSION_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/e2e/child_process.h"
+
+namespace e2e {
+
+namespace fs = std::filesystem;
+
+using command = std::vector<std::string>;
+
+/// A directory, a policy that allows what `listed` names, and sessions under it. Skips, with the
+/// reason, where the machine forbids tracing.
+class session_test : public ::testing::Test {
+protected:
+    session_test();
+    ~session_test() override;
+    void SetUp() override;
+
+    /// Makes a file in the test's directory that everybody may execute, and lists it.
+    fs::path listed(const std::string& name, const std::string& content);
+    fs::path unlisted(const std::string& name, const std::string& content);
+
+    /// One of the tiny programs, listed, in the test's directory.
+    fs::path victim(const std::string& name);
+
+    /// Lists a program of the machine, found as a shell finds it, and returns its path.
+    fs::path of_machine(const std::string& name);
+
+    /// The command line of a session with `options` that runs `run`.
+    command session(const command& run, const command& options = {});
+
+    /// Runs it to its end; `user` is who runs the supervisor, 0 for whoever runs the test.
+    outcome run_session(const command& run, const command& options = {}, uid_t user = 0);
+
+    fs::path directory() const { return directory_; }
+    fs::path policy() const { return directory_ / "policy"; }
+    std::string kernel_log() const { return read_file(directory_ / "state" / "kernel.log"); }
+
+    /// The system status of the policy that the next session gets: 3 enforces, 2 observes.
+    std::string status = "3";
+
+private:
+    void write_policy();
+
+    fs::path directory_;
+    std::string keys_;
+};
+
+/// Ids that an unprivileged user has here.
+inline constexpr uid_t nobody = 65534;
+
+/// The supervisors' users to test with: 0 is the test's own, and nobody where it can be had.
+std::vector<uid_t> users();
+
+} // namespace e2e
+
+#endif
