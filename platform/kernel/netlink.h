@@ -15,7 +15,8 @@ struct sock;
 /// socket, or null. May sleep.
 sock* netlink_kernel_create(int protocol, void (*input)(sk_buff* message)) asm("k_netlink_kernel_create");
 
-/// Closes the socket: no input call begins after it returns. May sleep.
+/// Closes the socket. No input call begins any more, and those that run, which may still send
+/// through the socket, have ended when it returns: not to be called from one. May sleep.
 void netlink_kernel_release(sock* closed) asm("k_netlink_kernel_release");
 
 /// Bounds the wait of a blocking unicast to a full receive queue, in ticks of 1/1000 second.

@@ -7,7 +7,7 @@ namespace platform {
 
 namespace {
 
-constinit std::array<std::atomic<std::size_t>, 3> calls_left{}; // 0: disarmed
+constinit std::array<std::atomic<std::size_t>, fault_kinds> calls_left{}; // 0: disarmed
 constinit std::atomic<bool> fired = false;
 
 } // namespace

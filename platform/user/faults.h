@@ -9,10 +9,14 @@
 namespace platform {
 
 enum class fault {
-    allocation, ///< kmalloc gives null
-    open,       ///< filp_open gives -EIO
-    read,       ///< file_read gives -EIO
+    allocation,      ///< kmalloc or __alloc_skb gives null
+    open,            ///< filp_open gives -EIO
+    read,            ///< file_read gives -EIO
+    netlink_create,  ///< netlink_kernel_create gives null
+    sysctl_register, ///< register_sysctl_table gives null
+    message_room,    ///< __alloc_skb gives a buffer that is a byte too small
 };
+inline constexpr std::size_t fault_kinds = 6;
 
 /// The n-th call (from 1) of that kind, counted from now on over all threads, fails; 0 disarms.
 /// Kinds are armed independently of each other.
@@ -26,11 +30,11 @@ void hide_symbol(std::string_view name);
 
 /// What the module holds at this moment. A driver's handles (objects.h, tasks.h) do not count.
 struct live_counts {
-    std::size_t allocations;
-    std::size_t files;      ///< from filp_open, not closed
-    std::size_t references; ///< taken with path_get, dget, mntget, d_find_alias, get_task_struct,
-                            ///< get_task_mm, get_file; not given back. path_get takes two.
-    std::size_t locks;      ///< spin and reader-writer locks held, all threads
+    std::size_t allocations; ///< from kmalloc; message buffers, the netlink socket, sysctl tables
+    std::size_t files;       ///< from filp_open, not closed
+    std::size_t references;  ///< taken with path_get, dget, mntget, d_find_alias, get_task_struct,
+                             ///< get_task_mm, get_file; not given back. path_get takes two.
+    std::size_t locks;       ///< spin and reader-writer locks held, all threads
 };
 live_counts live();
 
