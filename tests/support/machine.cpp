@@ -48,9 +48,8 @@ machine::machine()
 
 machine::~machine()
 {
-    platform::fail_call(platform::fault::allocation, 0);
-    platform::fail_call(platform::fault::open, 0);
-    platform::fail_call(platform::fault::read, 0);
+    for (std::size_t kind = 0; kind < platform::fault_kinds; ++kind)
+        platform::fail_call(static_cast<platform::fault>(kind), 0);
     if (loaded_)
         unload();
     platform::reset_tasks();
