@@ -1,8 +1,11 @@
 #include "core/module.h"
 
+#include "channel/last_events.h"
+#include "channel/socket.h"
 #include "core/call_gate.h"
 #include "core/hook_table.h"
 #include "core/inode_numbers.h"
+#include "core/proshell.h"
 #include "core/symbols.h"
 #include "core/unamectl.h"
 #include "platform/kernel/printk.h"
@@ -28,8 +31,14 @@ int sorvanic_init()
     sorvanic_kernel_common_init_config_inode_number();
     sorvanic_kernel_common_init_readonly_exec_inode_number();
     sorvanic_kernel_childpid_lock_init();
+    if (sorvanic_kernel_singleaud_module.inside_init() != 0) {
+        sorvanic_kernel_singleaud_module.inside_destroy();
+        printk("Init singleaudit Structure Error .\n");
+        return -1;
+    }
     sorvanic_kernel_hashmap_module.init();
     if (sorvanic_kernel_unamectl_module.inside_init() != 0) {
+        sorvanic_kernel_singleaud_module.inside_destroy();
         printk("Init Unamectl Module Error .\n");
         return -1;
     }
@@ -45,6 +54,10 @@ int sorvanic_init()
     sorvanic_kernel_hook_module.set_newhook(sorvanic_security_ops);
     sorvanic_kernel_unamectl_module.inside_replace();
     sorvanic_kernel_hook_module.recover_mask(sorvanic_security_cr0);
+
+    // Both say in the log when they fail; the policy is enforced without them.
+    sorvanic_kernel_socket_init();
+    sorvanic_kernel_proshell_module.init();
     return 0;
 }
 
@@ -61,6 +74,9 @@ void sorvanic_exit()
     // No new call gets in from here on; those inside still use what is freed below.
     wait_for_calls_in_flight();
 
+    sorvanic_kernel_socket_release_resource();
+    sorvanic_kernel_singleaud_module.inside_destroy();
     sorvanic_kernel_policy_module.destroy();
     sorvanic_kernel_hashmap_module.destroy();
+    sorvanic_kernel_proshell_module.destroy();
 }

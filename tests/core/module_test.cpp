@@ -11,6 +11,8 @@
 #include "platform/user/faults.h"
 #include "platform/user/files.h"
 #include "platform/user/machine.h"
+#include "platform/user/netlink.h"
+#include "platform/user/sysctl.h"
 #include "platform/user/tasks.h"
 #include "process/process_map.h"
 #include "tests/support/machine.h"
@@ -77,6 +79,55 @@ TEST(module_start, loads_without_any_policy_file_and_unloads_to_the_byte)
         sorvanic_exit();
         EXPECT_EQ(kernel_state(), before);
     }
+}
+
+TEST(module_start, goes_on_without_a_channel_or_a_switch)
+{
+    struct {
+        platform::fault fault;
+        const char* log;
+        bool channel, shell_switch;
+    } const cases[] = {
+        {platform::fault::netlink_create, "Create Netlink Socket Failed\n", false, true},
+        {platform::fault::sysctl_register, "Unable To Register Sysctl Table ...\n", true, false},
+    };
+    for (const auto& c : cases) {
+        machine m;
+        const auto before = kernel_state();
+        platform::fail_call(c.fault, 1);
+        ASSERT_EQ(sorvanic_init(), 0);
+        const std::string log = m.log();
+        EXPECT_EQ(log.substr(log.find('\n') + 1), c.log);
+        EXPECT_NE(kernel_state(), before);
+        EXPECT_EQ(platform::netlink_send("", 100), c.channel ? 0 : -111);
+        EXPECT_EQ(platform::sysctl_read("sorvanic/proshellmode").has_value(), c.shell_switch);
+        sorvanic_exit();
+        EXPECT_EQ(kernel_state(), before);
+        EXPECT_EQ(platform::netlink_send("", 100), -111);
+        EXPECT_EQ(platform::sysctl_read("sorvanic/proshellmode"), std::nullopt);
+    }
+}
+
+TEST(module_start, is_refused_without_memory_for_the_last_events)
+{
+    machine m;
+    int refused = 0;
+    for (std::size_t n = 1;; ++n) {
+        platform::fail_call(platform::fault::allocation, n);
+        const int result = sorvanic_init();
+        const bool fired = platform::fault_fired();
+        platform::fail_call(platform::fault::allocation, 0);
+        if (m.log() == "Init singleaudit Structure Error .\n") {
+            EXPECT_EQ(result, -1);
+            ++refused;
+        }
+        EXPECT_EQ(platform::live().allocations == 0, result != 0);
+        if (result == 0)
+            sorvanic_exit();
+        if (!fired)
+            break;
+    }
+    EXPECT_EQ(refused, 3) << "one for each kind";
 }
 
 /// Fails the n-th call of a kind for every n until none fires; a load is refused (and then has

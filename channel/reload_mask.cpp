@@ -1,0 +1,41 @@
+#include "channel/reload_mask.h"
+
+#include "policy/auditctl.h"
+#include "policy/blacklist.h"
+#include "policy/dirctl.h"
+#include "policy/installctl.h"
+#include "policy/modlctl.h"
+#include "policy/ptpy.h"
+#include "policy/sprolist.h"
+#include "policy/statusctl.h"
+#include "policy/uactivate.h"
+#include "policy/whitelist.h"
+#include "policy/workdir.h"
+
+using namespace kernel;
+
+namespace {
+
+struct reload_row {
+    u32 bit;
+    int (*const* reload)(); // the table's slot
+};
+
+// In the order in which they run.
+constinit const reload_row rows[] = {
+    {0x1, &sorvanic_kernel_dirctl_module.reload},       {0x80, &sorvanic_kernel_statusctl_module.reload},
+    {0x100, &sorvanic_kernel_auditctl_module.reload},   {0x2000, &sorvanic_kernel_installctl_module.reload},
+    {0x400, &sorvanic_kernel_whitelist_module.reload},  {0x400, &sorvanic_kernel_workdir_module.reload},
+    {0x800, &sorvanic_kernel_blacklist_module.reload},  {0x10, &sorvanic_kernel_sprolist_module.reload},
+    {0x200, &sorvanic_kernel_modlctl_module.reload},    {0x1000, &sorvanic_kernel_ptpy_module.reload},
+    {0x4000, &sorvanic_kernel_uactivate_module.reload},
+};
+
+} // namespace
+
+void reload_tables(u32 mask)
+{
+    for (const reload_row& row : rows)
+        if ((mask & row.bit) != 0)
+            (*row.reload)();
+}

@@ -1,0 +1,82 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "channel/socket.h"
+#include "platform/user/faults.h"
+#include "platform/user/netlink.h"
+#include "tests/channel/messages.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+// The handler's buffer is exactly as long as the datagram, so under the address sanitizer a read
+// past it ends the test.
+class channel_fuzz : public testing::Test {
+protected:
+    channel_fuzz()
+    {
+        m.encoded("platuser", "bob\n");
+        EXPECT_EQ(m.load(), 0);
+    }
+
+    /// Sends it and checks what holds for every datagram.
+    void send(const std::string& datagram)
+    {
+        EXPECT_EQ(platform::netlink_send(datagram, 77), 0);
+        const std::string log = m.log();
+        if (datagram.size() < 16 || messages::number_at(datagram, 0) < 16 ||
+            messages::number_at(datagram, 0) > datagram.size()) {
+            ASSERT_EQ(log, "Received Corrupt Netlink Message\n");
+        }
+        ASSERT_EQ(platform::live().locks, 0u);
+        platform::assert_thread_clean();
+    }
+
+    support::machine m;
+    std::mt19937 random{20100613};
+    std::uint32_t below(std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); }
+};
+
+std::string random_bytes(std::mt19937& random, std::size_t size)
+{
+    std::string out(size, '\0');
+    for (char& byte : out)
+        byte = static_cast<char>(random());
+    return out;
+}
+
+TEST_F(channel_fuzz, every_cut_of_every_message)
+{
+    for (const std::string& whole :
+         {messages::helo(), messages::quit(), messages::reload(0x7fff), messages::login(300, 0, "bob"),
+          messages::login(300, 1, std::string(500, 'n')), messages::of_type(23), messages::of_type(26)})
+        for (std::size_t size = 0; size <= whole.size(); ++size) {
+            std::string cut = whole.substr(0, size);
+            send(cut);
+            if (size < 16)
+                continue;
+            cut.replace(0, 4, messages::number(static_cast<std::uint32_t>(size))); // and says so
+            send(cut);
+        }
+}
+
+TEST_F(channel_fuzz, random_datagrams_with_and_without_a_sound_header)
+{
+    for (int i = 0; i < 20000; ++i) {
+        std::string datagram = random_bytes(random, below(80));
+        if (datagram.size() >= 16 && i % 4 != 0) {
+            datagram.replace(0, 4, messages::number(static_cast<std::uint32_t>(datagram.size() - below(3))));
+            datagram.replace(4, 2, messages::number(14 + below(14)).substr(0, 2));
+            if (datagram.size() >= 20 && i % 2 != 0)
+                datagram.replace(16, 4, messages::number(below(4)));
+            if (datagram.size() >= 24)
+                datagram.replace(20, 4,
+                                 messages::number(below(64) == 0 ? 0x7fff : 0)); // reloads are slow
+        }
+        send(datagram);
+    }
+}
+
+} // namespace

@@ -1,0 +1,231 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "channel/audit_messages.h"
+#include "channel/socket.h"
+#include "core/proshell.h"
+#include "platform/user/faults.h"
+#include "platform/user/machine.h"
+#include "platform/user/netlink.h"
+#include "platform/user/sysctl.h"
+#include "platform/user/tasks.h"
+#include "tests/channel/messages.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+using support::machine;
+
+constexpr int threads = 4;
+
+/// Runs `act(i)` on so many threads as process 10 + i.
+template <typename Act>
+void on_threads(int count, Act act)
+{
+    std::vector<std::thread> all;
+    for (int i = 0; i < count; ++i)
+        all.emplace_back([&, i] {
+            const platform::task_handle task = platform::find_task(10 + i);
+            const platform::event acting(task.get());
+            act(i);
+        });
+    for (std::thread& one : all)
+        one.join();
+}
+
+void add_processes(machine& m, int count)
+{
+    for (int i = 0; i < count; ++i)
+        m.process(10 + i, 1, "");
+}
+
+// Without a lock of its kind several of them would find the last event to be another.
+TEST(channel_stress, an_event_seen_by_all_at_once_is_reported_once)
+{
+    machine m;
+    add_processes(m, threads);
+    ASSERT_EQ(m.load(), 0);
+    constexpr std::uint32_t rounds = 500;
+    messages::agent agent(100, rounds * threads * 2);
+    std::barrier together(threads);
+    on_threads(threads, [&](int) {
+        for (std::uint32_t round = 1; round <= rounds; ++round) {
+            together.arrive_and_wait();
+            sorvanic_common_send_untp_message(&round, "/x", "sh");
+            sorvanic_common_send_faau_message("/x", "bob", "sh", round);
+        }
+    });
+    std::size_t untp = 0;
+    std::size_t faau = 0;
+    for (std::string message = agent.next(); !message.empty(); message = agent.next())
+        (message.size() == 2076 ? untp : faau) += 1;
+    EXPECT_EQ(untp, rounds);
+    EXPECT_EQ(faau, rounds);
+}
+
+TEST(channel_stress, one_agent_at_a_time_is_connected)
+{
+    machine m;
+    ASSERT_EQ(m.load(), 0);
+    // The log is written under the connection's lock, so its order is that of the events.
+    std::string connected;
+    std::size_t registered = 0;
+    std::size_t wrong = 0;
+    platform::set_kernel_log([&](std::string_view text) {
+        const auto pid = [&] { return std::string(text.substr(text.rfind('[') + 1, 3)); };
+        if (text.ends_with("Register\n")) {
+            wrong += connected.empty() ? 0 : 1;
+            connected = pid();
+            ++registered;
+        } else if (text.starts_with("Process Pid")) {
+            if (pid() == connected)
+                connected.clear();
+            else
+                wrong += text.find("[" + pid() + "]") != text.rfind('[') ? 1 : 0;
+        }
+    });
+    std::vector<std::thread> all;
+    for (pid_t pid = 100; pid < 100 + threads; ++pid)
+        all.emplace_back([pid] {
+            for (int i = 0; i < 2000; ++i) {
+                platform::netlink_send(messages::helo(), pid);
+                platform::netlink_send(messages::quit(), pid);
+            }
+        });
+    for (std::thread& one : all)
+        one.join();
+    EXPECT_EQ(wrong, 0u);
+    EXPECT_GT(registered, 0u);
+    EXPECT_EQ(sorvanic_kernel_socket_process_pid, 0u) << "each has quit after its last helo";
+    platform::set_kernel_log({});
+}
+
+TEST(channel_stress, shut_down_waits_for_requests_and_lets_no_more_in)
+{
+    machine m;
+    m.keys("whitelist", {1, 2, 3});
+    for (int round = 0; round < 10; ++round) {
+        ASSERT_EQ(m.load(), 0);
+        platform::set_kernel_log({});
+        std::atomic<int> ready = 0;
+        std::vector<std::thread> senders;
+        for (pid_t pid = 100; pid < 103; ++pid)
+            senders.emplace_back([&, pid] {
+                const std::string requests[] = {messages::helo(), messages::reload(0x100),
+                                                messages::login(300, 0, "bob"), messages::quit()};
+                std::size_t i = 0;
+                while (platform::netlink_send(requests[i++ % 4], pid) == 0)
+                    if (i == 4)
+                        ++ready;
+            });
+        while (ready < 3)
+            std::this_thread::yield();
+        m.unload();
+        EXPECT_EQ(platform::live().allocations, 0u);
+        for (std::thread& sender : senders)
+            sender.join();
+    }
+}
+
+TEST(channel_stress, a_reader_of_the_switch_always_sees_a_terminated_name)
+{
+    machine m;
+    ASSERT_EQ(m.load(), 0);
+    std::atomic<bool> stop = false;
+    std::thread writer([&] {
+        for (int i = 0; !stop; ++i)
+            sorvanic_kernel_proshell_module.setuser(i % 2 == 0 ? "bob" : std::string(40, 'x').c_str());
+    });
+    std::size_t wrong = 0;
+    for (int i = 0; i < 5000; ++i) {
+        const std::string name = platform::sysctl_read("sorvanic/proshelluser").value_or("");
+        if (name.empty() || name.size() > 32 || name.find('\n') != name.size() - 1)
+            ++wrong;
+    }
+    stop = true;
+    writer.join();
+    EXPECT_EQ(wrong, 0u);
+}
+
+/// How long the test below runs; SORVANIC_STRESS_SECONDS for longer.
+std::chrono::seconds load_time()
+{
+    const char* seconds = std::getenv("SORVANIC_STRESS_SECONDS");
+    return std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 2);
+}
+
+// All at once: deciding threads, an agent that reads slowly, reloads back to back, and logins.
+TEST(channel_stress, verdicts_stay_right_while_everything_happens)
+{
+    machine m;
+    m.write("/bin/good", "good");
+    m.write("/bin/bad", "bad");
+    m.write("/bin/unknown", "unknown");
+    m.keys("whitelist", {support::key_of("good"), support::key_of("bad")});
+    m.keys("blacklist", {support::key_of("bad")});
+    m.encoded("platuser", "bob\n");
+    m.enforce();
+    add_processes(m, threads);
+    ASSERT_EQ(m.load(), 0);
+    platform::set_kernel_log({});
+    const auto end = std::chrono::steady_clock::now() + load_time();
+    const auto time_left = [&] { return std::chrono::steady_clock::now() < end; };
+    std::atomic<std::size_t> wrong = 0;
+    std::atomic<std::size_t> decided = 0;
+    std::size_t records = 0;
+    std::size_t reloads = 0;
+    std::size_t logins = 0;
+
+    std::thread agent([&] {
+        messages::agent connected(100, 4);
+        while (time_left()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(3));
+            records += connected.next().empty() ? 0u : 1u;
+        }
+    });
+    std::thread control([&] {
+        // Not the switches: they are off for a moment in each of their reloads.
+        for (; time_left(); ++reloads)
+            platform::netlink_send(messages::reload(0x7fff & ~0x280u), 200);
+    });
+    std::thread login([&] {
+        platform::netlink_peer peer(300);
+        for (; time_left(); ++logins) {
+            platform::netlink_send(messages::login(300, 1, "bob"), 300);
+            wrong += peer.receive() ? 0 : 1;
+        }
+    });
+    on_threads(threads, [&](int i) {
+        for (std::uint32_t round = 1; time_left(); ++round) {
+            wrong += m.exec(10 + i, "/bin/good") == 0 ? 0 : 1;
+            wrong += m.exec(10 + i, "/bin/bad") == -1 ? 0 : 1;
+            wrong += m.exec(10 + i, "/bin/unknown") == -1 ? 0 : 1;
+            const std::uint32_t key = round * threads + static_cast<std::uint32_t>(i);
+            sorvanic_common_send_untp_message(&key, "/bin/unknown", "sh");
+            decided += 3;
+        }
+    });
+    agent.join();
+    control.join();
+    login.join();
+    EXPECT_EQ(wrong, 0u);
+    for (const std::size_t count : {decided.load(), records, reloads, logins})
+        EXPECT_GT(count, 10u);
+
+    // What is live is what one start holds: nothing has piled up.
+    const std::size_t afterwards = platform::live().allocations;
+    m.unload();
+    ASSERT_EQ(m.load(), 0);
+    platform::netlink_send(messages::reload(0x7fff), 200);
+    platform::netlink_send(messages::login(300, 1, "bob"), 300);
+    EXPECT_EQ(afterwards, platform::live().allocations);
+}
+
+} // namespace

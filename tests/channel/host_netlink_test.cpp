@@ -1,0 +1,357 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/netlink.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <cstdio>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "channel/audit_messages.h"
+#include "channel/socket.h"
+#include "platform/user/machine.h"
+#include "platform/user/netlink.h"
+#include "platform/user/tasks.h"
+#include "platform/user/unique_fd.h"
+#include "policy/whitelist.h"
+#include "process/process_map.h"
+#include "tests/channel/messages.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A plain netlink socket bound to this process's id.
+class client {
+public:
+    client() : fd_(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK))
+    {
+        const sockaddr_nl own = address(static_cast<std::uint32_t>(::getpid()));
+        bound_ = fd_ && ::bind(fd_.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0;
+    }
+    bool bound() const { return bound_; }
+
+    bool send(const std::string& datagram, std::uint32_t port) const
+    {
+        const sockaddr_nl to = address(port);
+        return ::sendto(fd_.get(), datagram.data(), datagram.size(), 0,
+                        reinterpret_cast<const sockaddr*>(&to),
+                        sizeof to) == static_cast<ssize_t>(datagram.size());
+    }
+
+    /// The next datagram, or "" when there is none at the moment.
+    std::string receive() const
+    {
+        std::string buffer(65536, '\0');
+        const ssize_t size = ::recv(fd_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+        return buffer.substr(0, size > 0 ? static_cast<std::size_t>(size) : 0);
+    }
+
+private:
+    static sockaddr_nl address(std::uint32_t port)
+    {
+        sockaddr_nl made = {};
+        made.nl_family = AF_NETLINK;
+        made.nl_pid = port;
+        return made;
+    }
+
+    platform::unique_fd fd_;
+    bool bound_ = false;
+};
+
+/// A module on the host's netlink, at a port of its own.
+class host_netlink : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (::access("/proc/net/netlink", F_OK) != 0 || !client().bound())
+            GTEST_SKIP() << "no NETLINK_USERSOCK here";
+        std::random_device random;
+        port = 0x40000000 | (random() & 0x0fffffff);
+        platform::set_netlink_port(port);
+    }
+    void TearDown() override
+    {
+        if (m.loaded())
+            m.unload();
+        platform::use_netlink_bus();
+        platform::set_netlink_senders(platform::default_netlink_senders());
+    }
+
+    /// Sends as another process; returns its id. It has ended by then.
+    pid_t send_from_another(const std::string& datagram) const
+    {
+        const pid_t child = ::fork();
+        if (child == 0)
+            ::_exit(client().send(datagram, port) ? 0 : 1);
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+        return child;
+    }
+
+    static bool readable()
+    {
+        pollfd poll = {.fd = platform::netlink_descriptor(), .events = POLLIN, .revents = 0};
+        return ::poll(&poll, 1, 0) == 1;
+    }
+
+    support::machine m;
+    std::uint32_t port = 0;
+    const pid_t own = ::getpid();
+};
+
+TEST_F(host_netlink, a_request_comes_from_whom_the_host_says)
+{
+    m.encoded("statlabel", "3");
+    m.encoded("auditlabel", "5:2");
+    ASSERT_EQ(m.load(), 0);
+    const client agent;
+    ASSERT_TRUE(agent.bound());
+
+    EXPECT_FALSE(readable());
+    std::string forged = messages::helo();
+    forged.replace(12, 4, messages::number(12345));
+    ASSERT_TRUE(agent.send(forged, port));
+    EXPECT_TRUE(readable());
+    EXPECT_EQ(m.log(), "") << "nothing is handled before the driver comes";
+    platform::netlink_pump();
+    EXPECT_FALSE(readable());
+    EXPECT_EQ(m.log(), "Response Helo Request Success\nProcess [" + std::to_string(own) + "] Register\n");
+
+    ASSERT_TRUE(agent.send(messages::reload(0), port));
+    ASSERT_TRUE(agent.send(messages::login(static_cast<std::uint32_t>(own), 1, "bob"), port));
+    ASSERT_TRUE(agent.send(std::string(15, '\0'), port));
+    platform::netlink_pump();
+    EXPECT_EQ(m.log(), "Response Policy Request Success\nsend plau audit !\nResponse Policy Request Success\n"
+                       "Username [bob] Login ID [" +
+                           std::to_string(own) + "] current PID [" + std::to_string(own) +
+                           "] Mode [1]\nReceived Corrupt Netlink Message\n");
+    EXPECT_EQ(agent.receive().size(), 56u);
+    EXPECT_EQ(agent.receive(), messages::number(16) + messages::number(22) + messages::number(0) +
+                                   messages::number(static_cast<std::uint32_t>(own)));
+    EXPECT_EQ(agent.receive(), "");
+    EXPECT_EQ(platform::task_count(), 1u) << "senders from outside are tasks only for as long as it takes";
+    EXPECT_EQ(platform::netlink_statistics().handled, 4u);
+}
+
+TEST_F(host_netlink, only_those_who_may_are_heard)
+{
+    ASSERT_EQ(m.load(), 0);
+    const client sender;
+    const auto heard = [&] {
+        EXPECT_TRUE(sender.send(messages::of_type(99), port));
+        platform::netlink_pump();
+        return !m.log().empty();
+    };
+    EXPECT_TRUE(heard());
+    platform::set_netlink_senders({.users = {::getuid() + 1}, .may = {}});
+    EXPECT_FALSE(heard());
+    pid_t asked = 0;
+    bool answer = false;
+    platform::set_netlink_senders({.users = {::getuid()}, .may = [&](pid_t pid, uid_t) {
+                                       asked = pid;
+                                       return answer;
+                                   }});
+    EXPECT_FALSE(heard());
+    EXPECT_EQ(asked, own);
+    answer = true;
+    EXPECT_TRUE(heard());
+    EXPECT_EQ(platform::netlink_statistics().dropped, 2u);
+}
+
+TEST_F(host_netlink, a_process_waits_for_its_own_requests_only)
+{
+    m.keys("whitelist", {7});
+    ASSERT_EQ(m.load(), 0);
+    const kernel::u32 key = 7;
+    m.keys("whitelist", {});
+    const pid_t other = send_from_another(messages::reload(0x400));
+    platform::netlink_settle(own);
+    EXPECT_EQ(sorvanic_kernel_whitelist_module.search(&key), 0)
+        << "somebody else's reload waits for the pump";
+    EXPECT_TRUE(readable()) << "and the driver is told so";
+    platform::netlink_settle(other);
+    EXPECT_EQ(sorvanic_kernel_whitelist_module.search(&key), 1);
+
+    // Requests keep their order, whoever comes for them.
+    send_from_another(messages::helo());
+    const client sender;
+    ASSERT_TRUE(sender.send(messages::helo(), port));
+    send_from_another(messages::of_type(99));
+    m.log();
+    platform::netlink_settle(own);
+    const std::string log = m.log();
+    EXPECT_NE(log.find("Response Helo Request Failed"), log.npos) << log;
+    EXPECT_EQ(log.find("[99]"), log.npos) << "what came after it is left";
+    EXPECT_TRUE(readable());
+    platform::netlink_pump();
+    EXPECT_NE(m.log().find("[99]"), log.npos);
+    EXPECT_FALSE(readable());
+}
+
+TEST_F(host_netlink, a_reload_holds_up_nobody_else)
+{
+    ASSERT_EQ(m.load(), 0);
+    const pid_t other = send_from_another(messages::reload(0x400));
+    // The reload stops where it logs that it has begun.
+    std::promise<void> begun;
+    std::promise<void> may_end;
+    std::once_flag once;
+    platform::set_kernel_log([&](std::string_view) {
+        std::call_once(once, [&] {
+            begun.set_value();
+            may_end.get_future().wait();
+        });
+    });
+    std::thread pump([] { platform::netlink_pump(); });
+    begun.get_future().wait();
+
+    platform::netlink_settle(own);
+    platform::netlink_settle(1);
+    auto waiting = std::async(std::launch::async, [&] { platform::netlink_settle(other); });
+    EXPECT_EQ(waiting.wait_for(50ms), std::future_status::timeout) << "its own reload is under way";
+    const client sender;
+    ASSERT_TRUE(sender.send(messages::helo(), port));
+    auto behind = std::async(std::launch::async, [&] { platform::netlink_settle(own); });
+    EXPECT_EQ(behind.wait_for(50ms), std::future_status::timeout) << "one at a time";
+    may_end.set_value();
+    pump.join();
+    waiting.get();
+    behind.get();
+    EXPECT_EQ(sorvanic_kernel_socket_process_pid, static_cast<unsigned>(own));
+    platform::set_kernel_log({});
+}
+
+TEST_F(host_netlink, a_slow_agent_costs_a_bounded_wait_and_one_record)
+{
+    ASSERT_EQ(m.load(), 0);
+    std::optional<client> agent(std::in_place);
+    ASSERT_TRUE(agent->send(messages::helo(), port));
+    platform::netlink_pump();
+    m.log();
+    const platform::task_handle init = platform::find_task(1);
+    const platform::event reporting(init.get());
+    kernel::u32 sent = 0;
+    const auto begin = std::chrono::steady_clock::now();
+    while (m.log().empty()) {
+        ++sent;
+        ASSERT_LT(sent, 100000u);
+        sorvanic_common_send_untp_message(&sent, "/x", "sh");
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+    kernel::u32 expected = 0;
+    for (std::string record = agent->receive(); !record.empty(); record = agent->receive())
+        EXPECT_EQ(messages::number_at(record, 16), ++expected);
+    EXPECT_EQ(expected, sent - 1) << "only the record that found no room is lost";
+
+    agent.reset();
+    ++sent;
+    sorvanic_common_send_untp_message(&sent, "/x", "sh");
+    EXPECT_EQ(
+        m.log(),
+        "send  netlink failed ; rc = [-111]\nnetlink send audit msg error \nsend untp message error !\n");
+}
+
+TEST_F(host_netlink, a_taken_port_leaves_the_module_without_an_agent)
+{
+    ASSERT_EQ(m.load(), 0);
+    m.unload();
+    platform::set_netlink_port(static_cast<std::uint32_t>(own));
+    const client taken;
+    ASSERT_TRUE(taken.bound());
+    std::string log;
+    platform::set_kernel_log([&](std::string_view text) { log += text; });
+    ASSERT_EQ(m.load(), 0);
+    EXPECT_TRUE(log.ends_with("Create Netlink Socket Failed\n")) << log;
+    EXPECT_EQ(platform::netlink_descriptor(), -1);
+    platform::netlink_pump();
+    platform::netlink_settle(own);
+}
+
+TEST_F(host_netlink, requests_that_wait_at_shut_down_are_dropped)
+{
+    ASSERT_EQ(m.load(), 0);
+    send_from_another(messages::reload(0x400));
+    platform::netlink_settle(own); // takes it in and leaves it
+    const client sender;
+    ASSERT_TRUE(sender.send(messages::reload(0x400), port));
+    m.log();
+    m.unload();
+    EXPECT_EQ(m.log(), "");
+    EXPECT_EQ(platform::netlink_descriptor(), -1);
+    EXPECT_FALSE(sender.send(messages::helo(), port));
+}
+
+// A client that shares no code with us.
+TEST_F(host_netlink, a_foreign_client_reads_every_kind_of_record)
+{
+    m.encoded("statlabel", "3");
+    m.encoded("auditlabel", "5:2");
+    ASSERT_EQ(m.load(), 0);
+    const std::string script = SORVANIC_SOURCE_DIR "/tests/e2e/netlink_client.py";
+    const std::string command = "exec python3 '" + script + "' " + std::to_string(port) +
+                                " helo read:4 reload:0x4400 read:1 login:operator read:1 quit";
+    FILE* output = ::popen(command.c_str(), "r");
+    ASSERT_NE(output, nullptr);
+    std::string lines;
+    std::thread reader([&] {
+        char piece[4096];
+        for (std::size_t size = 0; (size = std::fread(piece, 1, sizeof piece, output)) > 0;)
+            lines.append(piece, size);
+    });
+
+    const platform::task_handle init = platform::find_task(1);
+    std::string log;
+    const auto pump_until = [&](const std::string& wanted) {
+        const auto end = std::chrono::steady_clock::now() + 20s;
+        while (log.find(wanted) == log.npos && std::chrono::steady_clock::now() < end) {
+            pollfd poll = {.fd = platform::netlink_descriptor(), .events = POLLIN, .revents = 0};
+            ::poll(&poll, 1, 100);
+            platform::netlink_pump();
+            log += m.log();
+        }
+        return log.find(wanted) != log.npos;
+    };
+    EXPECT_TRUE(pump_until("Register\n"));
+    {
+        const platform::event reporting(init.get());
+        const kernel::u32 key = 0x3b75655e;
+        sorvanic_common_send_untp_message(&key, "/opt/x", "sh");
+        sorvanic_common_send_faau_message("/etc/x", "bob", "vi", 4);
+        sorvanic_common_send_pcau_message("/home/bob", "bob", "vi", 5);
+        sorvanic_common_send_syst_message(1000, 2000);
+    }
+    const std::string agent = std::to_string(sorvanic_kernel_socket_process_pid);
+    EXPECT_TRUE(pump_until("Process Pid [" + agent + "] Pid [" + agent + "]\n")) << log;
+    reader.join();
+    EXPECT_EQ(::pclose(output), 0);
+    EXPECT_EQ(
+        lines,
+        R"({"bytes": 2076, "length": 2076, "type": 19, "sequence": 0, "to_me": true, "kind": "untp", "key": "3b75655e", "path": "/opt/x", "process": "sh", "reserved": 0, "class": 6})"
+        "\n"
+        R"({"bytes": 2104, "length": 2104, "type": 19, "sequence": 0, "to_me": true, "kind": "faau", "path": "/etc/x", "process": "vi", "user": "bob", "decision": 4, "class": 3})"
+        "\n"
+        R"({"bytes": 2104, "length": 2104, "type": 19, "sequence": 0, "to_me": true, "kind": "pcau", "path": "/home/bob", "process": "vi", "user": "bob", "decision": 5, "class": 5})"
+        "\n"
+        R"({"bytes": 24, "length": 24, "type": 19, "sequence": 0, "to_me": true, "kind": "syst", "requested": 1000, "current": 2000})"
+        "\n"
+        R"({"bytes": 56, "length": 56, "type": 19, "sequence": 0, "to_me": true, "kind": "plau", "user": "SYSTEM", "mask": 17408, "result": 1})"
+        "\n"
+        R"({"bytes": 16, "length": 16, "type": 22, "sequence": 0, "to_me": true})"
+        "\n");
+    char user[sorvanic_user_name_size] = {};
+    EXPECT_EQ(sorvanic_kernel_hashmap_module.search(std::stol(agent), user), 0);
+    EXPECT_STREQ(user, "operator");
+}
+
+} // namespace

@@ -1,0 +1,103 @@
+#ifndef SORVANIC_TESTS_CHANNEL_MESSAGES_H
+#define SORVANIC_TESTS_CHANNEL_MESSAGES_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "platform/user/netlink.h"
+
+// Messages as bytes, and a connected agent.
+
+namespace messages {
+
+/// Bytes from hexadecimal digits; blanks are skipped.
+inline std::string bytes(std::string_view hex)
+{
+    std::string digits;
+    for (const char c : hex)
+        if (c != ' ')
+            digits += c;
+    std::string out;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+        out += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    return out;
+}
+
+inline std::string number(std::uint32_t value)
+{
+    return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
+inline std::uint32_t number_at(std::string_view from, std::size_t offset)
+{
+    std::uint32_t value = 0;
+    std::memcpy(&value, from.data() + offset, sizeof value);
+    return value;
+}
+
+inline std::string text_at(std::string_view from, std::size_t offset)
+{
+    return {from.data() + offset};
+}
+
+/// A message of a type with a payload.
+inline std::string of_type(unsigned type, std::string_view payload = {})
+{
+    return number(static_cast<std::uint32_t>(16 + payload.size())) + number(type) + number(0) + number(0) +
+           std::string(payload);
+}
+
+inline std::string helo()
+{
+    return of_type(16);
+}
+
+inline std::string quit()
+{
+    return of_type(17);
+}
+
+inline std::string reload(std::uint32_t mask)
+{
+    return of_type(18, number(1) + number(mask));
+}
+
+inline std::string login(std::uint32_t pid, std::uint32_t mode, std::string_view user)
+{
+    return of_type(18, number(2) + number(pid) + number(mode) + std::string(user) + '\0');
+}
+
+/// A process that has connected as the agent on the in-memory netlink.
+class agent {
+public:
+    explicit agent(pid_t pid, std::size_t room = 48) : pid_(pid), peer_(static_cast<std::uint32_t>(pid), room)
+    {
+        EXPECT_EQ(platform::netlink_send(helo(), pid_), 0);
+    }
+    ~agent() { platform::netlink_send(quit(), pid_); }
+    agent(const agent&) = delete;
+    agent& operator=(const agent&) = delete;
+
+    /// The next message, or "" when there is none.
+    std::string next() { return peer_.receive().value_or(""); }
+
+    std::size_t drain()
+    {
+        std::size_t count = 0;
+        while (peer_.receive())
+            ++count;
+        return count;
+    }
+
+private:
+    pid_t pid_;
+    platform::netlink_peer peer_;
+};
+
+} // namespace messages
+
+#endif

@@ -1,0 +1,180 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/inotify.h>
+
+#include <string>
+#include <vector>
+
+#include "channel/socket.h"
+#include "platform/user/faults.h"
+#include "platform/user/netlink.h"
+#include "platform/user/unique_fd.h"
+#include "policy/statusctl.h"
+#include "policy/whitelist.h"
+#include "process/process_map.h"
+#include "tests/channel/messages.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+using support::machine;
+
+const std::string accepted = "Response Policy Request Success\n";
+
+/// Which policy files have been opened since the last call, in order, joined by blanks.
+class opened_files {
+public:
+    explicit opened_files(machine& m) : events_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+    {
+        ::inotify_add_watch(events_.get(), m.real("/etc/sorvanic").c_str(), IN_OPEN);
+    }
+
+    std::string next()
+    {
+        std::string names;
+        alignas(inotify_event) char buffer[16384];
+        ssize_t size = 0;
+        while ((size = ::read(events_.get(), buffer, sizeof buffer)) > 0) {
+            for (ssize_t at = 0; at < size;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+                if (event->len != 0 && !names.ends_with(event->name))
+                    names += (names.empty() ? "" : " ") + std::string(event->name);
+                at += static_cast<ssize_t>(sizeof *event + event->len);
+            }
+        }
+        return names;
+    }
+
+private:
+    platform::unique_fd events_;
+};
+
+TEST(reload, each_bit_reads_its_tables_again_in_the_one_order)
+{
+    machine m;
+    for (const char* name :
+         {"dirctl", "statlabel", "auditlabel", "installlabel", "ptpylist", "platuser", "modllabel"})
+        m.encoded(name, "1\n");
+    for (const char* name : {"whitelist", "blacklist", "supertrustfile"})
+        m.keys(name, {1});
+    m.plain("workdir", "/opt\n");
+    ASSERT_EQ(m.load(), 0);
+    opened_files opened(m);
+    struct {
+        std::uint32_t mask;
+        std::string reads;
+    } const cases[] = {
+        {0x1, "dirctl"},
+        {0x80, "statlabel"},
+        {0x100, "auditlabel"},
+        {0x2000, "installlabel"},
+        {0x400, "whitelist workdir"},
+        {0x800, "blacklist"},
+        {0x10, "supertrustfile"},
+        {0x200, "modllabel"},
+        {0x1000, "ptpylist"},
+        {0x4000, "platuser"},
+        {0, ""},
+        {0xffff8000, ""},
+        {0x7fff,
+         "dirctl statlabel auditlabel installlabel whitelist workdir blacklist supertrustfile modllabel "
+         "ptpylist platuser"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(platform::netlink_send(messages::reload(c.mask), 77), 0);
+        EXPECT_EQ(opened.next(), c.reads) << std::hex << c.mask;
+    }
+}
+
+TEST(reload, a_request_in_bytes_replaces_the_list)
+{
+    machine m;
+    ASSERT_EQ(m.load(), 0);
+    const kernel::u32 key = 0x01020304;
+    m.keys("whitelist", {key});
+    EXPECT_EQ(sorvanic_kernel_whitelist_module.search(&key), 1);
+    platform::netlink_send(messages::bytes("18 00 00 00 12 00 00 00 00 00 00 00 00 00 00 00"
+                                           "01 00 00 00 00 04 00 00"),
+                           77);
+    EXPECT_EQ(sorvanic_kernel_whitelist_module.search(&key), 0);
+    EXPECT_EQ(m.log(), accepted);
+}
+
+TEST(reload, is_reported_by_the_switches_as_they_are_afterwards)
+{
+    machine m;
+    m.encoded("statlabel", "3");
+    ASSERT_EQ(m.load(), 0);
+    messages::agent agent(100);
+    m.log();
+    const auto reported = [&](std::uint32_t mask) {
+        platform::netlink_send(messages::reload(mask), 77);
+        const std::string message = agent.next();
+        EXPECT_EQ(agent.next(), "");
+        EXPECT_EQ(m.log(), accepted + (message.empty() ? "" : "send plau audit !\n"));
+        return !message.empty();
+    };
+    EXPECT_FALSE(reported(0)) << "the switch is off";
+    m.encoded("auditlabel", "5:2");
+    EXPECT_FALSE(reported(0x80)) << "it has not been read again";
+    EXPECT_TRUE(reported(0x100)) << "this very request has read it";
+    EXPECT_TRUE(reported(0)) << "an empty mask is a request, too";
+    m.encoded("statlabel", "2");
+    EXPECT_TRUE(reported(0));
+    EXPECT_FALSE(reported(0x80)) << "only when enforcing";
+    m.encoded("statlabel", "3");
+    m.encoded("auditlabel", "5:1");
+    EXPECT_FALSE(reported(0x180));
+}
+
+TEST(reload, is_reported_in_the_name_of_the_one_who_asked)
+{
+    machine m;
+    m.encoded("statlabel", "3");
+    m.encoded("auditlabel", "5:2");
+    ASSERT_EQ(m.load(), 0);
+    messages::agent agent(100);
+    m.log();
+
+    platform::netlink_send(messages::reload(0x400), 77);
+    EXPECT_EQ(agent.next(), messages::bytes("38 00 00 00 13 00 06 00 00 00 00 00 64 00 00 00"
+                                            "53 59 53 54 45 4d") +
+                                std::string(26, '\0') + messages::bytes("00 04 00 00 01 00 00 00"));
+    const std::string user(31, 'u');
+    sorvanic_kernel_hashmap_module.insert(77, user.c_str());
+    platform::netlink_send(messages::reload(0x80000000), 77);
+    EXPECT_EQ(agent.next().substr(16), user + '\0' + messages::number(0x80000000) + messages::number(1));
+
+    // Without an agent the line is there all the same, and nothing else.
+    platform::netlink_send(messages::quit(), 100);
+    m.log();
+    platform::netlink_send(messages::reload(0), 77);
+    EXPECT_EQ(m.log(), accepted + "send plau audit !\n");
+}
+
+// What cannot be read leaves its own table empty, and the request is still answered for.
+TEST(reload, survives_every_failed_open_and_allocation)
+{
+    for (const platform::fault kind : {platform::fault::open, platform::fault::allocation}) {
+        machine m;
+        m.enforce();
+        m.keys("whitelist", {1, 2});
+        m.plain("workdir", "/opt\n");
+        m.encoded("auditlabel", "5:2");
+        ASSERT_EQ(m.load(), 0);
+        for (std::size_t n = 1;; ++n) {
+            m.log();
+            platform::fail_call(kind, n);
+            EXPECT_EQ(platform::netlink_send(messages::reload(0x7fff), 77), 0);
+            const bool fired = platform::fault_fired();
+            platform::fail_call(kind, 0);
+            EXPECT_TRUE(m.log().starts_with(accepted)) << n;
+            ASSERT_EQ(platform::live().locks, 0u) << n;
+            if (!fired)
+                break;
+        }
+        EXPECT_EQ(sorvanic_kernel_statusctl_module.getstatus(), 3) << "the last one read everything";
+    }
+}
+
+} // namespace
