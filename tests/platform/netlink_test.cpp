@@ -1,0 +1,112 @@
+#include "platform/user/netlink.h"
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "platform/kernel/netlink.h"
+#include "platform/kernel/sysctl.h"
+#include "platform/user/sysctl.h"
+#include "tests/platform/fixture.h"
+
+namespace {
+
+using netlink = platform_fixture;
+
+kernel::sock* open_socket()
+{
+    return kernel::netlink_kernel_create(31, [](kernel::sk_buff*) {});
+}
+
+TEST_F(netlink, BrokenContractsEndTheProcess)
+{
+    EXPECT_DEATH(
+        {
+            kernel::sk_buff* message = kernel::__alloc_skb(16, kernel::GFP_KERNEL);
+            kernel::skb_put(message, 16);
+            kernel::skb_put(message, 1);
+        },
+        "skb_put of 1 bytes into a message with room for 0");
+    kernel::sock* socket = open_socket();
+    EXPECT_DEATH(kernel::netlink_kernel_release(nullptr), "not open");
+    EXPECT_DEATH(platform::set_netlink_port(1), "while the module's socket is open");
+    EXPECT_DEATH(
+        {
+            kernel::sk_buff* message = kernel::__alloc_skb(16, kernel::GFP_KERNEL);
+            kernel::spinlock_t lock = {};
+            kernel::_spin_lock(&lock);
+            kernel::netlink_unicast(socket, message, 1, 0);
+        },
+        "netlink_unicast may sleep");
+    kernel::netlink_kernel_release(socket);
+    EXPECT_DEATH(kernel::netlink_kernel_release(socket), "not open");
+    EXPECT_DEATH(kernel::unregister_sysctl_table(reinterpret_cast<kernel::ctl_table_header*>(8)),
+                 "not registered");
+}
+
+TEST_F(netlink, OneSocketAtATime)
+{
+    kernel::sock* socket = open_socket();
+    ASSERT_NE(socket, nullptr);
+    EXPECT_EQ(open_socket(), nullptr);
+    EXPECT_EQ(platform::live().allocations, 1u);
+    kernel::netlink_kernel_release(socket);
+
+    const platform::netlink_peer first(7);
+    EXPECT_THROW(platform::netlink_peer(7), std::system_error);
+}
+
+TEST_F(netlink, ASenderThatWaitsForRoomGoesOnWhenThereIsSomeOrNobodyIsLeft)
+{
+    kernel::sock* socket = open_socket();
+    const auto send = [&] {
+        kernel::sk_buff* message = kernel::__alloc_skb(4, kernel::GFP_KERNEL);
+        kernel::skb_put(message, 4);
+        return kernel::netlink_unicast(socket, message, 7, 0); // no time-out: would wait for ever
+    };
+    auto peer = std::make_unique<platform::netlink_peer>(7, 1);
+    EXPECT_EQ(send(), 4);
+    int results[2] = {};
+    std::thread sender([&] {
+        for (int& result : results)
+            result = send();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_TRUE(peer->receive().has_value());
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    peer.reset();
+    sender.join();
+    EXPECT_EQ(results[0], 4);
+    EXPECT_EQ(results[1], -111);
+    kernel::netlink_kernel_release(socket);
+}
+
+TEST_F(netlink, SysctlHandlersServeSmallBuffersPieceByPiece)
+{
+    char name[8] = "abcdefg";
+    kernel::ctl_table table = {};
+    table.procname = "name";
+    table.data = name;
+    table.maxlen = sizeof name;
+    std::string text;
+    kernel::s64 position = 0;
+    for (;;) {
+        char piece[3];
+        std::size_t size = sizeof piece;
+        ASSERT_EQ(kernel::proc_dostring(&table, 0, piece, &size, &position), 0);
+        if (size == 0)
+            break;
+        text.append(piece, size);
+    }
+    EXPECT_EQ(text, "abcdefg\n");
+
+    // A field without a terminator ends with the field.
+    name[7] = 'h';
+    char whole[16];
+    std::size_t size = sizeof whole;
+    position = 0;
+    ASSERT_EQ(kernel::proc_dostring(&table, 0, whole, &size, &position), 0);
+    EXPECT_EQ(std::string(whole, size), "abcdefgh\n");
+}
+
+} // namespace
