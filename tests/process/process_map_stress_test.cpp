@@ -22,7 +22,8 @@ TEST(process_map_stress, a_lookup_never_sees_another_process)
     std::vector<std::thread> threads;
     for (int writer = 0; writer < 2; ++writer)
         threads.emplace_back([&, writer] {
-            for (long i = 0; i < 30000; ++i) {
+            // On a busy machine the readers may come to run late.
+            for (long i = 0; i < 30000 || found == 0; ++i) {
                 const long pid = (i * 2 + writer) % 64;
                 map.insert(pid, std::string(1 + static_cast<std::size_t>(pid) % 31,
                                             static_cast<char>('a' + pid % 26))
@@ -47,7 +48,6 @@ TEST(process_map_stress, a_lookup_never_sees_another_process)
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(wrong, 0);
-    EXPECT_GT(found, 0);
     map.destroy();
     EXPECT_EQ(platform::live().allocations, 0u);
 }
