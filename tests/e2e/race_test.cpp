@@ -20,20 +20,28 @@ struct race : session_test {
         const fs::path log = directory() / ("log-" + what);
         command run = before;
         run.insert(run.end(), {directory() / "race_exec", what, directory(), "good", "evil", rounds, log});
-        const outcome result = run_session(run, {}, user);
         int ran = 0;
-        int refused = 0;
-        int killed = 0;
-        ASSERT_EQ(std::sscanf(result.out.c_str(), "ran %d refused %d killed %d", &ran, &refused, &killed), 3)
-            << result.out << result.err;
+        int stopped = 0;
         std::string expected;
-        for (int i = 0; i < ran; ++i)
-            expected += "good\n";
+        // Who is faster is the scheduler's choice: on a busy machine one side may win all rounds.
+        for (int attempt = 0; attempt < 20 && (ran == 0 || stopped == 0); ++attempt) {
+            const outcome result = run_session(run, {}, user);
+            int good = 0;
+            int refused = 0;
+            int killed = 0;
+            ASSERT_EQ(
+                std::sscanf(result.out.c_str(), "ran %d refused %d killed %d", &good, &refused, &killed), 3)
+                << result.out << result.err;
+            ran += good;
+            stopped += refused + killed;
+            for (int i = 0; i < good; ++i)
+                expected += "good\n";
+            fs::remove(directory() / "link");
+        }
         EXPECT_EQ(read_file(log), expected);
         EXPECT_GT(ran, 0);
-        EXPECT_GT(refused + killed, 0);
+        EXPECT_GT(stopped, 0);
         fs::remove(log);
-        fs::remove(directory() / "link");
     }
 
     void expect_no_winners()
