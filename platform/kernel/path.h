@@ -23,7 +23,8 @@ char* d_path(const path* of, char* buffer, int size) asm("k_d_path");
 struct dentry* dget(struct dentry* held) asm("k_dget");
 void dput(struct dentry* released) asm("k_dput");
 
-/// Some entry of the inode with a reference taken, or null when it has none.
+/// Some entry of the inode with a reference taken, or null when it has none. The entry of a
+/// deleted file is none; that of a deleted directory is.
 struct dentry* d_find_alias(inode* of) asm("k_d_find_alias");
 
 // Parts of an entry, borrowed: valid while the entry is.

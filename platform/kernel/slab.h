@@ -11,8 +11,8 @@ enum gfp_t : unsigned {
     GFP_ATOMIC = 1, ///< may not sleep: under a spin lock, or inside RCU
 };
 
-/// `size` bytes of undefined content, aligned for any object, or null when there is no memory.
-/// Freed with kfree.
+/// `size` bytes, at most 4 MiB, of undefined content, aligned for any object, or null when there
+/// is no memory or `size` is larger. Freed with kfree.
 void* kmalloc(std::size_t size, gfp_t flags) asm("k_kmalloc");
 
 /// Frees what kmalloc gave; null is ignored. Does not sleep.

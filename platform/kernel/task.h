@@ -14,8 +14,8 @@ s32 task_pid(const task_struct* of) asm("k_task_pid");
 /// The command name: at most 15 characters and a terminator. Borrowed.
 const char* task_comm(const task_struct* of) asm("k_task_comm");
 
-/// The parent. Inside rcu_read_lock the pointer stays good until rcu_read_unlock; to keep it
-/// longer, take a reference there. Never null: the first task is its own parent.
+/// The parent, to be asked for inside rcu_read_lock: the pointer stays good until
+/// rcu_read_unlock; to keep it longer, take a reference there. Never null: the first task is its own parent.
 task_struct* task_parent(const task_struct* of) asm("k_task_parent");
 
 task_struct* get_task_struct(task_struct* held) asm("k_get_task_struct");
