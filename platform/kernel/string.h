@@ -37,7 +37,8 @@ const char* strstr(const char* text, const char* part) asm("k_strstr");
 char* strsep(char** text, const char* separators) asm("k_strsep");
 
 /// The number at the start of `text` in `base` (10 or 16): digits only, no sign, no blanks;
-/// 0 without a digit; in base 16 a leading "0x" is skipped. Wraps modulo 2^64. `*end`, unless `end` is null, is set behind it.
+/// 0 without a digit; in base 16 a leading "0x" is skipped. Wraps modulo 2^64. `*end`, unless `end` is null,
+/// is set behind it.
 unsigned long simple_strtoul(const char* text, char** end, unsigned base) asm("k_simple_strtoul");
 
 /// Formats at most size - 1 characters and a terminator; returns the length that the whole
