@@ -1,5 +1,6 @@
 #include "enforce/exec_check.h"
 
+#include "channel/audit_messages.h"
 #include "digest/digest_key.h"
 #include "digest/file_digest.h"
 #include "enforce/install_log.h"
@@ -252,7 +253,13 @@ step unlisted_inside_installation(exec_case& exec)
     return inside_installation() ? allow_and_log(exec) : step::go_on;
 }
 
-/// The first step that does not go on decides; a program that nobody knows is refused.
+step unknown_program(exec_case& exec)
+{
+    sorvanic_common_send_untp_message(&exec.key, exec.path, task_comm(current_task()));
+    return step::refuse;
+}
+
+/// The first step that does not go on decides.
 step decide(exec_case& exec)
 {
     constexpr step (*steps[])(exec_case&) = {
@@ -271,7 +278,7 @@ step decide(exec_case& exec)
     for (const auto ask : steps)
         if (const step answer = ask(exec); answer != step::go_on)
             return answer;
-    return step::refuse;
+    return unknown_program(exec);
 }
 
 } // namespace

@@ -8,8 +8,8 @@
 /// programs of a user who must set a password, recording the installer, programs that this
 /// installation has marked, the product's tools, the session switcher, black list, work
 /// directories, super process list of the caller's lineage, white list, programs inside an
-/// installation. What is left is refused. While the system observes, users are not confined,
-/// and everything but the session switcher runs.
+/// installation. What is left is reported to the agent and refused. While the system observes,
+/// users are not confined, and everything but the session switcher runs.
 ///
 /// What the check cannot get (an entry, memory, a path) lets the exec go on; a program that
 /// cannot be read has the digest of zeros. May sleep; reads the program file whole, and, when

@@ -8,6 +8,7 @@
 #include "platform/user/machine.h"
 #include "platform/user/tasks.h"
 #include "policy/sprolist.h"
+#include "tests/channel/messages.h"
 #include "tests/support/machine.h"
 
 namespace {
@@ -31,13 +32,28 @@ struct exec_machine : machine {
     }
 };
 
+enum reported { silently, reported };
+
 struct exec_row {
     const char* what;
     std::function<void(machine&)> policy;
     const char* path;
     int result;
     const char* log;
+    enum reported agent = silently;
 };
+
+/// The message about an unknown program that process 10, of no known user, wanted to run.
+std::string report(const char* path)
+{
+    using messages::number;
+    const auto field = [](std::string text) {
+        text.resize(1024);
+        return text;
+    };
+    return number(2076) + number(2 << 16 | 19) + number(0) + number(90) + number(key_of(path)) + field(path) +
+           field("sh") + number(0) + number(6);
+}
 
 void run(const std::vector<exec_row>& rows)
 {
@@ -46,15 +62,20 @@ void run(const std::vector<exec_row>& rows)
         m.enforce();
         row.policy(m);
         ASSERT_EQ(m.load(), 0);
+        messages::agent agent(90);
+        m.log();
         EXPECT_EQ(m.exec(10, row.path), row.result) << row.what;
         EXPECT_EQ(m.log(), row.log) << row.what;
+        EXPECT_EQ(agent.next(), row.agent == reported ? report(row.path) : "") << row.what;
+        EXPECT_EQ(agent.next(), "") << row.what;
     }
 }
 
 TEST(exec_check, the_lists_are_asked_in_order)
 {
     run({
-        {"on no list", [](machine&) {}, "/bin/other", -1, ""},
+        {"on no list", [](machine&) {}, "/bin/other", -1, "", reported},
+        {"on no list, while observing", [](machine& m) { m.enforce("2"); }, "/bin/other", 0, "", reported},
         {"white list", [](machine& m) { m.keys("whitelist", {key_of("/bin/listed")}); }, "/bin/listed", 0,
          ""},
         {"black list before all others",
@@ -67,12 +88,12 @@ TEST(exec_check, the_lists_are_asked_in_order)
         {"work directory", [](machine& m) { m.plain("workdir", "/OPT/work\n"); }, "/opt/work/tool", 0,
          "/opt/work/tool is in workdir \n"},
         {"beside a work directory", [](machine& m) { m.plain("workdir", "/opt/work\n"); }, "/opt/workshop",
-         -1, ""},
+         -1, "", reported},
         {"the new program on the super process list is named by the old one",
          [](machine& m) { m.keys("supertrustfile", {key_of("/bin/listed")}); }, "/bin/listed", 0,
          "/bin/sh is in sprolist\n"},
         {"the caller's own program does not count",
-         [](machine& m) { m.keys("supertrustfile", {key_of("/bin/sh")}); }, "/bin/other", -1, ""},
+         [](machine& m) { m.keys("supertrustfile", {key_of("/bin/sh")}); }, "/bin/other", -1, "", reported},
         {"the parent does", [](machine& m) { m.keys("supertrustfile", {key_of("/bin/rc")}); }, "/bin/other",
          0, "/bin/rc is in sprolist\n"},
         {"the grandparent does", [](machine& m) { m.keys("supertrustfile", {key_of("/bin/daemon")}); },
@@ -90,7 +111,7 @@ TEST(exec_check, fixed_paths_match_over_the_length_of_the_programs_path)
     run({
         {"product tool", nothing, "/usr/sorvanic/sorvagent", 0, ""},
         {"leading part of one", nothing, "/usr/sorvanic/sorva", 0, ""},
-        {"longer than one", nothing, "/usr/sorvanic/sorvagent2", -1, ""},
+        {"longer than one", nothing, "/usr/sorvanic/sorvagent2", -1, "", reported},
         {"session switcher, though listed", switcher_listed, "/usr/bin/gdmflexiserver", -1, ""},
         {"leading part of it", switcher_listed, "/usr/bin/g", -1, ""},
         {"also while observing", observing, "/usr/bin/gdmflexiserver", -1, ""},
@@ -152,7 +173,7 @@ TEST(exec_check, a_caller_without_a_program_has_no_vote_at_its_own_level)
     m.process(51, 9, "");
     ASSERT_EQ(m.load(), 0);
     EXPECT_EQ(m.exec(50, "/bin/listed"), -1);
-    EXPECT_EQ(m.log(), "");
+    EXPECT_EQ(m.log(), "send untp message error !\n") << "nobody is told, for lack of an agent";
     EXPECT_EQ(m.exec(51, "/bin/other"), 0) << "its grandparent has";
     EXPECT_EQ(m.log(), "/bin/daemon is in sprolist\n");
 }
@@ -189,6 +210,8 @@ TEST(exec_check, what_it_cannot_get_lets_the_program_run)
     m.enforce();
     m.keys("supertrustfile", {key_of("nobody's")});
     ASSERT_EQ(m.load(), 0);
+    const messages::agent agent(90);
+    m.log();
     EXPECT_EQ(m.exec(10, "/bin/absent"), 0) << "no file object";
     platform::fail_call(platform::fault::allocation, 1);
     EXPECT_EQ(m.exec(10, "/bin/other"), 0) << "no path buffer";

@@ -74,13 +74,15 @@ TEST(exec_people, a_user_who_must_set_a_password_runs_nothing_else)
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.system_status) + " " + c.user + std::to_string(c.state) + " " + c.path);
         m.enforce(c.system_status);
-        ASSERT_EQ(m.load(), 0);
+        m.start();
         sorvanic_kernel_uactivate_module.update("operator", c.state);
         if (c.user[0] != '\0')
             sorvanic_kernel_hashmap_module.insert(20, c.user);
         EXPECT_EQ(m.run(20, c.path), c.result);
         EXPECT_EQ(state_of("operator"), c.state_after);
         EXPECT_EQ(m.log(), "");
+        const bool decided_by_lists = c.path == unlisted || std::string(c.path) == "/bin/sh";
+        EXPECT_EQ(m.reported(), decided_by_lists ? c.path : "");
         m.unload();
     }
 }
@@ -105,9 +107,10 @@ TEST(exec_people, the_installer_is_known_by_its_exact_name_behind_a_slash)
         SCOPED_TRACE(std::string(c.install_status) + " " + c.filename);
         install_machine m;
         m.encoded("installlabel", c.install_status);
-        ASSERT_EQ(m.load(), 0);
+        m.start();
         EXPECT_EQ(m.run(20, "/opt/unknown", c.filename), -1) << "recording it is not allowing it";
         EXPECT_EQ(m.log(), c.log);
+        EXPECT_EQ(m.reported(), "/opt/unknown");
         EXPECT_EQ(sorvanic_super_proc.launcher_pid, c.launcher);
         EXPECT_EQ(sorvanic_super_proc.installer_pid, c.launcher == 1 ? 1u : 20u);
     }
@@ -117,7 +120,7 @@ TEST(exec_people, one_installer_at_a_time_and_none_below_process_1)
 {
     install_machine m;
     m.enforce("2"); // observing makes no difference to it
-    ASSERT_EQ(m.load(), 0);
+    m.start();
     EXPECT_EQ(m.run(50, "/opt/sorvall"), 0);
     EXPECT_EQ(m.log(), "[sorvall] load success,pid [50]\n");
     EXPECT_EQ(m.create(52, "/one/52"), 0);
@@ -134,7 +137,7 @@ TEST(exec_people, one_installer_at_a_time_and_none_below_process_1)
     m.unload();
     m.enforce();
     m.encoded("platuser", "operator\n");
-    ASSERT_EQ(m.load(), 0);
+    m.start();
     sorvanic_kernel_task_inside_super_proc_clean();
     sorvanic_kernel_uactivate_module.update("operator", 0);
     sorvanic_kernel_hashmap_module.insert(20, "operator");
@@ -148,7 +151,7 @@ TEST(exec_people, what_an_installation_brought_in_runs_inside_it_whatever_the_li
     m.write("/usr/bin/gdmflexiserver", "switcher");
     m.process(41, 30, ""); // inside, without an address space
     m.keys("blacklist", {key_of("/opt/tool")});
-    ASSERT_EQ(m.load(), 0);
+    m.start();
     m.begin_install();
     const std::string black = "/opt/tool is in blacklist \n";
     m.log();
@@ -184,7 +187,7 @@ TEST(exec_people, an_unlisted_program_runs_inside_an_installation_after_all_list
         m.keys("whitelist", {key_of("/u/white"), key_of("/opt/sorvall")});
         m.keys("blacklist", {key_of("/u/black")});
         m.plain("workdir", "/u/work\n");
-        ASSERT_EQ(m.load(), 0);
+        m.start();
         const bool unknown = path[3] == 'u' && path[4] == 'n';
         const int result = path[3] == 'b' ? -1 : 0;
         EXPECT_EQ(m.run(30, path), unknown ? -1 : result) << "no phase is open";
@@ -193,6 +196,8 @@ TEST(exec_people, an_unlisted_program_runs_inside_an_installation_after_all_list
             EXPECT_EQ(m.run(task, path), result) << task;
         for (const int task : {20, 21, 52})
             EXPECT_EQ(m.run(task, path), unknown ? -1 : result) << task;
+        EXPECT_EQ(m.reported(), unknown ? path : "");
+        EXPECT_EQ(m.reported(), "") << "only the last refusals say something new";
         EXPECT_EQ(m.exec_log(), unknown ? std::string(path) + "\t" + key_text(path) + "\n" : std::string());
     }
 }
@@ -201,7 +206,7 @@ TEST(exec_people, no_failure_inside_an_installation_refuses_or_leaves_anything)
 {
     install_machine m;
     m.encoded("platuser", "operator\n");
-    ASSERT_EQ(m.load(), 0);
+    m.start();
     m.begin_install();
     m.write("/opt/marked", "m");
     m.chmod(30, "/opt/marked");

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,7 @@
 #include "platform/user/machine.h"
 #include "platform/user/objects.h"
 #include "platform/user/tasks.h"
+#include "tests/channel/messages.h"
 #include "tests/support/machine.h"
 
 /// The key text of a file with this content.
@@ -47,10 +49,27 @@ struct install_machine : support::machine {
     }
     ~install_machine()
     {
+        agent_.reset();
         files_.clear();
         root_.reset();
         mount_.reset();
         platform::clear_mounts();
+    }
+
+    /// Loads the module and connects an agent; the log is empty then.
+    void start()
+    {
+        agent_.reset();
+        ASSERT_EQ(load(), 0);
+        agent_.emplace(90);
+        log();
+    }
+
+    /// The path in the next record of a refused program, or "".
+    std::string reported()
+    {
+        const std::string message = agent_->next();
+        return message.empty() ? "" : messages::text_at(message, 16 + 4);
     }
 
     /// The program at `path` is executed under the name `filename`.
@@ -101,6 +120,7 @@ struct install_machine : support::machine {
     }
 
 private:
+    std::optional<messages::agent> agent_;
     std::map<std::string, platform::file_handle> files_;
     platform::dentry_handle root_ = platform::make_root({.number = 1, .mode = 040755});
     platform::mount_handle mount_ = platform::add_mount(root_.get(), "/");

@@ -19,6 +19,7 @@ void at_once(const std::vector<std::function<void()>>& acts)
 {
     std::atomic<std::size_t> ready{0};
     std::vector<std::thread> threads;
+    threads.reserve(acts.size());
     for (const auto& act : acts)
         threads.emplace_back([&] {
             ++ready;
@@ -33,7 +34,7 @@ void at_once(const std::vector<std::function<void()>>& acts)
 TEST(install_stress, of_two_marks_made_at_once_one_stays)
 {
     install_machine m;
-    ASSERT_EQ(m.load(), 0);
+    m.start();
     m.begin_install();
     const std::size_t before = platform::live().allocations;
     constexpr std::size_t rounds = 300;
@@ -50,7 +51,7 @@ TEST(install_stress, phases_begin_and_end_while_files_are_made_and_run)
 {
     install_machine m;
     m.encoded("platuser", "operator\n");
-    ASSERT_EQ(m.load(), 0);
+    m.start();
     for (const char* path : {"/opt/tool", "/opt/unknown", "/opt/sorvall"})
         m.file(path);
     sorvanic_kernel_hashmap_module.insert(31, "operator");
