@@ -21,14 +21,19 @@ struct reload_row {
     int (*const* reload)(); // the table's slot
 };
 
-// In the order in which they run.
+// In the order in which they run, with the file that each reads.
 constinit const reload_row rows[] = {
-    {0x1, &sorvanic_kernel_dirctl_module.reload},       {0x80, &sorvanic_kernel_statusctl_module.reload},
-    {0x100, &sorvanic_kernel_auditctl_module.reload},   {0x2000, &sorvanic_kernel_installctl_module.reload},
-    {0x400, &sorvanic_kernel_whitelist_module.reload},  {0x400, &sorvanic_kernel_workdir_module.reload},
-    {0x800, &sorvanic_kernel_blacklist_module.reload},  {0x10, &sorvanic_kernel_sprolist_module.reload},
-    {0x200, &sorvanic_kernel_modlctl_module.reload},    {0x1000, &sorvanic_kernel_ptpy_module.reload},
-    {0x4000, &sorvanic_kernel_uactivate_module.reload},
+    {0x1, &sorvanic_kernel_dirctl_module.reload},        // dirctl
+    {0x80, &sorvanic_kernel_statusctl_module.reload},    // statlabel
+    {0x100, &sorvanic_kernel_auditctl_module.reload},    // auditlabel
+    {0x2000, &sorvanic_kernel_installctl_module.reload}, // installlabel
+    {0x400, &sorvanic_kernel_whitelist_module.reload},   // whitelist
+    {0x400, &sorvanic_kernel_workdir_module.reload},     // workdir
+    {0x800, &sorvanic_kernel_blacklist_module.reload},   // blacklist
+    {0x10, &sorvanic_kernel_sprolist_module.reload},     // supertrustfile
+    {0x200, &sorvanic_kernel_modlctl_module.reload},     // modllabel
+    {0x1000, &sorvanic_kernel_ptpy_module.reload},       // ptpylist
+    {0x4000, &sorvanic_kernel_uactivate_module.reload},  // platuser
 };
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "channel/audit_records.h"
+#include "channel/last_events.h"
 #include "channel/socket.h"
 #include "platform/user/faults.h"
 #include "platform/user/machine.h"
@@ -160,6 +161,11 @@ TEST_F(audit_messages, only_a_repetition_is_suppressed)
     EXPECT_EQ(agent.drain(), 3u);
     untp(1, "/elsewhere", "other");
     EXPECT_EQ(agent.drain(), 0u) << "only the key counts";
+    EXPECT_STREQ(
+        static_cast<const untp_record*>(sorvanic_kernel_singleaud_module.inside_getevent(last_untp))->path,
+        "/x")
+        << "the last one is the last that was sent, and all of it is kept";
+    EXPECT_EQ(sorvanic_kernel_singleaud_module.inside_getevent(last_event_kinds), nullptr);
     untp(0, "/x");
     EXPECT_EQ(agent.drain(), 1u);
 
@@ -195,22 +201,6 @@ TEST_F(audit_messages, what_could_not_be_sent_is_remembered_all_the_same)
     faau("/x", "bob", 1);
     pcau("/x", "bob", 1);
     EXPECT_EQ(agent.drain(), 0u);
-}
-
-TEST_F(audit_messages, a_new_start_knows_no_last_events)
-{
-    {
-        messages::agent agent(100);
-        untp(1, "/x");
-        EXPECT_EQ(agent.drain(), 1u);
-    }
-    event.reset();
-    m.unload();
-    ASSERT_EQ(m.load(), 0);
-    event.emplace(reporter.get());
-    messages::agent agent(100);
-    untp(1, "/x");
-    EXPECT_EQ(agent.drain(), 1u);
 }
 
 TEST_F(audit_messages, an_agent_that_went_without_a_word_stays_the_agent)

@@ -222,7 +222,6 @@ TEST(receive, the_shell_switch_goes_off)
     EXPECT_EQ(sorvanic_kernel_proshell_module.getkey(), 0);
 }
 
-// A hook may send while a login or reload is handled; the answer to a login needs memory, too.
 TEST(receive, survives_every_failed_allocation)
 {
     machine m;
@@ -247,16 +246,6 @@ TEST(receive, survives_every_failed_allocation)
         ++failures;
     }
     EXPECT_EQ(failures, 2u) << "the record and the answer";
-}
-
-TEST(receive, nothing_is_received_before_start_up_and_after_shut_down)
-{
-    machine m;
-    EXPECT_EQ(platform::netlink_send(messages::helo(), 100), -111);
-    ASSERT_EQ(m.load(), 0);
-    EXPECT_EQ(platform::netlink_send(messages::helo(), 100), 0);
-    m.unload();
-    EXPECT_EQ(platform::netlink_send(messages::helo(), 100), -111);
 }
 
 } // namespace
