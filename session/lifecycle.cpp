@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
@@ -36,10 +37,15 @@ constexpr int system_call_stop = SIGTRAP | 0x80;
 constexpr long restart_if_handler_agrees = -512; // ERESTARTSYS
 constexpr long restart_always = -513;            // ERESTARTNOINTR
 
-unsigned long event_message(pid_t task)
+/// What the host tells of the event at which the task is stopped. Nothing when the task has been
+/// killed since and has left that stop: its message then is already that of its exit.
+std::optional<unsigned long> event_message(pid_t task, int event)
 {
     unsigned long message = 0;
-    ptrace(PTRACE_GETEVENTMSG, task, nullptr, &message);
+    siginfo_t stop = {};
+    if (ptrace(PTRACE_GETEVENTMSG, task, nullptr, &message) != 0 ||
+        ptrace(PTRACE_GETSIGINFO, task, nullptr, &stop) != 0 || stop.si_code != (SIGTRAP | event << 8))
+        return std::nullopt;
     return message;
 }
 
@@ -66,6 +72,17 @@ std::string command_name(pid_t task)
     std::string name;
     std::getline(std::ifstream(fmt::format("/proc/{}/comm", task)), name);
     return name;
+}
+
+/// A process id in the task's status; 0 when the task is gone.
+pid_t status_field(pid_t task, const std::string& name)
+{
+    std::ifstream status(fmt::format("/proc/{}/status", task));
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(name))
+            return static_cast<pid_t>(std::stol(line.substr(name.size())));
+    }
+    return 0;
 }
 
 bool stops_a_group(int signal)
@@ -96,11 +113,36 @@ int lifecycle::run()
 {
     for (;;) {
         int status = 0;
-        const pid_t task = waitpid(-1, &status, __WALL);
+        const pid_t task = waitpid(-1, &status, __WALL | (held_.empty() ? 0 : WNOHANG));
         if (task > 0)
             handle(task, status);
+        else if (task == 0)
+            wait_with_held();
         else if (errno == ECHILD)
             return root_status_;
+    }
+}
+
+void lifecycle::wait_with_held()
+{
+    sigset_t change;
+    sigemptyset(&change);
+    sigaddset(&change, SIGCHLD);
+    const timespec limit = {0, 100'000'000};
+    sigtimedwait(&change, nullptr, &limit);
+
+    // Nothing was reported, so who has made these tasks is not going to tell any more: it was
+    // killed, more than once, and did not even stop on its way out.
+    const auto overdue = std::chrono::steady_clock::now() - std::chrono::seconds(1);
+    std::vector<pid_t> lost;
+    for (const auto& [task, since] : held_) {
+        if (since < overdue)
+            lost.push_back(task);
+    }
+    for (const pid_t task : lost) {
+        const pid_t group = status_field(task, "Tgid:");
+        const pid_t maker = group != task ? group : status_field(task, "PPid:");
+        birth(platform::find_task(maker) ? maker : root_, group != task ? CLONE_THREAD | CLONE_VM : 0, task);
     }
 }
 
@@ -119,12 +161,14 @@ void lifecycle::handle(pid_t task, int status)
         const std::lock_guard guard(lock_);
         of = &tracees_[task];
     }
-    if (!of->born)
+    if (!of->born) {
         of->held = status;
-    else if (WIFSTOPPED(status))
+        held_.try_emplace(task, std::chrono::steady_clock::now());
+    } else if (WIFSTOPPED(status)) {
         stopped(task, *of, status);
-    else
+    } else {
         gone(task, status);
+    }
     if (ending_.load())
         kill(task, SIGKILL);
 }
@@ -136,8 +180,7 @@ void lifecycle::stopped(pid_t task, tracee& of, int status)
     case PTRACE_EVENT_FORK:
     case PTRACE_EVENT_VFORK:
     case PTRACE_EVENT_CLONE:
-        fork_done(task, clone_flags(task).value_or(0));
-        resume(task, of);
+        fork_done(task, of, status >> 16);
         break;
     case PTRACE_EVENT_EXEC:
         exec_done(task);
@@ -159,17 +202,21 @@ void lifecycle::stopped(pid_t task, tracee& of, int status)
     }
 }
 
-// Failing (ESRCH) means that the task is being killed: its exit is reported next.
+// Failing (ESRCH) means that the task is being killed: its exit is reported next. If it was killed
+// only just now, this lets it pass its exit stop unseen; `gone` makes up for that.
 void lifecycle::resume(pid_t task, const tracee& of, int signal)
 {
     ptrace(of.watch ? PTRACE_SYSCALL : PTRACE_CONT, task, nullptr, signal);
 }
 
-void lifecycle::fork_done(pid_t parent, unsigned long flags)
+void lifecycle::fork_done(pid_t parent, const tracee& of, int event)
 {
-    // A parent that has been killed in its stop gives no message; its exit tells.
-    if (const auto child = static_cast<pid_t>(event_message(parent)))
-        birth(parent, flags, child);
+    const unsigned long flags = clone_flags(parent).value_or(0);
+    const auto child = event_message(parent, event);
+    if (!child)
+        return; // its exit is reported next, and tells
+    birth(parent, flags, static_cast<pid_t>(*child));
+    resume(parent, of);
 }
 
 void lifecycle::birth(pid_t parent, unsigned long flags, pid_t child)
@@ -183,9 +230,12 @@ void lifecycle::birth(pid_t parent, unsigned long flags, pid_t child)
         return;
     // The id may have belonged to a task whose end the host did not report.
     leave_table(child, 0);
-    if (const platform::task_handle task = platform::find_task(parent))
-        platform::run_do_fork(task.get(), flags, child);
+    platform::task_handle task = platform::find_task(parent);
+    if (!task)
+        task = platform::find_task(1);
+    platform::run_do_fork(task.get(), flags, child);
     of->born = true;
+    held_.erase(child);
     if (const auto held = std::exchange(of->held, std::nullopt))
         handle(child, *held);
 }
@@ -206,16 +256,20 @@ void lifecycle::unreported_births(pid_t parent)
              std::filesystem::directory_iterator(fmt::format("/proc/{}/task", parent), error))
             born.push_back(std::stoi(entry.path().filename()));
     }
-    for (const pid_t child : born)
-        birth(parent, *flags, child);
+    for (const pid_t child : born) {
+        // Not those that have been followed to their end and wait for this parent only.
+        if (status_field(child, "TracerPid:") != 0)
+            birth(parent, *flags, child);
+    }
 }
 
 void lifecycle::exec_done(pid_t process)
 {
     // An exec ends all other threads, and the thread that called it takes over the leader's id.
-    const auto former = static_cast<pid_t>(event_message(process));
-    if (former == 0)
-        return; // being killed
+    const auto message = event_message(process, PTRACE_EVENT_EXEC);
+    if (!message)
+        return; // killed
+    const auto former = static_cast<pid_t>(*message);
     tracee* of;
     {
         const std::lock_guard guard(lock_);
@@ -267,7 +321,7 @@ void lifecycle::signal_delivery(pid_t task, const tracee& of, int signal)
 void lifecycle::exiting(pid_t task, tracee& of)
 {
     unreported_births(task);
-    leave_table(task, static_cast<long>(event_message(task)));
+    leave_table(task, static_cast<long>(event_message(task, PTRACE_EVENT_EXIT).value_or(0)));
     of.exited = true;
     of.watch.reset();
     resume(task, of);

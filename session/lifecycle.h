@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -45,9 +46,10 @@ private:
     };
 
     void handle(pid_t task, int status);
+    void wait_with_held();
     void stopped(pid_t task, tracee& of, int status);
     void gone(pid_t task, int status);
-    void fork_done(pid_t parent, unsigned long flags);
+    void fork_done(pid_t parent, const tracee& of, int event);
     void birth(pid_t parent, unsigned long flags, pid_t child);
     void unreported_births(pid_t parent);
     void exec_done(pid_t process);
@@ -65,6 +67,9 @@ private:
     int root_status_ = 0;
     std::atomic<bool> root_ended_{false};
     std::atomic<bool> ending_{false};
+
+    /// Tasks that have been reported before their birth, and since when.
+    std::unordered_map<pid_t, std::chrono::steady_clock::time_point> held_;
 
     mutable std::mutex lock_; ///< for changes of the set of tracees, and end_all's walk over it
     std::unordered_map<pid_t, tracee> tracees_;

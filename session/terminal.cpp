@@ -38,8 +38,9 @@ supervisor_signals::supervisor_signals()
         changed_[i].number = wanted[i].first;
         sigaction(wanted[i].first, &action, &changed_[i].found);
     }
-    const sigset_t taken = taken_signals();
-    pthread_sigmask(SIG_BLOCK, &taken, &found_mask_);
+    sigset_t blocked = taken_signals();
+    sigaddset(&blocked, SIGCHLD);
+    pthread_sigmask(SIG_BLOCK, &blocked, &found_mask_);
 }
 
 supervisor_signals::~supervisor_signals()

@@ -13,9 +13,9 @@
 namespace session {
 
 /// Holds the calling process's signals as a supervisor needs them, from construction to
-/// destruction: SIGINT, SIGQUIT, SIGTERM and SIGHUP are blocked (signal_watch takes them),
-/// SIGTTOU, SIGTTIN and SIGPIPE ignored, SIGCHLD is the default, and `wake_signal` interrupts a
-/// blocking call and does nothing else. SIGTSTP stays as it was.
+/// destruction: SIGINT, SIGQUIT, SIGTERM and SIGHUP are blocked (signal_watch takes them), so is
+/// SIGCHLD (lifecycle waits for it); SIGTTOU, SIGTTIN and SIGPIPE are ignored; `wake_signal`
+/// interrupts a blocking call and does nothing else. SIGTSTP stays as it was.
 class supervisor_signals {
 public:
     supervisor_signals();

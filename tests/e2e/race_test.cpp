@@ -93,6 +93,19 @@ TEST_F(race, a_script_is_exchanged_for_one_that_hands_another_file_to_the_same_i
     expect_no_winners();
 }
 
+TEST_F(race, a_program_is_exchanged_for_an_unlisted_script_that_it_interprets)
+{
+    victim("race_exec");
+    const fs::path good = listed("good", read_file(victim("log_program")));
+    // Should it run, "good" would take the script for its log.
+    const std::string content = "#!" + good.string() + "\n";
+    const fs::path evil = unlisted("evil", content);
+    fs::permissions(evil, fs::perms::all);
+    for (const uid_t user : users())
+        expect_no_winner("memory", {}, user);
+    EXPECT_EQ(read_file(evil), content);
+}
+
 TEST_F(race, a_program_is_exchanged_for_an_unlisted_script)
 {
     const std::string shell = of_machine("sh");

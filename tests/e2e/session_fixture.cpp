@@ -67,6 +67,12 @@ std::string base64(const std::string& text)
     return out;
 }
 
+void add_key(std::string& list, const std::string& content)
+{
+    const std::uint32_t key = support::key_of(content);
+    list.append(reinterpret_cast<const char*>(&key), sizeof key);
+}
+
 void write(const fs::path& path, const std::string& content)
 {
     std::ofstream(path, std::ios::binary) << content;
@@ -114,8 +120,7 @@ fs::path session_test::unlisted(const std::string& name, const std::string& cont
 
 fs::path session_test::listed(const std::string& name, const std::string& content)
 {
-    const std::uint32_t key = support::key_of(content);
-    keys_.append(reinterpret_cast<const char*>(&key), sizeof key);
+    add_key(white_, content);
     return unlisted(name, content);
 }
 
@@ -131,16 +136,22 @@ fs::path session_test::of_machine(const std::string& name)
         fs::path found = fs::path(place) / name;
         if (!fs::exists(found))
             continue;
-        const std::uint32_t key = support::key_of(read_file(found));
-        keys_.append(reinterpret_cast<const char*>(&key), sizeof key);
+        add_key(white_, read_file(found));
         return found;
     }
     throw std::runtime_error("this machine has no " + name);
 }
 
+void session_test::blacklist(const fs::path& program)
+{
+    add_key(black_, read_file(program));
+}
+
 void session_test::write_policy()
 {
-    write(policy() / "whitelist", keys_);
+    write(policy() / "whitelist", white_);
+    if (!black_.empty())
+        write(policy() / "blacklist", black_);
     write(policy() / "statlabel", base64(status + "\n"));
     write(policy() / "modllabel", base64("2222\n"));
 }

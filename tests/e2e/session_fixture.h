@@ -34,6 +34,9 @@ protected:
     /// Lists a program of the machine, found as a shell finds it, and returns its path.
     fs::path of_machine(const std::string& name);
 
+    /// Puts a program on the black list.
+    void blacklist(const fs::path& program);
+
     /// The command line of a session with `options` that runs `run`.
     command session(const command& run, const command& options = {});
 
@@ -51,7 +54,8 @@ private:
     void write_policy();
 
     fs::path directory_;
-    std::string keys_;
+    std::string white_;
+    std::string black_;
 };
 
 /// Ids that an unprivileged user has here.

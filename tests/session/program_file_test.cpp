@@ -1,0 +1,88 @@
+#include "session/program_file.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/session/temporary_directory.h"
+
+namespace session {
+namespace {
+
+unique_fd pin(const std::string& path)
+{
+    return unique_fd(open(path.c_str(), O_PATH | O_CLOEXEC));
+}
+
+TEST(program_file, a_path_is_not_the_one_its_caller_sees)
+{
+    const temporary_directory directory;
+    const caller self(getpid());
+    const auto expect = [&](int fd, const std::string& text, bool deleted) {
+        const seen_path path = path_of(fd, self);
+        EXPECT_EQ(path.text, text);
+        EXPECT_EQ(path.deleted, deleted) << text;
+    };
+
+    const std::string plain = directory.write("plain", "x");
+    const unique_fd file = pin(plain);
+    expect(file.get(), plain, false);
+    // With a second name left, which is not the one it was found by.
+    std::filesystem::create_hard_link(plain, directory / "second");
+    std::filesystem::remove(plain);
+    expect(file.get(), plain, true);
+    // In its place there is another one, of the name that the host gives the deleted one.
+    directory.write("plain (deleted)", "y");
+    expect(file.get(), plain, true);
+    const std::string odd = directory.write("odd (deleted)", "z");
+    expect(pin(odd).get(), odd, false);
+    expect(unique_fd(memfd_create("program", MFD_CLOEXEC)).get(), "/memfd:program", true);
+
+    if (geteuid() != 0)
+        GTEST_SKIP() << "changing the root needs root";
+    int hold[2];
+    ASSERT_EQ(pipe(hold), 0);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        close(hold[1]);
+        char byte = 0;
+        const bool changed = chroot(directory.path().c_str()) == 0;
+        _exit(changed && write(ready[1], &byte, 1) == 1 && read(hold[0], &byte, 1) == 0 ? 0 : 1);
+    }
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    EXPECT_EQ(path_of(pin(odd).get(), caller(child)).text, "/odd (deleted)");
+    EXPECT_EQ(path_of(pin("/bin").get(), caller(child)).text, path_of(pin("/bin").get(), self).text);
+    for (const int fd : {hold[0], hold[1], ready[0], ready[1]})
+        close(fd);
+    waitpid(child, nullptr, 0);
+}
+
+TEST(program_file, a_file_is_written_to_in_the_tick_of_its_identity)
+{
+    const temporary_directory directory;
+    timespec tick;
+    clock_getres(CLOCK_REALTIME_COARSE, &tick);
+    for (int i = 0; i < 5; ++i) {
+        const unique_fd file = pin(directory.write("fresh", std::to_string(i)));
+        const file_identity identity = settled_identity(file.get());
+        EXPECT_EQ(identity, identity_of(file.get()));
+        timespec now;
+        clock_gettime(CLOCK_REALTIME_COARSE, &now);
+        const long age = (now.tv_sec - identity.change_seconds) * 1'000'000'000 + now.tv_nsec -
+                         static_cast<long>(identity.change_nanoseconds);
+        EXPECT_GE(age, tick.tv_nsec);
+        directory.write("fresh", std::to_string(i));
+        EXPECT_NE(identity, identity_of(file.get()));
+    }
+}
+
+} // namespace
+} // namespace session

@@ -1,0 +1,219 @@
+#include "session/resolve.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/session/temporary_directory.h"
+
+namespace session {
+namespace {
+
+struct place {
+    dev_t device = 0;
+    ino_t number = 0;
+    bool operator==(const place&) const = default;
+};
+
+place place_of(int fd)
+{
+    struct stat about;
+    return fd >= 0 && fstat(fd, &about) == 0 ? place{about.st_dev, about.st_ino} : place{};
+}
+
+std::ostream& operator<<(std::ostream& to, const place& of)
+{
+    return to << of.device << ":" << of.number;
+}
+
+struct question {
+    const char* name;
+    int flags = 0;
+    const char* directory = nullptr; ///< the call's descriptor is open on it
+};
+
+/// Another process, which says where the kernel finds each name for it, and then waits.
+class other_process {
+public:
+    other_process(const std::string& directory, bool own_root, const std::vector<question>& questions)
+    {
+        int answers[2];
+        if (pipe(answers) != 0 || pipe(hold_) != 0)
+            throw std::runtime_error("no pipe");
+        pid_ = fork();
+        if (pid_ == 0) {
+            close(hold_[1]);
+            // Where a name that only this process has leads: descriptor 100.
+            dup2(open("/bin/sh", O_RDONLY), 100);
+            if (chdir(directory.c_str()) != 0 || (own_root && chroot(".") != 0) || chdir("below") != 0)
+                _exit(1);
+            for (std::size_t i = 0; i < questions.size(); ++i) {
+                const question& one = questions[i];
+                if (one.directory != nullptr)
+                    dup2(open(one.directory, O_PATH), 200 + static_cast<int>(i));
+                const place found = answer(one, 200 + static_cast<int>(i));
+                if (write(answers[1], &found, sizeof found) != sizeof found)
+                    _exit(1);
+            }
+            char end;
+            _exit(read(hold_[0], &end, 1) == 0 ? 0 : 1);
+        }
+        close(answers[1]);
+        close(hold_[0]);
+        for (std::size_t i = 0; i < questions.size(); ++i) {
+            place found;
+            if (read(answers[0], &found, sizeof found) != sizeof found)
+                throw std::runtime_error("the other process does not answer");
+            found_.push_back(found);
+        }
+        close(answers[0]);
+    }
+    ~other_process()
+    {
+        close(hold_[1]);
+        waitpid(pid_, nullptr, 0);
+    }
+    other_process(const other_process&) = delete;
+    other_process& operator=(const other_process&) = delete;
+
+    pid_t pid() const { return pid_; }
+    const place& found(std::size_t i) const { return found_[i]; }
+
+private:
+    static place answer(const question& one, int directory)
+    {
+        const int at = one.directory != nullptr ? directory : AT_FDCWD;
+        if ((one.flags & AT_EMPTY_PATH) != 0 && one.name[0] == '\0')
+            return place_of(at);
+        const int file =
+            openat(at, one.name, O_PATH | ((one.flags & AT_SYMLINK_NOFOLLOW) != 0 ? O_NOFOLLOW : 0));
+        struct stat about;
+        // An exec by such a name fails.
+        if (file >= 0 && fstat(file, &about) == 0 && S_ISLNK(about.st_mode))
+            return {};
+        return place_of(file);
+    }
+
+    int hold_[2];
+    pid_t pid_;
+    std::vector<place> found_;
+};
+
+class resolve_test : public ::testing::TestWithParam<bool> {};
+
+TEST_P(resolve_test, a_name_leads_elsewhere_than_it_does_for_its_caller)
+{
+    const bool own_root = GetParam();
+    if (own_root && geteuid() != 0)
+        GTEST_SKIP() << "changing the root needs root";
+    const temporary_directory directory;
+    std::filesystem::create_directories(directory / "below/further");
+    directory.write("file", "x");
+    directory.write("below/file", "y");
+    const auto link = [&](const std::string& to, const std::string& name) {
+        std::filesystem::create_symlink(to, directory / name);
+    };
+    link("file", "link");
+    link("/file", "root-link");
+    link("/below/../../link", "round-link");
+    link("../file", "below/up");
+    link("up/", "below/up-slash");
+    link("further", "below/down");
+    link("down/../up", "below/round");
+    link("two", "one");
+    link("one", "two");
+    for (int i = 0; i < 42; ++i)
+        link(i == 0 ? "file" : "chain" + std::to_string(i - 1), "chain" + std::to_string(i));
+    link("/proc/self/fd/100", "below/through-proc");
+
+    const std::string below = own_root ? "/below" : directory / "below";
+    const std::string absolute = below + "/../file";
+    const std::string named = below + "/file";
+    std::vector<question> questions = {
+        {"file"},
+        {"./file"},
+        {"../file"},
+        {"..//./file"},
+        {"file/"},
+        {"file/."},
+        {"file/.."},
+        {"."},
+        {".."},
+        {"/"},
+        {"//"},
+        {"/.."},
+        {"../../../../../../../../../../.."},
+        {"further/"},
+        {"further/../file"},
+        {"none"},
+        {"none/../file"},
+        {"up"},
+        {"up/"},
+        {"up-slash"},
+        {"down/"},
+        {"round"},
+        {"down/../file"},
+        {"../link"},
+        {"../root-link"},
+        {"../round-link"},
+        {"../one"},
+        {"../chain39"},
+        {"../chain40"},
+        {"../chain41"},
+        {"through-proc"},
+        {absolute.c_str()},
+        {"/bin/sh"},
+        {"/bin/sh/"},
+        {"/proc/self"},
+        {"/proc/self/"},
+        {"/proc/self/exe"},
+        {"/proc/thread-self"},
+        {"/proc/thread-self/exe"},
+        {"/proc/thread-self/.."},
+        {"/proc/self/cwd/file"},
+        {"/proc/self/cwd/../file"},
+        {"/proc/self/root/file"},
+        {"/proc/self/root/bin/sh"},
+        {"/proc/self/fd/100"},
+        {"/proc/self/fd/99"},
+        {"/dev/fd/100"},
+        {"/proc/mounts"},
+        {"/proc/self/task/../exe"},
+        {"up", AT_SYMLINK_NOFOLLOW},
+        {"up/", AT_SYMLINK_NOFOLLOW},
+        {"down/../file", AT_SYMLINK_NOFOLLOW},
+        {"/proc/self", AT_SYMLINK_NOFOLLOW},
+        {"/proc/self/exe", AT_SYMLINK_NOFOLLOW},
+        {"file", 0, below.c_str()},
+        {"../file", 0, below.c_str()},
+        {"file", 0, named.c_str()},
+        {absolute.c_str(), 0, "/none"},
+        {"", AT_EMPTY_PATH, named.c_str()},
+        {"", 0, named.c_str()},
+        {""},
+    };
+    const std::string long_component(256, 'n');
+    questions.push_back({long_component.c_str()});
+
+    const other_process other(directory.path(), own_root, questions);
+    const caller who(other.pid());
+    for (std::size_t i = 0; i < questions.size(); ++i) {
+        const question& one = questions[i];
+        const int at = one.directory != nullptr ? 200 + static_cast<int>(i) : AT_FDCWD;
+        const unique_fd found = resolve(who, at, one.name, one.flags);
+        EXPECT_EQ(place_of(found.get()), other.found(i)) << one.name << " " << one.flags;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(roots, resolve_test, ::testing::Bool());
+
+} // namespace
+} // namespace session
