@@ -13,7 +13,8 @@ TEST(Digest, AgreesWithMd5sumAtTheEdgesOfBlocksAndReads)
 {
     const directory files;
     std::vector<std::string> names;
-    for (const std::size_t size : {0, 1, 55, 56, 63, 64, 65, 4096, 65535, 65536, 65537, 1 << 20}) {
+    for (const std::size_t size :
+         {0U, 1U, 55U, 56U, 63U, 64U, 65U, 4096U, 65535U, 65536U, 65537U, 1U << 20}) {
         std::string content(size, '\0');
         for (std::size_t i = 0; i < size; ++i)
             content[i] = static_cast<char>(i * 2654435761U >> 13);
