@@ -4,6 +4,9 @@
 # the thread sanitizer, "e2e" needs a machine that permits tracing.
 include(GoogleTest)
 
+# All that the thread sanitizer has to run, without what it has not.
+add_custom_target(concurrency_tests)
+
 function(sorvanic_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;LABELS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
@@ -12,6 +15,9 @@ function(sorvanic_test name)
   set(properties TIMEOUT 300)
   if(arg_LABELS)
     list(APPEND properties LABELS ${arg_LABELS})
+  endif()
+  if("concurrency" IN_LIST arg_LABELS)
+    add_dependencies(concurrency_tests ${name})
   endif()
   gtest_discover_tests(${name} PROPERTIES ${properties} DISCOVERY_TIMEOUT 60)
 endfunction()
