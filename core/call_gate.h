@@ -8,9 +8,9 @@
 // Calls in flight: how many threads are inside a hook entry or a lifecycle replacement.
 //
 // Shut-down first takes the entries out of the kernel, then waits here, then frees. A call that
-// has been fetched from the kernel's table but not yet counted is not waited for; it meets
-// empty tables, which are static storage, so it allows and touches nothing that was freed. (A
-// kernel that unloads the module's text has its own means to wait for such a call.)
+// a processor has fetched from the kernel's table but not yet counted is not waited for: whoever
+// unloads the module ends that window by means of its own. (A session has no caller left by
+// then; a kernel waits for its tasks to leave the patched functions.)
 
 extern constinit std::atomic<kernel::u32> calls_in_flight;
 
