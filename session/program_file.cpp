@@ -45,11 +45,14 @@ file_identity settled_identity(int fd)
     timespec resolution;
     clock_getres(CLOCK_REALTIME_COARSE, &resolution);
     const std::int64_t tick = resolution.tv_sec * nanoseconds + resolution.tv_nsec;
-    for (int waits = 0; waits < 4; ++waits) {
+    for (std::int64_t waited = 0; waited < 3 * nanoseconds; waited += tick) {
         const file_identity identity = identity_of(fd);
+        // Files are stamped with the coarse clock, of whole seconds on some file systems. Stamps
+        // ahead of it are the finer ones of kernels that never give two changes the same.
+        const std::int64_t unit = identity.change_nanoseconds == 0 ? 2 * nanoseconds : tick;
         const std::int64_t age =
             coarse_now() - (identity.change_seconds * nanoseconds + identity.change_nanoseconds);
-        if (age < -tick || age >= tick)
+        if (age < 0 || age >= unit)
             return identity;
         const timespec wait = {0, tick};
         nanosleep(&wait, nullptr);

@@ -154,6 +154,41 @@ TEST_F(exec, permission_is_not_judged_by_the_callers_ids)
     EXPECT_EQ(errors(unreadable), "status 0\n");
 }
 
+TEST_F(exec, a_root_without_capabilities_cannot_follow_another_users_processes)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root";
+    const fs::path start = victim("start_program");
+    const fs::path as = of_machine("setpriv");
+    const fs::path good = victim("exit_with");
+    const fs::path bad = unlisted("unlisted", read_file(good) + "x");
+    const fs::path shell = of_machine("sh");
+    const fs::path script = listed("script", "#!" + shell.string() + "\nexec " + good.string() + " 6\n");
+    const auto run_as_nobody = [&](const fs::path& program) {
+        command line = {as, "--bounding-set", "-sys_ptrace,-sys_admin,-kill", "--inh-caps", "-all"};
+        const command supervised = session(
+            {as, "--reuid", "65534", "--regid", "65534", "--clear-groups", start, "fork", program, "5"});
+        line.insert(line.end(), supervised.begin(), supervised.end());
+        return child_process(line, directory()).wait().out;
+    };
+    EXPECT_EQ(run_as_nobody(good), "status 5\n");
+    EXPECT_EQ(run_as_nobody(script), "status 6\n");
+    EXPECT_EQ(run_as_nobody(bad), error_line(EPERM));
+}
+
+TEST_F(exec, a_setuid_program_runs_otherwise_than_without_a_session)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root";
+    const fs::path as = of_machine("setpriv");
+    const fs::path id = listed("id", read_file(of_machine("id")));
+    fs::permissions(id, fs::perms(04755));
+    const command as_nobody = {as, "--reuid", "65534", "--regid", "65534", "--clear-groups", id, "-u"};
+    EXPECT_EQ(run_session(as_nobody).out, child_process(as_nobody, directory()).wait().out);
+    // An unprivileged supervisor cannot have it: its programs run with their caller's rights.
+    EXPECT_EQ(run_session({id, "-u"}, {}, nobody).out, "65534\n");
+}
+
 TEST_F(exec, a_program_that_only_runs_cannot_be_told_when_unprivileged)
 {
     if (geteuid() != 0)

@@ -11,15 +11,15 @@ namespace e2e {
 namespace {
 
 struct race : session_test {
-    /// Runs the race and expects that "evil" never ran, and that there was a race: "good" did, and
-    /// "evil" was stopped.
+    /// Runs the race and expects that "e" never ran, and that there was a race: "g" did, and "e"
+    /// was stopped.
     void expect_no_winner(const std::string& what, const command& before = {}, uid_t user = 0)
     {
         constexpr const char* rounds = "150";
         SCOPED_TRACE(what + " as " + std::to_string(user));
         const fs::path log = directory() / ("log-" + what);
         command run = before;
-        run.insert(run.end(), {directory() / "race_exec", what, directory(), "good", "evil", rounds, log});
+        run.insert(run.end(), {directory() / "race_exec", what, directory(), "g", "e", rounds, log});
         int ran = 0;
         int stopped = 0;
         std::string expected;
@@ -35,7 +35,7 @@ struct race : session_test {
             ran += good;
             stopped += refused + killed;
             for (int i = 0; i < good; ++i)
-                expected += "good\n";
+                expected += "g\n";
             fs::remove(directory() / "link");
         }
         EXPECT_EQ(read_file(log), expected);
@@ -57,16 +57,16 @@ struct race : session_test {
 TEST_F(race, a_program_is_exchanged_for_an_unlisted_one)
 {
     const std::string program = read_file(victim("log_program"));
-    listed("good", program);
-    unlisted("evil", program + "x");
+    listed("g", program);
+    unlisted("e", program + "x");
     expect_no_winners();
 }
 
 TEST_F(race, a_script_is_exchanged_for_an_unlisted_one)
 {
     const std::string shell = of_machine("sh");
-    listed("good", "#!" + shell + "\necho good >> $1\n");
-    unlisted("evil", "#!" + shell + "\necho evil >> $1\n");
+    listed("g", "#!" + shell + "\necho g >> $1\n");
+    unlisted("e", "#!" + shell + "\necho e >> $1\n");
     expect_no_winners();
     if (geteuid() != 0)
         return;
@@ -79,27 +79,27 @@ TEST_F(race, a_script_is_exchanged_behind_env)
 {
     of_machine("sh");
     const std::string env = of_machine("env");
-    listed("good", "#!" + env + " sh\necho good >> $1\n");
-    unlisted("evil", "#!" + env + " sh\necho evil >> $1\n");
+    listed("g", "#!" + env + " sh\necho g >> $1\n");
+    unlisted("e", "#!" + env + " sh\necho e >> $1\n");
     expect_no_winners();
 }
 
 TEST_F(race, a_script_is_exchanged_for_one_that_hands_another_file_to_the_same_interpreter)
 {
     const std::string shell = of_machine("sh");
-    const fs::path payload = unlisted("payload", "echo evil >> $2\n");
-    listed("good", "#!" + shell + "\necho good >> $1\n");
-    unlisted("evil", "#!" + shell + " " + payload.string() + "\n");
+    const fs::path payload = unlisted("payload", "echo e >> $2\n");
+    listed("g", "#!" + shell + "\necho g >> $1\n");
+    unlisted("e", "#!" + shell + " " + payload.string() + "\n");
     expect_no_winners();
 }
 
 TEST_F(race, a_program_is_exchanged_for_an_unlisted_script_that_it_interprets)
 {
     victim("race_exec");
-    const fs::path good = listed("good", read_file(victim("log_program")));
-    // Should it run, "good" would take the script for its log.
+    const fs::path good = listed("g", read_file(victim("log_program")));
+    // Should it run, "g" would take the script for its log.
     const std::string content = "#!" + good.string() + "\n";
-    const fs::path evil = unlisted("evil", content);
+    const fs::path evil = unlisted("e", content);
     fs::permissions(evil, fs::perms::all);
     for (const uid_t user : users())
         expect_no_winner("memory", {}, user);
@@ -109,8 +109,8 @@ TEST_F(race, a_program_is_exchanged_for_an_unlisted_script_that_it_interprets)
 TEST_F(race, a_program_is_exchanged_for_an_unlisted_script)
 {
     const std::string shell = of_machine("sh");
-    listed("good", read_file(victim("log_program")));
-    unlisted("evil", "#!" + shell + "\necho evil >> $1\n");
+    listed("g", read_file(victim("log_program")));
+    unlisted("e", "#!" + shell + "\necho e >> $1\n");
     expect_no_winners();
 }
 
