@@ -126,12 +126,9 @@ TEST_F(lifecycle, what_a_command_left_behind_cannot_be_ended)
 
 TEST_F(lifecycle, a_process_being_born_escapes_the_end_of_the_session)
 {
-    // Each starts its successor and ends, for ever.
-    const fs::path shell = of_machine("sh");
-    const fs::path heir = listed("heir", "#!" + shell.string() + "\n$0 &\n");
-    const std::string many = "i=0; while [ $i -lt 16 ]; do " + heir.string() + " & i=$((i + 1)); done";
+    const fs::path live_on = victim("live_on");
     for (int i = 0; i < 3; ++i) {
-        child_process supervisor(session({shell, "-c", many}), directory());
+        child_process supervisor(session({live_on, "16"}), directory());
         usleep(200'000);
         supervisor.send(SIGTERM);
         EXPECT_EQ(supervisor.wait(10s).status, 0);
