@@ -12,7 +12,7 @@
 
 /// Which copy a table's readers (used mark) or its loader (idle mark) have: 0 or 1.
 using table_mark = std::atomic<std::uint8_t>;
-static_assert(sizeof(table_mark) == 1 && alignof(table_mark) == 1 && table_mark::is_always_lock_free);
+static_assert(sizeof(table_mark) == 1 && table_mark::is_always_lock_free);
 
 /// Double-buffered storage of a policy table: readers walk the active copy while the idle one
 /// is emptied and filled, and `sync` makes the filled one active in one step.

@@ -93,15 +93,14 @@ private:
         }
         unique_fd next = open_at(at_.get(), component, O_NOFOLLOW);
         struct stat about;
-        if (!next || fstat(next.get(), &about) != 0) {
-            at_.reset();
-        } else if (!S_ISLNK(about.st_mode)) {
+        const bool found = next && fstat(next.get(), &about) == 0;
+        const bool link = found && S_ISLNK(about.st_mode);
+        if (found && !link)
             at_ = std::move(next);
-        } else if ((last && !follow_last) || ++links_ > link_limit) {
-            at_.reset();
-        } else {
+        else if (link && (!last || follow_last) && ++links_ <= link_limit)
             follow(std::move(next), component);
-        }
+        else
+            at_.reset();
     }
 
     void follow(unique_fd link, const std::string& component)
