@@ -62,8 +62,8 @@ void make(const std::string& path)
 std::string make_state_directory(const std::string& wanted)
 {
     std::error_code error;
-    const std::string path = wanted.empty() ? base_directory() + "/" + session_name()
-                                            : std::filesystem::absolute(wanted, error).string();
+    std::string path = wanted.empty() ? base_directory() + "/" + session_name()
+                                      : std::filesystem::absolute(wanted, error).string();
     make(path + "/log");
     return path;
 }
