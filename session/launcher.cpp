@@ -173,7 +173,7 @@ launcher::launcher(const std::vector<std::string>& command, const supervisor_sig
 
 launcher::~launcher()
 {
-    if (pid_ < 0 || started_)
+    if (pid_ < 0 || handed_over_)
         return;
     kill(pid_, SIGKILL);
     // Traced, it stops once more on its way out.
@@ -187,14 +187,14 @@ unique_fd launcher::install_filter()
 {
     send(channel_.get(), &step_filter, 1, MSG_NOSIGNAL);
     unique_fd listener;
-    if (const int error = receive_result(channel_.get(), listener))
+    const int error = receive_result(channel_.get(), listener);
+    if (error != 0 && error != ECONNRESET)
         throw trouble(filter_trouble(error));
     return listener;
 }
 
 void launcher::start()
 {
-    started_ = true;
     send(channel_.get(), &step_start, 1, MSG_NOSIGNAL);
 }
 

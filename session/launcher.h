@@ -15,8 +15,7 @@ namespace session {
 using platform::unique_fd;
 
 /// The first process of a session, from its fork to its exec. It is a child of the supervisor
-/// and does one step at a time, as it is told. A command that was never started is ended by the
-/// destructor.
+/// and does one step at a time, as it is told. The destructor ends it unless it was handed over.
 class launcher {
 public:
     /// Forks it; it waits, with the signals that the supervisor was started with.
@@ -27,9 +26,12 @@ public:
 
     pid_t pid() const { return pid_; }
 
+    /// From now on somebody else waits for its end.
+    void hand_over() { handed_over_ = true; }
+
     /// Has it put on the filter, for itself and all that descends from it, and returns the
-    /// descriptor on which its decided calls arrive. Throws trouble where the host lacks or
-    /// forbids what that needs.
+    /// descriptor on which its decided calls arrive; an empty one when it has been killed. Throws
+    /// trouble where the host lacks or forbids what that needs. Its tracer must be at work.
     unique_fd install_filter();
 
     /// Has it start the command, as a shell would find it.
@@ -40,7 +42,7 @@ public:
 
 private:
     pid_t pid_ = -1;
-    bool started_ = false;
+    bool handed_over_ = false;
     unique_fd channel_;
 };
 

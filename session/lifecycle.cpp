@@ -109,7 +109,7 @@ lifecycle::lifecycle(pid_t root, pending_execs& pending, refusals& told)
     tracees_[root].born = true;
 }
 
-int lifecycle::run()
+int lifecycle::run() noexcept
 {
     for (;;) {
         int status = 0;

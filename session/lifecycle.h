@@ -26,7 +26,8 @@ public:
     lifecycle(pid_t root, pending_execs& pending, refusals& told);
 
     /// Follows the session until its last task is gone. Returns the root process's wait status.
-    int run();
+    /// What cannot be followed may not run: running out of memory ends the supervisor, and so all.
+    int run() noexcept;
 
     /// Whether the root process has ended. Any thread.
     bool root_ended() const { return root_ended_.load(); }

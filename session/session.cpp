@@ -1,53 +1,19 @@
 #include "session/session.h"
 
-#include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <filesystem>
-
-#include <fmt/format.h>
+#include <string>
 
 #include "session/engine.h"
-#include "session/exec_notifications.h"
-#include "session/launcher.h"
-#include "session/lifecycle.h"
+#include "session/refusals.h"
+#include "session/supervise.h"
 #include "session/terminal.h"
 #include "session/trouble.h"
 
 namespace session {
 
 namespace {
-
-/// The supervisor's own process while a session runs, as it must not be before: the command
-/// would inherit it.
-class supervisor_process {
-public:
-    supervisor_process() : dumpable_(prctl(PR_GET_DUMPABLE))
-    {
-        // Every decision holds descriptors; how many run at once is up to the command.
-        getrlimit(RLIMIT_NOFILE, &files_);
-        const rlimit raised = {files_.rlim_max, files_.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &raised);
-        // Nobody of the same user reads or traces it.
-        prctl(PR_SET_DUMPABLE, 0);
-    }
-    ~supervisor_process()
-    {
-        prctl(PR_SET_DUMPABLE, dumpable_);
-        setrlimit(RLIMIT_NOFILE, &files_);
-    }
-    supervisor_process(const supervisor_process&) = delete;
-    supervisor_process& operator=(const supervisor_process&) = delete;
-
-private:
-    int dumpable_;
-    rlimit files_ = {};
-};
 
 void check_proc()
 {
@@ -57,56 +23,16 @@ void check_proc()
             "/proc is not mounted, or it shows the processes of another pid namespace; mount proc there");
 }
 
-/// What the session's signals mean to it.
-void handle_signal(const siginfo_t& info, int root_handle, pid_t root, lifecycle& tree)
-{
-    const int signal = info.si_signo;
-    if (tree.root_ended()) {
-        if (signal == SIGINT || signal == SIGTERM)
-            tree.end_all();
-        return;
-    }
-    // What the terminal sends, the command's own process group has got from it.
-    const bool got_it = info.si_code == SI_KERNEL && getpgid(root) == getpgrp();
-    if ((signal == SIGTERM || signal == SIGHUP) && !got_it)
-        syscall(SYS_pidfd_send_signal, root_handle, signal, nullptr, 0);
-}
-
-int exit_status(int wait_status)
-{
-    return WIFSIGNALED(wait_status) ? 128 + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
-}
-
-int supervise(const options& wanted)
-{
-    check_proc();
-    engine module(wanted);
-    const supervisor_signals signals;
-    launcher first(wanted.command, signals);
-    const unique_fd root_handle(static_cast<int>(syscall(SYS_pidfd_open, first.pid(), 0)));
-
-    refusals told(!wanted.quiet && isatty(STDERR_FILENO) != 0);
-    pending_execs pending;
-    lifecycle tree(first.pid(), pending, told);
-    const supervisor_process self;
-    module.add_first_process(first.pid(), wanted.user);
-    const exec_notifications workers(first.install_filter(), pending, told);
-    const signal_watch watch(
-        [&](const siginfo_t& info) { handle_signal(info, root_handle.get(), first.pid(), tree); });
-    first.start();
-    const int status = tree.run();
-
-    if (const auto error = first.start_error())
-        say(fmt::format("cannot run {}: {}", printable(wanted.command.front()), error_text(*error)));
-    return exit_status(status);
-}
-
 } // namespace
 
 int run(const options& wanted)
 {
     try {
-        return supervise(wanted);
+        check_proc();
+        engine module(wanted);
+        const supervisor_signals signals;
+        refusals told(!wanted.quiet && isatty(STDERR_FILENO) != 0);
+        return supervise(wanted, module, signals, told);
     } catch (const trouble& reason) {
         say(reason.what());
         return exit_failure;

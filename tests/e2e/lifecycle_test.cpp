@@ -105,6 +105,18 @@ TEST_F(lifecycle, a_stopped_process_goes_on_or_does_not_go_on_when_told)
     EXPECT_EQ(supervisor.wait().status, 128 + SIGTERM);
 }
 
+TEST_F(lifecycle, a_signal_during_the_start_stops_the_session_for_ever)
+{
+    const command run = session({victim("exit_with"), "3"});
+    for (unsigned delay = 0; delay < 30'000; delay += 500) {
+        child_process supervisor(run, directory());
+        usleep(delay);
+        kill(-supervisor.pid(), SIGINT);
+        const int ended = supervisor.wait(10s).status;
+        EXPECT_TRUE(ended == 128 + SIGINT || ended == 3) << ended;
+    }
+}
+
 TEST_F(lifecycle, what_a_command_left_behind_cannot_be_ended)
 {
     const fs::path shell = of_machine("sh");

@@ -1,16 +1,16 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <functional>
 #include <thread>
+#include <utility>
 
 #include "platform/user/faults.h"
 #include "platform/user/tasks.h"
 #include "process/process_map.h"
 #include "session/engine.h"
-#include "session/exec_notifications.h"
-#include "session/launcher.h"
-#include "session/lifecycle.h"
+#include "session/supervise.h"
 #include "session/trouble.h"
 #include "tests/session/temporary_directory.h"
 
@@ -20,23 +20,21 @@ namespace session {
 namespace {
 
 struct tree : ::testing::Test {
-    void run(std::vector<std::string> command, const std::string& user)
+    /// `meanwhile` runs beside the session on a thread of its own.
+    void run(
+        std::vector<std::string> command, const std::string& user, std::function<void()> meanwhile = [] {})
     {
         options wanted;
         wanted.policy = directory.path();
         wanted.state = directory / "state";
         wanted.command = std::move(command);
+        wanted.user = user;
         engine module(wanted);
         const supervisor_signals signals;
-        launcher first(wanted.command, signals);
         refusals told(false);
-        pending_execs pending;
         try {
-            lifecycle followed(first.pid(), pending, told);
-            module.add_first_process(first.pid(), user);
-            const exec_notifications workers(first.install_filter(), pending, told);
-            first.start();
-            EXPECT_EQ(followed.run(), 0);
+            const std::jthread beside(std::move(meanwhile));
+            EXPECT_EQ(supervise(wanted, module, signals, told), 0);
         } catch (const trouble& forbidden) {
             GTEST_SKIP() << forbidden.what();
         }
@@ -63,22 +61,21 @@ TEST_F(tree, a_process_is_not_its_login_users)
     ASSERT_EQ(pipe(go), 0);
     std::vector<pid_t> seen;
     std::vector<std::string> users;
-    std::thread asker([&] {
+    const auto ask = [&] {
         char line[32] = {};
-        while (seen.size() < 4 && read(told[0], line, sizeof line - 1) > 0) {
+        pollfd waiting = {told[0], POLLIN, 0};
+        while (seen.size() < 4 && poll(&waiting, 1, 20'000) > 0 && read(told[0], line, sizeof line - 1) > 0) {
             seen.push_back(std::stoi(line));
             users.push_back(user_of(seen.back()));
             if (write(go[1], "\n", 1) != 1)
                 return;
         }
-    });
+    };
     const std::string redirected =
         "exec >/proc/self/fd/" + std::to_string(told[1]) + " 3</proc/self/fd/" + std::to_string(go[0]) + "; ";
-    run({"/bin/sh", "-c", redirected + script + " 3"}, "alice");
-    close(told[1]);
-    asker.join();
+    run({"/bin/sh", "-c", redirected + script + " 3"}, "alice", ask);
     EXPECT_EQ(users, std::vector<std::string>(4, "alice"));
-    for (const int fd : {told[0], go[0], go[1]})
+    for (const int fd : {told[0], told[1], go[0], go[1]})
         close(fd);
 }
 

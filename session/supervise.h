@@ -1,0 +1,19 @@
+#ifndef SORVANIC_SESSION_SUPERVISE_H
+#define SORVANIC_SESSION_SUPERVISE_H
+
+#include "session/engine.h"
+#include "session/refusals.h"
+#include "session/session.h"
+#include "session/terminal.h"
+
+namespace session {
+
+/// Runs the command under a loaded engine, from the first process's birth to the last one's end.
+/// Returns the command's exit status as a shell tells it, 126 or 127 when it could not be
+/// started, after saying why. Throws trouble where the host lacks or forbids what supervision
+/// needs; nothing of the command is left then. The calling process has no other threads.
+int supervise(const options& wanted, engine& module, const supervisor_signals& signals, refusals& told);
+
+} // namespace session
+
+#endif
