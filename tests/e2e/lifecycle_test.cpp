@@ -138,12 +138,17 @@ TEST_F(lifecycle, what_a_command_left_behind_cannot_be_ended)
 
 TEST_F(lifecycle, a_process_being_born_escapes_the_end_of_the_session)
 {
+    const fs::path shell = of_machine("sh");
     const fs::path live_on = victim("live_on");
+    const fs::path alone = directory() / "alone";
     for (int i = 0; i < 3; ++i) {
-        child_process supervisor(session({live_on, "16"}), directory());
-        usleep(200'000);
+        child_process supervisor(session({shell, "-c", live_on.string() + " 16; echo > " + alone.string()}),
+                                 directory());
+        ASSERT_TRUE(eventually([&] { return fs::exists(alone); }));
+        usleep(100'000); // until the command itself has ended
         supervisor.send(SIGTERM);
         EXPECT_EQ(supervisor.wait(10s).status, 0);
+        fs::remove(alone);
     }
 }
 
