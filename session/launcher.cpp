@@ -98,7 +98,6 @@ bool told_to(int channel, char step)
 
 [[noreturn]] void be_command(int channel, const std::vector<std::string>& command)
 {
-    send_result(channel, 0, -1); // through with the fork
     if (!told_to(channel, step_filter))
         _exit(exit_failure);
     const int listener = install_filter_here();
@@ -164,11 +163,6 @@ launcher::launcher(const std::vector<std::string>& command, const supervisor_sig
         signals.restore();
         be_command(far_end.get(), command);
     }
-    // A fork has an end of its own in the child: a sanitizer starts a thread there, and a tracer
-    // that came before that would have to see it through.
-    far_end.reset();
-    unique_fd none;
-    receive_result(channel_.get(), none);
 }
 
 launcher::~launcher()

@@ -19,4 +19,11 @@ void refusals::add(const std::string& path, pid_t task, bool killed)
                     killed ? ", ended: it came in the place of another program" : ""));
 }
 
+void refusals::add_up() const
+{
+    const unsigned long count = count_.load(std::memory_order_relaxed);
+    if (shown_ && count > 1)
+        say(fmt::format("{} execs were refused in all", count));
+}
+
 } // namespace session

@@ -16,7 +16,8 @@ public:
     /// `killed`: the kernel had started the program when it was refused, so its process is ended.
     void add(const std::string& path, pid_t task, bool killed);
 
-    unsigned long count() const { return count_.load(std::memory_order_relaxed); }
+    /// At the session's end: how many there were, when there were several.
+    void add_up() const;
 
 private:
     bool shown_;

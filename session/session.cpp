@@ -32,7 +32,9 @@ int run(const options& wanted)
         engine module(wanted);
         const supervisor_signals signals;
         refusals told(!wanted.quiet && isatty(STDERR_FILENO) != 0);
-        return supervise(wanted, module, signals, told);
+        const int status = supervise(wanted, module, signals, told);
+        told.add_up();
+        return status;
     } catch (const trouble& reason) {
         say(reason.what());
         return exit_failure;

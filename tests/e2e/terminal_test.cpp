@@ -186,6 +186,12 @@ TEST_F(at_terminal, a_refusal_is_not_told_or_told_in_spite_of_quiet)
     EXPECT_NE(user.screen().find(told), std::string::npos) << user.screen();
     EXPECT_NE(user.screen().find(", start_program)\r\n"), std::string::npos) << user.screen();
 
+    const fs::path shell = of_machine("sh");
+    const std::string twice = start.string() + " fork '" + bad.string() + "'; ";
+    terminal again(session({shell, "-c", twice + twice}));
+    EXPECT_EQ(again.wait(), 0);
+    EXPECT_TRUE(again.screen().ends_with("sorvanic: 2 execs were refused in all\r\n")) << again.screen();
+
     terminal quiet(session({start, "fork", bad}, {"--quiet"}));
     EXPECT_EQ(quiet.wait(), 0);
     EXPECT_EQ(quiet.screen(), "error 1\r\n");
