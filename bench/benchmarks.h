@@ -15,6 +15,8 @@ void register_md5(const plan& plan);
 void register_file_digest(const plan& plan);
 void register_program_lists(const plan& plan);
 void register_process_map(const plan& plan);
+void register_exec_check(const plan& plan);
+void register_channel(const plan& plan);
 void register_session(const plan& plan);
 
 } // namespace bench

@@ -73,6 +73,8 @@ int main(int argc, char** argv)
     bench::register_file_digest(plan);
     bench::register_program_lists(plan);
     bench::register_process_map(plan);
+    bench::register_exec_check(plan);
+    bench::register_channel(plan);
     bench::register_session(plan);
 
     ratio_lines lines;

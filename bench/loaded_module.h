@@ -1,0 +1,43 @@
+#ifndef SORVANIC_BENCH_LOADED_MODULE_H
+#define SORVANIC_BENCH_LOADED_MODULE_H
+
+#include <stdexcept>
+
+#include "bench/directory.h"
+#include "core/module.h"
+
+namespace bench {
+
+/// The module over policy files of its own. At the end of the scope it is unloaded, and all that
+/// was mounted is unmounted.
+class loaded_module {
+public:
+    loaded_module() { platform::mount_memory("/etc/sorvanic/kernel"); }
+    ~loaded_module() { unload(); }
+    loaded_module(const loaded_module&) = delete;
+    loaded_module& operator=(const loaded_module&) = delete;
+
+    void write(std::string_view name, std::string_view content) const { policy_.write(name, content); }
+
+    void load()
+    {
+        if (sorvanic_init() != 0)
+            throw std::runtime_error("the module does not start");
+        loaded_ = true;
+    }
+
+    void unload()
+    {
+        if (loaded_)
+            sorvanic_exit();
+        loaded_ = false;
+    }
+
+private:
+    mounted_directory policy_{"/etc/sorvanic"};
+    bool loaded_ = false;
+};
+
+} // namespace bench
+
+#endif
