@@ -7,6 +7,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -16,11 +18,32 @@ namespace session {
 namespace {
 
 constexpr std::int64_t nanoseconds = 1'000'000'000;
+constexpr file_identity never_the_same = {0, 0, 0, -1};
 
 unique_fd reopen(int fd)
 {
     // A file that may be executed is regular: no open of one blocks for long or acts on a device.
     return unique_fd(::open(fmt::format("/proc/self/fd/{}", fd).c_str(), O_RDONLY | O_CLOEXEC));
+}
+
+/// Whether somebody may be about to change the content without a trace in the file's times:
+/// stores through a shared mapping whose pages are dirty already leave none, and such a mapping
+/// lasts no longer than its file is open for writing. The host tells by refusing a read lease
+/// (fcntl(2)). For files of others, it lets only root ask; those that their owner alone may
+/// write are the owner's affair.
+bool may_be_written_to(int fd)
+{
+    const unique_fd file = reopen(fd);
+    if (!file)
+        return false; // no decision depends on what cannot be read
+    // Not SIGIO, which ends a process, should somebody open the file at this very moment.
+    fcntl(file.get(), F_SETSIG, SIGURG);
+    if (fcntl(file.get(), F_SETLEASE, F_RDLCK) == 0) {
+        fcntl(file.get(), F_SETLEASE, F_UNLCK);
+        return false;
+    }
+    struct stat about;
+    return errno != EACCES || fstat(fd, &about) != 0 || (about.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
 std::int64_t coarse_now()
@@ -53,11 +76,11 @@ file_identity settled_identity(int fd)
         const std::int64_t age =
             coarse_now() - (identity.change_seconds * nanoseconds + identity.change_nanoseconds);
         if (age < 0 || age >= unit)
-            return identity;
+            return may_be_written_to(fd) ? never_the_same : identity;
         const timespec wait = {0, tick};
         nanosleep(&wait, nullptr);
     }
-    return {0, 0, 0, -1};
+    return never_the_same;
 }
 
 bool may_execute(int fd)

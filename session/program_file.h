@@ -29,7 +29,7 @@ file_identity identity_of(int fd);
 
 /// The same, once a later change can no longer carry the same time of change: a file that was
 /// changed within the running tick of the kernel's clock is waited for, some milliseconds. One
-/// that keeps changing gets an identity that no file has.
+/// that keeps changing, or that somebody has open for writing, gets an identity that no file has.
 file_identity settled_identity(int fd);
 
 /// Whether it is a regular file that the calling thread, by its ids, may execute.

@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 
 #include "tests/e2e/session_fixture.h"
@@ -112,6 +113,25 @@ TEST_F(race, a_program_is_exchanged_for_an_unlisted_script)
     listed("g", read_file(victim("log_program")));
     unlisted("e", "#!" + shell + "\necho e >> $1\n");
     expect_no_winners();
+}
+
+// Stores through a mapping that was there before leave the file's times as they are.
+TEST_F(race, a_program_is_overwritten_through_a_mapping_while_it_is_digested)
+{
+    constexpr std::size_t long_digested = 60'000'000;
+    const fs::path other = unlisted("other", read_file(victim("log_program")));
+    std::string content = read_file(victim("exit_with"));
+    content.resize(long_digested);
+    const fs::path changer = victim("change_mapped");
+    for (const uid_t user : users()) {
+        const std::string name = "program-" + std::to_string(user);
+        const fs::path program = listed(name, content);
+        const fs::path log = directory() / ("log-" + std::to_string(user));
+        ASSERT_TRUE(user == 0 || chown(program.c_str(), user, user) == 0);
+        const outcome result = run_session({changer, program, other, log}, {}, user);
+        EXPECT_EQ(read_file(log), "");
+        EXPECT_EQ(result.status, 128 + SIGKILL) << result.err;
+    }
 }
 
 } // namespace
