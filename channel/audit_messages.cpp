@@ -2,12 +2,15 @@
 
 #include "channel/audit_records.h"
 #include "channel/last_events.h"
+#include "channel/record_counters.h"
 #include "channel/socket.h"
 #include "platform/kernel/printk.h"
 #include "platform/kernel/scoped.h"
 #include "process/process_map.h"
 
 using namespace kernel;
+
+constinit std::atomic<u64> records_suppressed = 0;
 
 namespace {
 
@@ -50,10 +53,19 @@ bool is_news(u32 index, void*& pre_event, const Record& record, std::size_t comp
 {
     const spin_guard guard(last_event_locks[index]);
     pre_event = sorvanic_kernel_singleaud_module.inside_getevent(index);
-    if (pre_event == nullptr || memcmp(pre_event, &record, compared) == 0)
+    if (pre_event == nullptr || memcmp(pre_event, &record, compared) == 0) {
+        records_suppressed.fetch_add(1, std::memory_order_relaxed);
         return false;
+    }
     memcpy(pre_event, &record, sizeof(record));
     return true;
+}
+
+/// What every report does without memory for its record.
+int drop_record()
+{
+    records_dropped.fetch_add(1, std::memory_order_relaxed);
+    return 0;
 }
 
 template <typename Record>
@@ -83,7 +95,7 @@ int send_access_message(const access_kind& as, void*& pre_event, const access_re
 {
     const kmem<access_record> record;
     if (!record)
-        return 0;
+        return drop_record();
     set_text(record->path, report.path);
     set_text(record->process, report.comm, command_name_length);
     set_text(record->user, report.user);
@@ -104,7 +116,7 @@ int sorvanic_common_send_untp_message(const u32* key, const char* path, const ch
     static constinit void* pre_event = nullptr; // under the kind's lock
     const kmem<untp_record> record;
     if (!record)
-        return 0;
+        return drop_record();
     char user[sorvanic_user_name_size] = {};
     const bool recorded = sorvanic_kernel_hashmap_module.search(task_pid(current_task()), user) == 0;
     record->key = *key;
@@ -134,7 +146,7 @@ int sorvanic_common_send_syst_message(s32 requested, s32 current)
 {
     const kmem<syst_record> record;
     if (!record)
-        return 0;
+        return drop_record();
     record->requested = static_cast<u32>(requested);
     record->current = static_cast<u32>(current);
     if (send_record(*record.get(), audit_syst) != 0)

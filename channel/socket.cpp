@@ -1,5 +1,6 @@
 #include "channel/socket.h"
 
+#include "channel/record_counters.h"
 #include "channel/wire.h"
 #include "platform/kernel/printk.h"
 #include "platform/kernel/string.h"
@@ -9,6 +10,7 @@ using namespace kernel;
 constinit std::atomic<sock*> sorvanic_nf_sock = nullptr;
 constinit mutex sorvanic_kernel_socket_lock = {};
 constinit std::atomic<u32> sorvanic_kernel_socket_process_pid = 0;
+constinit std::atomic<u64> records_dropped = 0;
 
 namespace {
 
@@ -84,11 +86,15 @@ int sorvanic_kernel_socket_inside_send_audit(const void* payload, u32 length, u1
 int sorvanic_kernel_socket_send_audit(const void* payload, u32 length, u32 record_kind)
 {
     const u32 agent = sorvanic_kernel_socket_process_pid.load(std::memory_order_relaxed);
-    if (agent == 0)
+    if (agent == 0) {
+        records_dropped.fetch_add(1, std::memory_order_relaxed);
         return -1;
+    }
     const int result = sorvanic_kernel_socket_inside_send_audit(payload, length, message_audit,
                                                                 static_cast<u16>(record_kind), agent);
-    if (result != 0)
+    if (result != 0) {
+        records_dropped.fetch_add(1, std::memory_order_relaxed);
         printk("netlink send audit msg error \n");
+    }
     return result;
 }

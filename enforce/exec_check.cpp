@@ -22,6 +22,8 @@
 
 using namespace kernel;
 
+constinit std::atomic<u64> execs_undecided = 0;
+
 static const char* const sorvanic_default_super_proc[] = {
     "/usr/sorvanic/sorvagent",  "/usr/sorvanic/sorvX11lock", "/usr/sorvanic/sorvadd",
     "/usr/sorvanic/sorvsearch", "/usr/sorvanic/sorvsort",    "/usr/sorvanic/sorvapply",
@@ -281,6 +283,12 @@ step decide(exec_case& exec)
     return unknown_program(exec);
 }
 
+int allow_undecided()
+{
+    execs_undecided.fetch_add(1, std::memory_order_relaxed);
+    return 0;
+}
+
 } // namespace
 
 int sorvanic_kernel_hook_inside_bprm_check_security(linux_binprm* bprm)
@@ -303,13 +311,13 @@ int sorvanic_kernel_hook_inside_bprm_check_security(linux_binprm* bprm)
 
     const kmem<char> buffer(sorvanic_path_size);
     if (!buffer)
-        return 0;
+        return allow_undecided();
     {
         const path_ref held(place);
         exec.path = d_path(held.get(), buffer.get(), sorvanic_path_size);
     }
     if (!is_object(exec.path))
-        return 0;
+        return allow_undecided();
 
     const step answer = decide(exec);
     if (answer == step::refuse && exec.system_status == system_status_observing)

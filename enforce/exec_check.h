@@ -1,6 +1,8 @@
 #ifndef SORVANIC_ENFORCE_EXEC_CHECK_H
 #define SORVANIC_ENFORCE_EXEC_CHECK_H
 
+#include <atomic>
+
 #include "platform/kernel/types.h"
 
 /// Decides whether the program of `bprm` may be executed by the current task: 0 to let the exec
@@ -15,5 +17,9 @@
 /// cannot be read has the digest of zeros. May sleep; reads the program file whole, and, when
 /// there are super processes, those of up to two ancestors.
 int sorvanic_kernel_hook_inside_bprm_check_security(kernel::linux_binprm* bprm);
+
+/// How many execs were let go on because the check could not get memory or the program's path.
+/// For those who look on.
+extern constinit std::atomic<kernel::u64> execs_undecided;
 
 #endif

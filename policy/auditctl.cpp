@@ -2,6 +2,7 @@
 
 #include "policy/fields.h"
 #include "policy/status_value.h"
+#include "policy/table_counters.h"
 #include "policy/text_source.h"
 
 using namespace kernel;
@@ -42,6 +43,7 @@ static int sorvanic_kernel_auditctl_module_unload()
 
 static int sorvanic_kernel_auditctl_module_sync()
 {
+    sorvanic_kernel_auditctl_counters.made_active(switches);
     return 0;
 }
 

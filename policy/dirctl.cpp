@@ -11,7 +11,8 @@ static constinit table_mark sorvanic_kernel_dirctl_used_mark{1};
 static constinit table_mark sorvanic_kernel_dirctl_idle_mark{0};
 
 using copies = table_copies<path_entry, sorvanic_kernel_dirctl_head, sorvanic_kernel_dirctl_rwlock,
-                            sorvanic_kernel_dirctl_used_mark, sorvanic_kernel_dirctl_idle_mark>;
+                            sorvanic_kernel_dirctl_used_mark, sorvanic_kernel_dirctl_idle_mark,
+                            sorvanic_kernel_dirctl_counters>;
 
 static int sorvanic_kernel_dirctl_module_init()
 {

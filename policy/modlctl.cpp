@@ -2,6 +2,7 @@
 
 #include "platform/kernel/string.h"
 #include "policy/status_value.h"
+#include "policy/table_counters.h"
 #include "policy/text_source.h"
 
 using namespace kernel;
@@ -39,6 +40,7 @@ static int sorvanic_kernel_modlctl_module_unload()
 
 static int sorvanic_kernel_modlctl_module_sync()
 {
+    sorvanic_kernel_modlctl_counters.made_active(switches);
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "policy/ptpy.h"
 #include "policy/sprolist.h"
 #include "policy/statusctl.h"
+#include "policy/table_counters.h"
 #include "policy/uactivate.h"
 #include "policy/whitelist.h"
 #include "policy/workdir.h"
@@ -32,6 +33,7 @@ static int for_each_table(Visit visit)
 
 static int sorvanic_kernel_policy_module_init()
 {
+    reset_table_counters();
     return for_each_table([](const auto& table) { table.init(); });
 }
 

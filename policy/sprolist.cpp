@@ -14,7 +14,8 @@ static constinit table_mark sorvanic_kernel_sprolist_used_mark{1};
 static constinit table_mark sorvanic_kernel_sprolist_idle_mark{0};
 
 using copies = table_copies<digest_entry, sorvanic_kernel_sprolist_head, sorvanic_kernel_sprolist_rwlock,
-                            sorvanic_kernel_sprolist_used_mark, sorvanic_kernel_sprolist_idle_mark>;
+                            sorvanic_kernel_sprolist_used_mark, sorvanic_kernel_sprolist_idle_mark,
+                            sorvanic_kernel_sprolist_counters>;
 
 static constexpr digest_file source = {
     .path = "/etc/sorvanic/supertrustfile",

@@ -1,6 +1,7 @@
 #include "policy/statusctl.h"
 
 #include "policy/status_value.h"
+#include "policy/table_counters.h"
 
 using namespace kernel;
 
@@ -26,6 +27,7 @@ static int sorvanic_kernel_statusctl_module_unload()
 
 static int sorvanic_kernel_statusctl_module_sync()
 {
+    sorvanic_kernel_statusctl_counters.made_active(1);
     return 0;
 }
 

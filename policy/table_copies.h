@@ -9,6 +9,7 @@
 #include "platform/kernel/list.h"
 #include "platform/kernel/rwlock.h"
 #include "platform/kernel/scoped.h"
+#include "policy/table_counters.h"
 
 /// Which copy a table's readers (used mark) or its loader (idle mark) have: 0 or 1.
 using table_mark = std::atomic<std::uint8_t>;
@@ -19,10 +20,11 @@ static_assert(sizeof(table_mark) == 1 && table_mark::is_always_lock_free);
 ///
 /// Owns nothing: the table's own static storage is passed in. `Head` and `Lock` are arrays
 /// with one element for each list of copy 0 and then for each list of copy 1 (one list, or the
-/// buckets of a hash table); the marks are `Used` and `Idle`. `Entry` is a trivial struct
+/// buckets of a hash table); the marks are `Used` and `Idle`; `Counters` tells others how much
+/// there is. `Entry` is a trivial struct
 /// whose first member is `kernel::list_head link`; entries come from kmalloc and belong to the
 /// list that holds them.
-template <typename Entry, auto& Head, auto& Lock, auto& Used, auto& Idle>
+template <typename Entry, auto& Head, auto& Lock, auto& Used, auto& Idle, table_counters& Counters>
 struct table_copies {
     static_assert(std::is_trivial_v<Entry> && offsetof(Entry, link) == 0);
     static_assert(std::extent_v<std::remove_reference_t<decltype(Head)>> ==
@@ -58,6 +60,7 @@ struct table_copies {
         const std::uint8_t filled = Idle.load(std::memory_order_relaxed);
         Idle.store(Used.load(std::memory_order_relaxed), std::memory_order_relaxed);
         Used.store(filled, std::memory_order_release);
+        Counters.made_active(Counters.appended[filled].load(std::memory_order_relaxed));
         return 0;
     }
 
@@ -66,13 +69,16 @@ struct table_copies {
     {
         empty(0);
         empty(1);
+        Counters.entries.store(0, std::memory_order_relaxed);
         return 0;
     }
 
     /// Links `entry` at the end of list `list` of the idle copy, which owns it from then on.
     static void append(Entry* entry, std::size_t list = 0)
     {
-        const std::size_t at = Idle.load(std::memory_order_relaxed) * lists + list;
+        const std::uint8_t copy = Idle.load(std::memory_order_relaxed);
+        const std::size_t at = copy * lists + list;
+        Counters.appended[copy].fetch_add(1, std::memory_order_relaxed);
         kernel::write_guard guard(Lock[at]);
         kernel::list_add_tail(&entry->link, &Head[at]);
     }
@@ -119,6 +125,7 @@ private:
 
     static void empty(std::size_t copy)
     {
+        Counters.appended[copy].store(0, std::memory_order_relaxed);
         for (std::size_t at = copy * lists; at < (copy + 1) * lists; ++at) {
             kernel::write_guard guard(Lock[at]);
             while (!kernel::list_empty(&Head[at])) {

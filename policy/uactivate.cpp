@@ -36,7 +36,8 @@ static constinit table_mark sorvanic_kernel_uactivate_used_mark{1};
 static constinit table_mark sorvanic_kernel_uactivate_idle_mark{0};
 
 using copies = table_copies<platform_user, sorvanic_kernel_uactivate_head, sorvanic_kernel_uactivate_rwlock,
-                            sorvanic_kernel_uactivate_used_mark, sorvanic_kernel_uactivate_idle_mark>;
+                            sorvanic_kernel_uactivate_used_mark, sorvanic_kernel_uactivate_idle_mark,
+                            sorvanic_kernel_uactivate_counters>;
 
 /// Calls `use` with the state of the first active record that has this name. Returns 0, or 1
 /// when there is none.

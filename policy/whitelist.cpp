@@ -12,7 +12,8 @@ static constinit table_mark sorvanic_kernel_whitelist_used_mark{1};
 static constinit table_mark sorvanic_kernel_whitelist_idle_mark{0};
 
 using copies = table_copies<digest_entry, sorvanic_kernel_whitelist_head, sorvanic_kernel_whitelist_rwlock,
-                            sorvanic_kernel_whitelist_used_mark, sorvanic_kernel_whitelist_idle_mark>;
+                            sorvanic_kernel_whitelist_used_mark, sorvanic_kernel_whitelist_idle_mark,
+                            sorvanic_kernel_whitelist_counters>;
 
 static constexpr digest_file source = {
     .path = "/etc/sorvanic/whitelist",

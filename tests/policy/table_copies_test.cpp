@@ -41,7 +41,8 @@ kernel::list_head head[2];
 kernel::rwlock_t rwlock[2];
 slow_mark used_mark;
 table_mark idle_mark;
-using copies = table_copies<entry, head, rwlock, used_mark, idle_mark>;
+table_counters counters = {"", 0, 0, {}};
+using copies = table_copies<entry, head, rwlock, used_mark, idle_mark, counters>;
 
 void append(int value)
 {

@@ -1,0 +1,34 @@
+#ifndef SORVANIC_CORE_COUNTERS_H
+#define SORVANIC_CORE_COUNTERS_H
+
+#include "platform/kernel/types.h"
+
+// What the module tells of itself to those who run it: read-only, and nothing is decided by it.
+// The words are read one by one, while hooks and reloads run: they need not fit together.
+
+struct module_counters {
+    kernel::s32 system_status;
+    kernel::s32 install_status;
+    kernel::u32 audit_switches[7];
+    kernel::u32 module_switches[4]; ///< modl_switch_on or modl_switch_off
+    kernel::u32 agent;              ///< process id, 0 when none is connected
+    kernel::u32 calls_in_flight;
+    kernel::u64 records_dropped;    ///< that could not be delivered to an agent
+    kernel::u64 records_suppressed; ///< that only repeated the last one of their kind
+    kernel::u64 execs_undecided;    ///< let go on for want of memory or of a path
+};
+
+struct table_state {
+    const char* file;       ///< name of its policy file
+    kernel::u32 entries;    ///< that lookups see; of a status table the number of its values
+    kernel::u32 generation; ///< how often it was loaded
+};
+
+/// Any thread, between start-up and shut-down; neither sleeps nor takes a lock.
+void read_module_counters(module_counters* into);
+
+/// The table at `index` (from 0 on) in the order in which the policy is loaded. False when there
+/// are no more. As above.
+bool read_table_state(kernel::u32 index, table_state* into);
+
+#endif

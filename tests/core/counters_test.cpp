@@ -1,0 +1,96 @@
+#include "core/counters.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "channel/audit_messages.h"
+#include "platform/user/faults.h"
+#include "platform/user/netlink.h"
+#include "tests/channel/messages.h"
+#include "tests/support/machine.h"
+
+// What a status display is told, against what is really there.
+
+namespace {
+
+std::string tables()
+{
+    std::string text;
+    table_state table;
+    for (kernel::u32 index = 0; read_table_state(index, &table); ++index)
+        text += std::string(table.file) + ":" + std::to_string(table.entries) + "/" +
+                std::to_string(table.generation) + " ";
+    return text;
+}
+
+TEST(counters, a_table_is_counted_otherwise_than_lookups_see_it)
+{
+    support::machine m;
+    m.enforce();
+    m.keys("blacklist", {1});
+    m.keys("whitelist", {1, 2, 3});
+    m.encoded("platuser", "bob\neve\n");
+    ASSERT_EQ(m.load(), 0);
+    const std::string end = "installlabel:1/1 statlabel:1/1 auditlabel:7/1 modllabel:4/1 ptpylist:0/1 ";
+    EXPECT_EQ(tables(), "blacklist:1/1 whitelist:3/1 supertrustfile:0/1 dirctl:0/1 workdir:0/1 " + end +
+                            "platuser:2/1 ");
+
+    // A reload fills the copy that held the former list, and one that fails leaves it empty.
+    m.keys("whitelist", {4});
+    m.plain("workdir", "/a\n/b\n");
+    platform::netlink_send(messages::reload(0x400), 100);
+    m.remove("/etc/sorvanic/blacklist");
+    platform::netlink_send(messages::reload(0x400 | 0x800), 100);
+    EXPECT_EQ(tables(), "blacklist:0/2 whitelist:1/3 supertrustfile:0/1 dirctl:0/1 workdir:2/3 " + end +
+                            "platuser:2/1 ");
+
+    m.unload();
+    ASSERT_EQ(m.load(), 0);
+    EXPECT_EQ(tables(), "blacklist:0/1 whitelist:1/1 supertrustfile:0/1 dirctl:0/1 workdir:2/1 " + end +
+                            "platuser:2/1 ");
+}
+
+TEST(counters, a_record_that_nobody_got_is_not_counted)
+{
+    support::machine m;
+    m.enforce();
+    m.encoded("auditlabel", "5:2\n2:7\n");
+    m.write("/bin/other", "x");
+    m.process(10, 1, "");
+    ASSERT_EQ(m.load(), 0);
+    module_counters before;
+    read_module_counters(&before);
+    const auto counted = [&](const char* what, kernel::u64 dropped, kernel::u64 suppressed,
+                             kernel::u64 undecided) {
+        module_counters now;
+        read_module_counters(&now);
+        EXPECT_EQ(now.records_dropped - before.records_dropped, dropped) << what;
+        EXPECT_EQ(now.records_suppressed - before.records_suppressed, suppressed) << what;
+        EXPECT_EQ(now.execs_undecided - before.execs_undecided, undecided) << what;
+        EXPECT_EQ(now.calls_in_flight, 0u) << what;
+        before = now;
+    };
+    EXPECT_EQ(before.system_status, 3);
+    EXPECT_EQ(before.audit_switches[2] * 10 + before.audit_switches[5], 72u);
+    EXPECT_EQ(before.agent, 0u);
+    EXPECT_EQ(m.exec(10, "/bin/other"), -1);
+    counted("no agent", 1, 0, 0);
+
+    messages::agent agent(100, 1);
+    EXPECT_EQ(m.exec(10, "/bin/other"), -1);
+    counted("a repetition", 0, 1, 0);
+    EXPECT_EQ(before.agent, 100u);
+    sorvanic_common_send_faau_message("/x", "bob", "sh", 1);
+    counted("received", 0, 0, 0);
+    sorvanic_common_send_faau_message("/y", "bob", "sh", 1);
+    counted("no room", 1, 0, 0);
+    platform::fail_call(platform::fault::allocation, 1);
+    sorvanic_common_send_faau_message("/z", "bob", "sh", 1);
+    counted("no memory", 1, 0, 0);
+    platform::fail_call(platform::fault::allocation, 1);
+    EXPECT_EQ(m.exec(10, "/bin/other"), 0);
+    counted("no memory for the path", 0, 0, 1);
+}
+
+} // namespace
