@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/kernel/types.h"
 
@@ -54,6 +55,10 @@ void netlink_pump();
 /// does not hold it up. Messages before them are handled first.
 void netlink_settle(pid_t pid);
 
+/// Whether netlink_settle would return without handling or waiting for anything. If not, and the
+/// pump does not run yet, netlink_descriptor() becomes readable.
+bool netlink_is_settled(pid_t pid);
+
 struct netlink_counts {
     std::size_t handled; ///< handed to the module
     std::size_t dropped; ///< sender not let through
@@ -61,6 +66,14 @@ struct netlink_counts {
 };
 /// Since the socket was opened, or in all for one that has been closed.
 netlink_counts netlink_statistics();
+
+struct netlink_sender {
+    pid_t process;
+    std::size_t handled; ///< messages of it, of all processes that have had this id since it is listed
+};
+/// The processes whose messages were handled last, at most 64, the latest one last. Otherwise as
+/// netlink_statistics.
+std::vector<netlink_sender> netlink_recent_senders();
 
 // --- In memory ---
 

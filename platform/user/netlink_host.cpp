@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -39,6 +40,7 @@ struct host_channel {
     long send_timeout = -1;
     netlink_senders senders = default_netlink_senders();
     netlink_counts counts = {};
+    std::vector<netlink_sender> recent; ///< the latest last
 
     // The queue holds the numbers (taken_in - queue.size(), taken_in]; datagrams with numbers up to
     // `done` have been handled. One is in hand while `busy`.
@@ -149,6 +151,22 @@ std::uint64_t last_of(const host_channel& channel, pid_t pid)
     return channel.busy && channel.in_hand == pid ? number : 0;
 }
 
+void count_handled(host_channel& channel, pid_t sender)
+{
+    constexpr std::size_t most_recent = 64;
+    ++channel.counts.handled;
+    auto& recent = channel.recent;
+    auto found = std::ranges::find(recent, sender, &netlink_sender::process);
+    if (found == recent.end()) {
+        if (recent.size() == most_recent)
+            recent.erase(recent.begin());
+        recent.push_back({.process = sender, .handled = 0});
+        found = recent.end() - 1;
+    }
+    ++found->handled;
+    std::rotate(found, found + 1, recent.end());
+}
+
 void handle_front(host_channel& channel, std::unique_lock<std::mutex>& guard)
 {
     const datagram next = std::move(channel.queue.front());
@@ -160,7 +178,7 @@ void handle_front(host_channel& channel, std::unique_lock<std::mutex>& guard)
     guard.lock();
     channel.busy = false;
     if (handled)
-        ++channel.counts.handled;
+        count_handled(channel, next.sender);
     ++channel.done;
     channel.handled_one.notify_all();
 }
@@ -214,6 +232,13 @@ netlink_counts netlink_statistics()
     return channel.counts;
 }
 
+std::vector<netlink_sender> netlink_recent_senders()
+{
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    return channel.recent;
+}
+
 void netlink_pump()
 {
     host_channel& channel = the_channel();
@@ -237,6 +262,18 @@ void netlink_settle(pid_t pid)
         set_left_over(channel, true);
 }
 
+bool netlink_is_settled(pid_t pid)
+{
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    if (!channel.socket)
+        return true;
+    take_in(channel);
+    if (!channel.queue.empty())
+        set_left_over(channel, true);
+    return last_of(channel, pid) <= channel.done;
+}
+
 bool open_host_netlink(kernel::u32 port)
 {
     unique_fd socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK));
@@ -256,6 +293,7 @@ bool open_host_netlink(kernel::u32 port)
     channel.left_over = std::move(left_over);
     channel.readable = std::move(readable);
     channel.counts = {};
+    channel.recent.clear();
     return true;
 }
 

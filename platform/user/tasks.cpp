@@ -224,6 +224,20 @@ std::size_t task_count()
     return the_table().tasks.size();
 }
 
+int process_of(int pid)
+{
+    const table_view view;
+    const kernel::task_struct* found = find_in(the_table(), pid);
+    return found != nullptr ? found->group : 0;
+}
+
+bool has_process(int process)
+{
+    const table_view view;
+    return std::ranges::any_of(the_table().tasks,
+                               [process](const auto& entry) { return entry.second->group == process; });
+}
+
 void replace_program(int pid, int former_pid, kernel::file* program, std::string_view comm)
 {
     task_table& table = the_table();

@@ -31,6 +31,12 @@ task_handle find_task(int pid);
 
 std::size_t task_count();
 
+/// The process (thread group) that task `pid` belongs to; 0 when there is no such task.
+int process_of(int pid);
+
+/// Whether any task of the process is in the table: its first one may have ended before others.
+bool has_process(int process);
+
 /// Makes `task` what current_task() answers on this thread until the end of the scope, and
 /// opens the scope in which paths from d_path open the pinned objects they were made from.
 class event {

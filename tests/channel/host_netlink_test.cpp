@@ -180,6 +180,7 @@ TEST_F(host_netlink, a_process_waits_for_its_own_requests_only)
     EXPECT_EQ(sorvanic_kernel_whitelist_module.search(&key), 0)
         << "somebody else's reload waits for the pump";
     EXPECT_TRUE(readable()) << "and the driver is told so";
+    EXPECT_FALSE(platform::netlink_is_settled(other));
     platform::netlink_settle(other);
     EXPECT_EQ(sorvanic_kernel_whitelist_module.search(&key), 1);
 
@@ -218,6 +219,8 @@ TEST_F(host_netlink, a_reload_holds_up_nobody_else)
 
     platform::netlink_settle(own);
     platform::netlink_settle(1);
+    EXPECT_TRUE(platform::netlink_is_settled(own));
+    EXPECT_FALSE(platform::netlink_is_settled(other));
     auto waiting = std::async(std::launch::async, [&] { platform::netlink_settle(other); });
     EXPECT_EQ(waiting.wait_for(50ms), std::future_status::timeout) << "its own reload is under way";
     const client sender;
@@ -228,6 +231,11 @@ TEST_F(host_netlink, a_reload_holds_up_nobody_else)
     pump.join();
     waiting.get();
     behind.get();
+    EXPECT_TRUE(platform::netlink_is_settled(other));
+    const auto senders = platform::netlink_recent_senders();
+    ASSERT_EQ(senders.size(), 2u);
+    EXPECT_EQ(senders[0].process, other);
+    EXPECT_EQ(senders[1].process, own);
     EXPECT_EQ(sorvanic_kernel_socket_process_pid, static_cast<unsigned>(own));
     platform::set_kernel_log({});
 }

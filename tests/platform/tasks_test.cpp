@@ -83,6 +83,19 @@ TEST_F(tasks, OrphansGoToALivingThreadElseToTheFirstTask)
     EXPECT_EQ(parent_of(1), 1);
 }
 
+TEST_F(tasks, AProcessOutlivesItsFirstTask)
+{
+    ASSERT_EQ(fork(10, CLONE_VM | CLONE_THREAD, 11), 11);
+    ASSERT_EQ(fork(11, 0, 12), 12);
+    EXPECT_EQ(platform::process_of(11), 10);
+    EXPECT_EQ(platform::process_of(12), 12);
+    exit(10);
+    EXPECT_TRUE(platform::has_process(10));
+    exit(11);
+    EXPECT_FALSE(platform::has_process(10));
+    EXPECT_EQ(platform::process_of(10), 0);
+}
+
 TEST_F(tasks, ALineageNeverBecomesACircle)
 {
     // A second thread whose parent is a child of the first: CLONE_PARENT of a grandchild.
