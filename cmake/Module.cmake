@@ -33,8 +33,9 @@ endif()
 function(sorvanic_build_module)
   get_property(sources GLOBAL PROPERTY SORVANIC_MODULE_SOURCES)
 
-  add_library(module_hosted OBJECT ${sources})
-  add_library(module_freestanding OBJECT ${sources})
+  # Each is built when something links it.
+  add_library(module_hosted OBJECT EXCLUDE_FROM_ALL ${sources})
+  add_library(module_freestanding OBJECT EXCLUDE_FROM_ALL ${sources})
   # After the build type's own -O and -g, so that these win; no sanitizer reaches this object.
   target_compile_options(module_freestanding PRIVATE ${SORVANIC_KERNEL_FLAGS})
   if(SORVANIC_SANITIZE)
@@ -45,7 +46,7 @@ function(sorvanic_build_module)
     COMMAND ${CMAKE_LINKER} -r -o ${SORVANIC_MODULE_OBJECT} $<TARGET_OBJECTS:module_freestanding>
     DEPENDS module_freestanding $<TARGET_OBJECTS:module_freestanding>
     COMMAND_EXPAND_LISTS VERBATIM)
-  add_custom_target(module_object ALL DEPENDS ${SORVANIC_MODULE_OBJECT})
+  add_custom_target(module_object DEPENDS ${SORVANIC_MODULE_OBJECT})
 
   add_library(module INTERFACE)
   if(SORVANIC_MODULE STREQUAL "hosted")
