@@ -11,6 +11,8 @@ function(sorvanic_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;LABELS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest GTest::gtest_main)
+  # What is tested is optimised; optimising the tests would only take most of a build's time.
+  target_compile_options(${name} PRIVATE -O0)
   # An empty value would be lost, and LABELS take the next name for one.
   set(properties TIMEOUT 300)
   if(arg_LABELS)

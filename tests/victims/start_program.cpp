@@ -104,12 +104,13 @@ int main(int argc, char** argv)
         return print_error(errno);
     }
     if (way == "thread") {
+        // First, as no thread can be made while another one is in an exec (EAGAIN).
+        std::thread([] { pause(); }).detach();
         int error = 0;
         std::thread caller([&] {
             execv(arguments[0], arguments);
             error = errno;
         });
-        std::thread([] { pause(); }).detach();
         caller.join();
         return print_error(error);
     }
