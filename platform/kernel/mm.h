@@ -1,9 +1,15 @@
 #ifndef SORVANIC_PLATFORM_KERNEL_MM_H
 #define SORVANIC_PLATFORM_KERNEL_MM_H
 
+#include <cstddef>
+
 #include "platform/kernel/types.h"
 
 namespace kernel {
+
+inline constexpr std::size_t page_size = 4096;
+
+struct page;
 
 /// The task's address space with a reference taken, or null when it has none (a kernel thread,
 /// a task that is past its exit). Released with mmput, which may sleep.
@@ -16,6 +22,25 @@ void mm_up_read(mm_struct* of) asm("k_mm_up_read");
 
 /// The file of the program that the address space runs, or null. Borrowed, under the semaphore.
 file* mm_exe_file(const mm_struct* of) asm("k_mm_exe_file");
+
+/// Where the address space has its argument area: the texts of argv with their terminators, one
+/// behind the other, as far as the program has left them alone. An end of 0: it has none.
+unsigned long mm_arg_start(const mm_struct* of) asm("k_mm_arg_start");
+unsigned long mm_arg_end(const mm_struct* of) asm("k_mm_arg_end");
+
+/// Pins the `count` pages from the one that holds the address `start` on, under the semaphore;
+/// `of` is whose faults they are, `write` whether they are to be written to, `force` to read them
+/// even where the process may not. Returns how many were pinned, from the first on, or a negative
+/// error number. May sleep. Each is released with put_page.
+int get_user_pages(task_struct* of, mm_struct* in, unsigned long start, int count, int write, int force,
+                   page** pinned) asm("k_get_user_pages");
+void put_page(page* released) asm("k_put_page");
+
+/// Copies `size` bytes from `offset` on, all within the page.
+void copy_from_page(char* to, const page* from, std::size_t offset, std::size_t size) asm("k_copy_from_page");
+
+/// Lets others run, if they are waiting: for loops that take long. May sleep.
+void _cond_resched() asm("k__cond_resched");
 
 } // namespace kernel
 

@@ -15,8 +15,9 @@ enum class fault {
     netlink_create,  ///< netlink_kernel_create gives null
     sysctl_register, ///< register_sysctl_table gives null
     message_room,    ///< __alloc_skb gives a buffer that is a byte too small
+    user_page,       ///< get_user_pages gives -EFAULT
 };
-inline constexpr std::size_t fault_kinds = 6;
+inline constexpr std::size_t fault_kinds = 7;
 
 /// The n-th call (from 1) of that kind, counted from now on over all threads, fails; 0 disarms.
 /// Kinds are armed independently of each other.
@@ -33,7 +34,8 @@ struct live_counts {
     std::size_t allocations; ///< from kmalloc; message buffers, the netlink socket, sysctl tables
     std::size_t files;       ///< from filp_open, not closed
     std::size_t references;  ///< taken with path_get, dget, mntget, d_find_alias, get_task_struct,
-                             ///< get_task_mm, get_file; not given back. path_get takes two.
+                             ///< get_task_mm, get_file, get_user_pages; not given back. path_get
+                             ///< takes two.
     std::size_t locks;       ///< spin and reader-writer locks held, all threads
 };
 live_counts live();

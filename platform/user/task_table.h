@@ -2,6 +2,8 @@
 #define SORVANIC_PLATFORM_USER_TASK_TABLE_H
 
 #include <atomic>
+#include <memory>
+#include <string>
 #include <string_view>
 
 #include "platform/kernel/task.h"
@@ -13,8 +15,9 @@ namespace kernel {
 
 struct mm_struct {
     std::atomic<long> references = 1;
-    std::atomic<int> readers = 0; ///< of the semaphore, which nobody takes for writing
-    platform::file_handle exe;    ///< never changes: an exec makes a new address space
+    std::atomic<int> readers = 0;                 ///< of the semaphore, which nobody takes for writing
+    platform::file_handle exe;                    ///< never changes: an exec makes a new address space
+    std::shared_ptr<const std::string> arguments; ///< null: none; under the table's lock
 };
 
 struct task_struct {
@@ -40,6 +43,9 @@ void drop(kernel::mm_struct* dropped);
 /// A copy of `parent` as a new process or thread makes one by clone's `flags`, in the table.
 /// Returns it, borrowed from the table, or null when `pid` is taken.
 kernel::task_struct* clone_task(kernel::task_struct* parent, unsigned long flags, int pid);
+
+/// What its argument area holds at the moment, or null.
+std::shared_ptr<const std::string> arguments_of(const kernel::mm_struct* mm);
 
 /// Takes the task out of the table and hands its children on.
 void remove_task(kernel::task_struct* removed);

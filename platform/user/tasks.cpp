@@ -179,8 +179,10 @@ kernel::task_struct* clone_task(kernel::task_struct* parent, unsigned long flags
     made->group = (flags & CLONE_THREAD) != 0 ? parent->group : pid;
     std::memcpy(made->comm, parent->comm, sizeof made->comm);
     set_parent(*made, (flags & (CLONE_THREAD | CLONE_PARENT)) != 0 ? parent->parent.load() : parent);
-    if (kernel::mm_struct* mm = parent->mm)
+    if (kernel::mm_struct* mm = parent->mm) {
         made->mm = (flags & CLONE_VM) != 0 ? hold(mm) : make_mm(mm->exe.get());
+        made->mm.load()->arguments = mm->arguments;
+    }
     made->in_table = true;
     table.tasks.emplace(pid, made);
     return made;
@@ -259,6 +261,19 @@ void replace_program(int pid, int former_pid, kernel::file* program, std::string
     set_comm(*task, comm);
     if (kernel::mm_struct* former = task->mm.exchange(make_mm(program)))
         drop(former);
+}
+
+void set_arguments(kernel::task_struct* task, std::string area)
+{
+    const table_change change(the_table());
+    if (kernel::mm_struct* mm = task->mm)
+        mm->arguments = area.empty() ? nullptr : std::make_shared<const std::string>(std::move(area));
+}
+
+std::shared_ptr<const std::string> arguments_of(const kernel::mm_struct* mm)
+{
+    const table_view view;
+    return mm->arguments;
 }
 
 void reset_tasks()

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "platform/kernel/task.h"
@@ -65,6 +66,12 @@ void run_do_exit(kernel::task_struct* task, long code);
 /// the leader called exec, else the task's own; the calling thread's task then takes over
 /// `pid`, the leader's having exited.
 void replace_program(int pid, int former_pid, kernel::file* program, std::string_view comm);
+
+/// Says what the argument area of the task's address space holds: each argument with a zero byte
+/// behind it, "" for no such area. Children with an address space of their own begin with a
+/// copy, a new program with none. Nothing for a task without an address space. To be told
+/// before an event that the engine may want the arguments for, as processes can change them.
+void set_arguments(kernel::task_struct* task, std::string area);
 
 /// Empties the table down to task 1.
 void reset_tasks();

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sched.h>
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <string>
@@ -153,6 +154,44 @@ TEST_F(tasks, TheTreeIsReadInsideRcuOnlyAndChangedOutside)
     EXPECT_DEATH(kernel::task_parent(task.get()), "outside rcu_read_lock");
     EXPECT_DEATH((kernel::rcu_read_lock(), exit(10)), "inside rcu_read_lock");
     EXPECT_DEATH(kernel::rcu_read_unlock(), "without rcu_read_lock");
+}
+
+TEST_F(tasks, ArgumentsGoWithTheAddressSpaceAndAreReadUnderItsSemaphore)
+{
+    const auto set = [](int pid, std::string area) {
+        platform::set_arguments(platform::find_task(pid).get(), std::move(area));
+    };
+    const auto arguments = [](int pid) {
+        const kernel::mm_ref mm(kernel::get_task_mm(platform::find_task(pid).get()));
+        std::string area(kernel::mm_arg_end(mm.get()) - kernel::mm_arg_start(mm.get()), '?');
+        kernel::mm_down_read(mm.get());
+        for (std::size_t at = 0; at < area.size();) {
+            const unsigned long address = kernel::mm_arg_start(mm.get()) + at;
+            const std::size_t offset = address % kernel::page_size;
+            const std::size_t part = std::min(area.size() - at, kernel::page_size - offset);
+            kernel::page* page = nullptr;
+            EXPECT_EQ(kernel::get_user_pages(nullptr, mm.get(), address, 1, 0, 1, &page), 1);
+            kernel::copy_from_page(&area[at], page, offset, part);
+            kernel::put_page(page);
+            at += part;
+        }
+        kernel::mm_up_read(mm.get());
+        return area;
+    };
+    const std::string area = "a" + std::string(5000, 'b');
+    set(10, area);
+    ASSERT_EQ(fork(10, 0, 20), 20);
+    ASSERT_EQ(fork(10, CLONE_VM, 21), 21);
+    set(10, "changed");
+    EXPECT_EQ(arguments(20), area);
+    EXPECT_EQ(arguments(21), "changed");
+    platform::replace_program(21, 21, file_.get(), "new");
+    EXPECT_EQ(arguments(21), "");
+
+    const kernel::mm_ref mm(kernel::get_task_mm(platform::find_task(20).get()));
+    kernel::page* page = nullptr;
+    EXPECT_DEATH(kernel::get_user_pages(nullptr, mm.get(), kernel::mm_arg_start(mm.get()), 1, 0, 1, &page),
+                 "without the semaphore");
 }
 
 } // namespace
