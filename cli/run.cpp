@@ -1,5 +1,7 @@
 #include <CLI/CLI.hpp>
 
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <utility>
@@ -39,6 +41,16 @@ void add_run(CLI::App& program, std::vector<std::string> command, int& status)
         ->capture_default_str();
     run->add_option("--state", options->state, "Directory that gets the logs (see below)")->type_name("DIR");
     run->add_option("--user", options->user, "Login user recorded for the command")->type_name("NAME");
+    run->add_option("--channel-port", options->channel_port,
+                    "Netlink port id where agents reach the session (default: a free one)")
+        ->type_name("ID")
+        ->check(CLI::Range(std::uint32_t{1}, std::numeric_limits<std::uint32_t>::max()));
+    run->add_option("--channel-uid", options->channel_users,
+                    "User id whose processes may talk to the session as well; repeatable")
+        ->type_name("UID")
+        ->allow_extra_args(false);
+    run->add_flag("--channel-inside", options->channel_inside,
+                  "Let the supervised processes talk to it, too: they can then end a phase or reload");
     run->add_option("--log", options->log, "File that gets the kernel log; - is standard error")
         ->type_name("FILE");
     run->add_flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");

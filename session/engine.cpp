@@ -12,9 +12,10 @@
 #include "core/module.h"
 #include "platform/user/files.h"
 #include "platform/user/machine.h"
+#include "platform/user/netlink.h"
 #include "platform/user/tasks.h"
-#include "process/process_map.h"
 #include "session/caller.h"
+#include "session/channel.h"
 #include "session/policy_directory.h"
 #include "session/program_file.h"
 #include "session/state_directory.h"
@@ -24,7 +25,7 @@ namespace session {
 
 void check_user(const std::string& user)
 {
-    constexpr std::size_t longest = sorvanic_user_name_size - 1;
+    constexpr std::size_t longest = 31;
     if (user.size() > longest)
         throw trouble(
             fmt::format("user name {} is longer than {} characters, which is all that is recorded; give a "
@@ -37,6 +38,7 @@ engine::engine(const options& wanted)
     check_user(wanted.user);
     check_policy_directory(wanted.policy);
     const std::string state = make_state_directory(wanted.state);
+    status_.emplace(state);
     open_log(wanted.log.empty() ? state + "/kernel.log" : wanted.log);
 
     platform::unmount_all();
@@ -46,6 +48,7 @@ engine::engine(const options& wanted)
     platform::mount_memory("/etc/sorvanic/kernel");
     platform::mount_directory("/var/log", state + "/log");
     platform::serve_text("/proc/kallsyms", platform::symbol_text());
+    port_ = prepare_channel(wanted);
     if (sorvanic_init() != 0)
         throw trouble(fmt::format("the engine did not start; the kernel log tells why: {}",
                                   wanted.log.empty() ? state + "/kernel.log" : wanted.log));
@@ -56,6 +59,7 @@ engine::~engine()
     sorvanic_exit();
     platform::reset_tasks();
     platform::unmount_all();
+    platform::use_netlink_bus();
     platform::set_kernel_log({});
 }
 
@@ -73,7 +77,7 @@ void engine::open_log(const std::string& path)
     });
 }
 
-void engine::add_first_process(pid_t process, const std::string& user)
+void engine::add_first_process(pid_t process)
 {
     const caller supervisor(getpid());
     const unique_fd program = supervisor.program();
@@ -82,8 +86,6 @@ void engine::add_first_process(pid_t process, const std::string& user)
         file = pinned_file(program.get(), path_of(program.get(), supervisor));
     if (!platform::add_task(process, 1, "sorvanic", file.get()))
         throw trouble(fmt::format("process id {} is already in the process table", process));
-    if (!user.empty() && sorvanic_kernel_hashmap_module.insert(process, user.c_str()) != 0)
-        throw trouble("no memory to record the login user");
 }
 
 } // namespace session

@@ -3,10 +3,13 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 #include "platform/user/unique_fd.h"
 #include "session/session.h"
+#include "session/status_directory.h"
 
 namespace session {
 
@@ -21,14 +24,21 @@ public:
     engine(const engine&) = delete;
     engine& operator=(const engine&) = delete;
 
-    /// Records the session's first process, which still runs the supervisor's own program, and
-    /// the login user of its tree. No process of the session may have been recorded before.
-    void add_first_process(pid_t process, const std::string& user);
+    /// Records the session's first process, which still runs the supervisor's own program. No
+    /// process of the session may have been recorded before.
+    void add_first_process(pid_t process);
+
+    /// The port id of its netlink socket, if it has got it (see channel).
+    std::uint32_t port() const { return port_; }
+
+    const status_directory& status() const { return *status_; }
 
 private:
     void open_log(const std::string& path);
 
+    std::optional<status_directory> status_;
     platform::unique_fd log_;
+    std::uint32_t port_ = 0;
 };
 
 /// Throws trouble when the name cannot be recorded whole.

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "session/channel.h"
 #include "session/terminal.h"
 #include "session/tracee_memory.h"
 
@@ -122,6 +123,7 @@ bool exec_notifications::decide(const seccomp_notif& call)
     if (!program)
         return true;
 
+    settle_requests_of(who.task());
     exec_answer answer = decide_exec(who, task.get(), std::move(*program), *request);
     if (answer.verdict == exec_verdict::refused) {
         told_.add(answer.refused, who.task(), false);

@@ -20,6 +20,7 @@
 
 #include <fmt/format.h>
 
+#include "platform/user/netlink.h"
 #include "session/exec_verification.h"
 #include "session/filter.h"
 #include "session/trouble.h"
@@ -102,7 +103,7 @@ std::string tracing_forbidden(int error)
 } // namespace
 
 lifecycle::lifecycle(pid_t root, pending_execs& pending, refusals& told)
-    : root_(root), pending_(pending), told_(told)
+    : root_(root), pending_(pending), told_(told), tracer_(pthread_self())
 {
     if (ptrace(PTRACE_SEIZE, root, nullptr, options) != 0)
         throw trouble(tracing_forbidden(errno));
@@ -113,10 +114,13 @@ int lifecycle::run() noexcept
 {
     for (;;) {
         int status = 0;
-        const pid_t task = waitpid(-1, &status, __WALL | (held_.empty() ? 0 : WNOHANG));
+        if (retry_.exchange(false))
+            retry_waiting();
+        const bool all_done = held_.empty() && waiting_.empty();
+        const pid_t task = waitpid(-1, &status, __WALL | (all_done ? 0 : WNOHANG));
         if (task > 0)
             handle(task, status);
-        else if (task == 0)
+        else if (task == 0 || !waiting_.empty())
             wait_with_held();
         else if (errno == ECHILD)
             return root_status_;
@@ -130,6 +134,8 @@ void lifecycle::wait_with_held()
     sigaddset(&change, SIGCHLD);
     const timespec limit = {0, 100'000'000};
     sigtimedwait(&change, nullptr, &limit);
+    if (!waiting_.empty())
+        return retry_waiting();
 
     // Nothing was reported, so who has made these tasks is not going to tell any more: it was
     // killed, more than once, and did not even stop on its way out.
@@ -146,6 +152,54 @@ void lifecycle::wait_with_held()
     }
 }
 
+// In a kernel a request is done when its sender goes on.
+bool lifecycle::waits_for_requests(pid_t task, const tracee& of, int status) const
+{
+    if (WIFSTOPPED(status)) {
+        switch (status >> 16) {
+        case PTRACE_EVENT_FORK:
+        case PTRACE_EVENT_VFORK:
+        case PTRACE_EVENT_CLONE:
+        case PTRACE_EVENT_EXIT:
+            break;
+        default:
+            return false;
+        }
+    } else if (of.exited) {
+        return false;
+    }
+    return !platform::netlink_is_settled(platform::process_of(task));
+}
+
+void lifecycle::requests_handled()
+{
+    // Blocked there, it is pending until the wait for it.
+    if (any_waiting_.load()) {
+        retry_.store(true);
+        pthread_kill(tracer_, SIGCHLD);
+    }
+}
+
+void lifecycle::retry_waiting()
+{
+    std::vector<pid_t> tasks;
+    for (const auto& [task, status] : waiting_)
+        tasks.push_back(task);
+    for (const pid_t task : tasks) {
+        if (const auto node = waiting_.extract(task))
+            handle(task, node.mapped());
+    }
+    any_waiting_.store(!waiting_.empty());
+}
+
+// Its id belongs to another task by now, or it has been killed and has left its stop.
+void lifecycle::end_waiting(pid_t task)
+{
+    const auto node = waiting_.extract(task);
+    if (!node.empty() && !WIFSTOPPED(node.mapped()))
+        gone(task, node.mapped());
+}
+
 void lifecycle::end_all()
 {
     const std::lock_guard guard(lock_);
@@ -156,6 +210,7 @@ void lifecycle::end_all()
 
 void lifecycle::handle(pid_t task, int status)
 {
+    end_waiting(task);
     tracee* of;
     {
         const std::lock_guard guard(lock_);
@@ -164,6 +219,9 @@ void lifecycle::handle(pid_t task, int status)
     if (!of->born) {
         of->held = status;
         held_.try_emplace(task, std::chrono::steady_clock::now());
+    } else if (waits_for_requests(task, *of, status)) {
+        waiting_[task] = status;
+        any_waiting_.store(true);
     } else if (WIFSTOPPED(status)) {
         stopped(task, *of, status);
     } else {
@@ -221,6 +279,7 @@ void lifecycle::fork_done(pid_t parent, const tracee& of, int event)
 
 void lifecycle::birth(pid_t parent, unsigned long flags, pid_t child)
 {
+    end_waiting(child);
     tracee* of;
     {
         const std::lock_guard guard(lock_);
@@ -298,8 +357,11 @@ void lifecycle::system_call(pid_t process, tracee& of)
             kill_refused(process, *refused);
             return;
         }
-        if (of.watch->finished())
+        if (of.watch->finished()) {
+            if (of.watch->gave_up())
+                told_.add_undecided();
             of.watch.reset();
+        }
     }
     resume(process, of);
 }

@@ -1,6 +1,7 @@
 #ifndef SORVANIC_SESSION_LIFECYCLE_H
 #define SORVANIC_SESSION_LIFECYCLE_H
 
+#include <pthread.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -32,6 +33,9 @@ public:
     /// Whether the root process has ended. Any thread.
     bool root_ended() const { return root_ended_.load(); }
 
+    /// Looks again at births and ends that wait for requests of their process. Any thread.
+    void requests_handled();
+
     /// Ends every task of the session, and those that are still being born. Any thread.
     void end_all();
 
@@ -48,6 +52,9 @@ private:
 
     void handle(pid_t task, int status);
     void wait_with_held();
+    bool waits_for_requests(pid_t task, const tracee& of, int status) const;
+    void retry_waiting();
+    void end_waiting(pid_t task);
     void stopped(pid_t task, tracee& of, int status);
     void gone(pid_t task, int status);
     void fork_done(pid_t parent, const tracee& of, int event);
@@ -71,6 +78,13 @@ private:
 
     /// Tasks that have been reported before their birth, and since when.
     std::unordered_map<pid_t, std::chrono::steady_clock::time_point> held_;
+
+    /// Wait statuses of tasks whose process has asked something of the engine before, which is not
+    /// done: a reload may take long, and nobody else's births and ends wait for it.
+    std::unordered_map<pid_t, int> waiting_;
+    std::atomic<bool> any_waiting_{false};
+    std::atomic<bool> retry_{false};
+    const pthread_t tracer_;
 
     mutable std::mutex lock_; ///< for changes of the set of tracees, and end_all's walk over it
     std::unordered_map<pid_t, tracee> tracees_;

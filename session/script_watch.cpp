@@ -46,7 +46,12 @@ script_watch::script_watch(pid_t process, std::string program_name, std::vector<
 
 bool script_watch::finished() const
 {
-    return scripts_.empty() || stops_ >= stop_limit;
+    return scripts_.empty() || gave_up();
+}
+
+bool script_watch::gave_up() const
+{
+    return !scripts_.empty() && stops_ >= stop_limit;
 }
 
 bool script_watch::outlives_exec()

@@ -28,6 +28,9 @@ public:
     /// has made so many calls without doing it that it never will.
     bool finished() const;
 
+    /// Whether it is finished because of the latter.
+    bool gave_up() const;
+
     /// Whether the watch goes on when the process execs once more: "#!/usr/bin/env NAME" leaves the
     /// opening to the program that it starts.
     bool outlives_exec();

@@ -1,6 +1,9 @@
 #ifndef SORVANIC_SESSION_SESSION_H
 #define SORVANIC_SESSION_SESSION_H
 
+#include <sys/types.h>
+
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,6 +21,9 @@ struct options {
     std::string state;                    ///< local logs and the kernel log; empty: the default directory
     std::string user;                     ///< login user recorded for the tree; empty: none
     std::string log;                      ///< kernel log file; "-": standard error; empty: below `state`
+    std::uint32_t channel_port = 0;       ///< netlink port id of the agent channel; 0: a free one
+    std::vector<uid_t> channel_users;     ///< heard on it beside root and the supervisor's own user
+    bool channel_inside = false;          ///< supervised processes are heard, too
     bool quiet = false;                   ///< no line on standard error for each refusal
     std::vector<std::string> command; ///< program (searched in PATH as execvp does) and arguments; not empty
 };

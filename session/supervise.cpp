@@ -13,9 +13,11 @@
 
 #include <fmt/format.h>
 
+#include "session/channel.h"
 #include "session/exec_notifications.h"
 #include "session/launcher.h"
 #include "session/lifecycle.h"
+#include "session/status.h"
 #include "session/trouble.h"
 
 namespace session {
@@ -72,11 +74,19 @@ int supervise(const options& wanted, engine& module, const supervisor_signals& s
     pending_execs pending;
     lifecycle tree(first.pid(), pending, told);
     const supervisor_process self;
-    module.add_first_process(first.pid(), wanted.user);
+    module.add_first_process(first.pid());
+    status_board board(wanted, module, told);
 
     int status = 0;
     std::exception_ptr failure;
     {
+        const channel requests([&](bool handled) {
+            if (handled)
+                tree.requests_handled();
+            board.publish();
+        });
+        if (!wanted.user.empty())
+            log_in(first.pid(), wanted.user, module.port());
         const signal_watch watch(
             [&](const siginfo_t& info) { handle_signal(info, root_handle.get(), first.pid(), tree); });
         std::optional<exec_notifications> workers;
@@ -95,6 +105,7 @@ int supervise(const options& wanted, engine& module, const supervisor_signals& s
         status = tree.run();
         starter.join();
     }
+    board.publish();
     if (failure)
         std::rethrow_exception(failure);
     if (const auto error = first.start_error())

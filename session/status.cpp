@@ -1,0 +1,111 @@
+#include "session/status.h"
+
+#include <time.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "core/counters.h"
+#include "platform/user/netlink.h"
+#include "platform/user/sysctl.h"
+
+namespace session {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+std::string time_of_day()
+{
+    const time_t now = time(nullptr);
+    tm parts = {};
+    gmtime_r(&now, &parts);
+    char text[32];
+    strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+json switches_of(const module_counters& counters)
+{
+    json modules = json::array();
+    for (const kernel::u32 value : counters.module_switches)
+        modules.push_back(value - '0');
+    return {{"system", counters.system_status},
+            {"install", counters.install_status},
+            {"audit", counters.audit_switches},
+            {"module", std::move(modules)}};
+}
+
+json tables()
+{
+    json all = json::array();
+    table_state table;
+    for (kernel::u32 index = 0; read_table_state(index, &table); ++index)
+        all.push_back({{"name", table.file}, {"entries", table.entries}, {"generation", table.generation}});
+    return all;
+}
+
+json recent_senders()
+{
+    json senders = json::object();
+    for (const platform::netlink_sender& sender : platform::netlink_recent_senders())
+        senders[std::to_string(sender.process)] = sender.handled;
+    return senders;
+}
+
+} // namespace
+
+status_board::status_board(const options& wanted, const engine& module, const refusals& told)
+    : module_(module), told_(told), command_(wanted.command), started_(time_of_day())
+{
+    publish();
+    // Last: who finds it finds everything.
+    module_.status().publish_port(module_.port());
+}
+
+std::string status_board::session_text() const
+{
+    // First, so that whoever sees that a request was handled sees what it did.
+    json senders = recent_senders();
+    module_counters counters;
+    read_module_counters(&counters);
+    const platform::netlink_counts channel = platform::netlink_statistics();
+    const json all = {
+        {"pid", getpid()},
+        {"port", module_.port()},
+        {"command", command_},
+        {"started", started_},
+        {"switches", switches_of(counters)},
+        {"agent", {{"connected", counters.agent != 0}, {"pid", counters.agent}}},
+        {"tables", tables()},
+        {"in_flight", counters.calls_in_flight},
+        {"refusals", told_.count()},
+        {"fail_open", counters.execs_undecided + told_.undecided()},
+        {"channel", {{"handled", channel.handled}, {"dropped", channel.dropped}, {"lost", channel.lost}}},
+        {"records", {{"dropped", counters.records_dropped}, {"suppressed", counters.records_suppressed}}},
+        {"handled_by", std::move(senders)},
+    };
+    // File names are bytes; JSON is UTF-8.
+    return all.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+void status_board::put(const char* name, std::string text)
+{
+    std::string& published = published_[name];
+    if (published == text)
+        return;
+    module_.status().publish(name, text);
+    published = std::move(text);
+}
+
+void status_board::publish()
+{
+    put("session.json", session_text());
+    for (const char* name : {"proshellmode", "proshelluser"})
+        put(name, platform::sysctl_read(std::string("sorvanic/") + name).value_or(""));
+}
+
+} // namespace session

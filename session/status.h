@@ -1,0 +1,36 @@
+#ifndef SORVANIC_SESSION_STATUS_H
+#define SORVANIC_SESSION_STATUS_H
+
+#include <map>
+#include <string>
+
+#include "session/engine.h"
+#include "session/refusals.h"
+#include "session/session.h"
+
+namespace session {
+
+/// Publishes what a session is doing, in its status directory: see docs/formats.md. Not at the same
+/// time as itself.
+class status_board {
+public:
+    status_board(const options& wanted, const engine& module, const refusals& told);
+
+    /// Writes what has changed since the last time. The files show counters that are read one by
+    /// one: they need not fit together.
+    void publish();
+
+private:
+    std::string session_text() const;
+    void put(const char* name, std::string text);
+
+    const engine& module_;
+    const refusals& told_;
+    const std::vector<std::string> command_;
+    const std::string started_;
+    std::map<std::string, std::string> published_;
+};
+
+} // namespace session
+
+#endif
