@@ -2,12 +2,17 @@
 
 #include "policy/auditctl.h"
 #include "policy/blacklist.h"
+#include "policy/dacctl.h"
 #include "policy/dirctl.h"
 #include "policy/installctl.h"
 #include "policy/modlctl.h"
+#include "policy/objlabel.h"
+#include "policy/pracctl.h"
+#include "policy/privctl.h"
 #include "policy/ptpy.h"
 #include "policy/sprolist.h"
 #include "policy/statusctl.h"
+#include "policy/sublabel.h"
 #include "policy/uactivate.h"
 #include "policy/whitelist.h"
 #include "policy/workdir.h"
@@ -23,7 +28,12 @@ struct reload_row {
 
 // In the order in which they run, with the file that each reads.
 constinit const reload_row rows[] = {
+    {0x8, &sorvanic_kernel_pracctl_module.reload},       // appevp
     {0x1, &sorvanic_kernel_dirctl_module.reload},        // dirctl
+    {0x2, &sorvanic_kernel_privctl_module.reload},       // priv
+    {0x4, &sorvanic_kernel_dacctl_module.reload},        // dac
+    {0x20, &sorvanic_kernel_objlabel_module.reload},     // objlabel
+    {0x40, &sorvanic_kernel_sublabel_module.reload},     // sublabel
     {0x80, &sorvanic_kernel_statusctl_module.reload},    // statlabel
     {0x100, &sorvanic_kernel_auditctl_module.reload},    // auditlabel
     {0x2000, &sorvanic_kernel_installctl_module.reload}, // installlabel

@@ -1,6 +1,9 @@
 #ifndef SORVANIC_POLICY_FIELDS_H
 #define SORVANIC_POLICY_FIELDS_H
 
+#include <cstddef>
+
+#include "platform/kernel/string.h"
 #include "platform/kernel/types.h"
 
 // The fields of a policy line.
@@ -14,5 +17,12 @@ char* next_field(char** rest, char separator);
 /// and takes the low 32 bits of the number. Stores them, at most 2^31 - 1, in `*value` and
 /// returns true; returns false and stores nothing when they are negative as a signed number.
 bool read_number(const char* field, kernel::u32* value);
+
+/// Whether `text` is the whole of what stands in `field`, which ends in a terminator, case ignored.
+template <std::size_t size>
+bool equals_field(const char (&field)[size], const char* text)
+{
+    return kernel::strncasecmp(field, text, size) == 0;
+}
 
 #endif

@@ -4,6 +4,7 @@
 #include "policy/table_ops.h"
 
 inline constexpr kernel::s32 modl_switch_execution = 0;
+inline constexpr kernel::s32 modl_switch_files = 2;
 inline constexpr kernel::u32 modl_switch_on = 50;  // '2'
 inline constexpr kernel::u32 modl_switch_off = 48; // '0'
 

@@ -2,12 +2,17 @@
 
 #include "policy/auditctl.h"
 #include "policy/blacklist.h"
+#include "policy/dacctl.h"
 #include "policy/dirctl.h"
 #include "policy/installctl.h"
 #include "policy/modlctl.h"
+#include "policy/objlabel.h"
+#include "policy/pracctl.h"
+#include "policy/privctl.h"
 #include "policy/ptpy.h"
 #include "policy/sprolist.h"
 #include "policy/statusctl.h"
+#include "policy/sublabel.h"
 #include "policy/table_counters.h"
 #include "policy/uactivate.h"
 #include "policy/whitelist.h"
@@ -25,6 +30,11 @@ static int for_each_table(Visit visit)
     visit(sorvanic_kernel_installctl_module);
     visit(sorvanic_kernel_statusctl_module);
     visit(sorvanic_kernel_auditctl_module);
+    visit(sorvanic_kernel_sublabel_module);
+    visit(sorvanic_kernel_objlabel_module);
+    visit(sorvanic_kernel_dacctl_module);
+    visit(sorvanic_kernel_privctl_module);
+    visit(sorvanic_kernel_pracctl_module);
     visit(sorvanic_kernel_modlctl_module);
     visit(sorvanic_kernel_ptpy_module);
     visit(sorvanic_kernel_uactivate_module);

@@ -10,6 +10,11 @@ constinit table_counters sorvanic_kernel_workdir_counters = {"workdir", 0, 0, {}
 constinit table_counters sorvanic_kernel_installctl_counters = {"installlabel", 0, 0, {}};
 constinit table_counters sorvanic_kernel_statusctl_counters = {"statlabel", 0, 0, {}};
 constinit table_counters sorvanic_kernel_auditctl_counters = {"auditlabel", 0, 0, {}};
+constinit table_counters sorvanic_kernel_sublabel_counters = {"sublabel", 0, 0, {}};
+constinit table_counters sorvanic_kernel_objlabel_counters = {"objlabel", 0, 0, {}};
+constinit table_counters sorvanic_kernel_dacctl_counters = {"dac", 0, 0, {}};
+constinit table_counters sorvanic_kernel_privctl_counters = {"priv", 0, 0, {}};
+constinit table_counters sorvanic_kernel_pracctl_counters = {"appevp", 0, 0, {}};
 constinit table_counters sorvanic_kernel_modlctl_counters = {"modllabel", 0, 0, {}};
 constinit table_counters sorvanic_kernel_ptpy_counters = {"ptpylist", 0, 0, {}};
 constinit table_counters sorvanic_kernel_uactivate_counters = {"platuser", 0, 0, {}};
@@ -21,8 +26,10 @@ constinit table_counters* const tables[] = {
     &sorvanic_kernel_sprolist_counters,  &sorvanic_kernel_dirctl_counters,
     &sorvanic_kernel_workdir_counters,   &sorvanic_kernel_installctl_counters,
     &sorvanic_kernel_statusctl_counters, &sorvanic_kernel_auditctl_counters,
-    &sorvanic_kernel_modlctl_counters,   &sorvanic_kernel_ptpy_counters,
-    &sorvanic_kernel_uactivate_counters,
+    &sorvanic_kernel_sublabel_counters,  &sorvanic_kernel_objlabel_counters,
+    &sorvanic_kernel_dacctl_counters,    &sorvanic_kernel_privctl_counters,
+    &sorvanic_kernel_pracctl_counters,   &sorvanic_kernel_modlctl_counters,
+    &sorvanic_kernel_ptpy_counters,      &sorvanic_kernel_uactivate_counters,
 };
 
 } // namespace

@@ -77,6 +77,61 @@ struct platform_user_ops {
     int (*destroy)();
 };
 
+struct subject_label;
+struct object_label;
+
+/// The labels of subjects, which are known by their user names.
+struct subject_label_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// Copies the first record with this whole name, case ignored, to `*found` and returns `found`;
+    /// null when there is none.
+    subject_label* (*search)(const char* name, subject_label* found);
+    int (*destroy)();
+};
+
+/// The labels of objects.
+struct object_label_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// Copies the first record whose path is the absolute `path` or a directory above it to `*found`
+    /// and returns `found`; null when there is none.
+    object_label* (*search)(const char* path, object_label* found);
+    int (*destroy)();
+};
+
+/// Access rules for users. `mask` is a set of access bits.
+struct user_rule_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// What the first rule that is for `user` and covers `path` says of `mask`: 0 when it grants all
+    /// of it. The table's header gives the other results.
+    int (*match)(const char* user, const char* path, kernel::u32 mask);
+    int (*destroy)();
+};
+
+/// Access rules for programs.
+struct program_rule_ops {
+    int (*init)();
+    int (*load)();
+    int (*unload)();
+    int (*sync)();
+    int (*reload)();
+    /// What the rules that cover `path` say of the program with the command name `program` doing
+    /// `mask`: 0 when it may do all of it. The table's header gives the other results.
+    int (*match)(const char* path, const char* program, kernel::u32 mask);
+    int (*destroy)();
+};
+
 /// One status value.
 struct status_ops {
     int (*init)();

@@ -44,9 +44,8 @@ using copies = table_copies<platform_user, sorvanic_kernel_uactivate_head, sorva
 template <typename Use>
 static int with_state_of(const char* name, Use use)
 {
-    // The field ends in a terminator: comparing all of it compares whole names.
     const bool listed = copies::walk(0, [name, &use](platform_user& user) {
-        if (strncasecmp(user.name, name, sizeof user.name) != 0)
+        if (!equals_field(user.name, name))
             return false;
         use(state_of(user));
         return true;

@@ -52,8 +52,8 @@ private:
 TEST(reload, each_bit_reads_its_tables_again_in_the_one_order)
 {
     machine m;
-    for (const char* name :
-         {"dirctl", "statlabel", "auditlabel", "installlabel", "ptpylist", "platuser", "modllabel"})
+    for (const char* name : {"dirctl", "statlabel", "auditlabel", "installlabel", "ptpylist", "platuser",
+                             "modllabel", "appevp", "priv", "dac", "objlabel", "sublabel"})
         m.encoded(name, "1\n");
     for (const char* name : {"whitelist", "blacklist", "supertrustfile"})
         m.keys(name, {1});
@@ -64,7 +64,12 @@ TEST(reload, each_bit_reads_its_tables_again_in_the_one_order)
         std::uint32_t mask;
         std::string reads;
     } const cases[] = {
+        {0x8, "appevp"},
         {0x1, "dirctl"},
+        {0x2, "priv"},
+        {0x4, "dac"},
+        {0x20, "objlabel"},
+        {0x40, "sublabel"},
         {0x80, "statlabel"},
         {0x100, "auditlabel"},
         {0x2000, "installlabel"},
@@ -77,8 +82,8 @@ TEST(reload, each_bit_reads_its_tables_again_in_the_one_order)
         {0, ""},
         {0xffff8000, ""},
         {0x7fff,
-         "dirctl statlabel auditlabel installlabel whitelist workdir blacklist supertrustfile modllabel "
-         "ptpylist platuser"},
+         "appevp dirctl priv dac objlabel sublabel statlabel auditlabel installlabel whitelist workdir "
+         "blacklist supertrustfile modllabel ptpylist platuser"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(platform::netlink_send(messages::reload(c.mask), 77), 0);

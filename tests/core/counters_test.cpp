@@ -31,8 +31,10 @@ TEST(counters, a_table_is_counted_otherwise_than_lookups_see_it)
     m.keys("blacklist", {1});
     m.keys("whitelist", {1, 2, 3});
     m.encoded("platuser", "bob\neve\n");
+    m.encoded("appevp", "/a:*:4\n/b:*:x\n/c:*\n");
     ASSERT_EQ(m.load(), 0);
-    const std::string end = "installlabel:1/1 statlabel:1/1 auditlabel:7/1 modllabel:4/1 ptpylist:0/1 ";
+    const std::string end = "installlabel:1/1 statlabel:1/1 auditlabel:7/1 sublabel:0/1 objlabel:0/1 dac:0/1 "
+                            "priv:0/1 appevp:2/1 modllabel:4/1 ptpylist:0/1 ";
     EXPECT_EQ(tables(), "blacklist:1/1 whitelist:3/1 supertrustfile:0/1 dirctl:0/1 workdir:0/1 " + end +
                             "platuser:2/1 ");
 

@@ -5,12 +5,17 @@
 
 #include "policy/auditctl.h"
 #include "policy/blacklist.h"
+#include "policy/dacctl.h"
 #include "policy/dirctl.h"
 #include "policy/installctl.h"
 #include "policy/modlctl.h"
+#include "policy/objlabel.h"
+#include "policy/pracctl.h"
+#include "policy/privctl.h"
 #include "policy/ptpy.h"
 #include "policy/sprolist.h"
 #include "policy/statusctl.h"
+#include "policy/sublabel.h"
 #include "policy/uactivate.h"
 #include "policy/whitelist.h"
 #include "policy/workdir.h"
@@ -32,6 +37,10 @@ TEST_F(policy, each_operation_reaches_every_table)
     machine_.encoded("dirctl", "/c\n");
     machine_.encoded("ptpylist", "protected\n");
     machine_.encoded("platuser", "user\n");
+    for (const char* rules : {"dac", "priv", "appevp"})
+        machine_.encoded(rules, "/r:who:4\n");
+    for (const char* labels : {"sublabel", "objlabel"})
+        machine_.encoded(labels, "/l:0:0:0:0,0,0,0,0,0,0,0\n");
     machine_.encoded("installlabel", "2");
     machine_.encoded("statlabel", "3");
     machine_.encoded("auditlabel", "5:2");
@@ -49,28 +58,35 @@ TEST_F(policy, each_operation_reaches_every_table)
         found += sorvanic_kernel_ptpy_module.match("/protected") == 0 ? 'p' : '-';
         kernel::u32 state = 0;
         found += sorvanic_kernel_uactivate_module.search("user", &state) == 0 ? 'u' : '-';
+        found += sorvanic_kernel_dacctl_module.match("who", "/r", 4) == 0 ? 'r' : '-';
+        found += sorvanic_kernel_privctl_module.match("who", "/r", 4) == 0 ? 'r' : '-';
+        found += sorvanic_kernel_pracctl_module.match("/r", "who", 4) == 0 ? 'r' : '-';
+        subject_label subject;
+        found += sorvanic_kernel_sublabel_module.search("/l", &subject) != nullptr ? 'l' : '-';
+        object_label object;
+        found += sorvanic_kernel_objlabel_module.search("/l", &object) != nullptr ? 'l' : '-';
         found += std::to_string(sorvanic_kernel_installctl_module.getstatus());
         found += std::to_string(sorvanic_kernel_statusctl_module.getstatus());
         found += std::to_string(sorvanic_kernel_auditctl_module.getstatus(5));
         found += std::to_string(sorvanic_kernel_modlctl_module.getstatus(0));
         return found;
     };
-    EXPECT_EQ(active(), "-------11048");
+    EXPECT_EQ(active(), "------------11048");
     EXPECT_EQ(sorvanic_kernel_policy_module.load(), 0);
-    EXPECT_EQ(active(), "-------23250"); // status values have one copy only
+    EXPECT_EQ(active(), "------------23250"); // status values have one copy only
     EXPECT_EQ(sorvanic_kernel_policy_module.sync(), 0);
-    EXPECT_EQ(active(), "bwsdcpu23250");
+    EXPECT_EQ(active(), "bwsdcpurrrll23250");
     sorvanic_kernel_policy_module.load();
     EXPECT_EQ(sorvanic_kernel_policy_module.unload(), 0);
-    EXPECT_EQ(active(), "bwsdcpu11048");
+    EXPECT_EQ(active(), "bwsdcpurrrll11048");
     sorvanic_kernel_policy_module.sync();
-    EXPECT_EQ(active(), "-------11048");
+    EXPECT_EQ(active(), "------------11048");
     EXPECT_EQ(sorvanic_kernel_policy_module.reload(), 0);
-    EXPECT_EQ(active(), "bwsdcpu23250");
+    EXPECT_EQ(active(), "bwsdcpurrrll23250");
     EXPECT_EQ(sorvanic_kernel_policy_module.destroy(), 0);
-    EXPECT_EQ(active(), "-------23250");
+    EXPECT_EQ(active(), "------------23250");
     EXPECT_EQ(sorvanic_kernel_policy_module.init(), 0);
-    EXPECT_EQ(active(), "-------11048");
+    EXPECT_EQ(active(), "------------11048");
 }
 
 TEST_F(policy, a_reload_keeps_the_former_policy_until_the_next)
@@ -117,6 +133,10 @@ TEST_F(policy, no_failure_leaves_anything_behind)
     machine_.plain("workdir", "/a\n/b\n");
     for (const char* file : {"dirctl", "ptpylist", "platuser"})
         machine_.encoded(file, "a\nb\n");
+    for (const char* file : {"dac", "priv", "appevp"})
+        machine_.encoded(file, "/a:u:7\nnone\n");
+    for (const char* file : {"sublabel", "objlabel"})
+        machine_.encoded(file, "a:1:2:3:1,2,3,4,5,6,7,8\nnone\n");
     machine_.encoded("statlabel", "3");
     machine_.encoded("modllabel", "2222");
     const auto whole_life = [] {

@@ -1,0 +1,107 @@
+#include "policy/pracctl.h"
+
+#include "platform/kernel/list.h"
+#include "platform/kernel/scoped.h"
+#include "platform/kernel/string.h"
+#include "policy/fields.h"
+#include "policy/path_rules.h"
+#include "policy/rule_line.h"
+#include "policy/table_copies.h"
+#include "policy/text_source.h"
+
+using namespace kernel;
+
+namespace {
+
+struct program_rule {
+    list_head link;
+    u32 mask;
+    char path[512]; // zero-terminated, as is `program`
+    char program[512];
+};
+
+bool is_for(const program_rule& rule, const char* program)
+{
+    const char* named = final_component(rule.program);
+    return strcmp(named, "*") == 0 || strncasecmp(named, program, sizeof rule.program) == 0;
+}
+
+} // namespace
+
+static list_head sorvanic_kernel_pracctl_head[2];
+static rwlock_t sorvanic_kernel_pracctl_rwlock[2];
+static constinit table_mark sorvanic_kernel_pracctl_used_mark{1};
+static constinit table_mark sorvanic_kernel_pracctl_idle_mark{0};
+
+using copies = table_copies<program_rule, sorvanic_kernel_pracctl_head, sorvanic_kernel_pracctl_rwlock,
+                            sorvanic_kernel_pracctl_used_mark, sorvanic_kernel_pracctl_idle_mark,
+                            sorvanic_kernel_pracctl_counters>;
+
+static int sorvanic_kernel_pracctl_module_init()
+{
+    return copies::init();
+}
+
+static int sorvanic_kernel_pracctl_module_load()
+{
+    text_source text("/etc/sorvanic/appevp", "/etc/sorvanic/kernel/appevp_enc");
+    if (!text.is_open())
+        return 1;
+    while (char* line = text.next_line()) {
+        kmem<program_rule> rule;
+        rule_line read = {};
+        if (!rule || !read_rule_line(line, &read) || strlen(read.path) >= sizeof rule->path ||
+            strlen(read.who) >= sizeof rule->program)
+            continue;
+        strncpy(rule->path, read.path, sizeof rule->path);
+        strncpy(rule->program, read.who, sizeof rule->program);
+        rule->mask = read.mask;
+        copies::append(rule.release());
+    }
+    return 0;
+}
+
+static int sorvanic_kernel_pracctl_module_unload()
+{
+    return copies::unload();
+}
+
+static int sorvanic_kernel_pracctl_module_sync()
+{
+    return copies::sync();
+}
+
+static int sorvanic_kernel_pracctl_module_reload()
+{
+    return reload_table(sorvanic_kernel_pracctl_module);
+}
+
+static int sorvanic_kernel_pracctl_module_match(const char* path, const char* program, u32 mask)
+{
+    int result = program_no_rule;
+    copies::walk(0, [path, program, mask, &result](const program_rule& rule) {
+        if (!in_tree(rule.path, path))
+            return false;
+        result = program_of_other_rules;
+        if (!is_for(rule, program))
+            return false;
+        result = (mask & ~rule.mask) == 0 ? program_granted : program_denied;
+        return true;
+    });
+    return result;
+}
+
+static int sorvanic_kernel_pracctl_module_destroy()
+{
+    return copies::destroy();
+}
+
+constinit const program_rule_ops sorvanic_kernel_pracctl_module = {
+    .init = sorvanic_kernel_pracctl_module_init,
+    .load = sorvanic_kernel_pracctl_module_load,
+    .unload = sorvanic_kernel_pracctl_module_unload,
+    .sync = sorvanic_kernel_pracctl_module_sync,
+    .reload = sorvanic_kernel_pracctl_module_reload,
+    .match = sorvanic_kernel_pracctl_module_match,
+    .destroy = sorvanic_kernel_pracctl_module_destroy,
+};

@@ -1,0 +1,14 @@
+#ifndef SORVANIC_POLICY_PRIVCTL_H
+#define SORVANIC_POLICY_PRIVCTL_H
+
+#include "policy/table_ops.h"
+
+/// The privileges of users, from "/etc/sorvanic/priv". A rule covers every path that begins with
+/// its own, a name that merely goes on included. The first rule of the user that covers a path
+/// decides.
+///
+/// match returns 0 when that rule grants all of the mask, and else the bits of the mask that it
+/// lacks; 1 when there is no such rule, which cannot be told from lacking the execute bit alone.
+extern const user_rule_ops sorvanic_kernel_privctl_module;
+
+#endif

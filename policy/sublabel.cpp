@@ -1,0 +1,81 @@
+#include "policy/sublabel.h"
+
+#include "platform/kernel/scoped.h"
+#include "platform/kernel/string.h"
+#include "policy/fields.h"
+#include "policy/table_copies.h"
+#include "policy/text_source.h"
+
+using namespace kernel;
+
+static list_head sorvanic_kernel_sublabel_head[2];
+static rwlock_t sorvanic_kernel_sublabel_rwlock[2];
+static constinit table_mark sorvanic_kernel_sublabel_used_mark{1};
+static constinit table_mark sorvanic_kernel_sublabel_idle_mark{0};
+
+using copies = table_copies<subject_label, sorvanic_kernel_sublabel_head, sorvanic_kernel_sublabel_rwlock,
+                            sorvanic_kernel_sublabel_used_mark, sorvanic_kernel_sublabel_idle_mark,
+                            sorvanic_kernel_sublabel_counters>;
+
+static int sorvanic_kernel_sublabel_module_init()
+{
+    return copies::init();
+}
+
+static int sorvanic_kernel_sublabel_module_load()
+{
+    text_source text("/etc/sorvanic/sublabel", "/etc/sorvanic/kernel/sublabel_enc");
+    if (!text.is_open())
+        return 1;
+    while (char* line = text.next_line()) {
+        kmem<subject_label> record;
+        label_line read = {};
+        if (!record || !read_label_line(line, &read))
+            continue;
+        strncpy(record->name, read.key, sizeof record->name - 1);
+        record->label = read.label;
+        copies::append(record.release());
+    }
+    return 0;
+}
+
+static int sorvanic_kernel_sublabel_module_unload()
+{
+    return copies::unload();
+}
+
+static int sorvanic_kernel_sublabel_module_sync()
+{
+    return copies::sync();
+}
+
+static int sorvanic_kernel_sublabel_module_reload()
+{
+    return reload_table(sorvanic_kernel_sublabel_module);
+}
+
+static subject_label* sorvanic_kernel_sublabel_module_search(const char* name, subject_label* found)
+{
+    const bool labelled = copies::walk(0, [name, found](const subject_label& record) {
+        if (!equals_field(record.name, name))
+            return false;
+        *found = record;
+        return true;
+    });
+    return labelled ? found : nullptr;
+}
+
+static int sorvanic_kernel_sublabel_module_destroy()
+{
+    return copies::destroy();
+}
+
+constinit const subject_label_ops sorvanic_kernel_sublabel_module = {
+    .init = sorvanic_kernel_sublabel_module_init,
+    .load = sorvanic_kernel_sublabel_module_load,
+    .unload = sorvanic_kernel_sublabel_module_unload,
+    .sync = sorvanic_kernel_sublabel_module_sync,
+    .reload = sorvanic_kernel_sublabel_module_reload,
+    .search = sorvanic_kernel_sublabel_module_search,
+    .destroy = sorvanic_kernel_sublabel_module_destroy,
+};

@@ -1,0 +1,136 @@
+#include <string>
+
+#include "policy/objlabel.h"
+#include "policy/sublabel.h"
+#include "tests/policy/policy_fixture.h"
+
+// Both tables read the same lines.
+
+namespace {
+
+std::string text(const security_label& label)
+{
+    std::string all = std::to_string(label.value1) + " " + std::to_string(label.confidentiality) + " " +
+                      std::to_string(label.integrity) + " ";
+    for (const kernel::u8 category : label.categories)
+        all += std::to_string(category) + ",";
+    return all;
+}
+
+class labels : public policy_fixture {
+protected:
+    void load(const std::string& subjects, const std::string& objects)
+    {
+        machine_.encoded("sublabel", subjects);
+        machine_.encoded("objlabel", objects);
+        sorvanic_kernel_sublabel_module.reload();
+        sorvanic_kernel_objlabel_module.reload();
+    }
+    static std::string subject(const std::string& name)
+    {
+        subject_label found = {};
+        const subject_label* result = sorvanic_kernel_sublabel_module.search(name.c_str(), &found);
+        EXPECT_TRUE(result == nullptr || result == &found);
+        return result == nullptr ? "" : text(found.label);
+    }
+    static std::string object(const std::string& path)
+    {
+        object_label found = {};
+        const object_label* result = sorvanic_kernel_objlabel_module.search(path.c_str(), &found);
+        EXPECT_TRUE(result == nullptr || result == &found);
+        return result == nullptr ? "" : text(found.label);
+    }
+};
+
+TEST_F(labels, a_line_has_all_its_numbers_or_is_skipped)
+{
+    const std::string none = "0,0,0,0,0,0,0,0";
+    const struct {
+        std::string rest; // of the line, behind its key
+        std::string label;
+    } cases[] = {
+        {":0:3:1:1,2,0,0,0,0,0,0", "0 3 1 1,2,0,0,0,0,0,0,"},
+        {":7:65535:65536:255,256,300,0,0,0,0,9", "7 65535 0 255,0,44,0,0,0,0,9,"},
+        {":0:70000:1:" + none, "0 4464 1 0,0,0,0,0,0,0,0,"}, // cut, not clamped
+        {":0:4294967299:1:" + none, "0 3 1 0,0,0,0,0,0,0,0,"},
+        {":x:1:-1:,,,,,, 5,", "0 1 0 0,0,0,0,0,0,0,0,"}, // no digit is 0
+        {":1:2:3:1,2,3,4,5,6,7,8,9", "1 2 3 1,2,3,4,5,6,7,8,"},
+        {":1:2:3:1,2,3,4,5,6,7,8:9", "1 2 3 1,2,3,4,5,6,7,8,"},
+        {":1:2:3:1:9,2,3,4,5,6,7,8", "1 2 3 1,2,3,4,5,6,7,8,"},
+        {":0:3000000000:1:" + none, ""},
+        {":2147483648:0:1:" + none, ""},
+        {":0:0:1:0,0,0,0,0,0,0,4294967295", ""},
+        {":0:3:1:1,2", ""},
+        {":0:3:1:1,2,3,4,5,6,7", ""},
+        {":0:3:" + none, ""},
+        {":0:3:1", ""},
+        {"", ""},
+    };
+    for (const auto& c : cases) {
+        load("key" + c.rest + "\n", "/key" + c.rest + "\n");
+        EXPECT_EQ(subject("key"), c.label) << c.rest;
+        EXPECT_EQ(object("/key"), c.label) << c.rest;
+    }
+}
+
+TEST_F(labels, a_subject_is_known_by_its_whole_name_an_object_by_the_tree_it_is_in)
+{
+    const std::string first = ":1:0:0:0,0,0,0,0,0,0,0\n";
+    const std::string second = ":2:0:0:0,0,0,0,0,0,0,0\n";
+    const std::string third = ":3:0:0:0,0,0,0,0,0,0,0\n";
+    const std::string name(31, 'n');
+    const std::string fits = "/" + std::string(511 - first.size(), 'f'); // a line of 511 characters
+    load("alice" + first + "ALICE" + second + name + "cut-off" + third + std::string(600, 'x') + third +
+             "#no" + first,
+         "/srv/a" + first + "/srv/a/b" + second + "/srv/" + second + fits + third + fits + "x" + third);
+    const auto value = [](const std::string& label) { return label.empty() ? '-' : label[0]; };
+    const struct {
+        std::string name;
+        char value;
+    } subjects[] = {
+        {"alice", '1'}, {"Alice", '1'}, {"alic", '-'},           {"alice2", '-'},
+        {"", '-'},      {name, '3'},    {name + "cut-off", '-'}, {std::string(31, 'x'), '3'},
+    };
+    for (const auto& c : subjects)
+        EXPECT_EQ(value(subject(c.name)), c.value) << c.name;
+    const struct {
+        std::string path;
+        char value;
+    } objects[] = {
+        {"/srv/a", '1'},  {"/SRV/A/x/y", '1'}, {"/srv/a/b", '1'}, // the first, not the longest
+        {"/srv/ab", '-'}, {"/srv", '-'},       {"/srv/", '2'},    {fits, '3'}, {fits + "x", '-'},
+    };
+    for (const auto& c : objects)
+        EXPECT_EQ(value(object(c.path)), c.value) << c.path;
+
+    load("", ":4:0:0:0,0,0,0,0,0,0,0\n");
+    EXPECT_EQ(value(object("/anything")), '4') << "an empty path is above everything";
+    EXPECT_EQ(value(object("relative")), '-');
+}
+
+TEST_F(labels, a_line_without_memory_is_dropped)
+{
+    const std::string rest = ":1:2:3:1,2,3,4,5,6,7,8\n";
+    load("", ""); // from here on there are work files
+    machine_.encoded("sublabel", "a" + rest + "b" + rest);
+    machine_.encoded("objlabel", "/a" + rest + "/b" + rest);
+    // Two buffers to decode, one for a line, then one record a line; each table in its turn.
+    const char* const expected[] = {"abab", "ab", "ab", "ab", "bab", "aab", "ab", "ab", "ab", "abb", "aba"};
+    fail_each_call(
+        platform::fault::allocation,
+        [] {
+            sorvanic_kernel_sublabel_module.reload();
+            sorvanic_kernel_objlabel_module.reload();
+        },
+        [&](std::size_t n) {
+            ASSERT_LT(n, std::size(expected));
+            std::string found;
+            for (const char* name : {"a", "b"})
+                found += subject(name).empty() ? "" : name;
+            for (const char* path : {"/a", "/b"})
+                found += object(path).empty() ? "" : path + 1;
+            EXPECT_EQ(found, expected[n]);
+        });
+}
+
+} // namespace
