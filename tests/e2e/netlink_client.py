@@ -7,11 +7,16 @@ usage: netlink_client.py PORT STEP...
     reload:MASK                            a reload request
     login:USER[:MODE]                      a login of this very process
     read:COUNT                             waits for that many messages, at most 10 s for each
+    drain                                  reads until nothing has come for half a second
+    copy:FROM:TO                           copies a file
+    run:PROGRAM[:MASK]                     runs it as a child, which asks for a reload first: its exit
+                                           status, or the error of its exec
 
-Every message that is read is printed as one JSON object on a line of its own."""
+Every message and result that is read is printed as one JSON object on a line of its own."""
 
 import json
 import os
+import shutil
 import socket
 import struct
 import sys
@@ -52,6 +57,26 @@ def decode(message):
     return head | {"requested": requested, "current": current}
 
 
+def run(program, before):
+    child = os.fork()
+    if child == 0:
+        before()
+        try:
+            os.execv(program, [program])
+        except OSError as error:
+            os._exit(error.errno)
+    print(json.dumps({"run": os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])}), flush=True)
+
+
+def drain(link):
+    link.settimeout(0.5)
+    try:
+        while True:
+            print(json.dumps(decode(link.recv(65536))), flush=True)
+    except TimeoutError:
+        link.settimeout(10)
+
+
 def main():
     if len(sys.argv) < 3:
         sys.exit(__doc__)
@@ -59,14 +84,24 @@ def main():
     link = socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, NETLINK_USERSOCK)
     link.bind((os.getpid(), 0))
     link.settimeout(10)
+    def reload(mask):
+        link.sendto(request(18, struct.pack("<II", 1, int(mask, 0))), (port, 0))
+
     plain = {"helo": 16, "quit": 17, "install-end": 23, "shell-reset": 26}
     for step in sys.argv[2:]:
         name, _, rest = step.partition(":")
         if name == "read":
             for _ in range(int(rest)):
                 print(json.dumps(decode(link.recv(65536))), flush=True)
+        elif name == "drain":
+            drain(link)
+        elif name == "copy":
+            shutil.copyfile(*rest.split(":"))
+        elif name == "run":
+            program, _, mask = rest.partition(":")
+            run(program, lambda: mask and reload(mask))
         elif name == "reload":
-            link.sendto(request(18, struct.pack("<II", 1, int(rest, 0))), (port, 0))
+            reload(rest)
         elif name == "login":
             user, _, mode = rest.partition(":")
             payload = struct.pack("<III", 2, os.getpid(), int(mode or 0)) + user.encode() + b"\0"

@@ -142,18 +142,23 @@ fs::path session_test::of_machine(const std::string& name)
     throw std::runtime_error("this machine has no " + name);
 }
 
-void session_test::blacklist(const fs::path& program)
+void session_test::enlist(const std::string& list, const fs::path& program)
 {
-    add_key(black_, read_file(program));
+    add_key(other_lists_[list], read_file(program));
+}
+
+void session_test::encoded(const std::string& name, const std::string& text)
+{
+    write(policy() / name, base64(text));
 }
 
 void session_test::write_policy()
 {
     write(policy() / "whitelist", white_);
-    if (!black_.empty())
-        write(policy() / "blacklist", black_);
-    write(policy() / "statlabel", base64(status + "\n"));
-    write(policy() / "modllabel", base64("2222\n"));
+    for (const auto& [name, keys] : other_lists_)
+        write(policy() / name, keys);
+    encoded("statlabel", status + "\n");
+    encoded("modllabel", "2222\n");
 }
 
 command session_test::session(const command& run, const command& options)

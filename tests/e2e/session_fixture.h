@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,8 +35,12 @@ protected:
     /// Lists a program of the machine, found as a shell finds it, and returns its path.
     fs::path of_machine(const std::string& name);
 
-    /// Puts a program on the black list.
-    void blacklist(const fs::path& program);
+    /// Puts a program on another list: "blacklist" or "supertrustfile".
+    void enlist(const std::string& list, const fs::path& program);
+    void blacklist(const fs::path& program) { enlist("blacklist", program); }
+
+    /// Writes a policy file in its encoded form.
+    void encoded(const std::string& name, const std::string& text);
 
     /// The command line of a session with `options` that runs `run`.
     command session(const command& run, const command& options = {});
@@ -45,6 +50,11 @@ protected:
 
     fs::path directory() const { return directory_; }
     fs::path policy() const { return directory_ / "policy"; }
+    /// A file of the running session's status directory; "" when there is none yet.
+    std::string status_file(const std::string& name) const
+    {
+        return read_file(directory_ / "state/status" / name);
+    }
     std::string kernel_log() const { return read_file(directory_ / "state" / "kernel.log"); }
 
     /// The system status of the policy that the next session gets: 3 enforces, 2 observes.
@@ -55,7 +65,7 @@ private:
 
     fs::path directory_;
     std::string white_;
-    std::string black_;
+    std::map<std::string, std::string> other_lists_;
 };
 
 /// Ids that an unprivileged user has here.

@@ -1,0 +1,256 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iomanip>
+#include <sstream>
+
+#include "tests/e2e/session_fixture.h"
+#include "tests/support/machine.h"
+
+// Sessions and those who talk to them, by a client that shares no code with us.
+
+namespace e2e {
+
+namespace {
+
+class session_channel : public session_test {
+protected:
+    session_channel() : shell(of_machine("sh")), python(of_machine("python3"))
+    {
+        of_machine("sleep");
+        fs::copy_file(SORVANIC_SOURCE_DIR "/tests/e2e/netlink_client.py", directory() / "client.py");
+    }
+
+    /// A command that waits for a file "go", then does `then`.
+    command waiting(const std::string& then) const
+    {
+        return {shell, "-c",
+                "cd '" + directory().string() + "'; until [ -e go ]; do sleep 0.02; done; " + then};
+    }
+    void let_go() const { std::ofstream(directory() / "go") << "go"; }
+
+    std::string port() const
+    {
+        EXPECT_TRUE(eventually([&] { return status_file("port").ends_with('\n'); }));
+        return status_file("port").substr(0, status_file("port").find('\n'));
+    }
+
+    command client(const command& steps, const std::string& to) const
+    {
+        command line = {python, directory() / "client.py", to};
+        line.insert(line.end(), steps.begin(), steps.end());
+        return line;
+    }
+
+    /// Whether the status comes to show this.
+    bool shows(const std::string& text) const
+    {
+        return eventually([&] { return status_file("session.json").find(text) != std::string::npos; });
+    }
+
+    /// A directory of its own for the output of a second program.
+    fs::path beside() const
+    {
+        fs::create_directory(directory() / "beside");
+        return directory() / "beside";
+    }
+
+    const fs::path shell;
+    const fs::path python;
+};
+
+std::size_t count_of(const std::string& text, const std::string& part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+TEST_F(session_channel, a_record_or_an_answer_does_not_reach_a_foreign_client)
+{
+    encoded("auditlabel", "5:2\n");
+    unlisted("a", "#!/nowhere\n#a");
+    unlisted("b", "#!/nowhere\n#b");
+    child_process supervisor(session(waiting("./a; ./a; ./b; ./a; true"), {"--user", "bob"}), directory());
+    child_process agent(
+        client({"helo", "reload:0x400", "read:1", "login:eve:1", "read:1", "read:3", "quit"}, port()),
+        beside());
+    EXPECT_TRUE(shows("\"connected\":true,\"pid\":" + std::to_string(agent.pid()) + "}"));
+    EXPECT_TRUE(shows("{\"name\":\"whitelist\",\"entries\":3,\"generation\":2}"));
+    let_go();
+    const outcome told = agent.wait();
+    EXPECT_EQ(told.err, "");
+    const auto untp = [&](const std::string& name) {
+        std::ostringstream key;
+        key << std::hex << std::setw(8) << std::setfill('0')
+            << support::key_of(read_file(directory() / name));
+        return R"("kind": "untp", "key": ")" + key.str() + R"(", "path": ")" + (directory() / name).string() +
+               R"(", "process": "sh", "reserved": 0, "class": 4})" + "\n";
+    };
+    const std::string head = R"("type": 19, "sequence": 0, "to_me": true, )";
+    const std::string refused = R"({"bytes": 2076, "length": 2076, )" + head;
+    EXPECT_EQ(told.out, R"({"bytes": 56, "length": 56, )" + head +
+                            R"("kind": "plau", "user": "SYSTEM", "mask": 1024, "result": 1})"
+                            "\n"
+                            R"({"bytes": 16, "length": 16, "type": 22, "sequence": 0, "to_me": true})"
+                            "\n" +
+                            refused + untp("a") + refused + untp("b") + refused + untp("a"));
+    supervisor.wait();
+    const std::string shown = status_file("session.json");
+    EXPECT_NE(shown.find("\"refusals\":4,\"fail_open\":0,"), shown.npos) << shown;
+    EXPECT_NE(shown.find("\"agent\":{\"connected\":false,\"pid\":0}"), shown.npos) << shown;
+    EXPECT_NE(shown.find("\"records\":{\"dropped\":0,\"suppressed\":1}"), shown.npos) << shown;
+    EXPECT_NE(shown.find("\"" + std::to_string(agent.pid()) + "\":4"), shown.npos) << shown;
+}
+
+TEST_F(session_channel, an_exec_overtakes_its_own_reload)
+{
+    const fs::path tool = listed("tool", "#!/nowhere\n");
+    // Long lists, so that reading them takes a while.
+    std::string keys(60'000 * 4, '\0');
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        keys[i] = static_cast<char>(i * i >> 7 ^ i % 251);
+    session({}, {}); // writes the policy
+    std::ofstream(directory() / "with", std::ios::binary) << keys << read_file(policy() / "whitelist");
+    std::ofstream(directory() / "without", std::ios::binary) << keys;
+    command steps;
+    std::string expected;
+    for (int i = 0; i < 10; ++i) {
+        for (const bool is_listed : {false, true}) {
+            const fs::path list = directory() / (is_listed ? "with" : "without");
+            steps.push_back("copy:" + list.string() + ":" + (policy() / "whitelist").string());
+            // By the parent of who execs, or by itself.
+            if (i % 2 == 0)
+                steps.insert(steps.end(), {"reload:0x400", "run:" + tool.string()});
+            else
+                steps.push_back("run:" + tool.string() + ":0x400");
+            expected +=
+                is_listed ? "{\"run\": 2}\n" : "{\"run\": 1}\n"; // its interpreter is missing, or EPERM
+        }
+    }
+    const std::string port = "123456789";
+    const outcome result = run_session(client(steps, port), {"--channel-port", port, "--channel-inside"});
+    EXPECT_EQ(result.out, expected) << result.err;
+}
+
+TEST_F(session_channel, somebody_is_heard_who_may_not_talk)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "other users can be had by root only";
+    const command as_nobody = {of_machine("setpriv"), "--reuid", "65534", "--regid", "65534",
+                               "--clear-groups"};
+    const struct {
+        uid_t supervisor;
+        bool inside;
+        bool client_is_nobody;
+        command options;
+        bool heard;
+    } cases[] = {
+        {0, false, false, {}, true},
+        {0, true, false, {}, true},
+        {0, false, true, {}, false},
+        {0, true, true, {}, false},
+        {0, true, true, {"--channel-inside"}, false},
+        {0, false, true, {"--channel-uid", "1", "--channel-uid", "65534"}, true},
+        {0, true, true, {"--channel-uid", "65534"}, false},
+        {0, true, true, {"--channel-uid", "65534", "--channel-inside"}, true},
+        {nobody, false, false, {}, true},
+        {nobody, false, true, {}, true},
+        {nobody, true, false, {}, false},
+        {nobody, true, false, {"--channel-inside"}, true},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(&one - cases);
+        fs::remove_all(directory() / "state");
+        fs::remove(directory() / "go");
+        command line = client({"helo", "quit"}, "77777777");
+        if (one.client_is_nobody)
+            line.insert(line.begin(), as_nobody.begin(), as_nobody.end());
+        std::string inside = "true";
+        for (const std::string& word : line)
+            inside += one.inside ? (&word == &line[0] ? "; " : " ") + word : "";
+        command options = {"--channel-port", "77777777"};
+        options.insert(options.end(), one.options.begin(), one.options.end());
+        child_process supervisor(session(waiting(inside), options), directory(), one.supervisor);
+        port();
+        if (!one.inside) {
+            EXPECT_EQ(child_process(line, beside()).wait().status, 0);
+        }
+        let_go();
+        supervisor.wait();
+        EXPECT_TRUE(shows(one.heard ? "\"channel\":{\"handled\":2,\"dropped\":0,\"lost\":0}"
+                                    : "\"channel\":{\"handled\":0,\"dropped\":2,\"lost\":0}"))
+            << status_file("session.json");
+    }
+}
+
+TEST_F(session_channel, an_agent_that_went_without_a_word_makes_way)
+{
+    unlisted("a", "#!/nowhere\n");
+    child_process supervisor(session(waiting("./a")), directory());
+    const pid_t first = [&] {
+        child_process agent(client({"helo"}, port()), beside());
+        agent.wait();
+        return agent.pid();
+    }();
+    EXPECT_TRUE(shows("\"handled\":1"));
+    EXPECT_EQ(child_process(client({"helo"}, port()), beside()).wait().status, 0);
+    EXPECT_TRUE(shows("\"handled\":2"));
+    let_go();
+    supervisor.wait();
+    const std::string log = kernel_log();
+    EXPECT_NE(log.find("Process [" + std::to_string(first) + "] Exist,Process ["), log.npos) << log;
+    EXPECT_NE(log.find("send  netlink failed ; rc = [-111]\nnetlink send audit msg error \n"
+                       "send untp message error !\n"),
+              log.npos)
+        << log;
+}
+
+TEST_F(session_channel, a_full_queue_holds_the_session_up_or_loses_what_was_in_it)
+{
+    constexpr std::size_t programs = 80; // more than a queue of the default size takes
+    for (std::size_t i = 0; i < programs; ++i)
+        unlisted("p" + std::to_string(i), "#!/nowhere\n#" + std::to_string(i));
+    child_process supervisor(
+        session(waiting("i=0; while [ $i -lt 80 ]; do ./p$i; i=$((i+1)); done 2>/dev/null; echo done")),
+        directory());
+    child_process agent(client({"helo", "drain", "quit"}, port()), beside());
+    EXPECT_TRUE(shows("\"connected\":true"));
+    agent.send(SIGSTOP);
+    let_go();
+    EXPECT_EQ(supervisor.wait(20s).out, "done\n");
+    agent.send(SIGCONT);
+    const std::size_t received = count_of(agent.wait().out, "\"untp\"");
+    const std::size_t lost = count_of(kernel_log(), "send  netlink failed ; rc = [-11]\n");
+    EXPECT_GT(lost, 0u);
+    EXPECT_EQ(received + lost, programs);
+    EXPECT_NE(status_file("session.json").find("\"records\":{\"dropped\":" + std::to_string(lost) + ","),
+              std::string::npos);
+}
+
+TEST_F(session_channel, a_port_or_a_state_directory_is_had_twice)
+{
+    child_process supervisor(session(waiting("true"), {"--channel-port", "55555555"}), directory());
+    EXPECT_EQ(port(), "55555555");
+    const auto second = [&](const command& options) {
+        const outcome result = child_process(session(waiting("true"), options), beside()).wait();
+        EXPECT_EQ(result.status, 125);
+        return result.err;
+    };
+    EXPECT_EQ(second({}), "sorvanic: another session has the state directory " +
+                              (directory() / "state").string() + "; end it or name another with --state\n");
+    EXPECT_EQ(second({"--state", directory() / "other", "--channel-port", "55555555"}),
+              "sorvanic: channel port 55555555: Address already in use; name another with --channel-port, or "
+              "none\n");
+    EXPECT_EQ(port(), "55555555");
+    let_go();
+    EXPECT_EQ(supervisor.wait().status, 0);
+    // What a session has left in it is in nobody's way.
+    EXPECT_EQ(child_process(session({shell, "-c", "true"}), beside()).wait().status, 0);
+}
+
+} // namespace
+
+} // namespace e2e
