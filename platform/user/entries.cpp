@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/user/inode_cache.h"
 #include "platform/user/inode_numbers.h"
 #include "platform/user/machine.h"
 #include "platform/user/thread_state.h"
@@ -30,20 +31,21 @@ kernel::inode* make_inode(const inode_facts& facts)
 
 void drop_inode(kernel::inode* dropped)
 {
-    if (dropped->references.fetch_sub(1) != 1)
-        return;
-    // As a kernel does when an inode goes: whoever sits in the structure frees its mark.
-    __atomic_load_n(&security().inode_free_security, __ATOMIC_ACQUIRE)(dropped);
-    delete dropped;
+    if (dropped->cached ? drop_cached_inode(dropped) : dropped->references.fetch_sub(1) == 1)
+        free_inode(dropped);
+}
+
+void add_alias(kernel::inode* of, kernel::dentry* entry)
+{
+    of->aliases.push_back(entry);
+    entry->inode = of;
 }
 
 void attach(kernel::dentry* entry, const inode_facts* facts)
 {
     if (facts == nullptr)
         return;
-    kernel::inode* made = make_inode(*facts);
-    made->aliases.push_back(entry);
-    entry->inode = made;
+    add_alias(make_inode(*facts), entry);
 }
 
 void free_entry(kernel::dentry* freed)
@@ -95,6 +97,13 @@ name_space& host_names()
     return *names;
 }
 
+void free_inode(kernel::inode* freed)
+{
+    // As a kernel does when an inode goes: whoever sits in the structure frees its mark.
+    __atomic_load_n(&security().inode_free_security, __ATOMIC_ACQUIRE)(freed);
+    delete freed;
+}
+
 inode_facts facts_of(const struct stat& of)
 {
     return {unique_inode_number(of), of.st_mode, of.st_size};
@@ -118,8 +127,37 @@ kernel::dentry* make_named_entry(name_space& space, std::string path, const inod
     made->name = std::move(path);
     made->root = &space.root;
     made->space = &space;
+    made->made_by = &this_thread();
     attach(made, facts);
     return made;
+}
+
+kernel::dentry* make_host_entry(unique_fd pinned, std::string path, bool deleted)
+{
+    host_object object;
+    if (!look_at(pinned.get(), object))
+        return nullptr;
+    kernel::dentry* made = make_named_entry(host_names(), std::move(path), nullptr);
+    made->unhashed = deleted;
+    made->pin = std::make_shared<unique_fd>(std::move(pinned));
+    kernel::inode* of = cached_inode(object);
+    const std::lock_guard guard(entries_lock());
+    add_alias(of, made);
+    return made;
+}
+
+dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted)
+{
+    return dentry_handle(make_host_entry(std::move(pinned), std::move(path), deleted));
+}
+
+dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd pinned)
+{
+    kernel::dentry* made = pinned ? make_host_entry(std::move(pinned), std::move(path), false)
+                                  : make_named_entry(host_names(), std::move(path), nullptr);
+    if (made != nullptr)
+        made->parent = hold(parent);
+    return dentry_handle(made);
 }
 
 dentry_handle make_root(const inode_facts& facts)
@@ -171,17 +209,26 @@ dentry* d_find_alias(inode* of)
 {
     const std::lock_guard guard(platform::entries_lock());
     const bool directory = (of->mode & S_IFMT) == S_IFDIR;
-    for (dentry* alias : of->aliases) {
+    const auto take = [&](dentry* alias) {
         if (alias->unhashed && !directory)
-            continue;
+            return false;
         // An entry whose last reference is just being given back is no longer there.
         long references = alias->references;
         while (references != 0) {
             if (alias->references.compare_exchange_weak(references, references + 1)) {
                 platform::count(platform::counted::references, 1);
-                return alias;
+                return true;
             }
         }
+        return false;
+    };
+    for (dentry* alias : of->aliases) {
+        if (alias->made_by == &platform::this_thread() && take(alias))
+            return alias;
+    }
+    for (dentry* alias : of->aliases) {
+        if (take(alias))
+            return alias;
     }
     return nullptr;
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <compare>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,18 +22,33 @@
 namespace platform {
 
 struct name_space;
+struct thread_state;
 
 } // namespace platform
 
 namespace kernel {
 
+/// What tells an object of the host from every other one, before it and after it.
+struct inode_key {
+    unsigned long number; ///< unique over devices
+    s64 birth_seconds;
+    u32 birth_nanoseconds;
+
+    auto operator<=>(const inode_key&) const = default;
+};
+
 struct inode {
     std::atomic<long> references = 1;
     unsigned long number = 0;
-    u32 mode = 0;
+    std::atomic<u32> mode = 0;
     std::atomic<s64> size = 0;
     std::atomic<void*> security = nullptr;
     std::vector<dentry*> aliases; ///< borrowed; under the entries' lock
+
+    bool cached = false; ///< made by the inode cache, whose lock guards these:
+    bool in_cache = false;
+    bool kept = false; ///< the cache owns a reference, for the sake of what is attached
+    inode_key key = {};
 };
 
 struct dentry {
@@ -43,8 +59,9 @@ struct dentry {
     std::atomic<kernel::inode*> inode = nullptr; ///< owns a reference
     std::atomic<bool> unhashed = false;
     std::atomic<bool> inode_known = true;
-    platform::name_space* space = nullptr;    ///< null when built by hand
-    std::shared_ptr<platform::unique_fd> pin; ///< the object that its path text opens
+    platform::name_space* space = nullptr;           ///< null when built by hand
+    const platform::thread_state* made_by = nullptr; ///< the thread whose event it was made for
+    std::shared_ptr<platform::unique_fd> pin;        ///< the object that its path text opens
 };
 
 struct vfsmount {
@@ -86,6 +103,10 @@ void drop(kernel::vfsmount* dropped);
 /// The named entry of `path`, with one reference; `facts` are of the object that is known to be
 /// meant (null: there is none).
 kernel::dentry* make_named_entry(name_space& space, std::string path, const inode_facts* facts);
+
+/// The same for an object of the host that `pinned` holds, with the inode that all its entries share.
+/// Null when `pinned` is no descriptor.
+kernel::dentry* make_host_entry(unique_fd pinned, std::string path, bool deleted);
 
 } // namespace platform
 

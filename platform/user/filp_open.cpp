@@ -59,6 +59,10 @@ kernel::file* open_descriptor(unique_fd fd, name_space& space, const char* path,
 
 kernel::file* open_host_path(const std::string& host_path, const char* path, int flags, int mode)
 {
+    // The permissions of a file do not bind a kernel, but they bind us: what is not root's stays open to
+    // its owner.
+    if (geteuid() != 0)
+        mode |= S_IRUSR | S_IWUSR;
     unique_fd fd(::open(host_path.c_str(), (flags & module_flags) | host_flags, mode));
     if (!fd)
         return error_value(-errno);
@@ -145,16 +149,18 @@ void drop(kernel::file* dropped)
 
 file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted)
 {
-    struct stat facts = {};
-    if (::fstat(pinned.get(), &facts) != 0)
-        return nullptr;
+    const dentry_handle entry = make_pinned_entry(std::move(pinned), std::move(path), deleted);
+    return entry ? make_pinned_file(entry.get()) : nullptr;
+}
+
+file_handle make_pinned_file(kernel::dentry* entry)
+{
+    const unsigned mode = kernel::dentry_inode(entry)->mode;
     auto made = new_file(kernel::open_read_only);
-    made->directory = S_ISDIR(facts.st_mode);
-    made->buffered = S_ISREG(facts.st_mode);
+    made->directory = S_ISDIR(mode);
+    made->buffered = S_ISREG(mode);
     made->opened_on_demand = true;
-    place(*made, host_names(), std::move(path), facts_of(facts));
-    made->where.dentry->unhashed = deleted;
-    made->where.dentry->pin = std::make_shared<unique_fd>(std::move(pinned));
+    made->where = {hold(&host_names().mount), hold(entry)};
     return file_handle(made.release());
 }
 

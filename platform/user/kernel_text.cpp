@@ -73,6 +73,13 @@ constinit std::atomic<unsigned long> cr0 = 0x80050033;
 // thread runs there.
 constinit std::atomic<const thread_state*> window_owner = nullptr;
 
+/// Calls an entry of the structure in use, read once.
+template <typename Result, typename... Parameters, typename... Arguments>
+Result call(Result (*kernel::security_operations::*entry)(Parameters...), Arguments... arguments)
+{
+    return __atomic_load_n(&(security_ops->*entry), __ATOMIC_ACQUIRE)(arguments...);
+}
+
 // Protected from the first moment on, not only after the first window.
 [[maybe_unused]] const bool protected_from_start = (write_protect(true), true);
 
@@ -85,7 +92,73 @@ const kernel::security_operations& security()
 
 int call_bprm_check_security(kernel::linux_binprm* bprm)
 {
-    return __atomic_load_n(&security_ops->bprm_check_security, __ATOMIC_ACQUIRE)(bprm);
+    return call(&kernel::security_operations::bprm_check_security, bprm);
+}
+
+int call_file_permission(kernel::file* opened, int mask)
+{
+    return call(&kernel::security_operations::file_permission, opened, mask);
+}
+
+int call_inode_permission(kernel::inode* asked, int mask)
+{
+    return call(&kernel::security_operations::inode_permission, asked, mask);
+}
+
+int call_inode_create(kernel::inode* dir, kernel::dentry* entry, int mode)
+{
+    return call(&kernel::security_operations::inode_create, dir, entry, mode);
+}
+
+int call_inode_unlink(kernel::inode* dir, kernel::dentry* entry)
+{
+    return call(&kernel::security_operations::inode_unlink, dir, entry);
+}
+
+int call_inode_link(kernel::dentry* old_entry, kernel::inode* dir, kernel::dentry* new_entry)
+{
+    return call(&kernel::security_operations::inode_link, old_entry, dir, new_entry);
+}
+
+int call_inode_symlink(kernel::inode* dir, kernel::dentry* entry, const char* old_name)
+{
+    return call(&kernel::security_operations::inode_symlink, dir, entry, old_name);
+}
+
+int call_inode_rename(kernel::inode* old_dir, kernel::dentry* old_entry, kernel::inode* new_dir,
+                      kernel::dentry* new_entry)
+{
+    return call(&kernel::security_operations::inode_rename, old_dir, old_entry, new_dir, new_entry);
+}
+
+int call_inode_mkdir(kernel::inode* dir, kernel::dentry* entry, int mode)
+{
+    return call(&kernel::security_operations::inode_mkdir, dir, entry, mode);
+}
+
+int call_inode_rmdir(kernel::inode* dir, kernel::dentry* entry)
+{
+    return call(&kernel::security_operations::inode_rmdir, dir, entry);
+}
+
+int call_inode_setattr(kernel::dentry* entry, kernel::iattr* attributes)
+{
+    return call(&kernel::security_operations::inode_setattr, entry, attributes);
+}
+
+void call_inode_free_security(kernel::inode* freed)
+{
+    call(&kernel::security_operations::inode_free_security, freed);
+}
+
+int call_settime(kernel::timespec* time, kernel::timezone* zone)
+{
+    return call(&kernel::security_operations::settime, time, zone);
+}
+
+int call_task_kill(kernel::task_struct* target, kernel::siginfo* info, int signal, kernel::u32 security_id)
+{
+    return call(&kernel::security_operations::task_kill, target, info, signal, security_id);
 }
 
 } // namespace platform

@@ -25,6 +25,20 @@ const kernel::security_operations& security();
 /// The calls the kernel would make: each reads the entry once and calls it in the current
 /// task's context. An entry of the kernel's own (before load, after unload) allows.
 int call_bprm_check_security(kernel::linux_binprm* bprm);
+int call_file_permission(kernel::file* opened, int mask);
+int call_inode_permission(kernel::inode* asked, int mask);
+int call_inode_create(kernel::inode* dir, kernel::dentry* entry, int mode);
+int call_inode_unlink(kernel::inode* dir, kernel::dentry* entry);
+int call_inode_link(kernel::dentry* old_entry, kernel::inode* dir, kernel::dentry* new_entry);
+int call_inode_symlink(kernel::inode* dir, kernel::dentry* entry, const char* old_name);
+int call_inode_rename(kernel::inode* old_dir, kernel::dentry* old_entry, kernel::inode* new_dir,
+                      kernel::dentry* new_entry);
+int call_inode_mkdir(kernel::inode* dir, kernel::dentry* entry, int mode);
+int call_inode_rmdir(kernel::inode* dir, kernel::dentry* entry);
+int call_inode_setattr(kernel::dentry* entry, kernel::iattr* attributes);
+void call_inode_free_security(kernel::inode* freed);
+int call_settime(kernel::timespec* time, kernel::timezone* zone);
+int call_task_kill(kernel::task_struct* target, kernel::siginfo* info, int signal, kernel::u32 security_id);
 
 } // namespace platform
 

@@ -39,6 +39,22 @@ using mount_handle = std::unique_ptr<kernel::vfsmount, release>;
 /// no descriptor.
 file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted = false);
 
+/// The entry of such a file, alone, and a file on it. However often an object is pinned, by
+/// whatever name, its inode is one: what the module attaches to it stays until inode_gone, or to
+/// the end. d_find_alias prefers entries that the calling thread has made.
+dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted = false);
+file_handle make_pinned_file(kernel::dentry* entry);
+
+/// An entry at `path` in the directory `parent`, over the object `pinned` or, when that is empty, for
+/// a name that nothing has yet. Null when `pinned` is no descriptor.
+dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd pinned = {});
+
+/// The object has lost its last name: its inode goes as soon as nothing refers to it.
+void inode_gone(int fd);
+
+/// The same for all of them. No hook runs.
+void empty_inode_cache();
+
 /// An exec about to be decided. `file` may be null. Both are copied or referenced as needed.
 class exec_parameters {
 public:

@@ -1,7 +1,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <thread>
+
 #include "platform/kernel/mm.h"
+#include "platform/kernel/slab.h"
 #include "tests/platform/fixture.h"
 
 namespace {
@@ -142,6 +145,53 @@ TEST_F(pinned_files, RunningProgramsAreSharedOverFork)
     EXPECT_DEATH(kernel::mm_exe_file(mm.get()), "without the semaphore");
     EXPECT_EQ(read_path(path.c_str()), "the program");
     EXPECT_EQ(kernel::get_task_mm(task_.get()), nullptr); // a kernel thread
+}
+
+TEST_F(pinned_files, WhatIsAttachedToAFileIsLostOrPassesToAnother)
+{
+    write("program", "text");
+    std::filesystem::create_hard_link(root_ / "program", root_ / "other-name");
+    const auto mark_of = [&](const char* name, int attach = 0) {
+        const platform::file_handle file = platform::make_pinned_file(pin(name), "/bin/x");
+        kernel::inode* of = kernel::file_inode(file.get());
+        if (attach != 0)
+            kernel::set_inode_security(of,
+                                       kernel::kmalloc(static_cast<std::size_t>(attach), kernel::GFP_KERNEL));
+        return kernel::inode_security(of);
+    };
+    EXPECT_EQ(mark_of("program"), nullptr);
+    void* const mark = mark_of("program", 24);
+    EXPECT_EQ(mark_of("other-name"), mark);
+    EXPECT_EQ(platform::live().allocations, 1U);
+
+    // A file that takes its number over is another one.
+    const platform::unique_fd held = pin("program");
+    std::filesystem::remove(root_ / "program");
+    std::filesystem::remove(root_ / "other-name");
+    write("program", "new");
+    EXPECT_EQ(mark_of("program"), nullptr);
+    platform::inode_gone(held.get());
+    kernel::kfree(mark); // no module here that would have done it
+
+    void* const last = mark_of("program", 24);
+    EXPECT_EQ(mark_of("program"), last);
+    platform::empty_inode_cache();
+    EXPECT_EQ(mark_of("program"), nullptr);
+    kernel::kfree(last);
+}
+
+TEST_F(pinned_files, AnotherThreadsNameOfTheFileIsTheOneDecided)
+{
+    write("file", "text");
+    const platform::dentry_handle refused = platform::make_pinned_entry(pin("file"), "/refused");
+    std::string alias;
+    std::thread([&] {
+        const platform::dentry_handle mine = platform::make_pinned_entry(pin("file"), "/mine");
+        const kernel::dentry_ref found(kernel::d_find_alias(kernel::dentry_inode(mine.get())));
+        const platform::file_handle file = platform::make_pinned_file(found.get());
+        alias = path_text(file.get());
+    }).join();
+    EXPECT_EQ(alias, "/mine");
 }
 
 } // namespace

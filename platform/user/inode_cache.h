@@ -1,0 +1,33 @@
+#ifndef SORVANIC_PLATFORM_USER_INODE_CACHE_H
+#define SORVANIC_PLATFORM_USER_INODE_CACHE_H
+
+#include "platform/user/entries.h"
+#include "platform/user/objects.h"
+
+// The inode objects of what the host has: one for a file, however often and by whatever name it
+// comes up, so that what the module attaches to it is found again. Private to platform/user/.
+
+namespace platform {
+
+/// What the host tells of an object.
+struct host_object {
+    inode_facts facts;
+    kernel::inode_key key;
+};
+
+/// False when `fd` is no descriptor.
+bool look_at(int fd, host_object& object);
+
+/// The object's inode with one reference; mode and size are brought up to date.
+kernel::inode* cached_inode(const host_object& object);
+
+/// Gives back a reference on an inode from the cache. Returns true when it was the last and the
+/// inode is now the caller's to free: nothing was attached to it, or the object is gone.
+bool drop_cached_inode(kernel::inode* dropped);
+
+/// Frees an inode without references, which nothing finds any more.
+void free_inode(kernel::inode* freed);
+
+} // namespace platform
+
+#endif
