@@ -1,12 +1,10 @@
 #include "session/caller.h"
 
 #include <fcntl.h>
-#include <sys/syscall.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 
@@ -16,7 +14,16 @@ namespace session {
 
 namespace {
 
-thread_local bool rights_taken = false;
+known_task ask_for(pid_t task)
+{
+    known_task known;
+    known.places->own_root.store(true);
+    const auto status = read_status(task);
+    known.process = status ? status->process : task;
+    known.places->umask.store(status ? static_cast<int>(status->umask) : 0);
+    known.rights = std::make_shared<const credentials>(status ? status->rights : own_credentials());
+    return known;
+}
 
 } // namespace
 
@@ -29,6 +36,16 @@ unique_fd open_proc(pid_t task, const std::string& name, int flags)
         opened.reset(::open(path.c_str(), flags | O_CLOEXEC));
     }
     return opened;
+}
+
+caller::caller(pid_t task) : caller(task, ask_for(task))
+{
+}
+
+caller::caller(pid_t task, known_task known) : task_(task), known_(std::move(known))
+{
+    if (known_.rights == nullptr) // it has just gone, and what is decided for it does not matter
+        known_ = ask_for(task);
 }
 
 unique_fd caller::root() const
@@ -46,6 +63,16 @@ unique_fd caller::descriptor(int number) const
     return open_proc(task_, fmt::format("fd/{}", number), O_PATH);
 }
 
+open_mode caller::mode_of(int number) const
+{
+    // The link's own permissions tell it.
+    const unique_fd link = open_proc(task_, fmt::format("fd/{}", number), O_PATH | O_NOFOLLOW);
+    struct stat about = {};
+    if (link)
+        fstat(link.get(), &about);
+    return {(about.st_mode & S_IRUSR) != 0, (about.st_mode & S_IWUSR) != 0};
+}
+
 unique_fd caller::program() const
 {
     return open_proc(task_, "exe", O_PATH);
@@ -54,80 +81,12 @@ unique_fd caller::program() const
 unique_fd caller::process_directory() const
 {
     // Every thread's own entry shows its whole process, but for its place under "task".
-    std::ifstream status(fmt::format("/proc/{}/status", task_));
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("Tgid:"))
-            return open_proc(static_cast<pid_t>(std::stol(line.substr(5))), "", O_PATH);
-    }
-    return {};
+    return open_proc(known_.process, "", O_PATH);
 }
 
 unique_fd caller::thread_directory() const
 {
     return open_proc(task_, fmt::format("task/{}", task_), O_PATH);
-}
-
-as_caller::ids as_caller::own_ids()
-{
-    std::vector<gid_t> groups(static_cast<std::size_t>(getgroups(0, nullptr)));
-    groups.resize(static_cast<std::size_t>(getgroups(static_cast<int>(groups.size()), groups.data())));
-    return {geteuid(), getegid(), std::move(groups)};
-}
-
-bool as_caller::read_ids(pid_t task, ids& into)
-{
-    std::ifstream status(fmt::format("/proc/{}/status", task));
-    bool complete = false;
-    for (std::string line; std::getline(status, line);) {
-        std::istringstream fields(line.substr(line.find(':') + 1));
-        unsigned real = 0;
-        unsigned effective = 0;
-        unsigned saved = 0;
-        if (line.starts_with("Uid:")) {
-            fields >> real >> effective >> saved >> into.user;
-        } else if (line.starts_with("Gid:")) {
-            fields >> real >> effective >> saved >> into.group;
-        } else if (line.starts_with("Groups:")) {
-            for (gid_t group = 0; fields >> group;)
-                into.groups.push_back(group);
-            complete = true;
-            break;
-        }
-    }
-    return complete;
-}
-
-// libc's functions would change every thread; the calls themselves change one. The order lets
-// the user come last on the way out and first on the way back: groups need privilege.
-void as_caller::take_on(const ids& from, const ids& to)
-{
-    const auto set_user = [&] { syscall(SYS_setfsuid, to.user); };
-    if (to.user == 0)
-        set_user();
-    if (from.groups != to.groups)
-        syscall(SYS_setgroups, to.groups.size(), to.groups.data());
-    syscall(SYS_setfsgid, to.group);
-    if (to.user != 0)
-        set_user();
-}
-
-as_caller::as_caller(pid_t task)
-{
-    if (rights_taken || geteuid() != 0 || !read_ids(task, taken_))
-        return;
-    own_ = own_ids();
-    if (own_ == taken_)
-        return;
-    take_on(own_, taken_);
-    switched_ = rights_taken = true;
-}
-
-as_caller::~as_caller()
-{
-    if (!switched_)
-        return;
-    take_on(taken_, own_);
-    rights_taken = false;
 }
 
 } // namespace session

@@ -4,9 +4,9 @@
 #include <sys/types.h>
 
 #include <string>
-#include <vector>
 
 #include "platform/user/unique_fd.h"
+#include "session/known_tasks.h"
 
 // A supervised task as one who names files: its places and its rights.
 
@@ -19,17 +19,32 @@ using platform::unique_fd;
 /// when neither may.
 unique_fd open_proc(pid_t task, const std::string& name, int flags);
 
+/// How a task has a descriptor open.
+struct open_mode {
+    bool reads;
+    bool writes; ///< neither: opened with O_PATH
+};
+
 /// What /proc tells of a task. Valid while the task cannot go away: it waits for the session's
 /// answer, or is stopped. All descriptors are O_PATH; an empty one where the host denies it.
 class caller {
 public:
-    explicit caller(pid_t task) : task_(task) {}
+    /// One of whom nothing is known: it is asked anew for everything.
+    explicit caller(pid_t task);
+    caller(pid_t task, known_task known);
 
     pid_t task() const { return task_; }
+    const credentials& rights() const { return *known_.rights; }
+    mode_t umask() const { return static_cast<mode_t>(known_.places->umask.load()); }
+
+    /// Whether names may mean something else to it than to the supervisor, beside what "/proc/self"
+    /// is and where relative ones begin.
+    bool has_own_root() const { return known_.places->own_root.load(); }
 
     unique_fd root() const;
     unique_fd working_directory() const;
     unique_fd descriptor(int number) const;
+    open_mode mode_of(int number) const;
 
     /// The program it runs.
     unique_fd program() const;
@@ -40,32 +55,7 @@ public:
 
 private:
     pid_t task_;
-};
-
-/// Gives the calling thread the file-system ids and groups of a task for one scope, when the
-/// supervisor is root (else they are its own, or the host would not let it have them). Only
-/// this thread changes. Within such a scope another one changes nothing.
-class as_caller {
-public:
-    explicit as_caller(pid_t task);
-    ~as_caller();
-    as_caller(const as_caller&) = delete;
-    as_caller& operator=(const as_caller&) = delete;
-
-private:
-    struct ids {
-        uid_t user;
-        gid_t group;
-        std::vector<gid_t> groups;
-        bool operator==(const ids&) const = default;
-    };
-    static ids own_ids();
-    static bool read_ids(pid_t task, ids& into);
-    static void take_on(const ids& from, const ids& to);
-
-    ids own_;
-    ids taken_;
-    bool switched_ = false;
+    known_task known_;
 };
 
 } // namespace session

@@ -13,6 +13,7 @@
 #include "platform/user/files.h"
 #include "platform/user/machine.h"
 #include "platform/user/netlink.h"
+#include "platform/user/objects.h"
 #include "platform/user/tasks.h"
 #include "session/caller.h"
 #include "session/channel.h"
@@ -39,6 +40,7 @@ engine::engine(const options& wanted)
     check_policy_directory(wanted.policy);
     const std::string state = make_state_directory(wanted.state);
     status_.emplace(state);
+    state_directory_ = std::filesystem::canonical(state).string();
     open_log(wanted.log.empty() ? state + "/kernel.log" : wanted.log);
 
     platform::unmount_all();
@@ -56,6 +58,7 @@ engine::engine(const options& wanted)
 
 engine::~engine()
 {
+    platform::empty_inode_cache();
     sorvanic_exit();
     platform::reset_tasks();
     platform::unmount_all();

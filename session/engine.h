@@ -33,12 +33,16 @@ public:
 
     const status_directory& status() const { return *status_; }
 
+    /// Without links.
+    const std::string& state_directory() const { return state_directory_; }
+
 private:
     void open_log(const std::string& path);
 
     std::optional<status_directory> status_;
     platform::unique_fd log_;
     std::uint32_t port_ = 0;
+    std::string state_directory_;
 };
 
 /// Throws trouble when the name cannot be recorded whole.

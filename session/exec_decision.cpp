@@ -26,8 +26,8 @@ std::string exec_request::kernel_name() const
 
 std::optional<found_program> find_program(const caller& who, const exec_request& request)
 {
-    const as_caller rights(who.task());
-    unique_fd file = resolve(who, request.directory, request.name, request.flags);
+    unique_fd file = resolve(who, request.directory, request.name, request.flags).file;
+    const as_caller rights(who.rights());
     if (!file || !may_execute(file.get()))
         return std::nullopt;
     seen_path path = path_of(file.get(), who);

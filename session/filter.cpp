@@ -1,33 +1,16 @@
 #include "session/filter.h"
 
 #include <linux/audit.h>
-#include <linux/sched.h>
 #include <linux/seccomp.h>
-#include <sys/syscall.h>
 
 #include <cerrno>
 #include <cstddef>
 
-#ifndef __x86_64__
-#error "system-call numbers and registers are those of x86-64"
-#endif
+#include "session/calls.h"
 
 namespace session {
 
 namespace {
-
-constexpr filter_rule rules[] = {
-    {"execve", SYS_execve, filter_action::notify},
-    {"execveat", SYS_execveat, filter_action::notify},
-    // A child made so reports neither its birth nor its execs.
-    {"clone", SYS_clone, filter_action::refuse_untraced},
-    // The flags are in memory, which can change under the filter's eyes.
-    {"clone3", SYS_clone3, filter_action::absent},
-    // Requests in a ring are system calls that no filter sees.
-    {"io_uring_setup", SYS_io_uring_setup, filter_action::absent},
-    {"io_uring_enter", SYS_io_uring_enter, filter_action::absent},
-    {"io_uring_register", SYS_io_uring_register, filter_action::absent},
-};
 
 constexpr unsigned first_x32_number = 0x40000000;
 
@@ -52,21 +35,19 @@ constexpr unsigned fail_with(unsigned error)
     return SECCOMP_RET_ERRNO | error;
 }
 
-} // namespace
-
-std::span<const filter_rule> filter_rules()
+unsigned result_of(call_action action)
 {
-    return rules;
-}
-
-bool is_decided(long number)
-{
-    for (const filter_rule& rule : rules) {
-        if (rule.number == number)
-            return rule.action == filter_action::notify;
+    switch (action) {
+    case call_action::notify:
+        return SECCOMP_RET_USER_NOTIF;
+    case call_action::absent:
+        return fail_with(ENOSYS);
+    default:
+        return fail_with(EPERM);
     }
-    return false;
 }
+
+} // namespace
 
 std::vector<sock_filter> filter_program()
 {
@@ -78,22 +59,21 @@ std::vector<sock_filter> filter_program()
         unless(BPF_JGE, first_x32_number, 1),
         give(fail_with(ENOSYS)),
     };
-    for (const filter_rule& rule : rules) {
+    for (const call_rule& rule : call_rules()) {
         const auto number = static_cast<unsigned>(rule.number);
-        switch (rule.action) {
-        case filter_action::notify:
-            program.insert(program.end(), {unless(BPF_JEQ, number, 1), give(SECCOMP_RET_USER_NOTIF)});
-            break;
-        case filter_action::absent:
-            program.insert(program.end(), {unless(BPF_JEQ, number, 1), give(fail_with(ENOSYS))});
-            break;
-        case filter_action::refuse_untraced:
-            // The low half of the argument: the kernel looks at no more.
-            program.insert(program.end(), {unless(BPF_JEQ, number, 4), load(offsetof(seccomp_data, args)),
-                                           unless(BPF_JSET, CLONE_UNTRACED, 1), give(fail_with(EPERM)),
-                                           give(SECCOMP_RET_ALLOW)});
-            break;
+        const sock_filter result = give(result_of(rule.action));
+        const call_condition& condition = rule.condition;
+        if (condition.when == call_condition::which::all) {
+            program.insert(program.end(), {unless(BPF_JEQ, number, 1), result});
+            continue;
         }
+        // The low half of the argument: the kernel looks at no more.
+        const std::size_t half = offsetof(seccomp_data, args) + condition.argument * sizeof(std::uint64_t);
+        const sock_filter allow = give(SECCOMP_RET_ALLOW);
+        const bool any = condition.when == call_condition::which::any_bit;
+        program.insert(program.end(),
+                       {unless(BPF_JEQ, number, 4), load(half), unless(BPF_JSET, condition.bits, 1),
+                        any ? result : allow, any ? allow : result});
     }
     program.push_back(give(SECCOMP_RET_ALLOW));
     return program;

@@ -21,8 +21,8 @@
 #include <fmt/format.h>
 
 #include "platform/user/netlink.h"
+#include "session/calls.h"
 #include "session/exec_verification.h"
-#include "session/filter.h"
 #include "session/trouble.h"
 
 namespace session {
@@ -102,8 +102,8 @@ std::string tracing_forbidden(int error)
 
 } // namespace
 
-lifecycle::lifecycle(pid_t root, pending_execs& pending, refusals& told)
-    : root_(root), pending_(pending), told_(told), tracer_(pthread_self())
+lifecycle::lifecycle(pid_t root, pending_execs& pending, refusals& told, known_tasks& known)
+    : root_(root), pending_(pending), told_(told), known_(known), tracer_(pthread_self())
 {
     if (ptrace(PTRACE_SEIZE, root, nullptr, options) != 0)
         throw trouble(tracing_forbidden(errno));
@@ -293,6 +293,7 @@ void lifecycle::birth(pid_t parent, unsigned long flags, pid_t child)
     if (!task)
         task = platform::find_task(1);
     platform::run_do_fork(task.get(), flags, child);
+    known_.born(parent, flags, child);
     of->born = true;
     held_.erase(child);
     if (const auto held = std::exchange(of->held, std::nullopt))
@@ -340,6 +341,7 @@ void lifecycle::exec_done(pid_t process)
         of = &tracees_[process];
     }
 
+    known_.executed(process, former);
     exec_outcome outcome = verify_exec(process, former, pending_);
     platform::replace_program(process, former, outcome.program.get(), command_name(process));
     if (outcome.watch || !of->watch || !of->watch->outlives_exec())
@@ -366,17 +368,23 @@ void lifecycle::system_call(pid_t process, tracee& of)
     resume(process, of);
 }
 
-// A signal that finds an exec call still waiting to be taken up makes the kernel give the call
-// up and, depending on the signal's handler, not restart it. Without a session an exec is never
-// interrupted, so it is always restarted.
+// A signal that finds a call still waiting to be taken up by the session makes the kernel give the
+// call up and, depending on the signal's handler, not restart it. Without a session such calls are
+// never interrupted there, so it is always restarted.
 void lifecycle::signal_delivery(pid_t task, const tracee& of, int signal)
 {
-    constexpr auto offset = [](int number) { return static_cast<long>(sizeof(long)) * number; };
+    constexpr auto result_offset = static_cast<long>(sizeof(long)) * RAX;
     errno = 0;
-    const long result = ptrace(PTRACE_PEEKUSER, task, offset(RAX), nullptr);
+    const long result = ptrace(PTRACE_PEEKUSER, task, result_offset, nullptr);
+    user_regs_struct registers;
     if (errno == 0 && result == restart_if_handler_agrees &&
-        is_decided(ptrace(PTRACE_PEEKUSER, task, offset(ORIG_RAX), nullptr)))
-        ptrace(PTRACE_POKEUSER, task, offset(RAX), restart_always);
+        ptrace(PTRACE_GETREGS, task, nullptr, &registers) == 0) {
+        const unsigned long long arguments[] = {registers.rdi, registers.rsi, registers.rdx,
+                                                registers.r10, registers.r8,  registers.r9};
+        if (notified_rule(static_cast<int>(registers.orig_rax), arguments) != nullptr &&
+            !known_.was_interrupted(task))
+            ptrace(PTRACE_POKEUSER, task, result_offset, restart_always);
+    }
     resume(task, of, signal);
 }
 
@@ -409,6 +417,7 @@ void lifecycle::gone(pid_t task, int status)
 void lifecycle::leave_table(pid_t task, long code)
 {
     pending_.take(task);
+    known_.gone(task);
     if (const platform::task_handle leaving = platform::find_task(task))
         platform::run_do_exit(leaving.get(), code);
 }

@@ -12,6 +12,7 @@
 #include <unordered_map>
 
 #include "session/exec_decision.h"
+#include "session/known_tasks.h"
 #include "session/refusals.h"
 #include "session/script_watch.h"
 
@@ -24,7 +25,7 @@ class lifecycle {
 public:
     /// Takes hold of `root`, a child of the calling process that does nothing yet. Throws
     /// trouble where the host does not permit tracing.
-    lifecycle(pid_t root, pending_execs& pending, refusals& told);
+    lifecycle(pid_t root, pending_execs& pending, refusals& told, known_tasks& known);
 
     /// Follows the session until its last task is gone. Returns the root process's wait status.
     /// What cannot be followed may not run: running out of memory ends the supervisor, and so all.
@@ -72,6 +73,7 @@ private:
     const pid_t root_;
     pending_execs& pending_;
     refusals& told_;
+    known_tasks& known_;
     int root_status_ = 0;
     std::atomic<bool> root_ended_{false};
     std::atomic<bool> ending_{false};

@@ -117,10 +117,17 @@ seen_path path_of(int fd, const caller& who)
             path.text.resize(path.text.size() - suffix.size());
     }
 
+    if (!who.has_own_root())
+        return path;
     const unique_fd root = who.root();
     const std::string root_text = root ? text_of(root.get()) : "/";
-    if (root_text.size() > 1 && path.text.starts_with(root_text + "/"))
-        path.text.erase(0, root_text.size());
+    if (root_text.size() > 1 && path.text.starts_with(root_text + "/")) {
+        path.hidden = root_text.size();
+        path.text.erase(0, path.hidden);
+    } else if (root_text.size() > 1 && path.text == root_text) {
+        path.hidden = root_text.size();
+        path.text = "/";
+    }
     return path;
 }
 

@@ -43,6 +43,7 @@ bool may_read(int fd);
 struct seen_path {
     std::string text;
     bool deleted;
+    std::size_t hidden = 0; ///< leading characters that `who` does not see, its root being there
 };
 seen_path path_of(int fd, const caller& who);
 

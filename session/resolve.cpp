@@ -1,13 +1,16 @@
 #include "session/resolve.h"
 
 #include <fcntl.h>
+#include <linux/limits.h>
 #include <linux/magic.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <linux/limits.h>
-
+#include <cerrno>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <utility>
@@ -46,14 +49,36 @@ unique_fd open_at(int directory, const std::string& name, int flags)
     return unique_fd(openat(directory, name.c_str(), O_PATH | O_CLOEXEC | flags));
 }
 
-/// One walk along a name, component by component, as the kernel walks it for the caller. The
-/// host's own walk would not do: it starts at the supervisor's root, and "/proc/self" would be
-/// the supervisor.
+unique_fd open_beneath(int directory, const std::string& name, int flags, std::uint64_t resolution)
+{
+    open_how how = {};
+    how.flags = static_cast<std::uint64_t>(O_PATH | O_CLOEXEC | flags);
+    how.resolve = resolution;
+    return unique_fd(static_cast<int>(syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how)));
+}
+
+/// The host's own walk, which starts at the supervisor's root and takes "/proc/self" for the
+/// supervisor. Nothing where that may have mattered.
+std::optional<resolved> walk_at_once(int start, const std::string& name, int flags)
+{
+    unique_fd found = open_beneath(start, name, flags, RESOLVE_NO_MAGICLINKS);
+    if (found) {
+        if (is_proc(found.get()))
+            return std::nullopt;
+        return resolved{std::move(found), 0};
+    }
+    const int error = errno;
+    if (open_beneath(start, name, flags, RESOLVE_NO_SYMLINKS) || errno != error || error == ELOOP)
+        return std::nullopt;
+    return resolved{{}, error};
+}
+
+/// One walk along a name, component by component, as the kernel walks it for the caller.
 class walk {
 public:
-    explicit walk(const caller& who) : who_(who) {}
+    walk(const caller& who, const unique_fd& root) : who_(who), root_(root) {}
 
-    unique_fd run(unique_fd start, std::string_view name, bool follow_last)
+    resolved run(unique_fd start, std::string_view name, bool follow_last)
     {
         at_ = std::move(start);
         rest_ = name;
@@ -69,17 +94,30 @@ public:
             started_ = true;
             step(component, last, follow_last);
         }
-        return std::move(at_);
+        return {std::move(at_), error_};
     }
 
 private:
+    void go_to(unique_fd next)
+    {
+        if (!next)
+            error_ = errno;
+        at_ = std::move(next);
+    }
+
+    void fail(int error)
+    {
+        error_ = error;
+        at_.reset();
+    }
+
     void to_root_or_skip()
     {
         const std::size_t begin = rest_.find_first_not_of('/');
         if (!started_)
-            at_ = who_.root();
+            go_to(unique_fd(fcntl(root_.get(), F_DUPFD_CLOEXEC, 0)));
         else if (!is_directory())
-            at_.reset();
+            fail(ENOTDIR);
         started_ = true;
         rest_ = begin == std::string::npos ? "" : rest_.substr(begin);
     }
@@ -87,44 +125,46 @@ private:
     void step(const std::string& component, bool last, bool follow_last)
     {
         if (component == "..") {
-            if (!at_root())
-                at_ = open_at(at_.get(), "..", O_DIRECTORY);
+            if (!same_place(at_.get(), root_.get()))
+                go_to(open_at(at_.get(), "..", O_DIRECTORY));
             return;
         }
         unique_fd next = open_at(at_.get(), component, O_NOFOLLOW);
         struct stat about;
-        const bool found = next && fstat(next.get(), &about) == 0;
-        const bool link = found && S_ISLNK(about.st_mode);
-        if (found && !link)
+        if (!next || fstat(next.get(), &about) != 0)
+            fail(errno);
+        else if (!S_ISLNK(about.st_mode) || (last && !follow_last))
             at_ = std::move(next);
-        else if (link && (!last || follow_last) && ++links_ <= link_limit)
-            follow(std::move(next), component);
+        else if (++links_ > link_limit)
+            fail(ELOOP);
+        else if (!may_follow(who_.rights(), at_.get(), next.get()))
+            fail(EACCES);
         else
-            at_.reset();
+            follow(next, component);
     }
 
-    void follow(unique_fd link, const std::string& component)
+    void follow(const unique_fd& link, const std::string& component)
     {
         if (is_proc(link.get())) {
             const bool top = is_proc_root(at_.get());
             if (top && component == "self") {
-                at_ = who_.process_directory();
+                go_to(who_.process_directory());
                 return;
             }
             if (top && component == "thread-self") {
-                at_ = who_.thread_directory();
+                go_to(who_.thread_directory());
                 return;
             }
             if (!top) {
                 // A link to an open file or a place of some task: its text is not where it leads.
-                at_ = open_at(at_.get(), component, 0);
+                go_to(open_at(at_.get(), component, 0));
                 return;
             }
         }
         char text[PATH_MAX];
         const ssize_t size = readlinkat(link.get(), "", text, sizeof text);
         if (size <= 0 || size == static_cast<ssize_t>(sizeof text)) {
-            at_.reset();
+            fail(size < 0 ? errno : size == 0 ? ENOENT : ENAMETOOLONG);
             return;
         }
         rest_.insert(0, text, static_cast<std::size_t>(size));
@@ -137,33 +177,127 @@ private:
         return fstat(at_.get(), &about) == 0 && S_ISDIR(about.st_mode);
     }
 
-    bool at_root()
-    {
-        if (!root_)
-            root_ = who_.root();
-        return root_ && same_place(at_.get(), root_.get());
-    }
-
     const caller& who_;
+    const unique_fd& root_;
     unique_fd at_;
-    unique_fd root_;
     std::string rest_;
     bool started_ = false; // a "/" at the start means the root, later only a directory
     int links_ = 0;
+    int error_ = 0;
 };
+
+resolved walk_from(const caller& who, unique_fd start, std::string_view name, bool follow_last)
+{
+    const std::string text(name);
+    const bool at_once = !who.has_own_root();
+    unique_fd root = at_once ? unique_fd() : who.root();
+    if (at_once) {
+        const as_caller rights(who.rights());
+        if (auto found = walk_at_once(start.get(), text, follow_last ? 0 : O_NOFOLLOW))
+            return std::move(*found);
+    }
+    if (!root)
+        root = who.root();
+    if (!root)
+        return {{}, EACCES};
+    if (!start)
+        start.reset(fcntl(root.get(), F_DUPFD_CLOEXEC, 0));
+    const as_caller rights(who.rights());
+    return walk(who, root).run(std::move(start), name, follow_last);
+}
+
+/// Where a name begins; empty, without an error, for one that begins at the root.
+resolved start_of(const caller& who, int directory, std::string_view name)
+{
+    if (name.starts_with('/'))
+        return {};
+    if (directory == AT_FDCWD) {
+        resolved place{who.working_directory()};
+        if (!place.file)
+            place.error = ENOENT;
+        return place;
+    }
+    resolved place{who.descriptor(directory)};
+    if (!place.file)
+        place.error = EBADF;
+    return place;
+}
+
+bool protects_symlinks()
+{
+    static const bool protects = [] {
+        int value = 0;
+        std::ifstream("/proc/sys/fs/protected_symlinks") >> value;
+        return value != 0;
+    }();
+    return protects;
+}
+
+resolved_parent parent_from(const caller& who, unique_fd start, std::string_view name)
+{
+    const std::size_t end = name.find_last_not_of('/');
+    if (end == std::string_view::npos)
+        return {who.root(), "/", 0};
+    const std::size_t slash = name.find_last_of('/', end);
+    std::string last(name.substr(slash + 1, end - slash));
+    if (end + 1 < name.size())
+        last += '/';
+    // Also when it is the start itself: that it is a directory, and may be searched.
+    const std::string before =
+        slash == std::string_view::npos ? "./" : std::string(name.substr(0, slash + 1));
+    resolved parent = walk_from(who, std::move(start), before, true);
+    return {std::move(parent.file), std::move(last), parent.error};
+}
 
 } // namespace
 
-unique_fd resolve(const caller& who, int directory, std::string_view name, int flags)
+bool may_follow(const credentials& who, int directory, int link)
+{
+    struct stat place;
+    struct stat followed;
+    if (!protects_symlinks() || fstat(directory, &place) != 0 || fstat(link, &followed) != 0)
+        return true;
+    const mode_t common = S_ISVTX | S_IWOTH;
+    return (place.st_mode & common) != common || followed.st_uid == who.user ||
+           followed.st_uid == place.st_uid;
+}
+
+resolved resolve(const caller& who, int directory, std::string_view name, int flags)
 {
     if (name.empty() && (flags & AT_EMPTY_PATH) == 0)
-        return {};
-    unique_fd start;
-    if (name.empty() || name.front() != '/')
-        start = directory == AT_FDCWD ? who.working_directory() : who.descriptor(directory);
-    else
-        start = who.root();
-    return walk(who).run(std::move(start), name, (flags & AT_SYMLINK_NOFOLLOW) == 0);
+        return {{}, ENOENT};
+    resolved start = start_of(who, directory, name);
+    if (start.error != 0 || name.empty())
+        return start;
+    return walk_from(who, std::move(start.file), name, (flags & AT_SYMLINK_NOFOLLOW) == 0);
+}
+
+bool resolved_parent::is_name() const
+{
+    return last != "/" && last != "." && last != ".." && last != "./" && last != "../";
+}
+
+resolved_parent resolve_parent(const caller& who, int directory, std::string_view name)
+{
+    if (name.empty())
+        return {{}, "", ENOENT};
+    resolved start = start_of(who, directory, name);
+    if (start.error != 0)
+        return {{}, "", start.error};
+    return parent_from(who, std::move(start.file), name);
+}
+
+resolved_parent resolve_parent_from(const caller& who, const unique_fd& start, std::string_view name)
+{
+    if (name.empty())
+        return {{}, "", ENOENT};
+    return parent_from(
+        who, name.front() == '/' ? unique_fd() : unique_fd(fcntl(start.get(), F_DUPFD_CLOEXEC, 0)), name);
+}
+
+resolved resolve_link(const caller& who, const unique_fd& directory, const std::string& last)
+{
+    return walk_from(who, unique_fd(fcntl(directory.get(), F_DUPFD_CLOEXEC, 0)), last, true);
 }
 
 } // namespace session

@@ -2,6 +2,7 @@
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,9 +15,9 @@
 #include <fmt/format.h>
 
 #include "session/channel.h"
-#include "session/exec_notifications.h"
 #include "session/launcher.h"
 #include "session/lifecycle.h"
+#include "session/notifications.h"
 #include "session/status.h"
 #include "session/trouble.h"
 
@@ -36,9 +37,12 @@ public:
         setrlimit(RLIMIT_NOFILE, &raised);
         // Nobody of the same user reads or traces it.
         prctl(PR_SET_DUMPABLE, 0);
+        // What it makes for its tasks gets their masks.
+        umask_ = umask(0);
     }
     ~supervisor_process()
     {
+        umask(umask_);
         prctl(PR_SET_DUMPABLE, dumpable_);
         setrlimit(RLIMIT_NOFILE, &files_);
     }
@@ -48,6 +52,7 @@ public:
 private:
     int dumpable_;
     rlimit files_ = {};
+    mode_t umask_ = 0;
 };
 
 /// What the session's signals mean to it.
@@ -72,7 +77,8 @@ int supervise(const options& wanted, engine& module, const supervisor_signals& s
     launcher first(wanted.command, signals);
     const unique_fd root_handle(static_cast<int>(syscall(SYS_pidfd_open, first.pid(), 0)));
     pending_execs pending;
-    lifecycle tree(first.pid(), pending, told);
+    known_tasks tasks;
+    lifecycle tree(first.pid(), pending, told, tasks);
     const supervisor_process self;
     module.add_first_process(first.pid());
     status_board board(wanted, module, told);
@@ -89,12 +95,13 @@ int supervise(const options& wanted, engine& module, const supervisor_signals& s
             log_in(first.pid(), wanted.user, module.port());
         const signal_watch watch(
             [&](const siginfo_t& info) { handle_signal(info, root_handle.get(), first.pid(), tree); });
-        std::optional<exec_notifications> workers;
+        session_parts parts{pending, told, tasks, module.state_directory()};
+        std::optional<notifications> workers;
         // Beside the tracing: the first process can be stopped, by a signal for one, at any step.
         std::jthread starter([&] {
             try {
                 if (unique_fd listener = first.install_filter()) {
-                    workers.emplace(std::move(listener), pending, told);
+                    workers.emplace(std::move(listener), parts);
                     first.start();
                 }
             } catch (...) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "session/caller.h"
@@ -32,22 +33,52 @@ bool read_bytes(pid_t task, std::uint64_t address, char* buffer, std::size_t siz
 
 } // namespace
 
-std::optional<std::string> read_text(pid_t task, std::uint64_t address, std::size_t limit)
+namespace {
+
+enum class text_end { found, unreadable, too_long };
+
+text_end append_text(pid_t task, std::uint64_t address, std::size_t limit, std::string& text)
 {
-    std::string text;
     char buffer[page];
     while (text.size() < limit) {
         // Never across a page's end: the next page need not exist.
         const std::size_t size = std::min<std::size_t>(page - address % page, limit - text.size());
         if (!read_bytes(task, address, buffer, size))
-            return std::nullopt;
+            return text_end::unreadable;
         const std::size_t length = strnlen(buffer, size);
         text.append(buffer, length);
         if (length < size)
-            return text;
+            return text_end::found;
         address += size;
     }
-    return std::nullopt;
+    return text_end::too_long;
+}
+
+} // namespace
+
+std::optional<std::string> read_text(pid_t task, std::uint64_t address, std::size_t limit)
+{
+    std::string text;
+    if (append_text(task, address, limit, text) != text_end::found)
+        return std::nullopt;
+    return text;
+}
+
+int read_name(pid_t task, std::uint64_t address, std::string& into)
+{
+    switch (append_text(task, address, PATH_MAX, into)) {
+    case text_end::found:
+        return 0;
+    case text_end::unreadable:
+        return EFAULT;
+    default:
+        return ENAMETOOLONG;
+    }
+}
+
+bool read_memory(pid_t task, std::uint64_t address, void* into, std::size_t size)
+{
+    return read_bytes(task, address, static_cast<char*>(into), size);
 }
 
 std::optional<std::string> program_name(pid_t process)

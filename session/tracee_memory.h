@@ -17,6 +17,12 @@ namespace session {
 /// not be read, or when the first `limit` bytes hold no terminator.
 std::optional<std::string> read_text(pid_t task, std::uint64_t address, std::size_t limit);
 
+/// A file name at `address`, as a system call reads it. 0, or the call's error: EFAULT, ENAMETOOLONG.
+int read_name(pid_t task, std::uint64_t address, std::string& into);
+
+/// An object of that size at `address`; false when not all of it may be read.
+bool read_memory(pid_t task, std::uint64_t address, void* into, std::size_t size);
+
 /// The program name that the kernel gave the task's present program (AT_EXECFN), or nothing.
 std::optional<std::string> program_name(pid_t process);
 

@@ -1,7 +1,6 @@
-#include "session/exec_notifications.h"
+#include "session/notifications.h"
 
 #include <fcntl.h>
-#include <linux/limits.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
@@ -12,31 +11,20 @@
 #include <utility>
 #include <vector>
 
-#include "session/channel.h"
+#include "session/calls.h"
+#include "session/exec_decision.h"
 #include "session/terminal.h"
-#include "session/tracee_memory.h"
 
 namespace session {
 
 namespace {
 
-constexpr std::size_t thread_limit = 64;
-
-std::optional<exec_request> read_request(const seccomp_notif& call)
-{
-    const bool at = call.data.nr == SYS_execveat;
-    const auto task = static_cast<pid_t>(call.pid);
-    auto name = read_text(task, call.data.args[at ? 1 : 0], PATH_MAX);
-    if (!name)
-        return std::nullopt;
-    return exec_request{at ? static_cast<int>(call.data.args[0]) : AT_FDCWD, std::move(*name),
-                        at ? static_cast<int>(call.data.args[4]) : 0};
-}
+constexpr std::size_t thread_limit = 1024;
 
 } // namespace
 
-exec_notifications::exec_notifications(unique_fd listener, pending_execs& pending, refusals& told)
-    : listener_(std::move(listener)), pending_(pending), told_(told)
+notifications::notifications(unique_fd listener, session_parts& parts)
+    : listener_(std::move(listener)), parts_(parts)
 {
     seccomp_notif_sizes sizes = {};
     syscall(SYS_seccomp, SECCOMP_GET_NOTIF_SIZES, 0, &sizes);
@@ -46,7 +34,7 @@ exec_notifications::exec_notifications(unique_fd listener, pending_execs& pendin
     add_thread();
 }
 
-exec_notifications::~exec_notifications()
+notifications::~notifications()
 {
     ended_.store(true);
     while (running_.load() > 0) {
@@ -62,7 +50,7 @@ exec_notifications::~exec_notifications()
         thread.join();
 }
 
-void exec_notifications::add_thread()
+void notifications::add_thread()
 {
     const std::lock_guard guard(lock_);
     if (ended_.load() || threads_.size() >= thread_limit)
@@ -75,7 +63,7 @@ void exec_notifications::add_thread()
     });
 }
 
-void exec_notifications::work()
+void notifications::work()
 {
     sigset_t wake;
     sigemptyset(&wake);
@@ -95,55 +83,45 @@ void exec_notifications::work()
         }
         if (idle_.fetch_sub(1) == 1)
             add_thread();
-        answer(*call, decide(*call));
+        send(*call, decide(*call));
         idle_.fetch_add(1);
     }
 }
 
-bool exec_notifications::still_waits(const seccomp_notif& call) const
+answer notifications::decide(const seccomp_notif& call)
 {
-    return ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_ID_VALID, &call.id) == 0;
+    parts_.tasks.begin_event(static_cast<pid_t>(call.pid));
+    const call_rule* rule = notified_rule(call.data.nr, call.data.args);
+    if (rule == nullptr)
+        return answer::fail(ENOSYS);
+    notification waiting(call, listener_.get(), parts_);
+    return rule->handler(waiting);
 }
 
-bool exec_notifications::decide(const seccomp_notif& call)
+void notifications::send(const seccomp_notif& call, answer given)
 {
-    const caller who(static_cast<pid_t>(call.pid));
-    pending_.take(who.task());
-    const std::optional<exec_request> request = read_request(call);
-    std::optional<found_program> program;
-    if (request)
-        program = find_program(who, *request);
-
-    // Only now is it sure that all of this was read from the caller, not from a later task of
-    // the same id.
-    const platform::task_handle task = platform::find_task(who.task());
-    if (!still_waits(call) || !task)
-        return false;
-    // The kernel fails it with its own error; should it not, the program is decided at its start.
-    if (!program)
-        return true;
-
-    settle_requests_of(who.task());
-    exec_answer answer = decide_exec(who, task.get(), std::move(*program), *request);
-    if (answer.verdict == exec_verdict::refused) {
-        told_.add(answer.refused, who.task(), false);
-        return false;
+    if (given.what == answer::kind::descriptor) {
+        seccomp_notif_addfd added = {};
+        added.id = call.id;
+        added.flags = SECCOMP_ADDFD_FLAG_SEND;
+        added.srcfd = static_cast<__u32>(given.file.get());
+        added.newfd_flags = given.close_on_exec ? O_CLOEXEC : 0;
+        if (ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_ADDFD, &added) >= 0)
+            return;
+        given = answer::fail(errno); // no room for one more
     }
-    if (answer.verdict == exec_verdict::allowed)
-        pending_.put(who.task(), std::move(answer.decided));
-    return true;
-}
-
-void exec_notifications::answer(const seccomp_notif& call, bool allowed)
-{
     std::vector<std::uint64_t> buffer(response_size_ / sizeof(std::uint64_t) + 1);
     auto* const response = reinterpret_cast<seccomp_notif_resp*>(buffer.data());
     response->id = call.id;
-    response->error = allowed ? 0 : -EPERM;
-    response->flags = allowed ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
+    if (given.what == answer::kind::go_on)
+        response->flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+    else if (given.value < 0)
+        response->error = static_cast<__s32>(given.value);
+    else
+        response->val = given.value;
     // A caller that has been killed meanwhile does nothing with its decision.
     if (ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_SEND, response) != 0)
-        pending_.take(static_cast<pid_t>(call.pid));
+        parts_.pending.take(static_cast<pid_t>(call.pid));
 }
 
 } // namespace session

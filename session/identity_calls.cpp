@@ -1,0 +1,46 @@
+#include <sched.h>
+
+#include "session/handlers.h"
+
+namespace session {
+
+answer handle_rights(notification& call)
+{
+    call.parts().tasks.changes_rights(call.who().task());
+    return answer::let_go_on();
+}
+
+answer handle_umask(notification& call)
+{
+    call.parts().tasks.changes_umask(call.who().task(), static_cast<mode_t>(call.argument(0)));
+    return answer::let_go_on();
+}
+
+answer handle_chroot(notification& call)
+{
+    call.parts().tasks.changes_root(call.who().task());
+    return answer::let_go_on();
+}
+
+answer handle_unshare(notification& call)
+{
+    known_tasks& tasks = call.parts().tasks;
+    const auto flags = static_cast<unsigned>(call.argument(0));
+    // Both of the latter imply the first.
+    if ((flags & (CLONE_FS | CLONE_NEWNS | CLONE_NEWUSER)) != 0)
+        tasks.unshares_places(call.who().task());
+    if ((flags & CLONE_NEWNS) != 0)
+        tasks.changes_root(call.who().task());
+    if ((flags & CLONE_NEWUSER) != 0)
+        tasks.changes_rights(call.who().task());
+    return answer::let_go_on();
+}
+
+answer handle_setns(notification& call)
+{
+    call.parts().tasks.changes_root(call.who().task());
+    call.parts().tasks.changes_rights(call.who().task());
+    return answer::let_go_on();
+}
+
+} // namespace session

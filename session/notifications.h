@@ -1,0 +1,48 @@
+#ifndef SORVANIC_SESSION_NOTIFICATIONS_H
+#define SORVANIC_SESSION_NOTIFICATIONS_H
+
+#include <linux/seccomp.h>
+
+#include <atomic>
+#include <list>
+#include <mutex>
+#include <thread>
+
+#include "session/notification.h"
+
+namespace session {
+
+/// The threads that answer the calls of the table (calls.h), which wait in the kernel meanwhile.
+/// There is always one more than are at work, so that a call may wait for another one of the
+/// session: an open for the other end of a fifo, a file for the process that serves it.
+class notifications {
+public:
+    notifications(unique_fd listener, session_parts& parts);
+
+    /// Ends them; what is being decided is finished first.
+    ~notifications();
+
+    notifications(const notifications&) = delete;
+    notifications& operator=(const notifications&) = delete;
+
+private:
+    void work();
+    void add_thread();
+    answer decide(const seccomp_notif& call);
+    void send(const seccomp_notif& call, answer given);
+
+    unique_fd listener_;
+    session_parts& parts_;
+    std::size_t request_size_;
+    std::size_t response_size_;
+
+    std::atomic<bool> ended_{false};
+    std::atomic<int> idle_{0};
+    std::atomic<int> running_{0};
+    std::mutex lock_;
+    std::list<std::thread> threads_;
+};
+
+} // namespace session
+
+#endif

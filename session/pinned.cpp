@@ -1,0 +1,116 @@
+#include "session/pinned.h"
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <linux/magic.h>
+#include <sys/syscall.h>
+#include <sys/vfs.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "platform/kernel/security.h"
+#include "platform/user/machine.h"
+
+namespace session {
+
+namespace {
+
+unique_fd duplicate(const unique_fd& of)
+{
+    return unique_fd(fcntl(of.get(), F_DUPFD_CLOEXEC, 0));
+}
+
+/// The first component of a path that is a number; empty without one. In a proc, the task.
+std::string first_number(const std::string& path)
+{
+    for (std::size_t begin = 1; begin < path.size();) {
+        const std::size_t end = std::min(path.find('/', begin), path.size());
+        const std::string component = path.substr(begin, end - begin);
+        if (!component.empty() && std::ranges::all_of(component, [](unsigned char c) { return isdigit(c); }))
+            return component;
+        begin = end + 1;
+    }
+    return {};
+}
+
+bool is_in_proc(const unique_fd& file)
+{
+    struct statfs about;
+    return fstatfs(file.get(), &about) == 0 && about.f_type == PROC_SUPER_MAGIC;
+}
+
+} // namespace
+
+kernel::inode* pinned_object::inode() const
+{
+    return kernel::dentry_inode(entry.get());
+}
+
+pinned_object pin(unique_fd file, const caller& who)
+{
+    pinned_object made;
+    made.path = path_of(file.get(), who);
+    fstat(file.get(), &made.about);
+    made.entry = platform::make_pinned_entry(duplicate(file), made.path.text, made.path.deleted);
+    made.file = std::move(file);
+    return made;
+}
+
+platform::dentry_handle entry_in(const pinned_object& directory, const std::string& last,
+                                 const unique_fd& object)
+{
+    std::string path = directory.path.text == "/" ? "" : directory.path.text;
+    path += "/" + last.substr(0, last.find('/'));
+    return platform::make_entry_in(directory.entry.get(), std::move(path),
+                                   object ? duplicate(object) : unique_fd());
+}
+
+bool is_off_limits(const pinned_object& object, const session_parts& parts)
+{
+    const std::string& state = parts.state_directory;
+    const std::string& path = object.path.text;
+    if (object.path.hidden == 0 && path.starts_with(state) &&
+        (path.size() == state.size() || path[state.size()] == '/'))
+        return true;
+    const std::string task = first_number(path);
+    return !task.empty() && is_in_proc(object.file) &&
+           access(fmt::format("/proc/self/task/{}", task).c_str(), F_OK) == 0;
+}
+
+int access_error(const caller& who, const unique_fd& object, int wanted)
+{
+    const as_caller rights(who.rights());
+    return syscall(SYS_faccessat2, object.get(), "", wanted, AT_EMPTY_PATH | AT_EACCESS) == 0 ? 0 : errno;
+}
+
+bool is_owner(const credentials& who, const struct stat& object)
+{
+    return who.user == object.st_uid || who.has(CAP_FOWNER);
+}
+
+mode_t without_umask(const caller& who, const unique_fd& directory, mode_t mode)
+{
+    // A directory's default access list takes the place of the mask.
+    if (getxattr(link_to(directory).c_str(), "system.posix_acl_default", nullptr, 0) > 0)
+        return mode;
+    return mode & ~who.umask();
+}
+
+std::string link_to(const unique_fd& descriptor)
+{
+    return fmt::format("/proc/self/fd/{}", descriptor.get());
+}
+
+bool may_change_names(const pinned_object& directory)
+{
+    return platform::call_inode_permission(directory.inode(), kernel::may_write | kernel::may_exec) == 0;
+}
+
+} // namespace session

@@ -1,0 +1,56 @@
+#ifndef SORVANIC_SESSION_PINNED_H
+#define SORVANIC_SESSION_PINNED_H
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "platform/user/objects.h"
+#include "session/notification.h"
+#include "session/program_file.h"
+
+// What handlers have in common: objects that a call means, pinned and as hooks see them, and the
+// caller's rights to them.
+
+namespace session {
+
+/// An object of the host that a call means.
+struct pinned_object {
+    unique_fd file; ///< O_PATH
+    struct stat about = {};
+    seen_path path;
+    platform::dentry_handle entry;
+
+    kernel::inode* inode() const;
+    bool is_directory() const { return S_ISDIR(about.st_mode); }
+};
+
+/// Takes over what was resolved.
+pinned_object pin(unique_fd file, const caller& who);
+
+/// The name `last` in a directory: of `object`, or of nothing yet when that is empty.
+platform::dentry_handle entry_in(const pinned_object& directory, const std::string& last,
+                                 const unique_fd& object);
+
+/// Whether it belongs to the session itself: a file of its state directory, or of the supervisor's
+/// entry in any proc.
+bool is_off_limits(const pinned_object& object, const session_parts& parts);
+
+/// The error with which the host refuses `who` these accesses (R_OK, W_OK, X_OK); 0 for none.
+int access_error(const caller& who, const unique_fd& object, int wanted);
+
+/// Whether the caller is the object's owner, or has the capability to act as one.
+bool is_owner(const credentials& who, const struct stat& object);
+
+/// The permissions that a file made in `directory` with `mode` gets.
+mode_t without_umask(const caller& who, const unique_fd& directory, mode_t mode);
+
+/// The path by which this process's descriptor can be opened anew, or changed.
+std::string link_to(const unique_fd& descriptor);
+
+/// Whether inode_permission lets the caller change the directory's entries. Within an event.
+bool may_change_names(const pinned_object& directory);
+
+} // namespace session
+
+#endif
