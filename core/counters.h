@@ -2,9 +2,11 @@
 #define SORVANIC_CORE_COUNTERS_H
 
 #include "platform/kernel/types.h"
+#include "policy/uactivate.h"
 
 // What the module tells of itself to those who run it: read-only, and nothing is decided by it.
-// The words are read one by one, while hooks and reloads run: they need not fit together.
+// The words are read one by one, while hooks and reloads run: they need not fit together. So may
+// be asked who must set a password (read_confined_users).
 
 struct module_counters {
     kernel::s32 system_status;

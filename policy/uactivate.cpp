@@ -8,7 +8,6 @@
 #include "policy/fields.h"
 #include "policy/table_copies.h"
 #include "policy/text_source.h"
-#include "process/process_map.h"
 
 using namespace kernel;
 
@@ -51,6 +50,23 @@ static int with_state_of(const char* name, Use use)
         return true;
     });
     return listed ? 0 : 1;
+}
+
+u32 read_confined_users(confined_user* into, u32 room)
+{
+    u32 count = 0;
+    copies::walk(0, [into, room, &count](platform_user& user) {
+        const u32 state = state_of(user).load(std::memory_order_relaxed);
+        if (state == first_login_cleared)
+            return false;
+        if (count == room)
+            return true;
+        memcpy(into[count].name, user.name, sizeof user.name);
+        into[count].state = state;
+        ++count;
+        return false;
+    });
+    return count;
 }
 
 static int sorvanic_kernel_uactivate_module_init()

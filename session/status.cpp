@@ -3,6 +3,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <array>
+#include <span>
 #include <utility>
 
 #include <fmt/format.h>
@@ -48,6 +50,16 @@ json tables()
     return all;
 }
 
+json confined_users()
+{
+    std::array<confined_user, 64> users;
+    const kernel::u32 count = read_confined_users(users.data(), users.size());
+    json all = json::array();
+    for (const confined_user& user : std::span(users.data(), count))
+        all.push_back({{"user", user.name}, {"state", user.state}});
+    return all;
+}
+
 json recent_senders()
 {
     json senders = json::object();
@@ -81,6 +93,7 @@ std::string status_board::session_text() const
         {"switches", switches_of(counters)},
         {"agent", {{"connected", counters.agent != 0}, {"pid", counters.agent}}},
         {"tables", tables()},
+        {"confined", confined_users()},
         {"in_flight", counters.calls_in_flight},
         {"refusals", told_.count()},
         {"fail_open", counters.execs_undecided + told_.undecided()},

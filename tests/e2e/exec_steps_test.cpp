@@ -143,6 +143,9 @@ TEST_F(exec_steps, a_program_is_decided_by_the_wrong_step)
 
     EXPECT_EQ(run_after_login(paths, "0"), expected[2]);
     EXPECT_EQ(kernel_log().find("is in "), std::string::npos) << "confinement leaves no sign";
+    EXPECT_NE(status_file("session.json").find(R"("confined":[{"user":"operator","state":1}])"),
+              std::string::npos)
+        << status_file("session.json");
     EXPECT_EQ(run_after_login(paths, "1"), expected[0]) << "who need not set one is as free as others";
     status = "2";
     EXPECT_EQ(run_inside(paths, {}, [] {}), expected[1]);
