@@ -1,6 +1,7 @@
 #ifndef SORVANIC_PROCESS_PROCESS_NAME_H
 #define SORVANIC_PROCESS_PROCESS_NAME_H
 
+#include "platform/kernel/scoped.h"
 #include "platform/kernel/types.h"
 
 /// Bytes of the buffers in which absolute paths are built.
@@ -28,5 +29,25 @@ inline constexpr int sorvanic_name_of_entry = 1;
 /// space, no program, no such mount, a path longer than the buffer. May sleep.
 char* sorvanic_common_get_name(kernel::task_struct* task, sorvanic_name_holder* holder, kernel::dentry* entry,
                                int mode);
+
+/// What sorvanic_common_get_name answers, until the end of the scope.
+class held_name : kernel::not_copied {
+public:
+    held_name(kernel::task_struct* task, kernel::dentry* entry, int mode)
+    {
+        sorvanic_common_get_name(task, &holder_, entry, mode);
+    }
+    ~held_name()
+    {
+        if (holder_.path != nullptr)
+            kernel::kfree(holder_.buffer);
+    }
+
+    /// The path, or null.
+    const char* path() const { return holder_.path; }
+
+private:
+    sorvanic_name_holder holder_ = {};
+};
 
 #endif
