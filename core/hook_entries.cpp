@@ -16,7 +16,9 @@ namespace {
 /// The file access decision for the current task, as the kernel wants to hear it.
 int decide(dentry* entry, int mask, file_operation operation)
 {
-    return sorvanic_kernel_hook_dentry_has_permission(current_task(), entry, mask, operation) == 0 ? 0 : -1;
+    const int answer =
+        sorvanic_kernel_hook_dentry_has_permission(current_task(), entry, static_cast<u32>(mask), operation);
+    return answer == 0 ? 0 : -1;
 }
 
 constexpr u32 any_execute_bit = 0111;

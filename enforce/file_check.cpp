@@ -1,6 +1,128 @@
 #include "enforce/file_check.h"
 
-int sorvanic_kernel_hook_dentry_has_permission(kernel::task_struct*, kernel::dentry*, int, file_operation)
+#include "channel/audit_messages.h"
+#include "enforce/first_password.h"
+#include "enforce/label_test.h"
+#include "enforce/product_dirs.h"
+#include "platform/kernel/scoped.h"
+#include "platform/kernel/security.h"
+#include "policy/auditctl.h"
+#include "policy/dacctl.h"
+#include "policy/dirctl.h"
+#include "policy/modlctl.h"
+#include "policy/pracctl.h"
+#include "policy/privctl.h"
+#include "policy/statusctl.h"
+#include "process/process_map.h"
+#include "process/process_name.h"
+
+using namespace kernel;
+
+namespace {
+
+constexpr char nobody[] = "SYSTEM";
+
+// What the records say.
+constexpr u32 verdict_no_rule = 0;
+constexpr u32 verdict_allowed = 1;
+constexpr u32 verdict_refused = 2;
+constexpr u32 verdict_none = static_cast<u32>(-1);
+
+/// One access in a controlled directory.
+struct file_access {
+    const char* path;
+    const char* user;
+    const char* comm;
+    u32 mask;
+    u32 file_audit; // the switches, as they were when the decision began
+    u32 program_audit;
+};
+
+bool is_recorded(u32 audit_switch, bool allowed)
 {
-    return 0;
+    return audit_switch == audit_all || (audit_switch == audit_refusals && !allowed);
+}
+
+/// The rules and labels know four of the kernel's bits.
+u32 fold(u32 mask)
+{
+    if ((mask & may_access) != 0)
+        mask = (mask & ~u32{may_access}) | may_write;
+    if ((mask & may_open_bits) != 0)
+        mask = (mask & ~u32{may_open_bits}) | may_read;
+    return mask;
+}
+
+bool granted_by_privilege(const file_access& access)
+{
+    return sorvanic_kernel_privctl_module.match(access.user, access.path, access.mask) == 0;
+}
+
+bool granted_by_rule_or_labels(const file_access& access)
+{
+    const int rule = sorvanic_kernel_dacctl_module.match(access.user, access.path, access.mask);
+    const bool allowed = rule == dac_granted || labels_permit(access.user, access.path, access.mask);
+    const u32 verdict = allowed ? verdict_allowed : rule == dac_denied ? verdict_refused : verdict_no_rule;
+    if (is_recorded(access.file_audit, allowed))
+        sorvanic_common_send_faau_message(access.path, access.user, access.comm, verdict);
+    return allowed;
+}
+
+u32 program_verdict(int match)
+{
+    switch (match) {
+    case program_granted:
+        return verdict_allowed;
+    case program_of_other_rules:
+        return verdict_no_rule;
+    case program_denied:
+        return verdict_refused;
+    default:
+        return verdict_none;
+    }
+}
+
+bool is_allowed(const file_access& access)
+{
+    const int rule = sorvanic_kernel_pracctl_module.match(access.path, access.comm, access.mask);
+    const bool allowed =
+        rule == program_granted || granted_by_privilege(access) || granted_by_rule_or_labels(access);
+    const u32 verdict = program_verdict(rule);
+    if (verdict != verdict_none && is_recorded(access.program_audit, allowed))
+        sorvanic_common_send_pcau_message(access.path, access.user, access.comm, verdict);
+    return allowed;
+}
+
+} // namespace
+
+int sorvanic_kernel_hook_dentry_has_permission(task_struct* task, dentry* entry, u32 mask,
+                                               file_operation operation)
+{
+    const s32 system_status = sorvanic_kernel_statusctl_module.getstatus();
+    const u32 file_control = sorvanic_kernel_modlctl_module.getstatus(modl_switch_files);
+    const u32 file_audit = sorvanic_kernel_auditctl_module.getstatus(audit_switch_files);
+    const u32 program_audit = sorvanic_kernel_auditctl_module.getstatus(audit_switch_programs);
+
+    if (system_status == system_status_observing || system_status == system_status_enforcing) {
+        const product_verdict verdict = product_directories(task, entry, mask);
+        if (verdict != product_verdict::elsewhere)
+            return verdict == product_verdict::allow ? 0 : -1; // observing or not
+    }
+    if (file_control != modl_switch_on || system_status == system_status_off)
+        return 0;
+
+    const held_name name(task, entry, sorvanic_name_of_entry);
+    if (name.path() == nullptr)
+        return 0;
+    char user[sorvanic_user_name_size] = {};
+    if (sorvanic_kernel_hashmap_module.search(task_pid(task), user) == 0)
+        note_first_password(task, user, name.path(), mask);
+    else
+        memcpy(user, nobody, sizeof(nobody));
+    if (sorvanic_kernel_dirctl_module.search(name.path()) != 0)
+        return 0;
+
+    const file_access access = {name.path(), user, task_comm(task), fold(mask), file_audit, program_audit};
+    const bool allowed = operation != file_operation::rename && is_allowed(access);
+    return allowed || system_status == system_status_observing ? 0 : -1;
 }

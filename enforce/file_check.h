@@ -7,7 +7,10 @@
 inline constexpr int may_remove = 0x100;
 inline constexpr int may_rename = 0x200;
 
-/// What is being done to a file; the values appear in records.
+/// The kernel's MAY_OPEN and the bit above it: both are taken as reading.
+inline constexpr int may_open_bits = 0x60;
+
+/// What is being done to a file.
 enum class file_operation : int {
     create = 0,
     symlink = 1,
@@ -20,10 +23,21 @@ enum class file_operation : int {
     file_permission = 9,
 };
 
-/// Decides whether `task` may do `operation` on `entry`, `mask` being the kernel's access bits
-/// or one of those above: 0 allows, anything else refuses. Files are not controlled yet: every
-/// operation is allowed.
-int sorvanic_kernel_hook_dentry_has_permission(kernel::task_struct* task, kernel::dentry* entry, int mask,
-                                               file_operation operation);
+/// Decides whether `task`, the current one, may do `operation` on `entry`; `mask` has the
+/// kernel's access bits or those above. 0 allows, -1 refuses.
+///
+/// First, with system status 2 or 3, the product's own directories (product_dirs.h): their
+/// word is final, while observing too. Then, with module switch 2 on and system status not 1,
+/// what lies in controlled directories: nothing is renamed there, without a report; otherwise the
+/// first of these that grants the whole mask allows it: a program rule, a privilege of the user, a
+/// discretionary rule, the labels (label_test.h). What none grants is refused. What
+/// the audit switches ask for is reported: the verdict of rules and labels (faau: 1 allowed,
+/// 0 no rule, 2 refused by a rule), then that of the program rules (pcau: 1 allowed, 0 no
+/// rule for this program, 2 refused by a rule). Observing turns the refusal into 0 in the end.
+///
+/// An entry without a path is allowed. A task whose user nobody knows is judged as "SYSTEM"; a
+/// user who sets the first password is noted on the way (first_password.h). May sleep.
+int sorvanic_kernel_hook_dentry_has_permission(kernel::task_struct* task, kernel::dentry* entry,
+                                               kernel::u32 mask, file_operation operation);
 
 #endif

@@ -10,6 +10,8 @@ inline constexpr int may_exec = 0x1;
 inline constexpr int may_write = 0x2;
 inline constexpr int may_read = 0x4;
 inline constexpr int may_append = 0x8;
+inline constexpr int may_access = 0x10;
+inline constexpr int may_open = 0x20;
 
 /// The security-operations structure: the kernel calls these entries, in the context of the
 /// process that acts, before it does what is asked. 0 lets it go on, a negative value refuses

@@ -39,8 +39,8 @@ int sorvanic_kernel_hook_inside_bprm_check_security(kernel::linux_binprm*)
     return other_answer;
 }
 
-int sorvanic_kernel_hook_dentry_has_permission(kernel::task_struct* task, kernel::dentry* entry, int mask,
-                                               file_operation operation)
+int sorvanic_kernel_hook_dentry_has_permission(kernel::task_struct* task, kernel::dentry* entry,
+                                               kernel::u32 mask, file_operation operation)
 {
     EXPECT_EQ(task, kernel::current_task());
     EXPECT_EQ(calls_in_flight, 1u);

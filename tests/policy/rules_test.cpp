@@ -114,14 +114,17 @@ TEST_F(rules, a_line_is_taken_whole_or_skipped)
         };
         const char* path = c.path.c_str();
         const char* who = c.who.c_str();
-        EXPECT_EQ(granted([&](auto mask) { return sorvanic_kernel_dacctl_module.match(who, path, mask); }),
-                  c.user_rule)
+        EXPECT_EQ(
+            granted([&](kernel::u32 mask) { return sorvanic_kernel_dacctl_module.match(who, path, mask); }),
+            c.user_rule)
             << c.line;
-        EXPECT_EQ(granted([&](auto mask) { return sorvanic_kernel_privctl_module.match(who, path, mask); }),
-                  c.user_rule)
+        EXPECT_EQ(
+            granted([&](kernel::u32 mask) { return sorvanic_kernel_privctl_module.match(who, path, mask); }),
+            c.user_rule)
             << c.line;
-        EXPECT_EQ(granted([&](auto mask) { return sorvanic_kernel_pracctl_module.match(path, who, mask); }),
-                  c.program_rule)
+        EXPECT_EQ(
+            granted([&](kernel::u32 mask) { return sorvanic_kernel_pracctl_module.match(path, who, mask); }),
+            c.program_rule)
             << c.line;
     }
 }

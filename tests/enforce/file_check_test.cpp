@@ -1,0 +1,282 @@
+#include "enforce/file_check.h"
+
+#include "enforce/label_test.h"
+#include "platform/user/faults.h"
+#include "tests/enforce/file_machine.h"
+
+namespace {
+
+struct file_row {
+    const char* what;
+    policy_files policy;
+    const char* event;
+    int result;
+    const char* reported = "";
+    const char* user = "alice";
+};
+
+void run(const std::vector<file_row>& rows)
+{
+    for (const file_row& row : rows) {
+        SCOPED_TRACE(row.what);
+        file_machine m;
+        for (const auto& [file, text] : row.policy)
+            m.encoded(file, text);
+        m.start("viewer", row.user);
+        EXPECT_EQ(m.act(row.event), row.result);
+        std::string expected;
+        std::istringstream records(row.reported); // without who it was
+        for (std::string record; std::getline(records, record, ',');)
+            expected += (expected.empty() ? record : "," + record) + " " +
+                        (*row.user == '\0' ? "SYSTEM" : row.user) + " viewer";
+        EXPECT_EQ(m.reported(), expected);
+        EXPECT_EQ(m.log(), "");
+    }
+}
+
+constexpr const char* zeros = ":0:1:1:0,0,0,0,0,0,0,0";
+
+TEST(file_check, the_first_that_grants_all_of_it_decides_and_reports_what_it_must)
+{
+    const std::string alice = std::string("alice") + zeros, srv = std::string("/srv") + zeros;
+    const std::pair<const char*, const char*> subject = {"sublabel", alice.c_str()};
+    const std::pair<const char*, const char*> object = {"objlabel", srv.c_str()};
+    run({
+        {"nothing grants", {}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
+        {"program rule", {{"appevp", "/srv:/bin/viewer:4"}}, "file:4 /srv/f", 0, "pcau 1 /srv/f"},
+        {"another program's", {{"appevp", "/srv:ed:4"}}, "file:4 /srv/f", -1, "faau 0 /srv/f, pcau 0 /srv/f"},
+        {"a rule that lacks it",
+         {{"appevp", "/srv:*:2"}},
+         "file:4 /srv/f",
+         -1,
+         "faau 0 /srv/f, pcau 2 /srv/f"},
+        {"overruled by a privilege",
+         {{"appevp", "/srv:*:2"}, {"priv", "/srv:alice:4"}},
+         "file:4 /srv/f",
+         0,
+         "pcau 2 /srv/f"},
+        {"also without a rule for it",
+         {{"appevp", "/srv:ed:2"}, {"priv", "/s:alice:4"}},
+         "file:4 /srv/f",
+         0,
+         "pcau 0 /srv/f"},
+        {"overruled by a rule",
+         {{"appevp", "/srv:*:2"}, {"dac", "/srv:alice:4"}},
+         "file:4 /srv/f",
+         0,
+         "faau 1 /srv/f, pcau 2 /srv/f"},
+        {"privilege", {{"priv", "/srv:alice:4"}}, "file:4 /srv/f", 0},
+        {"a privilege that lacks it", {{"priv", "/srv:alice:4"}}, "file:6 /srv/f", -1, "faau 0 /srv/f"},
+        {"one that lacks execution", {{"priv", "/srv:alice:4"}}, "file:1 /srv/f", -1, "faau 0 /srv/f"},
+        {"discretionary rule", {{"dac", "/srv:alice:6"}}, "file:4 /srv/f", 0, "faau 1 /srv/f"},
+        {"whatever the labels",
+         {{"dac", "/srv:alice:4"}, subject, {"objlabel", "/srv:0:9:9:0,0,0,0,0,0,0,0"}},
+         "file:4 /srv/f",
+         0,
+         "faau 1 /srv/f"},
+        {"a rule that lacks it", {{"dac", "/srv:alice:2"}}, "file:4 /srv/f", -1, "faau 2 /srv/f"},
+        {"overruled by labels",
+         {{"dac", "/srv:alice:2"}, subject, object},
+         "file:4 /srv/f",
+         0,
+         "faau 1 /srv/f"},
+        {"labels", {subject, object}, "file:4 /srv/f", 0, "faau 1 /srv/f"},
+        {"no object label", {subject}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
+        {"no subject label", {object}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
+        {"nobody's process", {{"dac", "/srv:system:4"}}, "file:4 /srv/f", 0, "faau 1 /srv/f", ""},
+    });
+}
+
+TEST(file_check, status_and_switches_decide_what_is_checked_and_reported)
+{
+    run({
+        {"outside", {}, "file:4 /srv2/f", 0},
+        {"the directory itself", {}, "inode:2 /srv/", -1, "faau 0 /srv"},
+        {"file control off", {{"modllabel", "2202"}}, "file:4 /srv/f", 0},
+        {"system off", {{"statlabel", "1"}}, "file:4 /srv/f", 0},
+        {"observing", {{"statlabel", "2"}}, "file:4 /srv/f", 0, "faau 0 /srv/f"},
+        {"no status", {{"statlabel", "0"}}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
+        {"unknown status", {{"statlabel", "4"}}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
+        {"only refusals, refused",
+         {{"auditlabel", "2:1\n3:1"}, {"appevp", "/srv:*:2"}},
+         "file:4 /srv/f",
+         -1,
+         "faau 0 /srv/f, pcau 2 /srv/f"},
+        {"only refusals, allowed",
+         {{"auditlabel", "2:1\n3:1"}, {"appevp", "/srv:*:2"}, {"dac", "/srv:alice:4"}},
+         "file:4 /srv/f",
+         0},
+        {"only refusals, allowed by program",
+         {{"auditlabel", "2:1\n3:1"}, {"appevp", "/srv:*:4"}},
+         "file:4 /srv/f",
+         0},
+        {"program records only",
+         {{"auditlabel", "3:2"}, {"appevp", "/srv:*:2"}},
+         "file:4 /srv/f",
+         -1,
+         "pcau 2 /srv/f"},
+        {"unknown values", {{"auditlabel", "2:3\n3:3"}, {"appevp", "/srv:*:2"}}, "file:4 /srv/f", -1},
+    });
+}
+
+TEST(file_check, each_event_asks_for_its_own_bits)
+{
+    const policy_files open = {{"dac", "/srv:alice:1023"}}, reads = {{"dac", "/srv:alice:4"}},
+                       writes = {{"dac", "/srv:alice:2"}}, removes = {{"dac", "/srv:alice:256"}};
+    run({
+        {"renaming inside, silently", open, "rename /srv/a /srv/b+", -1},
+        {"while observing", {{"statlabel", "2"}}, "rename /srv/a /srv/b+", 0},
+        {"renaming into", open, "rename /opt/a /srv/b+", -1},
+        {"out of", open, "rename /srv/a /opt/b+", -1},
+        {"elsewhere", open, "rename /opt/a /opt/b+", 0},
+        {"link into", {}, "link /opt/a /srv/b+", 0, "faau 0 /srv/b"},
+        {"link out of", {}, "link /srv/a /opt/b+", 0},
+        {"link inside", {}, "link /srv/a /srv/b+", -1, "faau 0 /srv/b, faau 0 /srv/a"},
+        {"link by rule", writes, "link /srv/a /srv/b+", 0, "faau 1 /srv/b"},
+        {"create", writes, "create /srv/a+", 0, "faau 1 /srv/a"},
+        {"create by a reader", reads, "create /srv/a+", -1, "faau 2 /srv/a"},
+        {"symlink", writes, "symlink /srv/a+", 0, "faau 1 /srv/a"},
+        {"mkdir", writes, "mkdir /srv/a+", 0, "faau 1 /srv/a"},
+        {"unlink", removes, "unlink /srv/a", 0, "faau 1 /srv/a"},
+        {"unlink by a writer", writes, "unlink /srv/a", -1, "faau 2 /srv/a"},
+        {"rmdir", removes, "rmdir /srv/a/", 0, "faau 1 /srv/a"},
+        {"rmdir by a writer", writes, "rmdir /srv/a/", -1, "faau 2 /srv/a"},
+        {"opening is reading", reads, "file:0x20 /srv/f", 0, "faau 1 /srv/f"},
+        {"and stays what it was", reads, "file:0x22 /srv/f", -1, "faau 2 /srv/f"},
+        {"the bit above it, too", reads, "file:0x40 /srv/f", 0, "faau 1 /srv/f"},
+        {"access is writing", reads, "inode:0x10 /srv/f", -1, "faau 2 /srv/f"},
+        {"access is writing", writes, "inode:0x10 /srv/f", 0, "faau 1 /srv/f"},
+        {"appending is not writing", writes, "file:8 /srv/f", -1, "faau 2 /srv/f"},
+        {"an empty mask", {{"dac", "/srv:alice:0"}}, "file:0 /srv/f", 0, "faau 1 /srv/f"},
+        {"reading a directory", {}, "inode:4 /srv/d/", 0},
+        {"searching it", {}, "inode:1 /srv/d/", 0},
+        {"both", {}, "inode:5 /srv/d/", -1, "faau 0 /srv/d"},
+        {"reading a file", {}, "inode:4 /srv/d", -1, "faau 0 /srv/d"},
+    });
+}
+
+TEST(file_check, labels_permit_by_categories_then_levels)
+{
+    const security_label low = {0, 3, 3, {1, 2, 0, 0, 0, 0, 0, 0}};
+    const auto with = [&](kernel::u16 confidentiality, kernel::u16 integrity,
+                          std::initializer_list<kernel::u8> categories = {1, 2}) {
+        security_label label = {9, confidentiality, integrity, {}};
+        std::copy(categories.begin(), categories.end(), label.categories);
+        return label;
+    };
+    const struct {
+        const char* what;
+        security_label subject, object;
+        const char* permitted; // of: 0 nothing, x 1, w 2, r 4, a 8, o 0x40, d 0x100, b read and write
+    } cases[] = {
+        {"equal", low, with(3, 3), "0xwraodb"},
+        {"a higher object", low, with(5, 3), "0xwadb"}, // what also writes is judged as writing
+        {"and less sound", low, with(5, 2), "0xwadb"},
+        {"a lower object", low, with(2, 3), "0xro"},
+        {"a sounder object", low, with(3, 5), "0xro"},
+        {"a less sound one", low, with(3, 2), "0xwadb"},
+        {"higher and sounder", low, with(5, 5), "0x"},
+        {"lower and less sound", low, with(2, 2), "0x"},
+        {"levels have 16 bits without a sign", low, with(0xffff, 3), "0xwadb"},
+        {"a category that only the object has", low, with(3, 3, {1, 2, 3}), "0xwraodb"},
+        {"one of the subject's own", with(3, 3, {1, 2, 3}), low, "0"},
+        {"only the first difference counts", with(3, 3, {1, 0, 7}), low, "0xwraodb"},
+        {"another category", with(3, 3, {1, 5}), low, "0"},
+        {"in the last place", with(3, 3, {1, 2, 0, 0, 0, 0, 0, 1}), low, "0"},
+    };
+    for (const auto& c : cases) {
+        std::string permitted;
+        const std::pair<char, kernel::u32> masks[] = {{'0', 0}, {'x', 1},    {'w', 2},     {'r', 4},
+                                                      {'a', 8}, {'o', 0x40}, {'d', 0x100}, {'b', 6}};
+        for (const auto& [letter, mask] : masks)
+            if (label_test(c.subject, c.object, mask))
+                permitted += letter;
+        EXPECT_EQ(permitted, c.permitted) << c.what;
+    }
+}
+
+TEST(file_check, the_products_directories_are_kept_while_enforcing_and_observing)
+{
+    const struct {
+        const char* comm;
+        const char* event;
+        bool allowed;
+    } cases[] = {
+        {"cp", "file:4 /etc/sorvanic/whitelist", false},
+        {"cp", "inode:5 /etc/sorvanic/", false},
+        {"cp", "create /etc/sorvanic/new+", false},
+        {"cp", "create /etc/sorvanic/kernel/new+", false},
+        {"cp", "create /etc/sorvanic/kernel/deep/new+", true},
+        {"cp", "rename /etc/sorvanic/whitelist /tmp/x+", false},
+        {"cp", "file:4 /etc/other", true},
+        {"sorvagent", "file:6 /etc/sorvanic/whitelist", true},
+        {"SORVAGENT", "unlink /etc/sorvanic/whitelist", true},
+        {"bash", "file:2 /etc/sorvanic/whitelist", true},
+        {"gdm-session-worker", "file:2 /etc/sorvanic/whitelist", true}, // known by 15 characters
+        {"sorv", "file:2 /etc/sorvanic/whitelist", true},               // a leading part
+        {"sorvagent2", "file:2 /etc/sorvanic/whitelist", false},
+        {"cp", "file:4 /usr/sorvanic/sorvagent", true},
+        {"cp", "file:5 /usr/sorvanic/sorvagent", true},
+        {"cp", "file:0 /usr/sorvanic/sorvagent", true},
+        {"cp", "file:0x24 /usr/sorvanic/sorvagent", false}, // the mask counts as it comes
+        {"cp", "file:8 /usr/sorvanic/sorvagent", false},
+        {"cp", "inode:0x10 /usr/sorvanic/sorvagent", false},
+        {"sorvagent", "file:2 /usr/sorvanic/sorvagent", false},
+        {"sorvagent", "unlink /usr/sorvanic/sorvagent", false},
+        {"sorvagent", "create /usr/sorvanic/new+", false},
+        {"cp", "inode:3 /usr/sorvanic/", false},
+        {"cp", "file:2 /usr/sorvanic/lib/f", true},
+        {"cp", "link /usr/sorvanic/sorvagent /tmp/x+", true},
+    };
+    for (const char* status : {"0", "1", "2", "3", "4"})
+        for (const auto& c : cases) {
+            file_machine m;
+            m.encoded("statlabel", status);
+            m.encoded("modllabel", "0000");
+            m.start(c.comm, "");
+            const bool kept = *status == '2' || *status == '3';
+            EXPECT_EQ(m.act(c.event), c.allowed || !kept ? 0 : -1) << status << c.comm << " " << c.event;
+        }
+    file_machine m;
+    m.remove("/etc/sorvanic/whitelist");
+    m.remove("/usr/sorvanic/sorvagent");
+    m.start("cp", "");
+    EXPECT_EQ(m.act("file:2 /etc/sorvanic/whitelist") + m.act("file:2 /usr/sorvanic/x"), 0)
+        << "a number of 0 is no directory's";
+}
+
+TEST(file_check, where_both_directories_are_one_only_reading_and_executing_is_left)
+{
+    file_machine m;
+    m.start("cp", "");
+    sorvanic_readonly_exec_inode_number = sorvanic_config_inode_number;
+    EXPECT_EQ(m.act("file:4 /etc/sorvanic/whitelist"), 0);
+    EXPECT_EQ(m.act("file:2 /etc/sorvanic/whitelist"), -1);
+    EXPECT_EQ(m.act("file:4 /etc/sorvanic/kernel/f"), -1) << "two levels up only the configuration counts";
+}
+
+TEST(file_check, without_memory_it_allows_what_has_no_path_and_refuses_what_has_no_label)
+{
+    file_machine m;
+    m.encoded("sublabel", (std::string("alice") + zeros).c_str());
+    m.encoded("objlabel", (std::string("/srv") + zeros).c_str());
+    m.encoded("appevp", "/srv:other:7");
+    m.start("viewer", "alice");
+    const platform::live_counts before = platform::live();
+    std::string results;
+    for (std::size_t n = 1;; ++n) {
+        platform::fail_call(platform::fault::allocation, n);
+        results += m.act("file:4 /srv/f" + std::to_string(n)) == 0 ? '+' : '-'; // each is reported anew
+        EXPECT_EQ(platform::live().allocations, before.allocations) << n;
+        EXPECT_EQ(platform::live().references, before.references) << n;
+        platform::assert_thread_clean();
+        if (!platform::fault_fired())
+            break;
+    }
+    // The path; the object's and the subject's label; then records and their buffers.
+    EXPECT_EQ(results, "+--+++++");
+    EXPECT_TRUE(m.reported().starts_with("faau 0 /srv/f2 alice viewer, pcau 0 /srv/f2"))
+        << "after no word of f1";
+}
+
+} // namespace
