@@ -7,7 +7,7 @@
 #include <string_view>
 
 // The files of a policy directory: their names, what they hold, and their bounds. What stands
-// in a line of each kind is in policy_source.cpp.
+// in a line of each kind is in policy_lines.cpp.
 
 namespace cli {
 
@@ -18,7 +18,12 @@ enum class policy_kind {
     status,          ///< one number
     audit_switches,  ///< INDEX:VALUE a line
     module_switches, ///< one line with a character for each switch
-    rules,           ///< lines that the table's own format gives meaning to
+    subject_labels,  ///< USER:VALUE:CONFIDENTIALITY:INTEGRITY:CATEGORIES a line
+    object_labels,   ///< the same with a PATH
+    user_rules,      ///< PATH:USER:MASK a line
+    privileges,      ///< the same, the path being the beginning of those it covers
+    program_rules,   ///< PATH:PROGRAM:MASK a line
+    users,           ///< a user name a line
 };
 
 struct policy_file {
@@ -43,12 +48,12 @@ inline constexpr std::array<policy_file, 16> policy_files{{
     {"statlabel", policy_kind::status, true, 1, 1022},
     {"auditlabel", policy_kind::audit_switches, true, no_limit, 1022},
     {"modllabel", policy_kind::module_switches, true, 1, 1022},
-    {"sublabel", policy_kind::rules, true, no_limit, 1022},
-    {"objlabel", policy_kind::rules, true, no_limit, 1022},
-    {"dac", policy_kind::rules, true, no_limit, 1022},
-    {"priv", policy_kind::rules, true, no_limit, 1022},
-    {"appevp", policy_kind::rules, true, no_limit, 1022},
-    {"platuser", policy_kind::rules, true, no_limit, 1022},
+    {"sublabel", policy_kind::subject_labels, true, no_limit, 1022},
+    {"objlabel", policy_kind::object_labels, true, no_limit, 511},
+    {"dac", policy_kind::user_rules, true, no_limit, 511},
+    {"priv", policy_kind::privileges, true, no_limit, 511},
+    {"appevp", policy_kind::program_rules, true, no_limit, 1022},
+    {"platuser", policy_kind::users, true, no_limit, 511},
 }};
 
 /// The file with this very name, or null.

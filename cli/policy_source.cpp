@@ -9,6 +9,8 @@
 #include <unordered_set>
 #include <utility>
 
+#include "cli/line_text.h"
+#include "cli/policy_lines.h"
 #include "cli/program_digest.h"
 #include "policy/base64.h"
 
@@ -16,38 +18,9 @@ namespace cli {
 
 namespace {
 
-constexpr std::string_view blanks = " \t";
-constexpr std::size_t last_audit_switch = 6;
-constexpr std::size_t module_switch_count = 4;
-
-/// `text` as a message can show it: in quotes, on one line, not too long.
-std::string shown(std::string_view text)
-{
-    constexpr std::size_t most = 60;
-    std::string result = "\"";
-    for (const char byte : text.substr(0, most)) {
-        const auto code = static_cast<unsigned char>(byte);
-        if (code < 0x20 || code == 0x7f)
-            result += fmt::format("\\x{:02x}", code);
-        else
-            result += byte;
-    }
-    return result + (text.size() > most ? "...\"" : "\"");
-}
-
 std::string_view without_trailing_blanks(std::string_view line)
 {
     return line.substr(0, line.find_last_not_of(blanks) + 1);
-}
-
-/// The whole of `text` as a number that the engine's signed 32 bits hold.
-std::optional<std::int32_t> number(std::string_view text)
-{
-    std::int32_t value = 0;
-    const auto [end, failure] = std::from_chars(text.begin(), text.end(), value);
-    if (failure != std::errc() || end != text.end() || value < 0 || text.front() == '-')
-        return std::nullopt;
-    return value;
 }
 
 /// The digits of a key in one of its written forms.
@@ -86,82 +59,6 @@ std::optional<std::uint32_t> program_key(std::string_view line, std::string& rea
     reason = fmt::format("{} is neither 8 hexadecimal digits of key text nor an absolute path; "
                          "`sorvanic digest FILE` prints key texts",
                          shown(line));
-    return std::nullopt;
-}
-
-std::optional<std::string> wrong_directory(std::string_view line)
-{
-    if (line.front() != '/')
-        return fmt::format("{} is not an absolute path; begin it with /", shown(line));
-    if (line == "/")
-        return "the root directory cannot be listed (nothing below it would match); list its directories";
-    if (line.back() == '/')
-        return fmt::format("{} ends in / and would match nothing; leave the / out", shown(line));
-    const std::string path = fmt::format("{}/", line);
-    for (const std::string_view part : {"//", "/./", "/../"}) {
-        if (path.find(part) != std::string::npos)
-            return fmt::format("{} would match nothing, as paths are resolved; leave {} out", shown(line),
-                               shown(part.substr(1)));
-    }
-    return std::nullopt;
-}
-
-/// The engine takes what stands before the first ":", so a word can explain the number.
-std::optional<std::string> wrong_status(std::string_view line)
-{
-    if (number(line.substr(0, line.find(':'))))
-        return std::nullopt;
-    return fmt::format("{} does not begin with a number from 0 to {}; write 1, 2 or 3, as in 3:enforce",
-                       shown(line), INT32_MAX);
-}
-
-std::optional<std::string> wrong_audit_switch(std::string_view line)
-{
-    const auto colon = line.find(':');
-    if (colon == std::string_view::npos)
-        return fmt::format("{} has no value; write INDEX:VALUE, as in 2:1", shown(line));
-    const auto index = number(line.substr(0, colon));
-    if (!index || *index > static_cast<std::int32_t>(last_audit_switch))
-        return fmt::format("{} does not begin with an index from 0 to {}; write INDEX:VALUE, as in 2:1",
-                           shown(line), last_audit_switch);
-    const std::string_view rest = line.substr(colon + 1);
-    if (!number(rest.substr(0, rest.find(':'))))
-        return fmt::format("{} has no number behind its index; write 0, 1 or 2, as in 2:1", shown(line));
-    return std::nullopt;
-}
-
-std::optional<std::string> wrong_module_switches(std::string_view line)
-{
-    if (line.size() >= module_switch_count)
-        return std::nullopt;
-    return fmt::format("{} has fewer than {} characters and would be ignored; write one for each switch, "
-                       "2 for on, as in 2000",
-                       shown(line), module_switch_count);
-}
-
-std::optional<std::string> wrong_line(const policy_file& file, std::string_view line)
-{
-    if (line.size() > file.longest_line)
-        return fmt::format("{} characters, and the engine takes {}; shorten the line", line.size(),
-                           file.longest_line);
-    if (blanks.find(line.back()) != std::string_view::npos)
-        return "ends in a blank, which would count as a part of the line; remove it";
-    if (line[line.find_first_not_of(blanks)] == '#' && line.front() != '#')
-        return "a comment begins in the first column; remove the blanks before #";
-    switch (file.kind) {
-    case policy_kind::directories:
-        return wrong_directory(line);
-    case policy_kind::status:
-        return wrong_status(line);
-    case policy_kind::audit_switches:
-        return wrong_audit_switch(line);
-    case policy_kind::module_switches:
-        return wrong_module_switches(line);
-    case policy_kind::programs:
-    case policy_kind::process_names:
-    case policy_kind::rules:
-        return std::nullopt;
-    }
     return std::nullopt;
 }
 

@@ -92,7 +92,7 @@ TEST_F(PolicyBuild, EveryWrongLineIsToldWithFileLineAndReason)
         {"dirctl", "/a\n # b\n", 2, "first column"},
         {"workdir", "/" + std::string(511, 'x') + "\n", 1, "512 characters"},
         {"ptpylist", std::string(512, 'x') + "\n", 1, "512 characters"},
-        {"dac", "fine\n" + std::string(1023, 'x') + "\n", 2, "1023 characters"},
+        {"dac", "/d:alice:4\n/" + std::string(511, 'x') + "\n", 2, "512 characters"},
         {"statlabel", "enforce\n", 1, "number from 0 to 2147483647"},
         {"statlabel", "2147483648\n", 1, "number from 0 to 2147483647"},
         {"statlabel", "-1\n", 1, "number from 0 to 2147483647"},
@@ -102,6 +102,26 @@ TEST_F(PolicyBuild, EveryWrongLineIsToldWithFileLineAndReason)
         {"auditlabel", "2\n", 1, "no value"},
         {"auditlabel", "2:\n", 1, "no number"},
         {"modllabel", "202\n", 1, "fewer than 4 characters"},
+        {"platuser", ":x\n", 1, "no user"},
+        {"sublabel", "alice:0:3:1:1,2\n", 1, "5 fields between colons"},
+        {"sublabel", "a:0:3:1,1:0,0,0,0,0,0,0\n", 1, "as in alice:"},
+        {"sublabel", "a:0:1:1:0,0,0,0,0,0,0,0\na:0:65536:1:0,0,0,0,0,0,0,0\n", 2, "\"65536\" is no confid"},
+        {"sublabel", "a:0:1:1:0,0,0,0,0,0,0,256\n", 1, "\"256\" is no category; write a number from 0"},
+        {"sublabel", ":0:1:1:0,0,0,0,0,0,0,0\n", 1, "no user"},
+        {"objlabel", "/d/:0:1:1:0,0,0,0,0,0,0,0\n", 1, "ends in /"},
+        {"objlabel", "/:0:1:1:0,0,0,0,0,0,0,0\n", 1, "leave the path empty"},
+        {"objlabel", "/d:0:1:x:0,0,0,0,0,0,0,0\n", 1, "\"x\" is no integrity"},
+        {"objlabel", "/" + std::string(511, 'x') + "\n", 1, "512 characters"},
+        {"dac", "/d:alice\n", 1, "write PATH:USER:MASK"},
+        {"dac", "/d::4\n", 1, "no user"},
+        {"dac", "d:alice:4\n", 1, "not an absolute path"},
+        {"priv", "d:alice:4\n", 1, "not an absolute path"},
+        {"priv", "/d:alice:rw\n", 1, "\"rw\" is no mask; write the sum of"},
+        {"priv", "/d:alice:16\n", 1, "no mask"},
+        {"appevp", "/d:/usr/bin/a-program-of-some-length:4\n", 1, "write a-program-of-so"},
+        {"appevp", "/d:/usr/bin/:4\n", 1, "names no program"},
+        {"appevp", "/d:" + std::string(512, 'x') + ":4\n", 1, "a program of 512 characters"},
+        {"appevp", "/" + std::string(511, 'x') + ":*:4\n", 1, "a path of 512 characters"},
     };
     for (const wrong& each : cases) {
         std::filesystem::remove_all(files_.path("src"));
@@ -218,8 +238,8 @@ TEST_F(PolicyBuild, StoredTextHoldsTheLinesThatCount)
     const std::string longest_path = "/" + std::string(510, 'x');
     std::string rules;
     for (int i = 0; i < 500; ++i)
-        rules += fmt::format("user{}:/a/path:rw\n", i);
-    rules += std::string(1022, 'y') + "\n";
+        rules += fmt::format("/a/path:user{}:6\n", i);
+    rules += "/" + std::string(500, 'y') + ":u:15:note\n";
 
     source("workdir", "# comment\n\n   \n/opt/my tools\n" + longest_path); // no line end
     source("dirctl", longest_path + "\n");
@@ -227,6 +247,9 @@ TEST_F(PolicyBuild, StoredTextHoldsTheLinesThatCount)
     source("modllabel", "2x2y\n");
     source("auditlabel", "2:1\n3:2:why\n");
     source("dac", "# " + std::string(5000, 'z') + "\n" + rules);
+    source("appevp", ":*:4\n/srv:/usr/bin/vi:783\n");
+    source("priv", "/srv/:alice:6\n/home/u/.:alice:4\n/:root:0\n");
+    source("objlabel", ":0:65535:0:0,0,0,0,0,0,0,255\n");
     source("platuser", "");
     const outcome got = build();
     ASSERT_EQ(got.status, 0) << got.err;
@@ -237,6 +260,9 @@ TEST_F(PolicyBuild, StoredTextHoldsTheLinesThatCount)
     EXPECT_EQ(decoded("modllabel"), "2x2y\n");
     EXPECT_EQ(decoded("auditlabel"), "2:1\n3:2:why\n");
     EXPECT_EQ(decoded("dac"), rules);
+    EXPECT_EQ(decoded("appevp"), ":*:4\n/srv:/usr/bin/vi:783\n");
+    EXPECT_EQ(decoded("priv"), "/srv/:alice:6\n/home/u/.:alice:4\n/:root:0\n");
+    EXPECT_EQ(decoded("objlabel"), ":0:65535:0:0,0,0,0,0,0,0,255\n");
     EXPECT_EQ(built("platuser"), "");
     // The engine decodes in pieces: a line end or padding inside the run would lose what follows.
     const std::string run = built("dac");
