@@ -1,5 +1,8 @@
 #include "enforce/file_check.h"
 
+#include <string>
+#include <vector>
+
 #include "enforce/label_test.h"
 #include "platform/user/faults.h"
 #include "tests/enforce/file_machine.h"
@@ -8,150 +11,123 @@ namespace {
 
 struct file_row {
     const char* what;
-    policy_files policy;
+    std::string policy; // what differs from that of a file_machine
     const char* event;
     int result;
-    const char* reported = "";
+    const char* reported = ""; // "KIND VERDICT, …" of the event's path, or "KIND VERDICT PATH, …"
     const char* user = "alice";
 };
+
+/// The records in full.
+std::string expected_records(const file_row& row)
+{
+    std::string path = row.event;
+    path.erase(0, path.rfind(' ') + 1);
+    if (path.ends_with('+') || path.ends_with('/'))
+        path.pop_back();
+    std::string all;
+    std::istringstream records(row.reported);
+    for (std::string record; std::getline(records >> std::ws, record, ',');)
+        all += (all.empty() ? "" : ", ") + record +
+               (record.find('/') == std::string::npos ? " " + path : "") + " " +
+               (*row.user == '\0' ? "SYSTEM" : row.user) + " viewer";
+    return all;
+}
 
 void run(const std::vector<file_row>& rows)
 {
     for (const file_row& row : rows) {
         SCOPED_TRACE(row.what);
         file_machine m;
-        for (const auto& [file, text] : row.policy)
-            m.encoded(file, text);
+        m.policy(row.policy);
         m.start("viewer", row.user);
         EXPECT_EQ(m.act(row.event), row.result);
-        std::string expected;
-        std::istringstream records(row.reported); // without who it was
-        for (std::string record; std::getline(records, record, ',');)
-            expected += (expected.empty() ? record : "," + record) + " " +
-                        (*row.user == '\0' ? "SYSTEM" : row.user) + " viewer";
-        EXPECT_EQ(m.reported(), expected);
+        EXPECT_EQ(m.reported(), expected_records(row));
         EXPECT_EQ(m.log(), "");
     }
 }
 
-constexpr const char* zeros = ":0:1:1:0,0,0,0,0,0,0,0";
+const std::string labels = "sublabel=alice:0:1:1:0,0,0,0,0,0,0,0 objlabel=/srv:0:1:1:0,0,0,0,0,0,0,0";
 
 TEST(file_check, the_first_that_grants_all_of_it_decides_and_reports_what_it_must)
 {
-    const std::string alice = std::string("alice") + zeros, srv = std::string("/srv") + zeros;
-    const std::pair<const char*, const char*> subject = {"sublabel", alice.c_str()};
-    const std::pair<const char*, const char*> object = {"objlabel", srv.c_str()};
+    const char* const event = "file:4 /srv/f";
     run({
-        {"nothing grants", {}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
-        {"program rule", {{"appevp", "/srv:/bin/viewer:4"}}, "file:4 /srv/f", 0, "pcau 1 /srv/f"},
-        {"another program's", {{"appevp", "/srv:ed:4"}}, "file:4 /srv/f", -1, "faau 0 /srv/f, pcau 0 /srv/f"},
-        {"a rule that lacks it",
-         {{"appevp", "/srv:*:2"}},
-         "file:4 /srv/f",
-         -1,
-         "faau 0 /srv/f, pcau 2 /srv/f"},
-        {"overruled by a privilege",
-         {{"appevp", "/srv:*:2"}, {"priv", "/srv:alice:4"}},
-         "file:4 /srv/f",
-         0,
-         "pcau 2 /srv/f"},
-        {"also without a rule for it",
-         {{"appevp", "/srv:ed:2"}, {"priv", "/s:alice:4"}},
-         "file:4 /srv/f",
-         0,
-         "pcau 0 /srv/f"},
-        {"overruled by a rule",
-         {{"appevp", "/srv:*:2"}, {"dac", "/srv:alice:4"}},
-         "file:4 /srv/f",
-         0,
-         "faau 1 /srv/f, pcau 2 /srv/f"},
-        {"privilege", {{"priv", "/srv:alice:4"}}, "file:4 /srv/f", 0},
-        {"a privilege that lacks it", {{"priv", "/srv:alice:4"}}, "file:6 /srv/f", -1, "faau 0 /srv/f"},
-        {"one that lacks execution", {{"priv", "/srv:alice:4"}}, "file:1 /srv/f", -1, "faau 0 /srv/f"},
-        {"discretionary rule", {{"dac", "/srv:alice:6"}}, "file:4 /srv/f", 0, "faau 1 /srv/f"},
-        {"whatever the labels",
-         {{"dac", "/srv:alice:4"}, subject, {"objlabel", "/srv:0:9:9:0,0,0,0,0,0,0,0"}},
-         "file:4 /srv/f",
-         0,
-         "faau 1 /srv/f"},
-        {"a rule that lacks it", {{"dac", "/srv:alice:2"}}, "file:4 /srv/f", -1, "faau 2 /srv/f"},
-        {"overruled by labels",
-         {{"dac", "/srv:alice:2"}, subject, object},
-         "file:4 /srv/f",
-         0,
-         "faau 1 /srv/f"},
-        {"labels", {subject, object}, "file:4 /srv/f", 0, "faau 1 /srv/f"},
-        {"no object label", {subject}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
-        {"no subject label", {object}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
-        {"nobody's process", {{"dac", "/srv:system:4"}}, "file:4 /srv/f", 0, "faau 1 /srv/f", ""},
+        {"nothing grants", "", event, -1, "faau 0"},
+        {"program rule", "appevp=/srv:/bin/viewer:4", event, 0, "pcau 1"},
+        {"another program's", "appevp=/srv:editor:4", event, -1, "faau 0, pcau 0"},
+        {"a program rule that lacks it", "appevp=/srv:*:2", event, -1, "faau 0, pcau 2"},
+        {"overruled by a privilege", "appevp=/srv:*:2 priv=/srv:alice:4", event, 0, "pcau 2"},
+        {"another program's, likewise", "appevp=/srv:editor:4 priv=/s:alice:4", event, 0, "pcau 0"},
+        {"overruled by a rule", "appevp=/srv:*:2 dac=/srv:alice:4", event, 0, "faau 1, pcau 2"},
+        {"privilege", "priv=/srv:alice:4", event, 0},
+        {"a privilege that lacks it", "priv=/srv:alice:4", "file:6 /srv/f", -1, "faau 0"},
+        {"one that lacks execution", "priv=/srv:alice:4", "file:1 /srv/f", -1, "faau 0"},
+        {"rule", "dac=/srv:alice:6", event, 0, "faau 1"},
+        {"whatever the labels", "dac=/srv:alice:4 objlabel=/srv:0:9:9:0,0,0,0,0,0,0,0", event, 0, "faau 1"},
+        {"a rule that lacks it", "dac=/srv:alice:2", event, -1, "faau 2"},
+        {"overruled by labels", "dac=/srv:alice:2 " + labels, event, 0, "faau 1"},
+        {"labels", labels, event, 0, "faau 1"},
+        {"no object label", labels + " objlabel=", event, -1, "faau 0"},
+        {"no subject label", labels + " sublabel=", event, -1, "faau 0"},
+        {"nobody's process", "dac=/srv:system:4", event, 0, "faau 1", ""},
     });
 }
 
 TEST(file_check, status_and_switches_decide_what_is_checked_and_reported)
 {
+    const char* const event = "file:4 /srv/f";
     run({
-        {"outside", {}, "file:4 /srv2/f", 0},
-        {"the directory itself", {}, "inode:2 /srv/", -1, "faau 0 /srv"},
-        {"file control off", {{"modllabel", "2202"}}, "file:4 /srv/f", 0},
-        {"system off", {{"statlabel", "1"}}, "file:4 /srv/f", 0},
-        {"observing", {{"statlabel", "2"}}, "file:4 /srv/f", 0, "faau 0 /srv/f"},
-        {"no status", {{"statlabel", "0"}}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
-        {"unknown status", {{"statlabel", "4"}}, "file:4 /srv/f", -1, "faau 0 /srv/f"},
-        {"only refusals, refused",
-         {{"auditlabel", "2:1\n3:1"}, {"appevp", "/srv:*:2"}},
-         "file:4 /srv/f",
-         -1,
-         "faau 0 /srv/f, pcau 2 /srv/f"},
-        {"only refusals, allowed",
-         {{"auditlabel", "2:1\n3:1"}, {"appevp", "/srv:*:2"}, {"dac", "/srv:alice:4"}},
-         "file:4 /srv/f",
-         0},
-        {"only refusals, allowed by program",
-         {{"auditlabel", "2:1\n3:1"}, {"appevp", "/srv:*:4"}},
-         "file:4 /srv/f",
-         0},
-        {"program records only",
-         {{"auditlabel", "3:2"}, {"appevp", "/srv:*:2"}},
-         "file:4 /srv/f",
-         -1,
-         "pcau 2 /srv/f"},
-        {"unknown values", {{"auditlabel", "2:3\n3:3"}, {"appevp", "/srv:*:2"}}, "file:4 /srv/f", -1},
+        {"outside", "", "file:4 /srv2/f", 0},
+        {"the directory itself", "", "inode:2 /srv/", -1, "faau 0"},
+        {"file control off", "modllabel=2202", event, 0},
+        {"system off", "statlabel=1", event, 0},
+        {"observing", "statlabel=2", event, 0, "faau 0"},
+        {"no status", "statlabel=0", event, -1, "faau 0"},
+        {"unknown status", "statlabel=4", event, -1, "faau 0"},
+        {"only refusals, refused", "auditlabel=2:1\n3:1 appevp=/srv:*:2", event, -1, "faau 0, pcau 2"},
+        {"allowed", "auditlabel=2:1\n3:1 appevp=/srv:*:2 dac=/srv:alice:4", event, 0},
+        {"allowed by program", "auditlabel=2:1\n3:1 appevp=/srv:*:4", event, 0},
+        {"program records only", "auditlabel=3:2 appevp=/srv:*:2", event, -1, "pcau 2"},
+        {"unknown values", "auditlabel=2:3\n3:3 appevp=/srv:*:2", event, -1},
     });
 }
 
 TEST(file_check, each_event_asks_for_its_own_bits)
 {
-    const policy_files open = {{"dac", "/srv:alice:1023"}}, reads = {{"dac", "/srv:alice:4"}},
-                       writes = {{"dac", "/srv:alice:2"}}, removes = {{"dac", "/srv:alice:256"}};
+    const char* const reads = "dac=/srv:alice:4";
+    const char* const writes = "dac=/srv:alice:2";
+    const char* const removes = "dac=/srv:alice:256";
+    const char* const all = "dac=/srv:alice:1023";
     run({
-        {"renaming inside, silently", open, "rename /srv/a /srv/b+", -1},
-        {"while observing", {{"statlabel", "2"}}, "rename /srv/a /srv/b+", 0},
-        {"renaming into", open, "rename /opt/a /srv/b+", -1},
-        {"out of", open, "rename /srv/a /opt/b+", -1},
-        {"elsewhere", open, "rename /opt/a /opt/b+", 0},
-        {"link into", {}, "link /opt/a /srv/b+", 0, "faau 0 /srv/b"},
-        {"link out of", {}, "link /srv/a /opt/b+", 0},
-        {"link inside", {}, "link /srv/a /srv/b+", -1, "faau 0 /srv/b, faau 0 /srv/a"},
-        {"link by rule", writes, "link /srv/a /srv/b+", 0, "faau 1 /srv/b"},
-        {"create", writes, "create /srv/a+", 0, "faau 1 /srv/a"},
-        {"create by a reader", reads, "create /srv/a+", -1, "faau 2 /srv/a"},
-        {"symlink", writes, "symlink /srv/a+", 0, "faau 1 /srv/a"},
-        {"mkdir", writes, "mkdir /srv/a+", 0, "faau 1 /srv/a"},
-        {"unlink", removes, "unlink /srv/a", 0, "faau 1 /srv/a"},
-        {"unlink by a writer", writes, "unlink /srv/a", -1, "faau 2 /srv/a"},
-        {"rmdir", removes, "rmdir /srv/a/", 0, "faau 1 /srv/a"},
-        {"rmdir by a writer", writes, "rmdir /srv/a/", -1, "faau 2 /srv/a"},
-        {"opening is reading", reads, "file:0x20 /srv/f", 0, "faau 1 /srv/f"},
-        {"and stays what it was", reads, "file:0x22 /srv/f", -1, "faau 2 /srv/f"},
-        {"the bit above it, too", reads, "file:0x40 /srv/f", 0, "faau 1 /srv/f"},
-        {"access is writing", reads, "inode:0x10 /srv/f", -1, "faau 2 /srv/f"},
-        {"access is writing", writes, "inode:0x10 /srv/f", 0, "faau 1 /srv/f"},
-        {"appending is not writing", writes, "file:8 /srv/f", -1, "faau 2 /srv/f"},
-        {"an empty mask", {{"dac", "/srv:alice:0"}}, "file:0 /srv/f", 0, "faau 1 /srv/f"},
-        {"reading a directory", {}, "inode:4 /srv/d/", 0},
-        {"searching it", {}, "inode:1 /srv/d/", 0},
-        {"both", {}, "inode:5 /srv/d/", -1, "faau 0 /srv/d"},
-        {"reading a file", {}, "inode:4 /srv/d", -1, "faau 0 /srv/d"},
+        {"renaming inside, silently", all, "rename /srv/a /srv/b+", -1},
+        {"while observing", "statlabel=2", "rename /srv/a /srv/b+", 0},
+        {"renaming into", all, "rename /opt/a /srv/b+", -1},
+        {"out of", all, "rename /srv/a /opt/b+", -1},
+        {"elsewhere", all, "rename /opt/a /opt/b+", 0},
+        {"link into", "", "link /opt/a /srv/b+", 0, "faau 0"},
+        {"link out of", "", "link /srv/a /opt/b+", 0},
+        {"link inside", "", "link /srv/a /srv/b+", -1, "faau 0, faau 0 /srv/a"},
+        {"link by rule", writes, "link /srv/a /srv/b+", 0, "faau 1"},
+        {"create", writes, "create /srv/a+", 0, "faau 1"},
+        {"create by a reader", reads, "create /srv/a+", -1, "faau 2"},
+        {"symlink", writes, "symlink /srv/a+", 0, "faau 1"},
+        {"mkdir", writes, "mkdir /srv/a+", 0, "faau 1"},
+        {"unlink", removes, "unlink /srv/a", 0, "faau 1"},
+        {"unlink by a writer", writes, "unlink /srv/a", -1, "faau 2"},
+        {"rmdir", removes, "rmdir /srv/a/", 0, "faau 1"},
+        {"rmdir by a writer", writes, "rmdir /srv/a/", -1, "faau 2"},
+        {"opening is reading", reads, "file:0x20 /srv/f", 0, "faau 1"},
+        {"and stays what it was", reads, "file:0x22 /srv/f", -1, "faau 2"},
+        {"the bit above it, too", reads, "file:0x40 /srv/f", 0, "faau 1"},
+        {"asking is writing", reads, "inode:0x10 /srv/f", -1, "faau 2"},
+        {"for a writer", writes, "inode:0x10 /srv/f", 0, "faau 1"},
+        {"appending is not writing", writes, "file:8 /srv/f", -1, "faau 2"},
+        {"an empty mask", "dac=/srv:alice:0", "file:0 /srv/f", 0, "faau 1"},
+        {"reading a directory", "", "inode:4 /srv/d/", 0},
+        {"searching it", "", "inode:1 /srv/d/", 0},
+        {"both", "", "inode:5 /srv/d/", -1, "faau 0"},
+        {"reading a file", "", "inode:4 /srv/d", -1, "faau 0"},
     });
 }
 
@@ -258,9 +234,7 @@ TEST(file_check, where_both_directories_are_one_only_reading_and_executing_is_le
 TEST(file_check, without_memory_it_allows_what_has_no_path_and_refuses_what_has_no_label)
 {
     file_machine m;
-    m.encoded("sublabel", (std::string("alice") + zeros).c_str());
-    m.encoded("objlabel", (std::string("/srv") + zeros).c_str());
-    m.encoded("appevp", "/srv:other:7");
+    m.policy(labels + " appevp=/srv:other:7");
     m.start("viewer", "alice");
     const platform::live_counts before = platform::live();
     std::string results;

@@ -7,7 +7,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "core/inode_numbers.h"
 #include "platform/user/machine.h"
@@ -35,6 +34,14 @@ struct file_machine : support::machine {
         entries_.clear();
         mount_.reset();
         platform::clear_mounts();
+    }
+
+    /// Policy files that differ: "NAME=TEXT NAME=TEXT …".
+    void policy(const std::string& files)
+    {
+        std::istringstream words(files);
+        for (std::string word; std::getline(words, word, ' ');)
+            encoded(word.substr(0, word.find('=')), word.substr(word.find('=') + 1));
     }
 
     /// Loads the module and connects an agent. A user of "" is none that is known.
@@ -133,8 +140,5 @@ private:
     std::map<std::string, platform::dentry_handle> entries_;
     platform::mount_handle mount_;
 };
-
-/// Policy files that differ from those of a file_machine: name and text.
-using policy_files = std::vector<std::pair<const char*, const char*>>;
 
 #endif

@@ -45,7 +45,7 @@ TEST(first_password, is_set_when_the_password_program_of_that_user_replaces_the_
         bool set;
         const char* user = "alice";
         kernel::u32 state = 1;
-        policy_files policy = {};
+        const char* policy = "";
         int result = 0;
     } cases[] = {
         {"replaced", own, usual, true},
@@ -69,16 +69,15 @@ TEST(first_password, is_set_when_the_password_program_of_that_user_replaces_the_
         {"state 0", own, usual, false, "alice", 0},
         {"another user", arguments({"passwd", "bob"}), usual, false, "bob"},
         {"nobody", own, usual, false, ""},
-        {"refused in the end", own, usual, true, "alice", 1, {{"dirctl", "/etc"}}, -1},
-        {"while observing", own, usual, true, "alice", 1, {{"statlabel", "2"}}},
-        {"system off", own, usual, false, "alice", 1, {{"statlabel", "1"}}},
-        {"file control off", own, usual, false, "alice", 1, {{"modllabel", "2202"}}},
+        {"refused in the end", own, usual, true, "alice", 1, "dirctl=/etc", -1},
+        {"while observing", own, usual, true, "alice", 1, "statlabel=2"},
+        {"system off", own, usual, false, "alice", 1, "statlabel=1"},
+        {"file control off", own, usual, false, "alice", 1, "modllabel=2202"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         password_machine m;
-        for (const auto& [file, text] : c.policy)
-            m.encoded(file, text);
+        m.policy(c.policy);
         m.start_as(c.user, c.arguments, c.state);
         const std::string before = m.state();
         EXPECT_EQ(m.act(c.event), c.result);
