@@ -192,12 +192,15 @@ void lifecycle::retry_waiting()
     any_waiting_.store(!waiting_.empty());
 }
 
-// Its id belongs to another task by now, or it has been killed and has left its stop.
+// A task that has ended need not wait any longer when another one has its id.
 void lifecycle::end_waiting(pid_t task)
 {
-    const auto node = waiting_.extract(task);
-    if (!node.empty() && !WIFSTOPPED(node.mapped()))
-        gone(task, node.mapped());
+    const auto found = waiting_.find(task);
+    if (found == waiting_.end() || WIFSTOPPED(found->second))
+        return;
+    const int status = found->second;
+    waiting_.erase(found);
+    gone(task, status);
 }
 
 void lifecycle::end_all()
@@ -211,6 +214,7 @@ void lifecycle::end_all()
 void lifecycle::handle(pid_t task, int status)
 {
     end_waiting(task);
+    waiting_.erase(task); // killed, it has left that stop
     tracee* of;
     {
         const std::lock_guard guard(lock_);

@@ -105,14 +105,20 @@ TEST_F(session_channel, a_record_or_an_answer_does_not_reach_a_foreign_client)
     EXPECT_NE(shown.find("\"" + std::to_string(agent.pid()) + "\":4"), shown.npos) << shown;
 }
 
-TEST_F(session_channel, an_exec_overtakes_its_own_reload)
+/// So many that reading them takes a while.
+std::string many_keys()
 {
-    const fs::path tool = listed("tool", "#!/nowhere\n");
-    // Long lists, so that reading them takes a while.
     std::string keys(60'000 * 4, '\0');
     for (std::size_t i = 0; i < keys.size(); ++i)
         keys[i] = static_cast<char>(i * i >> 7 ^ i % 251);
+    return keys;
+}
+
+TEST_F(session_channel, an_exec_overtakes_its_own_reload)
+{
+    const fs::path tool = listed("tool", "#!/nowhere\n");
     session({}, {}); // writes the policy
+    const std::string keys = many_keys();
     std::ofstream(directory() / "with", std::ios::binary) << keys << read_file(policy() / "whitelist");
     std::ofstream(directory() / "without", std::ios::binary) << keys;
     command steps;
@@ -133,6 +139,18 @@ TEST_F(session_channel, an_exec_overtakes_its_own_reload)
     const std::string port = "123456789";
     const outcome result = run_session(client(steps, port), {"--channel-port", port, "--channel-inside"});
     EXPECT_EQ(result.out, expected) << result.err;
+}
+
+TEST_F(session_channel, a_task_that_waits_for_its_request_is_forgotten)
+{
+    const command supervised =
+        session({python, SORVANIC_SOURCE_DIR "/tests/e2e/request_storm.py", "66666666", "150"},
+                {"--channel-port", "66666666", "--channel-inside"});
+    std::ofstream(policy() / "whitelist", std::ios::binary | std::ios::app) << many_keys();
+    const outcome result = child_process(supervised, directory()).wait();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "done\n");
+    EXPECT_EQ(count_of(kernel_log(), "Username [bob]"), 150u);
 }
 
 TEST_F(session_channel, somebody_is_heard_who_may_not_talk)
