@@ -51,6 +51,14 @@ TEST_F(start, a_policy_that_cannot_be_read_starts)
     EXPECT_EQ(run_session(run).status, 0);
 }
 
+TEST_F(start, a_host_without_netlink_starts)
+{
+    command line = session({victim("exit_with")});
+    line.insert(line.begin(), fs::path(VICTIM_DIRECTORY) / "without_netlink");
+    expect_trouble(child_process(line, directory()).wait(), "NETLINK_USERSOCK: Address family not supported",
+                   "permit AF_NETLINK");
+}
+
 TEST_F(start, garbage_in_policy_files_ends_the_supervisor)
 {
     const fs::path exit_with = victim("exit_with");
