@@ -53,6 +53,9 @@ void add_run(CLI::App& program, std::vector<std::string> command, int& status)
                   "Let the supervised processes talk to it, too: they can then end a phase or reload");
     run->add_option("--log", options->log, "File that gets the kernel log; - is standard error")
         ->type_name("FILE");
+    run->add_flag("--every-io", options->rules.every_io, "Decide each read and write, not only opens");
+    run->add_flag("--allow-namespaces", options->rules.namespaces,
+                  "Let the command change mounts and namespaces (see docs/limits.md)");
     run->add_flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");
 
     run->callback([options, &status] {

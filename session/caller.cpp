@@ -48,6 +48,13 @@ caller::caller(pid_t task, known_task known) : task_(task), known_(std::move(kno
         known_ = ask_for(task);
 }
 
+caller caller::as_real_user() const
+{
+    known_task known = known_;
+    known.rights = std::make_shared<const credentials>(rights().of_real_user());
+    return {task_, std::move(known)};
+}
+
 unique_fd caller::root() const
 {
     return open_proc(task_, "root", O_PATH);

@@ -41,6 +41,9 @@ public:
     /// is and where relative ones begin.
     bool has_own_root() const { return known_.places->own_root.load(); }
 
+    /// The same with the rights that access(2) is about.
+    caller as_real_user() const;
+
     unique_fd root() const;
     unique_fd working_directory() const;
     unique_fd descriptor(int number) const;

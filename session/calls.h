@@ -18,9 +18,9 @@ enum class call_action : unsigned char {
 };
 
 /// Which calls of a number are meant: all, or those with (some of) these bits in an argument, or
-/// those with none of them. Of the argument the lower half counts.
+/// those with none of them, or those with that value. Of the argument the lower half counts.
 struct call_condition {
-    enum class which : unsigned char { all, any_bit, no_bit } when = which::all;
+    enum class which : unsigned char { all, any_bit, no_bit, equal } when = which::all;
     unsigned argument = 0;
     unsigned bits = 0;
 };
@@ -44,6 +44,13 @@ enum hook : unsigned {
     on_kill = 1U << 13,            ///< task_kill
 };
 
+/// In which sessions a rule stands.
+enum class call_scope : unsigned char {
+    always,
+    without_namespaces, ///< unless the tree may change mounts and namespaces
+    every_io,           ///< when each read and write is decided
+};
+
 struct call_rule {
     const char* name;
     int number;
@@ -51,12 +58,21 @@ struct call_rule {
     call_condition condition = {};
     answer (*handler)(notification& call) = nullptr; ///< of the notified ones
     unsigned hooks = no_hook;                        ///< what the handler may ask
+    call_scope scope = call_scope::always;
 };
 
+/// A number may have several rules; the first one that a call meets counts.
 std::span<const call_rule> call_rules();
 
-/// The handler of a call that waits for the session's answer; null when calls like it do not.
+bool stands_in(const call_rule& rule, const session_rules& wanted);
+
+/// The rule of a call that waits for the session's answer; null when calls like it do not, in any
+/// session.
 const call_rule* notified_rule(int number, call_arguments arguments);
+
+/// Whether the kernel may still be at a call that the session has let go on: a signal that interrupts
+/// it then means what it always does.
+bool may_wait_in_kernel(const call_rule& rule);
 
 } // namespace session
 

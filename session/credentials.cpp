@@ -44,20 +44,22 @@ private:
 void read_line(std::string_view name, numbers fields, task_status& into)
 {
     credentials& rights = into.rights;
-    unsigned skipped = 0;
+    unsigned saved_group = 0;
     if (name == "Umask")
         fields.next(into.umask, 8);
     else if (name == "Tgid")
         fields.next(into.process);
     else if (name == "Uid")
-        fields.next(skipped) && fields.next(rights.effective_user) && fields.next(skipped) &&
+        fields.next(rights.real_user) && fields.next(rights.effective_user) && fields.next(into.saved_user) &&
             fields.next(rights.user);
     else if (name == "Gid")
-        fields.next(skipped) && fields.next(rights.effective_group) && fields.next(skipped) &&
+        fields.next(rights.real_group) && fields.next(rights.effective_group) && fields.next(saved_group) &&
             fields.next(rights.group);
     else if (name == "Groups")
         for (gid_t group = 0; fields.next(group);)
             rights.groups.push_back(group);
+    else if (name == "CapPrm")
+        fields.next(rights.permitted, 16);
     else if (name == "CapEff")
         fields.next(rights.capabilities, 16);
 }
@@ -74,6 +76,17 @@ void set_capabilities(std::uint64_t effective)
 }
 
 } // namespace
+
+credentials credentials::of_real_user() const
+{
+    credentials real = *this;
+    if (real_user == user && real_group == group && real_user == effective_user)
+        return real;
+    real.user = real.effective_user = real_user;
+    real.group = real.effective_group = real_group;
+    real.capabilities = real_user == 0 ? permitted : 0;
+    return real;
+}
 
 std::optional<task_status> read_status(pid_t task)
 {
@@ -104,7 +117,8 @@ const credentials& own_credentials()
 {
     static const credentials own = [] {
         const auto status = read_status(getpid());
-        return status ? status->rights : credentials{geteuid(), geteuid(), getegid(), getegid(), {}, 0};
+        return status ? status->rights
+                      : credentials{getuid(), geteuid(), geteuid(), getgid(), getegid(), getegid(), {}, 0, 0};
     }();
     return own;
 }

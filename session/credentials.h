@@ -13,14 +13,20 @@ namespace session {
 
 /// What a task may do to files is judged by these.
 struct credentials {
+    uid_t real_user;
     uid_t effective_user;
     uid_t user; ///< for files; the effective one nearly always
+    gid_t real_group;
     gid_t effective_group;
     gid_t group;
     std::vector<gid_t> groups;
     std::uint64_t capabilities; ///< effective ones, a bit each
+    std::uint64_t permitted;    ///< capabilities that can be made effective
 
     bool has(int capability) const { return (capabilities >> capability & 1) != 0; }
+    /// The rights that access(2) is about: those of whoever started a setuid program.
+    credentials of_real_user() const;
+
     bool operator==(const credentials&) const = default;
 };
 
@@ -29,6 +35,7 @@ struct task_status {
     credentials rights;
     mode_t umask;
     pid_t process; ///< its thread group
+    uid_t saved_user;
 };
 
 /// Nothing when the task is gone.

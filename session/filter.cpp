@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <utility>
 
 #include "session/calls.h"
 
@@ -49,17 +50,20 @@ unsigned result_of(call_action action)
 
 } // namespace
 
-std::vector<sock_filter> filter_program()
+std::vector<sock_filter> filter_program(const session_rules& rules)
 {
+    const sock_filter load_number = load(offsetof(seccomp_data, nr));
     std::vector<sock_filter> program = {
         load(offsetof(seccomp_data, arch)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AUDIT_ARCH_X86_64, 1, 0),
         give(fail_with(ENOSYS)),
-        load(offsetof(seccomp_data, nr)),
+        load_number,
         unless(BPF_JGE, first_x32_number, 1),
         give(fail_with(ENOSYS)),
     };
     for (const call_rule& rule : call_rules()) {
+        if (!stands_in(rule, rules))
+            continue;
         const auto number = static_cast<unsigned>(rule.number);
         const sock_filter result = give(result_of(rule.action));
         const call_condition& condition = rule.condition;
@@ -69,11 +73,11 @@ std::vector<sock_filter> filter_program()
         }
         // The low half of the argument: the kernel looks at no more.
         const std::size_t half = offsetof(seccomp_data, args) + condition.argument * sizeof(std::uint64_t);
-        const sock_filter allow = give(SECCOMP_RET_ALLOW);
-        const bool any = condition.when == call_condition::which::any_bit;
-        program.insert(program.end(),
-                       {unless(BPF_JEQ, number, 4), load(half), unless(BPF_JSET, condition.bits, 1),
-                        any ? result : allow, any ? allow : result});
+        const bool equal = condition.when == call_condition::which::equal;
+        sock_filter test = unless(equal ? BPF_JEQ : BPF_JSET, condition.bits, 1);
+        if (condition.when == call_condition::which::no_bit)
+            std::swap(test.jt, test.jf);
+        program.insert(program.end(), {unless(BPF_JEQ, number, 4), load(half), test, result, load_number});
     }
     program.push_back(give(SECCOMP_RET_ALLOW));
     return program;

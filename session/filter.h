@@ -5,11 +5,13 @@
 
 #include <vector>
 
+#include "session/notification.h"
+
 namespace session {
 
 /// The table of calls (calls.h) as a seccomp program. Calls of a foreign architecture and of the
 /// x32 numbering are absent: their numbers mean other calls.
-std::vector<sock_filter> filter_program();
+std::vector<sock_filter> filter_program(const session_rules& rules);
 
 } // namespace session
 

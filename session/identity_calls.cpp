@@ -1,5 +1,7 @@
 #include <sched.h>
 
+#include <cerrno>
+
 #include "session/handlers.h"
 
 namespace session {
@@ -16,30 +18,47 @@ answer handle_umask(notification& call)
     return answer::let_go_on();
 }
 
-answer handle_chroot(notification& call)
+// Only root reads what is not dumpable.
+answer handle_set_dumpable(notification& call)
 {
-    call.parts().tasks.changes_root(call.who().task());
-    return answer::let_go_on();
+    const bool lost = call.argument(1) == 0 && own_credentials().effective_user != 0;
+    return lost ? answer::succeed() : answer::let_go_on();
 }
 
 answer handle_unshare(notification& call)
 {
+    constexpr unsigned namespaces = CLONE_NEWNS | CLONE_NEWUSER;
     known_tasks& tasks = call.parts().tasks;
+    const pid_t task = call.who().task();
     const auto flags = static_cast<unsigned>(call.argument(0));
+    if ((flags & namespaces) != 0 && !call.parts().rules.namespaces)
+        return answer::fail(EPERM);
     // Both of the latter imply the first.
-    if ((flags & (CLONE_FS | CLONE_NEWNS | CLONE_NEWUSER)) != 0)
-        tasks.unshares_places(call.who().task());
+    if ((flags & (CLONE_FS | namespaces)) != 0)
+        tasks.unshares_places(task);
     if ((flags & CLONE_NEWNS) != 0)
-        tasks.changes_root(call.who().task());
+        tasks.changes_root(task);
     if ((flags & CLONE_NEWUSER) != 0)
-        tasks.changes_rights(call.who().task());
+        tasks.changes_rights(task);
     return answer::let_go_on();
 }
 
 answer handle_setns(notification& call)
 {
+    constexpr int harmless =
+        CLONE_NEWCGROUP | CLONE_NEWIPC | CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWTIME | CLONE_NEWUTS;
+    const int kind = call.number(1);
+    // Without a kind it is whatever the descriptor is of.
+    if ((kind == 0 || (kind & ~harmless) != 0) && !call.parts().rules.namespaces)
+        return answer::fail(EPERM);
     call.parts().tasks.changes_root(call.who().task());
     call.parts().tasks.changes_rights(call.who().task());
+    return answer::let_go_on();
+}
+
+answer handle_pivot_root(notification& call)
+{
+    call.parts().tasks.changes_root(call.who().task());
     return answer::let_go_on();
 }
 

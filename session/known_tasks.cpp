@@ -24,7 +24,7 @@ void known_tasks::begin_event(pid_t task)
         const std::lock_guard guard(lock_);
         const auto found = tasks_.find(task);
         if (found != tasks_.end())
-            found->second.interrupted = false;
+            found->second.in_kernel = -1;
     }
     settle_requests_of(task);
 }
@@ -57,7 +57,7 @@ void known_tasks::born(pid_t parent, unsigned long flags, pid_t child)
 {
     const std::lock_guard guard(lock_);
     known_task made = tasks_[parent];
-    made.interrupted = false;
+    made.in_kernel = -1;
     if ((flags & CLONE_THREAD) == 0)
         made.process = child;
     if ((flags & CLONE_FS) == 0)
@@ -103,17 +103,17 @@ void known_tasks::changes_root(pid_t task)
     tasks_[task].places->own_root.store(true);
 }
 
-void known_tasks::set_interrupted(pid_t task)
+void known_tasks::goes_to_kernel(pid_t task, int number)
 {
     const std::lock_guard guard(lock_);
-    tasks_[task].interrupted = true;
+    tasks_[task].in_kernel = number;
 }
 
-bool known_tasks::was_interrupted(pid_t task)
+bool known_tasks::is_in_kernel(pid_t task, int number)
 {
     const std::lock_guard guard(lock_);
     const auto found = tasks_.find(task);
-    return found != tasks_.end() && found->second.interrupted;
+    return found != tasks_.end() && found->second.in_kernel == number;
 }
 
 void known_tasks::unshares_places(pid_t task)

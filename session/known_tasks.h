@@ -23,7 +23,7 @@ struct known_task {
     pid_t process = 0;                         ///< its thread group; 0: not known
     std::shared_ptr<const credentials> rights; ///< null: not known
     std::shared_ptr<shared_places> places = std::make_shared<shared_places>();
-    bool interrupted = false; ///< its last call was ended for a signal, by the session
+    int in_kernel = -1; ///< the number of its last call, if a signal may find that in the kernel itself
 };
 
 /// What the session knows of its tasks, because asking /proc costs more than most decisions. A task
@@ -49,11 +49,11 @@ public:
     void changes_root(pid_t task);
     void unshares_places(pid_t task);
 
-    /// A call is about to be answered with an error of the kernel's own, for a signal that is pending.
-    void set_interrupted(pid_t task);
+    /// What a signal does to the call of that number is the kernel's own affair from now on.
+    void goes_to_kernel(pid_t task, int number);
 
     /// Whether that was the last call of the task.
-    bool was_interrupted(pid_t task);
+    bool is_in_kernel(pid_t task, int number);
 
 private:
     std::mutex lock_;

@@ -76,9 +76,9 @@ int install(const std::vector<sock_filter>& program)
                                     &filter));
 }
 
-int install_filter_here()
+int install_filter_here(const session_rules& rules)
 {
-    const std::vector<sock_filter> program = filter_program();
+    const std::vector<sock_filter> program = filter_program(rules);
     int listener = install(program);
     // Who is not privileged must give up setuid programs first.
     if (listener < 0 && errno == EACCES && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0)
@@ -96,11 +96,11 @@ bool told_to(int channel, char step)
     return got == 1 && told == step;
 }
 
-[[noreturn]] void be_command(int channel, const std::vector<std::string>& command)
+[[noreturn]] void be_command(int channel, const std::vector<std::string>& command, const session_rules& rules)
 {
     if (!told_to(channel, step_filter))
         _exit(exit_failure);
-    const int listener = install_filter_here();
+    const int listener = install_filter_here(rules);
     send_result(channel, listener < 0 ? errno : 0, listener);
     if (listener < 0 || !told_to(channel, step_start))
         _exit(exit_failure);
@@ -148,7 +148,8 @@ std::string filter_trouble(int error)
 
 } // namespace
 
-launcher::launcher(const std::vector<std::string>& command, const supervisor_signals& signals)
+launcher::launcher(const std::vector<std::string>& command, const supervisor_signals& signals,
+                   const session_rules& rules)
 {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
@@ -161,7 +162,7 @@ launcher::launcher(const std::vector<std::string>& command, const supervisor_sig
     if (pid_ == 0) {
         channel_.reset();
         signals.restore();
-        be_command(far_end.get(), command);
+        be_command(far_end.get(), command, rules);
     }
 }
 

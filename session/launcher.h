@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/user/unique_fd.h"
+#include "session/notification.h"
 #include "session/terminal.h"
 
 namespace session {
@@ -19,7 +20,8 @@ using platform::unique_fd;
 class launcher {
 public:
     /// Forks it; it waits, with the signals that the supervisor was started with.
-    launcher(const std::vector<std::string>& command, const supervisor_signals& signals);
+    launcher(const std::vector<std::string>& command, const supervisor_signals& signals,
+             const session_rules& rules);
     ~launcher();
     launcher(const launcher&) = delete;
     launcher& operator=(const launcher&) = delete;

@@ -29,8 +29,9 @@ namespace session {
 
 namespace {
 
-constexpr long options = PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC |
-                         PTRACE_O_TRACEEXIT | PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
+constexpr long trace_options = PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE |
+                               PTRACE_O_TRACEEXEC | PTRACE_O_TRACEEXIT | PTRACE_O_TRACESYSGOOD |
+                               PTRACE_O_EXITKILL;
 
 constexpr int system_call_stop = SIGTRAP | 0x80;
 
@@ -105,7 +106,7 @@ std::string tracing_forbidden(int error)
 lifecycle::lifecycle(pid_t root, pending_execs& pending, refusals& told, known_tasks& known)
     : root_(root), pending_(pending), told_(told), known_(known), tracer_(pthread_self())
 {
-    if (ptrace(PTRACE_SEIZE, root, nullptr, options) != 0)
+    if (ptrace(PTRACE_SEIZE, root, nullptr, trace_options) != 0)
         throw trouble(tracing_forbidden(errno));
     tracees_[root].born = true;
 }
@@ -385,8 +386,8 @@ void lifecycle::signal_delivery(pid_t task, const tracee& of, int signal)
         ptrace(PTRACE_GETREGS, task, nullptr, &registers) == 0) {
         const unsigned long long arguments[] = {registers.rdi, registers.rsi, registers.rdx,
                                                 registers.r10, registers.r8,  registers.r9};
-        if (notified_rule(static_cast<int>(registers.orig_rax), arguments) != nullptr &&
-            !known_.was_interrupted(task))
+        const auto number = static_cast<int>(registers.orig_rax);
+        if (notified_rule(number, arguments) != nullptr && !known_.is_in_kernel(task, number))
             ptrace(PTRACE_POKEUSER, task, result_offset, restart_always);
     }
     resume(task, of, signal);

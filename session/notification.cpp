@@ -23,12 +23,17 @@ passed_name notification::name(int which) const
 {
     passed_name passed;
     passed.error = read_name(who_.task(), argument(which), passed.text);
+    if (passed.error == EFAULT)
+        unreadable_ |= !may_read_memory(who_.task());
     return passed;
 }
 
 bool notification::read(std::uint64_t address, void* into, std::size_t size) const
 {
-    return read_memory(who_.task(), address, into, size);
+    const bool done = read_memory(who_.task(), address, into, size);
+    if (!done)
+        unreadable_ |= !may_read_memory(who_.task());
+    return done;
 }
 
 kernel::task_struct* notification::task()

@@ -9,6 +9,7 @@
 
 #include "platform/user/tasks.h"
 #include "session/caller.h"
+#include "session/session.h"
 
 namespace session {
 
@@ -23,6 +24,7 @@ struct session_parts {
     refusals& told;
     known_tasks& tasks;
     std::string state_directory; ///< its path, without links
+    session_rules rules;
 };
 
 /// What a call comes to.
@@ -58,15 +60,22 @@ class notification {
 public:
     notification(const seccomp_notif& call, int listener, session_parts& parts);
 
+    int system_call() const { return call_.data.nr; }
     call_arguments arguments() const { return call_.data.args; }
     std::uint64_t argument(int which) const { return call_.data.args[which]; }
     int number(int which) const { return static_cast<int>(call_.data.args[which]); }
+
+    unsigned argument_id(int which) const { return static_cast<unsigned>(call_.data.args[which]); }
 
     /// The text that an argument points at. It may be another one the next time.
     passed_name name(int which) const;
 
     /// Copies an object out of the caller's memory; false when it is not readable there.
     bool read(std::uint64_t address, void* into, std::size_t size) const;
+
+    /// Whether one of these failed because the host does not let the supervisor read the caller: it
+    /// runs a program that may be executed but not read.
+    bool is_unreadable() const { return unreadable_; }
 
     const caller& who() const { return who_; }
 
@@ -86,6 +95,7 @@ private:
     session_parts& parts_;
     caller who_;
     platform::task_handle task_;
+    mutable bool unreadable_ = false;
 };
 
 } // namespace session

@@ -95,7 +95,13 @@ answer notifications::decide(const seccomp_notif& call)
     if (rule == nullptr)
         return answer::fail(ENOSYS);
     notification waiting(call, listener_.get(), parts_);
-    return rule->handler(waiting);
+    answer given = rule->handler(waiting);
+    // Its program was decided as one that nothing is known of.
+    if (waiting.is_unreadable())
+        return answer::let_go_on();
+    if (given.what == answer::kind::go_on && may_wait_in_kernel(*rule))
+        parts_.tasks.goes_to_kernel(static_cast<pid_t>(call.pid), call.data.nr);
+    return given;
 }
 
 void notifications::send(const seccomp_notif& call, answer given)

@@ -13,6 +13,7 @@
 
 #include "platform/kernel/security.h"
 #include "platform/user/machine.h"
+#include "session/directory_change.h"
 #include "session/handlers.h"
 #include "session/pinned.h"
 #include "session/resolve.h"
@@ -148,6 +149,7 @@ answer open_existing(notification& call, unique_fd found, const open_request& wa
 std::optional<answer> create(notification& call, const pinned_object& directory, const std::string& last,
                              const open_request& wanted)
 {
+    const directory_lock alone(directory);
     if (const int error = access_error(call.who(), directory.file, W_OK | X_OK))
         return answer::fail(error);
     if (is_off_limits(directory, call.parts()))

@@ -16,6 +16,12 @@ inline constexpr int exit_failure = 125;   ///< sorvanic itself could not do its
 inline constexpr int exit_refused = 126;   ///< the first program was refused, or cannot be executed
 inline constexpr int exit_not_found = 127; ///< the first program does not exist
 
+/// What a session decides beside what every one does.
+struct session_rules {
+    bool every_io = false;   ///< file_permission at each read and write, too
+    bool namespaces = false; ///< its processes may change mounts and namespaces
+};
+
 struct options {
     std::string policy = "/etc/sorvanic"; ///< the directory that stands at "/etc/sorvanic"
     std::string state;                    ///< local logs and the kernel log; empty: the default directory
@@ -24,6 +30,7 @@ struct options {
     std::uint32_t channel_port = 0;       ///< netlink port id of the agent channel; 0: a free one
     std::vector<uid_t> channel_users;     ///< heard on it beside root and the supervisor's own user
     bool channel_inside = false;          ///< supervised processes are heard, too
+    session_rules rules;                  ///< what is decided, beside what always is
     bool quiet = false;                   ///< no line on standard error for each refusal
     std::vector<std::string> command; ///< program (searched in PATH as execvp does) and arguments; not empty
 };

@@ -141,7 +141,7 @@ answer open_slowly(notification& call, const pinned_object& object, int flags)
         if (!call.still_waits())
             return answer::fail(EINTR);
         if (has_signal(call.who().task())) {
-            call.parts().tasks.set_interrupted(call.who().task());
+            call.parts().tasks.goes_to_kernel(call.who().task(), call.system_call());
             return answer::fail(restart_by_handler);
         }
     }

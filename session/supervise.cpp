@@ -74,7 +74,7 @@ void handle_signal(const siginfo_t& info, int root_handle, pid_t root, lifecycle
 
 int supervise(const options& wanted, engine& module, const supervisor_signals& signals, refusals& told)
 {
-    launcher first(wanted.command, signals);
+    launcher first(wanted.command, signals, wanted.rules);
     const unique_fd root_handle(static_cast<int>(syscall(SYS_pidfd_open, first.pid(), 0)));
     pending_execs pending;
     known_tasks tasks;
@@ -95,7 +95,7 @@ int supervise(const options& wanted, engine& module, const supervisor_signals& s
             log_in(first.pid(), wanted.user, module.port());
         const signal_watch watch(
             [&](const siginfo_t& info) { handle_signal(info, root_handle.get(), first.pid(), tree); });
-        session_parts parts{pending, told, tasks, module.state_directory()};
+        session_parts parts{pending, told, tasks, module.state_directory(), wanted.rules};
         std::optional<notifications> workers;
         // Beside the tracing: the first process can be stopped, by a signal for one, at any step.
         std::jthread starter([&] {

@@ -81,6 +81,26 @@ bool read_memory(pid_t task, std::uint64_t address, void* into, std::size_t size
     return read_bytes(task, address, static_cast<char*>(into), size);
 }
 
+bool may_read_memory(pid_t task)
+{
+    char byte;
+    errno = 0;
+    // Nothing is mapped there, but who may not read is told so first.
+    return read_bytes(task, 0, &byte, 1) || errno == EIO || errno == EFAULT;
+}
+
+bool write_memory(pid_t task, std::uint64_t address, const void* from, std::size_t size)
+{
+    iovec local = {const_cast<void*>(from), size};
+    iovec remote = {reinterpret_cast<void*>(address), size};
+    const auto wanted = static_cast<ssize_t>(size);
+    if (process_vm_writev(task, &local, 1, &remote, 1, 0) == wanted)
+        return true;
+    // Through the task's own permissions only: what it may not write to, no call of its own could.
+    const as_caller rights(task);
+    return process_vm_writev(task, &local, 1, &remote, 1, 0) == wanted;
+}
+
 std::optional<std::string> program_name(pid_t process)
 {
     const unique_fd file = open_proc(process, "auxv", O_RDONLY);

@@ -23,6 +23,12 @@ int read_name(pid_t task, std::uint64_t address, std::string& into);
 /// An object of that size at `address`; false when not all of it may be read.
 bool read_memory(pid_t task, std::uint64_t address, void* into, std::size_t size);
 
+/// Whether the host lets us read its memory at all.
+bool may_read_memory(pid_t task);
+
+/// Copies the other way round.
+bool write_memory(pid_t task, std::uint64_t address, const void* from, std::size_t size);
+
 /// The program name that the kernel gave the task's present program (AT_EXECFN), or nothing.
 std::optional<std::string> program_name(pid_t process);
 

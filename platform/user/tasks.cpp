@@ -213,6 +213,18 @@ task_handle add_task(int pid, int parent, std::string_view comm, kernel::file* p
     return task_handle(hold(made));
 }
 
+task_handle outside_task(int pid, std::string_view comm, kernel::file* program)
+{
+    auto* made = new kernel::task_struct;
+    made->pid = pid;
+    made->group = pid;
+    set_comm(*made, comm);
+    const task_handle first = find_task(first_pid);
+    set_parent(*made, first.get());
+    made->mm = make_mm(program);
+    return task_handle(made);
+}
+
 task_handle find_task(int pid)
 {
     const table_view view;

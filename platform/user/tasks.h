@@ -27,6 +27,10 @@ using task_handle = std::unique_ptr<kernel::task_struct, task_release>;
 /// space) is referenced. Returns null when `pid` is taken.
 task_handle add_task(int pid, int parent, std::string_view comm, kernel::file* program);
 
+/// A task that is not in the table and no part of any lineage but its own, for the time of an event:
+/// somebody whom the driver does not follow. `program` as above.
+task_handle outside_task(int pid, std::string_view comm, kernel::file* program);
+
 /// The task with this id, or null.
 task_handle find_task(int pid);
 

@@ -123,7 +123,12 @@ TEST_F(start, a_session_inside_a_session_starts)
     const fs::path sorvanic = listed("sorvanic", read_file(SORVANIC_PROGRAM));
     // A sanitizer's search for leaks traces as well, and would add that it cannot.
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    const outcome result = run_session({sorvanic, "run", "--policy", policy(), "--state",
+    // Not the outer one's, which is no business of its programs.
+    const fs::path inner_policy = directory() / "inner-policy";
+    fs::create_directory(inner_policy);
+    std::ofstream(inner_policy / "statlabel") << "Mwo=";
+    std::ofstream(inner_policy / "modllabel") << "MjIyMgo=";
+    const outcome result = run_session({sorvanic, "run", "--policy", inner_policy, "--state",
                                         directory() / "inner", "--", victim("exit_with"), "3"});
     expect_trouble(result, "ptrace: Operation not permitted", "outside of");
 }

@@ -1,0 +1,105 @@
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "platform/kernel/security.h"
+#include "platform/user/machine.h"
+#include "session/handlers.h"
+#include "session/pinned.h"
+#include "session/resolve.h"
+
+// Calls that ask for permission only, or that make a directory the place where names begin.
+
+namespace session {
+
+namespace {
+
+constexpr int may_access = 0x10; // the kernel's MAY_ACCESS
+
+bool may(notification& call, const pinned_object& object, int mask)
+{
+    kernel::task_struct* const task = call.task();
+    if (task == nullptr)
+        return false;
+    const platform::event running(task);
+    return platform::call_inode_permission(object.inode(), mask) == 0;
+}
+
+answer access(notification& call, int directory, int name, int mode, int flags)
+{
+    if ((mode & ~(R_OK | W_OK | X_OK)) != 0 ||
+        (flags & ~(AT_EACCESS | AT_SYMLINK_NOFOLLOW | AT_EMPTY_PATH)) != 0)
+        return answer::fail(EINVAL);
+    const passed_name passed = call.name(name);
+    if (passed.error != 0)
+        return answer::fail(passed.error);
+    const caller who = (flags & AT_EACCESS) != 0 ? call.who() : call.who().as_real_user();
+    resolved found = resolve(who, directory, passed.text, flags);
+    if (found.error != 0)
+        return answer::fail(found.error);
+    const pinned_object object = pin(std::move(found.file), who);
+    if (const int error = access_error(who, object.file, mode))
+        return answer::fail(error);
+    if (is_off_limits(object, call.parts()) || !may(call, object, mode | may_access))
+        return answer::fail(EPERM);
+    return answer::succeed();
+}
+
+/// The kernel does it, and names the errors.
+answer enter(notification& call, unique_fd file)
+{
+    if (!file)
+        return answer::let_go_on();
+    const pinned_object object = pin(std::move(file), call.who());
+    if (!object.is_directory() || access_error(call.who(), object.file, X_OK) != 0)
+        return answer::let_go_on();
+    if (is_off_limits(object, call.parts()) || !may(call, object, kernel::may_exec | may_access))
+        return answer::fail(EPERM);
+    return answer::let_go_on();
+}
+
+unique_fd named_directory(notification& call)
+{
+    const passed_name passed = call.name(0);
+    return passed.error != 0 ? unique_fd() : resolve(call.who(), AT_FDCWD, passed.text, 0).file;
+}
+
+} // namespace
+
+answer handle_access(notification& call)
+{
+    return access(call, AT_FDCWD, 0, call.number(1), 0);
+}
+
+answer handle_faccessat(notification& call)
+{
+    return access(call, call.number(0), 1, call.number(2), 0);
+}
+
+answer handle_faccessat2(notification& call)
+{
+    return access(call, call.number(0), 1, call.number(2), call.number(3));
+}
+
+answer handle_chdir(notification& call)
+{
+    return enter(call, named_directory(call));
+}
+
+answer handle_fchdir(notification& call)
+{
+    return enter(call, call.who().descriptor(call.number(0)));
+}
+
+answer handle_chroot(notification& call)
+{
+    answer given = enter(call, named_directory(call));
+    if (given.what == answer::kind::go_on)
+        call.parts().tasks.changes_root(call.who().task());
+    return given;
+}
+
+} // namespace session
