@@ -6,23 +6,11 @@
 #include <ctime>
 
 #include "agent/key_text.h"
+#include "agent/visible.h"
 
 namespace agent {
 
 namespace {
-
-std::string shown(const std::string& text)
-{
-    std::string safe;
-    for (const char byte : text) {
-        const auto code = static_cast<unsigned char>(byte);
-        if (code < 0x20 || code == 0x7f)
-            safe += fmt::format("\\x{:02X}", code);
-        else
-            safe += byte;
-    }
-    return safe;
-}
 
 std::string time_of(std::uint32_t seconds)
 {
@@ -46,21 +34,21 @@ const char* decision_word(std::uint32_t decision)
 
 std::string line(const untp_event& event)
 {
-    return fmt::format("unknown program {} (key {}), started by {} [{}]", shown(event.path),
-                       key_text(event.key), shown(event.process), path_class_word(event.path_class));
+    return fmt::format("unknown program {} (key {}), started by {} [{}]", visible(event.path),
+                       key_text(event.key), visible(event.process), path_class_word(event.path_class));
 }
 
 std::string line(const access_event& event)
 {
     const bool program = event.decided == access_event::by::program_rules;
     return fmt::format("{} {}: user {}, program {}, {} [{}]", program ? "program rule" : "access rule",
-                       decision_word(event.decision), shown(event.user), shown(event.process),
-                       shown(event.path), path_class_word(event.path_class));
+                       decision_word(event.decision), visible(event.user), visible(event.process),
+                       visible(event.path), path_class_word(event.path_class));
 }
 
 std::string line(const plau_event& event)
 {
-    return fmt::format("reload {:#x} asked for by {}", event.mask, shown(event.user));
+    return fmt::format("reload {:#x} asked for by {}", event.mask, visible(event.user));
 }
 
 std::string line(const syst_event& event)

@@ -16,20 +16,6 @@ namespace session {
 
 namespace {
 
-std::string base_directory()
-{
-    if (geteuid() == 0)
-        return "/var/lib/sorvanic";
-    const char* const state = std::getenv("XDG_STATE_HOME");
-    if (state != nullptr && state[0] == '/')
-        return std::string(state) + "/sorvanic";
-    const char* const home = std::getenv("HOME");
-    if (home != nullptr && home[0] == '/')
-        return std::string(home) + "/.local/state/sorvanic";
-    throw trouble(
-        "no directory for the session's logs: neither XDG_STATE_HOME nor HOME is set; name one with --state");
-}
-
 std::string session_name()
 {
     const time_t now = time(nullptr);
@@ -59,10 +45,24 @@ void make(const std::string& path)
 
 } // namespace
 
+std::string default_base_directory()
+{
+    if (geteuid() == 0)
+        return "/var/lib/sorvanic";
+    const char* const state = std::getenv("XDG_STATE_HOME");
+    if (state != nullptr && state[0] == '/')
+        return std::string(state) + "/sorvanic";
+    const char* const home = std::getenv("HOME");
+    if (home != nullptr && home[0] == '/')
+        return std::string(home) + "/.local/state/sorvanic";
+    throw trouble(
+        "no directory for the session's logs: neither XDG_STATE_HOME nor HOME is set; name one with --state");
+}
+
 std::string make_state_directory(const std::string& wanted)
 {
     std::error_code error;
-    std::string path = wanted.empty() ? base_directory() + "/" + session_name()
+    std::string path = wanted.empty() ? default_base_directory() + "/" + session_name()
                                       : std::filesystem::absolute(wanted, error).string();
     make(path + "/log");
     return path;

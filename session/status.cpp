@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "agent/status_files.h"
 #include "core/counters.h"
 #include "platform/user/netlink.h"
 #include "platform/user/sysctl.h"
@@ -116,8 +117,8 @@ void status_board::put(const char* name, std::string text)
 
 void status_board::publish()
 {
-    put("session.json", session_text());
-    for (const char* name : {"proshellmode", "proshelluser"})
+    put(agent::session_file_name, session_text());
+    for (const char* name : {agent::shell_mode_file_name, agent::shell_user_file_name})
         put(name, platform::sysctl_read(std::string("sorvanic/") + name).value_or(""));
 }
 

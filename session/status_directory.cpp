@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "agent/status_files.h"
 #include "session/trouble.h"
 
 namespace session {
@@ -26,14 +27,14 @@ bool write_whole(int fd, const std::string& text)
 
 } // namespace
 
-status_directory::status_directory(const std::string& state) : path_(state + "/status")
+status_directory::status_directory(const std::string& state) : path_(state + "/" + agent::status_directory_name)
 {
     const auto fail = [this](const char* remedy) {
         throw trouble(fmt::format("status directory {}: {}; {}", path_, error_text(errno), remedy));
     };
     if (mkdir(path_.c_str(), 0755) != 0 && errno != EEXIST)
         fail("name another place with --state");
-    const std::string name = path_ + "/port";
+    const std::string name = path_ + "/" + agent::port_file_name;
     port_file_.reset(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, for_reading_and_owner));
     if (!port_file_)
         fail("name another place with --state");

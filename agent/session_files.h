@@ -1,0 +1,75 @@
+#ifndef SORVANIC_AGENT_SESSION_FILES_H
+#define SORVANIC_AGENT_SESSION_FILES_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/channel_client.h"
+#include "platform/user/unique_fd.h"
+
+namespace agent {
+
+/// What a session says of itself at one moment: see docs/formats.md.
+class session_status {
+public:
+    /// Throws failure when that is no status document.
+    explicit session_status(const std::string& document);
+
+    const nlohmann::ordered_json& document() const { return document_; }
+
+    pid_t process() const { return process_; }
+    pid_t agent() const { return agent_; } ///< 0: none is connected
+    /// Messages of this process that have been handled; 0 when it is not among the latest senders.
+    std::uint64_t handled_of(pid_t sender) const;
+    std::uint64_t messages_dropped() const { return messages_dropped_; }
+    std::uint64_t records_dropped() const { return records_dropped_; }
+    int install_status() const { return install_status_; }
+
+private:
+    nlohmann::ordered_json document_;
+    pid_t process_ = 0;
+    pid_t agent_ = 0;
+    std::uint64_t messages_dropped_ = 0;
+    std::uint64_t records_dropped_ = 0;
+    int install_status_ = 0;
+};
+
+/// A session, by its state directory. All it knows it reads from there.
+class session_files {
+public:
+    /// Throws failure when no session lives there, or when this user cannot look.
+    explicit session_files(std::string state);
+
+    const std::string& state() const { return state_; }
+    const channel_address& channel() const { return channel_; }
+
+    /// False as soon as its supervisor is no more, however it ended.
+    bool alive() const;
+
+    /// As last published: at most 100 ms old while the session has nothing to do; what an ended one
+    /// has left, too. Throws failure when there is none, or it is another session's by now.
+    session_status status() const;
+
+    /// The protected-shell switch as its file shows it, without the line end.
+    std::string shell_mode() const;
+    std::string shell_user() const;
+
+private:
+    std::string read(const char* name) const;
+
+    std::string state_;
+    platform::unique_fd port_file_;
+    channel_address channel_ = {};
+};
+
+/// The session with this state directory, or, when `state` is empty, the only one that lives in a
+/// directory below `base`. Throws failure when there is none, or several: it lists them.
+session_files find_session(const std::string& state, const std::string& base);
+
+} // namespace agent
+
+#endif

@@ -1,0 +1,151 @@
+#include "agent/channel_client.h"
+
+#include <gtest/gtest.h>
+#include <linux/netlink.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <random>
+#include <sstream>
+
+#include "agent/background_agent.h"
+#include "agent/failure.h"
+#include "channel/audit_messages.h"
+#include "channel/socket.h"
+#include "platform/user/machine.h"
+#include "platform/user/netlink.h"
+#include "platform/user/tasks.h"
+#include "tests/channel/messages.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+/// A socket of somebody else, at a port id of its own; its messages come from this process, too.
+class stranger {
+public:
+    explicit stranger(std::uint32_t port) : socket_(::socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK))
+    {
+        const sockaddr_nl own = address(port, 0);
+        bound_ = ::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0;
+    }
+    bool bound() const { return bound_; }
+    bool send(const std::string& message, std::uint32_t port, std::uint32_t group = 0) const
+    {
+        const sockaddr_nl to = address(port, group);
+        return ::sendto(socket_.get(), message.data(), message.size(), MSG_DONTWAIT,
+                        reinterpret_cast<const sockaddr*>(&to), sizeof to) >= 0;
+    }
+
+private:
+    static sockaddr_nl address(std::uint32_t port, std::uint32_t group)
+    {
+        sockaddr_nl made = {};
+        made.nl_family = AF_NETLINK;
+        made.nl_pid = port;
+        made.nl_groups = group;
+        return made;
+    }
+
+    platform::unique_fd socket_;
+    bool bound_ = false;
+};
+
+class agent_channel : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!stranger(port + 1).bound())
+            GTEST_SKIP() << "no NETLINK_USERSOCK here";
+    }
+    void TearDown() override
+    {
+        if (m.loaded())
+            m.unload();
+        platform::use_netlink_bus();
+    }
+
+    support::machine m;
+    const std::uint32_t port = 0x40000000 | (std::random_device()() & 0x0ffffff0);
+    const pid_t own = ::getpid();
+};
+
+TEST_F(agent_channel, a_strangers_message_is_taken_for_the_sessions)
+{
+    const std::string record = messages::of_type(19 | 8 << 16, messages::number(1) + messages::number(2));
+    agent::channel_client client({port, own}, own);
+    const stranger session(port);
+    const stranger other(port + 1);
+    ASSERT_TRUE(other.send(record, static_cast<std::uint32_t>(own)));
+    EXPECT_EQ(client.receive(), std::nullopt);
+    ASSERT_TRUE(session.send(record, static_cast<std::uint32_t>(own)));
+    EXPECT_EQ(client.receive(), record);
+
+    // The right port id, but the process that has it now is another one.
+    agent::channel_client wary({port, own + 1}, own + 2);
+    ASSERT_TRUE(session.send(record, static_cast<std::uint32_t>(own + 2)));
+    EXPECT_EQ(wary.receive(), std::nullopt);
+    EXPECT_THROW(agent::channel_client({port, own}, own), agent::failure);
+}
+
+TEST_F(agent_channel, an_overrun_is_not_noticed)
+{
+    agent::channel_client client({port, own}, own);
+    const int small = 0;
+    const int group = 1;
+    ASSERT_EQ(::setsockopt(client.descriptor(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
+    if (::setsockopt(client.descriptor(), SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) != 0)
+        GTEST_SKIP() << "no netlink groups for this user";
+    // A sender that waits for room causes none; one to all members of a group does.
+    const stranger session(port);
+    for (std::uint32_t i = 0; i < 100; ++i)
+        session.send(messages::number(16 + 4) + messages::number(19) + messages::number(0) +
+                         messages::number(0) + messages::number(i),
+                     0, 1);
+    std::uint32_t next = 0;
+    while (const auto message = client.receive())
+        EXPECT_EQ(messages::number_at(*message, 16), next++) << "what found room is not lost";
+    EXPECT_GT(next, 0u);
+    EXPECT_EQ(client.overruns(), 1u);
+}
+
+TEST_F(agent_channel, an_agent_in_the_modules_process_misses_a_record)
+{
+    m.encoded("statlabel", "3");
+    m.encoded("auditlabel", "5:2");
+    platform::set_netlink_port(port);
+    ASSERT_EQ(m.load(), 0);
+    const std::string file = m.real("/records").string();
+    std::string told;
+    {
+        agent::background_agent agent(port,
+                                      agent::record_output(agent::record_output::form::text, file,
+                                                           [&](const std::string& text) { told += text; }),
+                                      [&](const std::string& text) { told += text; });
+        platform::netlink_settle(own);
+        EXPECT_EQ(sorvanic_kernel_socket_process_pid, static_cast<unsigned>(own));
+        const platform::task_handle init = platform::find_task(1);
+        const platform::event reporting(init.get());
+        for (kernel::u32 key = 1; key <= 200; ++key)
+            sorvanic_common_send_untp_message(&key, "/opt/x", "sh");
+        sorvanic_common_send_syst_message(86400, 0);
+    }
+    platform::netlink_pump();
+    EXPECT_EQ(sorvanic_kernel_socket_process_pid, 0u);
+    EXPECT_EQ(told, "");
+    std::ifstream stream(file);
+    int lines = 0;
+    std::string last;
+    for (std::string line; std::getline(stream, line); ++lines)
+        last = line;
+    EXPECT_EQ(lines, 201);
+    EXPECT_TRUE(last.ends_with("Z syst clock set to 1970-01-02T00:00:00Z, from 1970-01-01T00:00:00Z"))
+        << last;
+    m.log();
+}
+
+} // namespace

@@ -1,0 +1,112 @@
+#include "agent/record_output.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "agent/failure.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using form = agent::record_output::form;
+
+class record_output : public testing::Test {
+protected:
+    record_output()
+    {
+        std::string name = (fs::temp_directory_path() / "sorvanic-output.XXXXXX").string();
+        directory = mkdtemp(name.data());
+    }
+    ~record_output() override { fs::remove_all(directory); }
+
+    agent::record_output open(form as)
+    {
+        return {as, (directory / "records").string(),
+                [this](const std::string& text) { told += text + "\n"; }};
+    }
+    void put(agent::record_output& to, std::uint32_t seconds)
+    {
+        to.write(agent::syst_event{seconds, 0},
+                 std::chrono::system_clock::time_point(std::chrono::milliseconds(1007)));
+    }
+    std::string content() const
+    {
+        std::ostringstream text;
+        text << std::ifstream(directory / "records").rdbuf();
+        return text.str();
+    }
+
+    fs::path directory;
+    std::string told;
+};
+
+const std::string first =
+    "1970-01-01T00:00:01.007Z syst clock set to 1970-01-01T00:00:01Z, from 1970-01-01T00:00:00Z\n";
+const std::string second =
+    "1970-01-01T00:00:01.007Z syst clock set to 1970-01-01T00:00:02Z, from 1970-01-01T00:00:00Z\n";
+
+TEST_F(record_output, a_line_that_cannot_be_written_is_lost_without_a_word)
+{
+    fs::create_symlink("/dev/full", directory / "records");
+    agent::record_output out = open(form::text);
+    put(out, 1);
+    put(out, 1);
+    const std::string name = (directory / "records").string();
+    EXPECT_EQ(told, name + ": No space left on device; records are being lost\n");
+    EXPECT_EQ(out.lost(), 2u);
+    fs::remove(directory / "records");
+    out.reopen();
+    told.clear();
+    put(out, 1);
+    put(out, 2);
+    EXPECT_EQ(told, name + " can be written again; 2 records are missing in it\n");
+    EXPECT_EQ(content(), first + second);
+
+    // Where the new file cannot be had, the old one goes on.
+    fs::remove(directory / "records");
+    fs::create_directory(directory / "records");
+    told.clear();
+    out.reopen();
+    EXPECT_NE(told.find("going on in the former file"), std::string::npos) << told;
+    EXPECT_THROW(open(form::text), agent::failure);
+}
+
+TEST_F(record_output, a_torn_line_spoils_the_next_one)
+{
+    rlimit found = {};
+    getrlimit(RLIMIT_FSIZE, &found);
+    signal(SIGXFSZ, SIG_IGN);
+    agent::record_output out = open(form::text);
+    const rlimit tight = {first.size() + 20, found.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &tight);
+    put(out, 1);
+    put(out, 2);
+    setrlimit(RLIMIT_FSIZE, &found);
+    put(out, 2);
+    EXPECT_EQ(content(), first + second.substr(0, 20) + "\n" + second);
+    EXPECT_EQ(out.lost(), 1u);
+    EXPECT_NE(told.find("1 record is missing"), std::string::npos) << told;
+}
+
+TEST_F(record_output, an_object_lacks_what_only_the_agent_knows)
+{
+    agent::record_output out = open(form::json);
+    put(out, 2);
+    out.write(agent::access_event{agent::access_event::by::program_rules, "/p", "vi", "bob", 2, 5},
+              std::chrono::system_clock::time_point(std::chrono::milliseconds(-1)));
+    EXPECT_EQ(
+        content(),
+        R"({"received":"1970-01-01T00:00:01.007Z","kind":"syst","requested":2,"current":0,"kind_number":8})"
+        "\n"
+        R"({"received":"1969-12-31T23:59:59.999Z","kind":"pcau","path":"/p","process":"vi","user":"bob",)"
+        R"("decision":2,"class":5,"kind_number":4,"class_word":"home"})"
+        "\n");
+}
+
+} // namespace
