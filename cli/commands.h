@@ -37,6 +37,14 @@ void add_run(CLI::App& program, std::vector<std::string> command, int& status);
 void add_digest(CLI::App& program, std::vector<std::string> files, int& status);
 void add_policy(CLI::App& program, int& status);
 
+// These talk to a running session.
+void add_agent(CLI::App& program, int& status);
+void add_reload(CLI::App& program, int& status);
+void add_login(CLI::App& program, int& status);
+void add_install_end(CLI::App& program, int& status);
+void add_shell_reset(CLI::App& program, int& status);
+void add_status(CLI::App& program, int& status);
+
 } // namespace cli
 
 #endif

@@ -22,6 +22,8 @@ constexpr const char* examples = R"(Examples:
   sorvanic digest /bin/ls                      what a policy knows a program by
   sorvanic policy build my-policy built        from text files to policy files
   sorvanic run --policy built -- make test     a command and all it starts, under that policy
+  sorvanic agent                               what is refused there, as it happens
+  sorvanic reload whitelist                    a changed policy file, taken over at once
 
 Exit status: 0 done, 1 something failed, 2 the command line makes no sense; `sorvanic run` has
 its own, see `sorvanic run --help`.)";
@@ -92,6 +94,12 @@ int parse_and_run(std::span<char*> arguments)
     cli::add_run(program, given.operands, status);
     cli::add_digest(program, given.operands, status);
     cli::add_policy(program, status);
+    cli::add_agent(program, status);
+    cli::add_status(program, status);
+    cli::add_reload(program, status);
+    cli::add_login(program, status);
+    cli::add_install_end(program, status);
+    cli::add_shell_reset(program, status);
 
     try {
         program.parse(static_cast<int>(given.options.size()), given.options.data());

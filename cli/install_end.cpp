@@ -1,0 +1,44 @@
+#include <CLI/CLI.hpp>
+#include <fmt/core.h>
+
+#include "agent/failure.h"
+#include "cli/commands.h"
+#include "cli/session_access.h"
+
+namespace cli {
+
+namespace {
+
+constexpr const char* help =
+    R"(While an installer works, the programs that it brings along may run. This ends that: from then on
+they need a place on a list like all others, and another installer may start. What was installed is
+listed in the session's state directory, in log/swinstall.log and log/swinstall_exec.log.
+
+Only a session that permits installations (2 in its installlabel) listens to this.
+
+Example:
+  sorvanic install-end --state /tmp/session)";
+
+int end(const agent::session_files& session)
+{
+    constexpr int permitted = 2;
+    const agent::session_status after =
+        ask(session, [](const agent::channel_client& channel) { channel.install_end(); });
+    if (after.install_status() != permitted)
+        throw agent::failure(
+            fmt::format("the session does not permit installations (its install status is {}, "
+                        "not {}) and does nothing about this",
+                        after.install_status(), permitted));
+    fmt::print("no installation is under way any more\n");
+    return exit_done;
+}
+
+} // namespace
+
+void add_install_end(CLI::App& program, int& status)
+{
+    add_session_command(program, "install-end", "End the installation in a session", end, status)
+        ->footer(help);
+}
+
+} // namespace cli

@@ -1,0 +1,52 @@
+#include "cli/session_access.h"
+
+#include <unistd.h>
+
+#include <fmt/core.h>
+
+#include <memory>
+#include <utility>
+
+#include "agent/failure.h"
+#include "agent/pending_request.h"
+#include "cli/commands.h"
+#include "session/state_directory.h"
+#include "session/trouble.h"
+
+namespace cli {
+
+CLI::App* add_session_command(CLI::App& program, const std::string& name, const std::string& description,
+                              std::function<int(const agent::session_files&)> work, int& status)
+{
+    CLI::App* command = program.add_subcommand(name, description);
+    auto state = std::make_shared<std::string>();
+    command->add_option("--state", *state, "State directory of the session (default: the only one that runs)")
+        ->type_name("DIR");
+    command->callback([name, state, work = std::move(work), &status] {
+        std::string reason;
+        try {
+            // Only where it is needed: whoever names a directory need not have a home.
+            status =
+                work(agent::find_session(*state, state->empty() ? session::default_base_directory() : ""));
+            return;
+        } catch (const agent::failure& failure) {
+            reason = failure.what();
+        } catch (const session::trouble& trouble) {
+            reason = trouble.what();
+        }
+        fmt::print(stderr, "sorvanic {}: {}\n", name, reason);
+        status = exit_failed;
+    });
+    return command;
+}
+
+agent::session_status ask(const agent::session_files& session,
+                          const std::function<void(const agent::channel_client&)>& send)
+{
+    const agent::channel_client channel(session.channel(), getpid());
+    const agent::pending_request request(session);
+    send(channel);
+    return request.wait(request_limit);
+}
+
+} // namespace cli

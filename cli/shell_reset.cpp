@@ -1,0 +1,34 @@
+#include <CLI/CLI.hpp>
+#include <fmt/core.h>
+
+#include "cli/commands.h"
+#include "cli/session_access.h"
+
+namespace cli {
+
+namespace {
+
+constexpr const char* help =
+    R"(The switch goes on when a user who must set a password has set one; tools that read the files
+proshellmode and proshelluser in the session's status directory then act on it.
+
+Example:
+  sorvanic shell-reset && sorvanic status)";
+
+int reset(const agent::session_files& session)
+{
+    ask(session, [](const agent::channel_client& channel) { channel.shell_reset(); });
+    fmt::print("the protected-shell switch is off\n");
+    return exit_done;
+}
+
+} // namespace
+
+void add_shell_reset(CLI::App& program, int& status)
+{
+    add_session_command(program, "shell-reset", "Put the protected-shell switch of a session off", reset,
+                        status)
+        ->footer(help);
+}
+
+} // namespace cli

@@ -1,0 +1,148 @@
+#include <CLI/CLI.hpp>
+#include <fmt/core.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <string>
+
+#include "agent/failure.h"
+#include "agent/visible.h"
+#include "cli/commands.h"
+#include "cli/session_access.h"
+
+namespace cli {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+constexpr const char* help =
+    R"(Shows a running session: the switches as they are in force, who is its agent, what the tables
+hold and how often they have been loaded, and how much was decided, refused, let go on without a
+decision, sent and lost.
+
+With --json: the session's own document (docs/formats.md, "Status of a session"), and in addition
+"state" and "shell" (the protected-shell switch: "mode" and "user").
+
+Examples:
+  sorvanic status
+  sorvanic status --json | jq '.tables[] | select(.entries == 0) | .name')";
+
+std::string meaning_of_system(int status)
+{
+    switch (status) {
+    case 1:
+        return "off: everything is allowed";
+    case 2:
+        return "observing: nothing is refused";
+    case 3:
+        return "enforcing";
+    default:
+        return "enforcing, without protection of the product itself";
+    }
+}
+
+std::string numbers(const json& list)
+{
+    std::string text;
+    for (const json& each : list)
+        text += (text.empty() ? "" : " ") + each.dump();
+    return text;
+}
+
+std::string command_line(const json& arguments)
+{
+    std::string text;
+    for (const json& each : arguments)
+        text += (text.empty() ? "" : " ") + agent::visible(each.get<std::string>());
+    return text;
+}
+
+void line(const char* name, const std::string& text)
+{
+    fmt::print("{:<12}{}\n", name, text);
+}
+
+void print_switches(const json& switches)
+{
+    const int system = switches.at("system").get<int>();
+    line("system", fmt::format("{} {}", system, meaning_of_system(system)));
+    const int install = switches.at("install").get<int>();
+    line("install", fmt::format("{} installations are {}permitted", install, install == 2 ? "" : "not "));
+    line("audit", numbers(switches.at("audit")));
+    line("modules", numbers(switches.at("module")));
+}
+
+void print_figures(const json& status)
+{
+    line("decisions", fmt::format("{} in progress, {} refused, {} let go on without one", //
+                                  status.at("in_flight").dump(), status.at("refusals").dump(),
+                                  status.at("fail_open").dump()));
+    const json& channel = status.at("channel");
+    line("messages",
+         fmt::format("{} handled, {} dropped (who sent them may not talk), {} times no room",
+                     channel.at("handled").dump(), channel.at("dropped").dump(), channel.at("lost").dump()));
+    const json& records = status.at("records");
+    line("records", fmt::format("{} not delivered, {} suppressed as repetitions",
+                                records.at("dropped").dump(), records.at("suppressed").dump()));
+}
+
+void print_tables(const json& tables)
+{
+    line("tables", fmt::format("{:<15}{:>8}{:>8}", "", "entries", "loaded"));
+    for (const json& table : tables)
+        line("", fmt::format("{:<15}{:>8}{:>8}", table.at("name").get<std::string>(),
+                             table.at("entries").dump(), table.at("generation").dump()));
+}
+
+void print_text(const json& status)
+{
+    line("session", fmt::format("{} (process {}, since {})", command_line(status.at("command")),
+                                status.at("pid").dump(), status.at("started").get<std::string>()));
+    line("state", agent::visible(status.at("state").get<std::string>()));
+    line("port", status.at("port").dump());
+    const json& connected = status.at("agent");
+    line("agent", connected.at("connected").get<bool>() ? "process " + connected.at("pid").dump() : "none");
+    print_switches(status.at("switches"));
+    const json& shell = status.at("shell");
+    line("shell", shell.at("mode") == "0"
+                      ? "off"
+                      : fmt::format("on for {}", agent::visible(shell.at("user").get<std::string>())));
+    for (const json& user : status.at("confined"))
+        line("confined",
+             fmt::format("{} {}", agent::visible(user.at("user").get<std::string>()),
+                         user.at("state") == 0 ? "must set a password" : "is setting a password"));
+    print_figures(status);
+    print_tables(status.at("tables"));
+}
+
+int show(const agent::session_files& session, bool as_json)
+{
+    json status = session.status().document();
+    status["state"] = session.state();
+    status["shell"] = {{"mode", session.shell_mode()}, {"user", session.shell_user()}};
+    try {
+        if (as_json)
+            fmt::print("{}\n", status.dump(2, ' ', false, json::error_handler_t::replace));
+        else
+            print_text(status);
+    } catch (const json::exception& error) {
+        throw agent::failure(fmt::format("the session's status is not as it should be ({})", error.what()));
+    }
+    return exit_done;
+}
+
+} // namespace
+
+void add_status(CLI::App& program, int& status)
+{
+    auto as_json = std::make_shared<bool>(false);
+    CLI::App* command = add_session_command(
+        program, "status", "Show a running session",
+        [as_json](const agent::session_files& session) { return show(session, *as_json); }, status);
+    command->add_flag("--json", *as_json, "Print a JSON object");
+    command->footer(help);
+}
+
+} // namespace cli
