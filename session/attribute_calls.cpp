@@ -62,9 +62,7 @@ answer change(notification& call, const pinned_object& object, std::optional<mod
         return answer::fail(EPERM);
     {
         const platform::event running(task);
-        const platform::attribute_request request(mode ? (*mode & 07777) | (object.about.st_mode & S_IFMT)
-                                                       : 0);
-        if (platform::call_inode_setattr(object.entry.get(), request.get()) != 0)
+        if (!may_set(object, mode))
             return answer::fail(EPERM);
     }
     const as_caller rights(call.who().rights());
@@ -78,16 +76,6 @@ bool may_access(notification& call, const pinned_object& object, int mask)
         return false;
     const platform::event running(task);
     return platform::call_inode_permission(object.inode(), mask) == 0;
-}
-
-/// The mode that a regular file is left with when its owner or content changes: without the bits
-/// that lend rights.
-std::optional<mode_t> mode_without_rights(const pinned_object& object)
-{
-    constexpr mode_t lending = S_ISUID | S_ISGID;
-    if (!S_ISREG(object.about.st_mode) || (object.about.st_mode & lending) == 0)
-        return std::nullopt;
-    return object.about.st_mode & ~lending;
 }
 
 answer change_mode(notification& call, const meant_object& meant, mode_t mode)
@@ -108,7 +96,7 @@ answer change_owner(notification& call, const meant_object& meant, int user, int
     const auto set = [&](const char* path) {
         return chown(path, call.argument_id(user), call.argument_id(group));
     };
-    return change(call, meant.object, mode_without_rights(meant.object), set);
+    return change(call, meant.object, mode_without_rights(meant.object.about), set);
 }
 
 answer change_size(notification& call, const meant_object& meant, off_t size)
@@ -124,7 +112,7 @@ answer change_size(notification& call, const meant_object& meant, off_t size)
         return answer::fail(error);
     if (!may_access(call, object, kernel::may_write))
         return answer::fail(EPERM);
-    return change(call, object, mode_without_rights(object),
+    return change(call, object, mode_without_rights(object.about),
                   [&](const char* path) { return truncate(path, size); });
 }
 
@@ -228,7 +216,7 @@ answer handle_ftruncate(notification& call)
     const meant_object meant = by_descriptor(call, call.number(0));
     if (meant.error != 0)
         return answer::fail(meant.error);
-    if (const auto mode = mode_without_rights(meant.object);
+    if (const auto mode = mode_without_rights(meant.object.about);
         mode && call.who().mode_of(call.number(0)).writes) {
         const answer asked = change(call, meant.object, mode, [](const char*) { return 0; });
         if (asked.value != 0)

@@ -69,7 +69,7 @@ constexpr call_rule io_call(const char* name, int number, answer (*handler)(noti
     return in_scope(call_scope::every_io, handled(name, number, handler, on_file_permission));
 }
 
-constexpr unsigned opening = on_inode_permission | on_create | on_file_permission;
+constexpr unsigned opening = on_inode_permission | on_create | on_setattr | on_file_permission;
 constexpr unsigned losing = on_inode_permission | on_inode_free;
 constexpr unsigned changing = on_inode_permission | on_setattr;
 constexpr unsigned namespaces = CLONE_NEWNS | CLONE_NEWUSER;

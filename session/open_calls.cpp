@@ -135,6 +135,7 @@ answer open_existing(notification& call, unique_fd found, const open_request& wa
     {
         const platform::event running(task);
         if (platform::call_inode_permission(object.inode(), mask | open_mask) != 0 ||
+            ((flags & O_TRUNC) != 0 && !may_set(object, mode_without_rights(object.about))) ||
             !may_use(object.entry.get(), wanted.flags))
             return answer::fail(EPERM);
     }

@@ -95,6 +95,14 @@ bool is_owner(const credentials& who, const struct stat& object)
     return who.user == object.st_uid || who.has(CAP_FOWNER);
 }
 
+std::optional<mode_t> mode_without_rights(const struct stat& object)
+{
+    constexpr mode_t lending = S_ISUID | S_ISGID;
+    if (!S_ISREG(object.st_mode) || (object.st_mode & lending) == 0)
+        return std::nullopt;
+    return object.st_mode & ~lending;
+}
+
 mode_t without_umask(const caller& who, const unique_fd& directory, mode_t mode)
 {
     // A directory's default access list takes the place of the mask.
@@ -111,6 +119,12 @@ std::string link_to(const unique_fd& descriptor)
 bool may_change_names(const pinned_object& directory)
 {
     return platform::call_inode_permission(directory.inode(), kernel::may_write | kernel::may_exec) == 0;
+}
+
+bool may_set(const pinned_object& object, std::optional<mode_t> mode)
+{
+    const platform::attribute_request request(mode ? (*mode & 07777) | (object.about.st_mode & S_IFMT) : 0);
+    return platform::call_inode_setattr(object.entry.get(), request.get()) == 0;
 }
 
 } // namespace session

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <optional>
 #include <string>
 
 #include "platform/user/objects.h"
@@ -42,6 +43,10 @@ int access_error(const caller& who, const unique_fd& object, int wanted);
 /// Whether the caller is the object's owner, or has the capability to act as one.
 bool is_owner(const credentials& who, const struct stat& object);
 
+/// The mode that a regular file is left with when its owner or content changes, without the bits that
+/// lend rights; nothing when it has none of them.
+std::optional<mode_t> mode_without_rights(const struct stat& object);
+
 /// The permissions that a file made in `directory` with `mode` gets.
 mode_t without_umask(const caller& who, const unique_fd& directory, mode_t mode);
 
@@ -50,6 +55,9 @@ std::string link_to(const unique_fd& descriptor);
 
 /// Whether inode_permission lets the caller change the directory's entries. Within an event.
 bool may_change_names(const pinned_object& directory);
+
+/// Asks inode_setattr, with the mode that is set (nothing: none is). Within an event.
+bool may_set(const pinned_object& object, std::optional<mode_t> mode);
 
 } // namespace session
 

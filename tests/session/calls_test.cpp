@@ -1,0 +1,321 @@
+#include "session/calls.h"
+
+#include <gtest/gtest.h>
+#include <linux/capability.h>
+
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <set>
+#include <sstream>
+
+#include "platform/kernel/scoped.h"
+#include "platform/kernel/text.h"
+#include "platform/user/entries.h"
+#include "platform/user/kernel_text.h"
+#include "session/engine.h"
+#include "session/supervise.h"
+#include "session/trouble.h"
+#include "tests/session/temporary_directory.h"
+
+// Every system call of the table, made by a real process: which hooks it reaches, with what, and
+// that each of them can stop it.
+
+namespace session {
+namespace {
+
+struct reached {
+    unsigned hook;
+    std::string text; ///< what it is asked about: names below the call's directory, "." for itself
+};
+
+/// What the hooks are asked by one call, from the moment that it opens "go" in its directory
+/// "CALL.TIME" on. The hook of that number in the row, TIME - 1, refuses.
+struct recorder {
+    std::mutex lock;
+    std::string place;
+    std::map<std::string, std::vector<reached>> calls; ///< by "CALL.TIME"
+    std::string running;
+};
+
+recorder& record()
+{
+    static recorder one;
+    return one;
+}
+
+std::string name_of(const kernel::dentry* entry)
+{
+    const std::string before = record().place + "/" + record().running;
+    if (!entry->name.starts_with(before))
+        return entry->name;
+    return entry->name.size() == before.size() ? "." : entry->name.substr(before.size() + 1);
+}
+
+int add(unsigned hook, const std::string& text)
+{
+    recorder& all = record();
+    if (all.running.empty())
+        return 0;
+    std::vector<reached>& row = all.calls[all.running];
+    row.push_back({hook, text});
+    const std::size_t refusing = std::stoul("0" + all.running.substr(all.running.find('.') + 1));
+    return row.size() == refusing ? -1 : 0;
+}
+
+template <typename... Values>
+std::string text_of(const char* format, Values... values)
+{
+    char text[4200];
+    std::snprintf(text, sizeof text, format, values...);
+    return text;
+}
+
+int about_entry(unsigned hook, const char* what, const kernel::dentry* entry, int number = -1)
+{
+    const std::lock_guard guard(record().lock);
+    const std::string name = name_of(entry);
+    return add(hook, number < 0 ? text_of("%s %s", what, name.c_str())
+                                : text_of("%s %x %s", what, static_cast<unsigned>(number), name.c_str()));
+}
+
+int permission(kernel::inode* asked, int mask)
+{
+    const kernel::dentry_ref alias(kernel::d_find_alias(asked));
+    {
+        recorder& all = record();
+        const std::lock_guard guard(all.lock);
+        const std::string& path = alias.get()->name;
+        if (path.starts_with(all.place + "/") && path.ends_with("/go") && mask == 0x24) {
+            all.running = path.substr(all.place.size() + 1, path.size() - all.place.size() - 4);
+            return 0;
+        }
+        if (path == all.place + "/ended")
+            all.running.clear();
+    }
+    return about_entry(on_inode_permission, "permission", alias.get(), mask);
+}
+
+int file(kernel::file* opened, int mask)
+{
+    const kernel::dentry* entry = kernel::file_path(opened).dentry;
+    return entry->name.ends_with("/go") ? 0 : about_entry(on_file_permission, "file", entry, mask);
+}
+
+int two(unsigned hook, const char* what, const kernel::dentry* one, const kernel::dentry* other)
+{
+    const std::lock_guard guard(record().lock);
+    return add(hook, text_of("%s %s %s", what, name_of(one).c_str(), name_of(other).c_str()));
+}
+
+/// Puts the recorder in the module's place; its exit takes it out again.
+void take_the_hooks()
+{
+    kernel::preempt_disable();
+    const unsigned long was = kernel::read_cr0();
+    kernel::write_cr0(was & ~kernel::cr0_write_protect);
+    kernel::security_operations& hooks = *security_ops;
+    hooks.bprm_check_security = [](kernel::linux_binprm*) { return 0; };
+    hooks.file_permission = file;
+    hooks.inode_permission = permission;
+    hooks.inode_create = [](kernel::inode*, kernel::dentry* entry, int mode) {
+        return about_entry(on_create, "create", entry, mode);
+    };
+    hooks.inode_unlink = [](kernel::inode*, kernel::dentry* entry) {
+        return about_entry(on_unlink, "unlink", entry);
+    };
+    hooks.inode_link = [](kernel::dentry* old, kernel::inode*, kernel::dentry* made) {
+        return two(on_link, "link", old, made);
+    };
+    hooks.inode_symlink = [](kernel::inode*, kernel::dentry* entry, const char* text) {
+        return about_entry(on_symlink, text_of("symlink %s", text).c_str(), entry);
+    };
+    hooks.inode_rename = [](kernel::inode*, kernel::dentry* old, kernel::inode*, kernel::dentry* made) {
+        return two(on_rename, "rename", old, made);
+    };
+    hooks.inode_mkdir = [](kernel::inode*, kernel::dentry* entry, int mode) {
+        return about_entry(on_mkdir, "mkdir", entry, mode);
+    };
+    hooks.inode_rmdir = [](kernel::inode*, kernel::dentry* entry) {
+        return about_entry(on_rmdir, "rmdir", entry);
+    };
+    hooks.inode_setattr = [](kernel::dentry* entry, kernel::iattr* request) {
+        return about_entry(on_setattr, "setattr", entry, static_cast<int>(kernel::iattr_mode(request)));
+    };
+    hooks.inode_free_security = [](kernel::inode*) {};
+    hooks.settime = [](kernel::timespec*, kernel::timezone*) {
+        const std::lock_guard guard(record().lock);
+        return add(on_settime, "settime");
+    };
+    hooks.task_kill = [](kernel::task_struct*, kernel::siginfo*, int signal, kernel::u32) {
+        const std::lock_guard guard(record().lock);
+        return add(on_kill, text_of("kill %d", signal));
+    };
+    kernel::write_cr0(was);
+    kernel::preempt_enable();
+}
+
+using texts = std::vector<std::string>;
+
+const std::map<std::string, texts>& expected_hooks()
+{
+    // 20 is MAY_OPEN, 10 MAY_ACCESS; modes are in hexadecimal: 81ed is a regular file's 0755.
+    static const texts changed = {"setattr 81ed f"};
+    static const texts mode = {"setattr 81c0 f"};
+    static const texts touched = {"setattr 0 f"};
+    static const texts reads = {"file 4 f"};
+    static const texts writes = {"file 2 f"};
+    static const texts signals = {"kill 0"};
+    static const texts moves = {"permission 3 .", "permission 3 .", "rename f new"};
+    static const std::map<std::string, texts> all = {
+        {"open", {"permission 26 f", "file 4 f", "file 2 f"}},
+        {"openat", {"permission 2a f", "file 2 f"}},
+        {"openat2", {"permission 3 .", "create 81a0 new", "file 2 new"}},
+        {"creat", {"permission 22 f", "setattr 81ed f", "file 2 f"}},
+        {"access", {"permission 14 f"}},
+        {"faccessat", {"permission 12 f"}},
+        {"faccessat2", {"permission 11 d"}},
+        {"chdir", {"permission 11 d"}},
+        {"fchdir", {"permission 11 d"}},
+        {"chroot", {"permission 11 d"}},
+        {"mknod", {"permission 3 .", "create 8180 new"}},
+        {"mknodat", {"permission 3 .", "create 8180 new"}},
+        {"mkdir", {"permission 3 .", "mkdir 1c0 new"}},
+        {"mkdirat", {"permission 3 .", "mkdir 1c0 new"}},
+        {"symlink", {"permission 3 .", "symlink f new"}},
+        {"symlinkat", {"permission 3 .", "symlink f new"}},
+        {"link", {"permission 3 .", "link f new"}},
+        {"linkat", {"permission 3 .", "link f new"}},
+        {"unlink", {"permission 3 .", "unlink f"}},
+        {"unlinkat", {"permission 3 .", "unlink f"}},
+        {"rmdir", {"permission 3 .", "rmdir d"}},
+        {"rename", moves},
+        {"renameat", {"permission 3 .", "permission 3 .", "rename d new"}},
+        {"renameat2", {"permission 3 .", "permission 3 .", "rename f d", "rename d f"}},
+        {"chmod", mode},
+        {"fchmod", mode},
+        {"fchmodat", mode},
+        {"fchmodat2", mode},
+        {"chown", changed},
+        {"lchown", changed},
+        {"fchown", changed},
+        {"fchownat", changed},
+        {"truncate", {"permission 2 f", "setattr 81ed f"}},
+        {"ftruncate", changed},
+        {"utime", touched},
+        {"utimes", touched},
+        {"futimesat", touched},
+        {"utimensat", touched},
+        {"setxattr", {"permission 2 f"}},
+        {"lsetxattr", {"permission 2 f"}},
+        {"fsetxattr", {"permission 2 f"}},
+        {"getxattr", {"permission 4 f"}},
+        {"lgetxattr", {"permission 4 f"}},
+        {"fgetxattr", {"permission 4 f"}},
+        {"removexattr", {"permission 2 f"}},
+        {"lremovexattr", {"permission 2 f"}},
+        {"fremovexattr", {"permission 2 f"}},
+        {"kill", signals},
+        {"tkill", signals},
+        {"tgkill", signals},
+        {"rt_sigqueueinfo", signals},
+        {"rt_tgsigqueueinfo", signals},
+        {"pidfd_send_signal", signals},
+        {"settimeofday", {"settime"}},
+        {"clock_settime", {"settime"}},
+        {"clock_adjtime", {"settime"}},
+        {"read", reads},
+        {"pread64", reads},
+        {"readv", reads},
+        {"preadv", reads},
+        {"preadv2", reads},
+        {"getdents", {"file 4 d"}},
+        {"getdents64", {"file 4 d"}},
+        {"write", writes},
+        {"pwrite64", writes},
+        {"writev", writes},
+        {"pwritev", writes},
+        {"pwritev2", writes},
+        {"sendfile", {"file 4 f", "file 2 other"}},
+        {"splice", reads},
+        {"copy_file_range", {"file 4 f", "file 2 other"}},
+    };
+    return all;
+}
+
+/// What cannot be tried with the test's own rights.
+bool needs_more_rights(unsigned hooks, const std::string& name)
+{
+    const credentials& own = own_credentials();
+    return ((hooks & on_settime) != 0 && !own.has(CAP_SYS_TIME)) ||
+           (name == "chroot" && !own.has(CAP_SYS_CHROOT));
+}
+
+std::string shown(const std::vector<reached>& row)
+{
+    std::string all;
+    for (const reached& one : row)
+        all += one.text + "; ";
+    return all;
+}
+
+TEST(calls, a_call_does_not_reach_its_hooks_or_goes_past_one_that_refuses)
+{
+    const temporary_directory directory;
+    std::filesystem::create_directory(directory / "calls");
+    record().place = std::filesystem::canonical(directory / "calls").string();
+    options wanted;
+    wanted.policy = directory.path();
+    wanted.state = directory / "state";
+    wanted.rules.every_io = true;
+    std::string made = VICTIM_DIRECTORY "/make_call";
+    std::set<std::string> tried;
+    for (const call_rule& rule : call_rules()) {
+        if ((rule.hooks & ~on_exec) == 0 || needs_more_rights(rule.hooks, rule.name))
+            continue;
+        ASSERT_TRUE(expected_hooks().contains(rule.name)) << rule.name << " is new";
+        made +=
+            std::string(" ") + rule.name + ":" + std::to_string(expected_hooks().at(rule.name).size() + 1);
+        tried.insert(rule.name);
+    }
+    wanted.command = {"/bin/sh", "-c", "cd '" + record().place + "'; exec " + made + " > ../out"};
+    {
+        engine module(wanted);
+        take_the_hooks();
+        const supervisor_signals signals;
+        refusals told(false);
+        try {
+            ASSERT_EQ(supervise(wanted, module, signals, told), 0);
+        } catch (const trouble& forbidden) {
+            GTEST_SKIP() << forbidden.what();
+        }
+    }
+
+    std::ifstream out(directory / "out");
+    std::string name;
+    std::size_t time = 0;
+    int error = 0;
+    std::size_t calls = 0;
+    while (out >> name >> time >> error) {
+        SCOPED_TRACE(name + "." + std::to_string(time));
+        const texts& hooks = expected_hooks().at(name);
+        std::string expected;
+        for (std::size_t i = 0; i < hooks.size() && (time == 0 || i < time); ++i)
+            expected += hooks[i] + "; ";
+        const std::vector<reached>& row = record().calls[name + "." + std::to_string(time)];
+        EXPECT_EQ(shown(row), expected);
+        for (const call_rule& rule : call_rules()) {
+            for (const reached& one : row)
+                EXPECT_TRUE(rule.name != name || rule.hooks == 0 || (rule.hooks & one.hook) != 0) << one.text;
+        }
+        EXPECT_EQ(error, time != 0 ? EPERM
+                         : name.find("getxattr") != name.npos || name.find("removexattr") != name.npos
+                             ? ENODATA
+                             : 0);
+        calls += time == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(calls, tried.size());
+}
+
+} // namespace
+} // namespace session
