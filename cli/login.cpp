@@ -105,7 +105,7 @@ void add_login(CLI::App& program, int& status)
     command->add_option("--pid", wanted->process, "Process id of the login program")
         ->required()
         ->type_name("PID")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Validator(CLI::PositiveNumber).description(""));
     command->add_option("--user", wanted->user, "Login user")
         ->required()
         ->type_name("NAME")

@@ -80,7 +80,7 @@ void add_reload(CLI::App& program, int& status)
         [tables](const agent::session_files& session) { return reload(session, *tables); }, status);
     command->add_option("TABLE", *tables, "Names of policy files, or all")
         ->required()
-        ->type_name("...")
+        ->type_name("")
         ->check(wrong_with, "");
     command->footer(help);
 }

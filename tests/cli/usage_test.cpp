@@ -22,6 +22,15 @@ TEST(Usage, MisuseIsToldAndHasTheCommandsOwnStatus)
         {{"policy"}, 2, "sorvanic policy: "},
         {{"policy", "build", "src"}, 2, "DST is required"},
         {{"policy", "build", "src", "dst", "more"}, 2, "too many arguments at 'more'"},
+        {{"reload"}, 2, "TABLE is required"},
+        {{"reload", "whitelist", "platusr"},
+         2,
+         "no table 'platusr'; did you mean platuser? Tables: whitelist bl"},
+        {{"login", "--user", "bob"}, 2, "--pid is required"},
+        {{"login", "--pid", "0", "--user", "bob"}, 2, "--pid"},
+        {{"login", "--pid", "1", "--user", std::string(32, 'b')}, 2, "1 to 31 characters"},
+        {{"agent", "--output"}, 2, "--output"},
+        {{"status", "--state", "/nowhere"}, 1, "sorvanic status: no session has its state in /nowhere"},
         // A status below 125 would look like the command's own.
         {{"run"}, 125, "no COMMAND"},
         {{"run", "--"}, 125, "no COMMAND"},
@@ -40,7 +49,9 @@ TEST(Usage, MisuseIsToldAndHasTheCommandsOwnStatus)
 
 TEST(Usage, HelpOfEveryCommandTeachesWithAnExample)
 {
-    const std::vector<std::string> commands[] = {{}, {"run"}, {"digest"}, {"policy", "build"}};
+    const std::vector<std::string> commands[] = {
+        {},         {"run"},    {"digest"}, {"policy", "build"}, {"agent"},
+        {"status"}, {"reload"}, {"login"},  {"install-end"},     {"shell-reset"}};
     for (std::vector<std::string> command : commands) {
         command.emplace_back("--help");
         const outcome got = sorvanic(command);
