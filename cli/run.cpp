@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <fmt/core.h>
 
 #include <cstdint>
 #include <limits>
@@ -7,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "agent/background_agent.h"
+#include "agent/record_output.h"
 #include "cli/commands.h"
 #include "session/session.h"
 
@@ -21,10 +24,32 @@ constexpr const char* examples =
 Examples:
   sorvanic run --policy built -- make test
   sorvanic run --policy built --log - --quiet -- sh -c 'ls | wc -l'
+  sorvanic run --policy built --audit refused.json --json -- make test
 
 Exit status: that of COMMAND (128 + the signal's number when a signal ended it); 125 when
 sorvanic could not do its work, 126 when the program was refused or cannot be executed, 127
 when it does not exist.)";
+
+struct audit_options {
+    std::string file;
+    bool as_json = false;
+};
+
+void tell(const std::string& text)
+{
+    fmt::print(stderr, "sorvanic run: {}\n", text);
+}
+
+/// Has the session write its audit records.
+void write_records(session::options& of, const audit_options& wanted)
+{
+    using agent::record_output;
+    const auto form = wanted.as_json ? record_output::form::json : record_output::form::text;
+    const auto output = std::make_shared<record_output>(form, wanted.file, tell);
+    of.make_agent = [output](std::uint32_t port) {
+        return std::make_shared<agent::background_agent>(port, std::move(*output), tell);
+    };
+}
 
 } // namespace
 
@@ -56,12 +81,20 @@ void add_run(CLI::App& program, std::vector<std::string> command, int& status)
     run->add_flag("--every-io", options->rules.every_io, "Decide each read and write, not only opens");
     run->add_flag("--allow-namespaces", options->rules.namespaces,
                   "Let the command change mounts and namespaces (see docs/limits.md)");
+    auto audit = std::make_shared<audit_options>();
+    CLI::Option* file =
+        run->add_option("--audit", audit->file,
+                        "Write the audit records to this file, as sorvanic agent does; - is standard output")
+            ->type_name("FILE");
+    run->add_flag("--json", audit->as_json, "Write them as JSON lines")->needs(file);
     run->add_flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");
 
-    run->callback([options, &status] {
+    run->callback([options, audit, &status] {
         if (options->command.empty())
             throw CLI::RequiredError("no COMMAND; write it behind --, as in: sorvanic run -- ls -l",
                                      CLI::ExitCodes::RequiredError);
+        if (!audit->file.empty())
+            write_records(*options, *audit);
         status = session::run(*options);
     });
 }

@@ -4,6 +4,8 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,6 +34,11 @@ struct options {
     bool channel_inside = false;          ///< supervised processes are heard, too
     session_rules rules;                  ///< what is decided, beside what always is
     bool quiet = false;                   ///< no line on standard error for each refusal
+    /// Makes an agent that gets the audit records, in this process; empty: none. Called with the
+    /// channel's port id before anything is decided, and sends the helo from a socket at the
+    /// supervisor's process id. The agent is destroyed when all is decided, and its quit heard.
+    /// What this throws ends the session.
+    std::function<std::shared_ptr<void>(std::uint32_t port)> make_agent;
     std::vector<std::string> command; ///< program (searched in PATH as execvp does) and arguments; not empty
 };
 

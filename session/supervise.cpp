@@ -8,12 +8,15 @@
 #include <unistd.h>
 
 #include <exception>
+#include <memory>
 #include <optional>
 #include <thread>
 #include <utility>
 
 #include <fmt/format.h>
 
+#include "core/counters.h"
+#include "platform/user/netlink.h"
 #include "session/channel.h"
 #include "session/launcher.h"
 #include "session/lifecycle.h"
@@ -70,6 +73,47 @@ void handle_signal(const siginfo_t& info, int root_handle, pid_t root, lifecycle
         syscall(SYS_pidfd_send_signal, root_handle, signal, nullptr, 0);
 }
 
+module_counters counters()
+{
+    module_counters now;
+    read_module_counters(&now);
+    return now;
+}
+
+/// The agent that the options ask for, connected.
+class connected_agent {
+public:
+    connected_agent(const options& wanted, std::uint32_t port)
+    {
+        if (!wanted.make_agent)
+            return;
+        agent_ = wanted.make_agent(port);
+        platform::netlink_settle(getpid());
+        const module_counters now = counters();
+        if (now.agent != static_cast<kernel::u32>(getpid()))
+            throw trouble(fmt::format("the session's own agent could not connect (connected is process {}, 0 "
+                                      "being none); end that one, or start the session without --audit",
+                                      now.agent));
+        dropped_before_ = now.records_dropped;
+    }
+    ~connected_agent()
+    {
+        if (!agent_)
+            return;
+        if (const auto dropped = counters().records_dropped - dropped_before_; dropped != 0)
+            say(fmt::format("{} audit record{} lost: there was no room in the agent's queue", dropped,
+                            dropped == 1 ? " is" : "s are"));
+        agent_.reset();
+        platform::netlink_settle(getpid());
+    }
+    connected_agent(const connected_agent&) = delete;
+    connected_agent& operator=(const connected_agent&) = delete;
+
+private:
+    std::shared_ptr<void> agent_;
+    kernel::u64 dropped_before_ = 0;
+};
+
 } // namespace
 
 int supervise(const options& wanted, engine& module, const supervisor_signals& signals, refusals& told)
@@ -91,6 +135,7 @@ int supervise(const options& wanted, engine& module, const supervisor_signals& s
                 tree.requests_handled();
             board.publish();
         });
+        const connected_agent agent(wanted, module.port());
         if (!wanted.user.empty())
             log_in(first.pid(), wanted.user, module.port());
         const signal_watch watch(

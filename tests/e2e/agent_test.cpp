@@ -257,6 +257,37 @@ TEST_F(session_commands, a_login_or_a_phase_is_not_what_was_asked_for)
     end(supervisor);
 }
 
+TEST_F(session_commands, a_session_loses_its_own_first_or_last_record)
+{
+    const fs::path file = directory() / "records";
+    std::string script;
+    std::vector<fs::path> refused = {unlisted("first", "#!/nowhere\n#first")};
+    for (int i = 0; i < 50; ++i) {
+        const std::string name = "p" + std::to_string(i);
+        refused.push_back(unlisted(name, "#!/nowhere\n#" + name));
+        script += "./" + name + (i < 49 ? " 2>/dev/null; " : "");
+    }
+    script = "cd '" + directory().string() + "'; " + script;
+    EXPECT_EQ(run_session({refused[0]}, {"--quiet", "--audit", file, "--json"}).status, 126);
+    EXPECT_EQ(run_session({shell, "-c", script}, {"--quiet", "--audit", file, "--json"}).status, 126);
+    const std::vector<std::string> lines = lines_of(file);
+    ASSERT_EQ(lines.size(), refused.size());
+    for (std::size_t i = 0; i < lines.size(); ++i)
+        EXPECT_EQ(json::parse(lines[i]).at("path"), refused[i].string());
+
+    const outcome full = run_session({shell, "-c", script}, {"--quiet", "--audit", "/dev/full"});
+    EXPECT_NE(full.err.find("records are being lost"), std::string::npos) << full.err;
+    const outcome nowhere = run_session({shell, "-c", script}, {"--audit", file / "below"});
+    EXPECT_EQ(nowhere.status, 125) << nowhere.err;
+
+    child_process supervisor(session(listening(), {"--audit", "-"}), directory());
+    ASSERT_TRUE(is_up());
+    ASSERT_TRUE(shows_agent(supervisor.pid()));
+    EXPECT_NE(run_tool({"agent"}).err.find("another agent is connected"), std::string::npos);
+    end(supervisor);
+    EXPECT_FALSE(json::parse(status_file("session.json")).at("agent").at("connected"));
+}
+
 } // namespace
 
 } // namespace e2e
