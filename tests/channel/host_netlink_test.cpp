@@ -270,22 +270,6 @@ TEST_F(host_netlink, a_slow_agent_costs_a_bounded_wait_and_one_record)
         "send  netlink failed ; rc = [-111]\nnetlink send audit msg error \nsend untp message error !\n");
 }
 
-TEST_F(host_netlink, a_taken_port_leaves_the_module_without_an_agent)
-{
-    ASSERT_EQ(m.load(), 0);
-    m.unload();
-    platform::set_netlink_port(static_cast<std::uint32_t>(own));
-    const client taken;
-    ASSERT_TRUE(taken.bound());
-    std::string log;
-    platform::set_kernel_log([&](std::string_view text) { log += text; });
-    ASSERT_EQ(m.load(), 0);
-    EXPECT_TRUE(log.ends_with("Create Netlink Socket Failed\n")) << log;
-    EXPECT_EQ(platform::netlink_descriptor(), -1);
-    platform::netlink_pump();
-    platform::netlink_settle(own);
-}
-
 TEST_F(host_netlink, requests_that_wait_at_shut_down_are_dropped)
 {
     ASSERT_EQ(m.load(), 0);

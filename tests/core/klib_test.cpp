@@ -138,21 +138,6 @@ TEST_F(klib, what_cannot_be_done_says_why)
     klib_fclose(nullptr);
 }
 
-TEST_F(klib, a_file_without_the_operation)
-{
-    // A file made by hand has no content, and so neither operation.
-    const platform::inode_facts facts = {.number = 5};
-    const platform::dentry_handle root = platform::make_root(facts);
-    const platform::mount_handle mount = platform::add_mount(root.get(), "/");
-    const platform::file_handle file = platform::make_file(mount.get(), root.get());
-    char byte = 'x';
-    EXPECT_EQ(klib_fread(&byte, 1, file.get()), -38);
-    EXPECT_EQ(klib_fwrite(&byte, 1, file.get()), -38);
-    EXPECT_EQ(klib_fgets(&byte, 1, file.get()), nullptr);
-    EXPECT_EQ(byte, 'x');
-    platform::clear_mounts();
-}
-
 TEST_F(klib, the_product_s_directories_are_those_that_hold_its_files)
 {
     const auto number_of = [this](const char* path) {

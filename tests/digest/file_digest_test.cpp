@@ -145,30 +145,6 @@ TEST_F(FileDigest, OutputWrittenWithoutADigest)
     EXPECT_EQ(refused, by_file(reinterpret_cast<kernel::file*>(std::uintptr_t(-kernel::error_no_entry))));
 }
 
-TEST_F(FileDigest, UnreadFileAllowedUnderAKeyOtherThanZero)
-{
-    digests::bytes digest{};
-    md5.handler("/files/absent", digest.data());
-    kernel::u32 key = 1;
-    sorvanic_common_make_16to4(digest.data(), &key);
-    EXPECT_EQ(0u, key);
-}
-
-TEST_F(FileDigest, DirectoryTakenForUnreadable)
-{
-    std::filesystem::create_directory(directory_ / "sub");
-    const outcome got = by_name("/files/sub");
-    EXPECT_TRUE(is_digest_of("", got.result, got.digest, got.log));
-}
-
-TEST_F(FileDigest, MemoryFilesReadDifferently)
-{
-    const std::string data = digests::content(9000);
-    platform::serve_text("/served", data);
-    const outcome got = by_name("/served");
-    EXPECT_TRUE(is_digest_of(data, got.result, got.digest, got.log));
-}
-
 TEST_F(FileDigest, ReadErrorDropsWhatCameBefore)
 {
     const std::string data = digests::content(10000);

@@ -40,26 +40,6 @@ TEST_F(entries, PathsGoThroughTheMount)
         EXPECT_EQ(path_text({c.mount.get(), c.entry.get()}), c.path);
 }
 
-TEST_F(entries, PathsFitOrFail)
-{
-    const platform::mount_handle mount = platform::add_mount(root_entry_.get(), "/");
-    const kernel::path place = {mount.get(), program_.get()};
-    const std::string path = "/usr/bin/program";
-    const int exact = static_cast<int>(path.size()) + 1;
-    EXPECT_EQ(path_text(place, exact), path);
-    for (const int size : {exact - 1, 1, 0})
-        EXPECT_EQ(path_text(place, size), "error -36") << size;
-
-    // Built at the end of the buffer, as callers that cut or extend it in place expect.
-    std::string buffer(100, '#');
-    const char* text = kernel::d_path(&place, buffer.data(), 100);
-    EXPECT_EQ(text + path.size() + 1, buffer.data() + buffer.size());
-
-    platform::unhash(program_.get());
-    EXPECT_EQ(path_text(place), path + " (deleted)");
-    EXPECT_EQ(path_text(place, exact), "error -36");
-}
-
 TEST_F(entries, MountsAreVisitedInTheOrderTheyWereMade)
 {
     const platform::dentry_handle other = platform::make_root(directory);
@@ -110,34 +90,6 @@ TEST_F(entries, AnInodeIsFoundThroughALivingEntryOnly)
 
     const platform::dentry_handle missing = platform::make_entry(bin_.get(), "missing", nullptr);
     EXPECT_EQ(kernel::dentry_inode(missing.get()), nullptr);
-}
-
-TEST_F(entries, AChildKeepsEverythingAboveItAlive)
-{
-    root_entry_.reset();
-    usr_.reset();
-    bin_.reset();
-    const kernel::dentry* up = program_.get();
-    for (int i = 0; i < 3; ++i)
-        up = kernel::dentry_parent(up);
-    EXPECT_EQ(up, kernel::dentry_file_system_root(program_.get()));
-    EXPECT_EQ(kernel::dentry_parent(up), up);
-}
-
-TEST_F(entries, UnreturnedReferencesAreCounted)
-{
-    const platform::mount_handle mount = platform::add_mount(root_entry_.get(), "/");
-    const platform::file_handle file = platform::make_file(mount.get(), program_.get());
-    EXPECT_EQ(platform::live().references, 0U); // a driver's handles are its own
-    const kernel::path place = kernel::file_path(file.get());
-    kernel::path_get(&place);
-    kernel::get_file(file.get());
-    EXPECT_EQ(platform::live().references, 3U);
-    kernel::fput(file.get());
-    kernel::path_put(&place);
-    EXPECT_EQ(platform::live().references, 0U);
-    EXPECT_FALSE(kernel::file_has_read(file.get()));
-    EXPECT_FALSE(kernel::file_has_write(file.get()));
 }
 
 kernel::inode* freed = nullptr;

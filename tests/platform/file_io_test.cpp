@@ -66,17 +66,6 @@ TEST_F(file_io, ReadAheadIsNotNoticed)
     EXPECT_EQ(kernel::inode_size(kernel::file_inode(file.get())), static_cast<kernel::s64>(expected.size()));
 }
 
-TEST_F(file_io, TextAppendedLaterIsFoundBehindTheOldEnd)
-{
-    const std::filesystem::path file = write("file", "one\n");
-    const kernel::open_file opened("/d/file", kernel::open_read_only, 0);
-    kernel::s64 position = 0;
-    EXPECT_EQ(read_at(opened.get(), 100, position), "one\n");
-    EXPECT_EQ(read_at(opened.get(), 100, position), "");
-    std::ofstream(file, std::ios::app) << "two\n";
-    EXPECT_EQ(read_at(opened.get(), 100, position), "two\n");
-}
-
 TEST_F(file_io, AppendingIgnoresThePosition)
 {
     write("log", "first,");
@@ -94,19 +83,6 @@ TEST_F(file_io, AppendingIgnoresThePosition)
         EXPECT_EQ(position, before + 19) << path;
         EXPECT_EQ(read_path(path).substr(static_cast<std::size_t>(before)), "second,third,fourth");
     }
-}
-
-TEST_F(file_io, TheAccessModeIsKept)
-{
-    write("file", "text");
-    kernel::s64 position = 0;
-    const kernel::open_file reading("/d/file", kernel::open_read_only, 0);
-    EXPECT_EQ(write_at(reading.get(), "x", position), -9);
-    const kernel::open_file writing("/d/file", kernel::open_write_only, 0);
-    EXPECT_EQ(read_at(writing.get(), 1, position), "error -9");
-    position = -1;
-    EXPECT_EQ(read_at(reading.get(), 1, position), "error -22");
-    EXPECT_EQ(content(root_ / "file"), "text");
 }
 
 TEST_F(file_io, DirectoriesOpenButCannotBeRead)
@@ -132,38 +108,6 @@ TEST_F(file_io, AFifoWithoutAWriterDoesNotHang)
     ASSERT_EQ(::write(writer.get(), "through", 7), 7);
     EXPECT_EQ(read_from_start(fifo.get()), "through");
     EXPECT_EQ(kernel::filp_open("/d/none", kernel::open_read_only, 0), reinterpret_cast<kernel::file*>(-2L));
-}
-
-TEST_F(file_io, FailsExactlyTheCallThatWasAskedFor)
-{
-    write("file", "abc");
-    for (std::size_t n = 1; n <= 3; ++n) {
-        platform::fail_call(platform::fault::open, n);
-        for (std::size_t call = 1; call <= 3; ++call)
-            EXPECT_EQ(read_path("/d/file"), call == n ? "error -5" : "abc");
-        EXPECT_TRUE(platform::fault_fired());
-
-        platform::fail_call(platform::fault::read, n);
-        const kernel::open_file file("/d/file", kernel::open_read_only, 0);
-        kernel::s64 position = 0;
-        std::string text;
-        for (std::size_t call = 1; call <= 3; ++call)
-            text += read_at(file.get(), 1, position) + ",";
-        const char* const expected[] = {"error -5,a,b,", "a,error -5,b,", "a,b,error -5,"};
-        EXPECT_EQ(text, expected[n - 1]);
-    }
-}
-
-TEST_F(file_io, WhoeverGivesTheLastReferenceBackClosesTheFile)
-{
-    write("file", "abc");
-    kernel::file* file = kernel::filp_open("/d/file", kernel::open_read_only, 0);
-    kernel::get_file(file);
-    kernel::filp_close(file, nullptr);
-    EXPECT_EQ(platform::live().files, 1U);
-    EXPECT_EQ(read_from_start(file), "abc");
-    kernel::fput(file);
-    EXPECT_EQ(platform::live().files, 0U);
 }
 
 } // namespace

@@ -192,27 +192,4 @@ TEST_F(kernel_text, TheWindowBelongsToOneThreadWithPreemptionOff)
     EXPECT_DEATH(kernel::preempt_enable(), "without preempt_disable");
 }
 
-TEST_F(kernel_text, TheSymbolFileNamesTheRealAddressesAmongLookAlikes)
-{
-    const std::string text = platform::symbol_text();
-    const std::pair<const char*, std::uintptr_t> symbols[] = {
-        {"do_fork", address_of(&do_fork)},           {"do_exit", address_of(&do_exit)},
-        {"copy_process", address_of(&copy_process)}, {"profile_task_exit", address_of(&profile_task_exit)},
-        {"security_ops", address_of(&security_ops)},
-    };
-    for (const auto& [name, address] : symbols) {
-        std::size_t containing = 0;
-        std::vector<std::uintptr_t> named;
-        std::istringstream lines(text);
-        for (std::string line; std::getline(lines, line);) {
-            ASSERT_EQ(line.find(' '), 16U) << line;
-            containing += line.find(name) != std::string::npos ? 1 : 0;
-            if (line.substr(19) == name)
-                named.push_back(std::stoul(line.substr(0, 16), nullptr, 16));
-        }
-        EXPECT_EQ(named, std::vector{address}) << name;
-        EXPECT_GE(containing, 2U) << name;
-    }
-}
-
 } // namespace

@@ -177,39 +177,4 @@ TEST_F(locks, TheProcessTreeStandsStillForReaders)
     EXPECT_EQ(platform::task_count(), 2U);
 }
 
-TEST_F(locks, OneFileReadByManyThreadsGivesEachItsOwnBytes)
-{
-    std::string text;
-    for (int i = 0; i < 100000; ++i)
-        text += static_cast<char>('a' + i % 26);
-    write("file", text);
-    platform::mount_directory("/d", root_.string());
-    const kernel::open_file file("/d/file", kernel::open_read_only, 0);
-    run_on_threads(4, [&](int number) {
-        kernel::s64 position = number * 1000;
-        for (int i = 0; i < 300; ++i) {
-            const auto start = static_cast<std::size_t>(position);
-            ASSERT_EQ(read_at(file.get(), 97, position), text.substr(start, 97));
-        }
-    });
-}
-
-TEST_F(locks, ALazilyFoundParentIsFoundOnce)
-{
-    write("dir/file", "");
-    for (int round = 0; round < 300; ++round) {
-        platform::unique_fd fd(::open((root_ / "dir/file").c_str(), O_PATH | O_CLOEXEC));
-        const platform::file_handle file =
-            platform::make_pinned_file(std::move(fd), (root_ / "dir/file").string());
-        const kernel::dentry* entry = kernel::file_path(file.get()).dentry;
-        std::array<const kernel::inode*, 3> found = {};
-        run_on_threads(3, [&](int number) {
-            found.at(static_cast<std::size_t>(number)) = kernel::dentry_inode(kernel::dentry_parent(entry));
-        });
-        EXPECT_NE(found[0], nullptr);
-        EXPECT_EQ(found[0], found[1]);
-        EXPECT_EQ(found[0], found[2]);
-    }
-}
-
 } // namespace

@@ -74,31 +74,6 @@ TEST_F(mount_map, MemoryFilesLiveAsLongAsTheMap)
     EXPECT_EQ(read_path("/decoded/dac_enc"), "error -2");
 }
 
-TEST_F(mount_map, ServedTextIsReadOnly)
-{
-    platform::serve_text("/served", "text");
-    for (const int flags : {kernel::open_write_only, kernel::open_read_write, kernel::open_truncate})
-        EXPECT_EQ(kernel::filp_open("/served", flags, 0), reinterpret_cast<kernel::file*>(-13L)) << flags;
-    EXPECT_EQ(read_path("/served"), "text");
-}
-
-TEST_F(mount_map, TheSymbolFileShowsWhatIsNotHidden)
-{
-    const auto has_line = [](std::string_view end) {
-        kernel::file* opened = kernel::filp_open("/proc/kallsyms", kernel::open_read_only, 0);
-        const bool found = read_from_start(opened, 10000).find(end) != std::string::npos;
-        kernel::filp_close(opened, nullptr);
-        return found;
-    };
-    EXPECT_TRUE(has_line(" T do_fork\n"));
-    platform::hide_symbol("do_fork");
-    EXPECT_FALSE(has_line(" T do_fork\n"));
-    EXPECT_TRUE(has_line(" do_fork_idle\n"));
-    EXPECT_TRUE(has_line(" T do_exit\n"));
-    platform::hide_symbol("");
-    EXPECT_TRUE(has_line(" T do_fork\n"));
-}
-
 // The engine knows its directories by the inode numbers of the entries above their files.
 TEST_F(mount_map, EntriesAboveAFileAreTheRealDirectories)
 {

@@ -46,18 +46,6 @@ TEST_F(netlink, BrokenContractsEndTheProcess)
                  "not registered");
 }
 
-TEST_F(netlink, OneSocketAtATime)
-{
-    kernel::sock* socket = open_socket();
-    ASSERT_NE(socket, nullptr);
-    EXPECT_EQ(open_socket(), nullptr);
-    EXPECT_EQ(platform::live().allocations, 1u);
-    kernel::netlink_kernel_release(socket);
-
-    const platform::netlink_peer first(7);
-    EXPECT_THROW(platform::netlink_peer(7), std::system_error);
-}
-
 TEST_F(netlink, ASenderThatWaitsForRoomGoesOnWhenThereIsSomeOrNobodyIsLeft)
 {
     kernel::sock* socket = open_socket();
@@ -81,34 +69,6 @@ TEST_F(netlink, ASenderThatWaitsForRoomGoesOnWhenThereIsSomeOrNobodyIsLeft)
     EXPECT_EQ(results[0], 4);
     EXPECT_EQ(results[1], -111);
     kernel::netlink_kernel_release(socket);
-}
-
-TEST_F(netlink, SysctlHandlersServeSmallBuffersPieceByPiece)
-{
-    char name[8] = "abcdefg";
-    kernel::ctl_table table = {};
-    table.procname = "name";
-    table.data = name;
-    table.maxlen = sizeof name;
-    std::string text;
-    kernel::s64 position = 0;
-    for (;;) {
-        char piece[3];
-        std::size_t size = sizeof piece;
-        ASSERT_EQ(kernel::proc_dostring(&table, 0, piece, &size, &position), 0);
-        if (size == 0)
-            break;
-        text.append(piece, size);
-    }
-    EXPECT_EQ(text, "abcdefg\n");
-
-    // A field without a terminator ends with the field.
-    name[7] = 'h';
-    char whole[16];
-    std::size_t size = sizeof whole;
-    position = 0;
-    ASSERT_EQ(kernel::proc_dostring(&table, 0, whole, &size, &position), 0);
-    EXPECT_EQ(std::string(whole, size), "abcdefgh\n");
 }
 
 } // namespace

@@ -81,18 +81,6 @@ TEST_F(pinned_files, WhatTheSupervisorMayNotReadIsRefused)
     EXPECT_EQ(read_from_start(file.get()), "error -13");
 }
 
-TEST_F(pinned_files, AFifoOrADirectoryDoesNotHang)
-{
-    ASSERT_EQ(::mkfifo((root_ / "fifo").c_str(), 0600), 0);
-    const platform::file_handle fifo = platform::make_pinned_file(pin("fifo"), "/fifo");
-    const platform::file_handle directory = platform::make_pinned_file(pin("."), "/directory");
-    const platform::event running(task_.get());
-    EXPECT_EQ(read_path(path_text(fifo.get()).c_str()), "");
-    EXPECT_EQ(read_path(path_text(directory.get()).c_str()), "error -21");
-    EXPECT_EQ(read_from_start(directory.get()), "error -21");
-    EXPECT_EQ(platform::make_pinned_file(platform::unique_fd(), "/none"), nullptr);
-}
-
 TEST_F(pinned_files, FactsComeFromTheObjectAndParentsFromTheirNames)
 {
     const std::filesystem::path real = write("dir/program", "12345");

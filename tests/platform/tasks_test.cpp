@@ -132,22 +132,6 @@ TEST_F(tasks, AnExecFromAThreadTakesOverItsGroup)
     EXPECT_EQ(parent_of(10), 1);
 }
 
-TEST_F(tasks, AHeldTaskOutlivesItsExit)
-{
-    const platform::task_handle driver = platform::find_task(10);
-    kernel::task_struct* held = driver.get();
-    kernel::get_task_struct(held);
-    EXPECT_EQ(platform::live().references, 1U);
-    exit(10);
-    EXPECT_EQ(platform::task_count(), 1U);
-    EXPECT_EQ(kernel::task_pid(held), 10);
-    {
-        const kernel::rcu_guard tree;
-        EXPECT_EQ(kernel::task_pid(kernel::task_parent(held)), 1);
-    }
-    kernel::put_task_struct(held);
-}
-
 TEST_F(tasks, TheTreeIsReadInsideRcuOnlyAndChangedOutside)
 {
     const platform::task_handle task = platform::find_task(10);

@@ -24,23 +24,6 @@ TEST(Text, CaseFoldsAsciiAndLatin1LettersOnly)
     }
 }
 
-TEST(Text, CaselessComparisonIsBounded)
-{
-    struct {
-        const char* a;
-        const char* b;
-        std::size_t size;
-        int sign;
-    } const cases[] = {
-        {"a", "b", 0, 0},    {"abc", "ABD", 2, 0},     {"abc", "ABD", 3, -1}, {"ab", "abc", 3, -1},
-        {"abc", "ab", 9, 1}, {"ab\0x", "ab\0y", 4, 0}, {"\xff", "a", 1, 1}, // bytes are unsigned
-    };
-    for (const auto& c : cases) {
-        const int result = kernel::strncasecmp(c.a, c.b, c.size);
-        EXPECT_EQ((result > 0) - (result < 0), c.sign) << c.a << " " << c.b << " " << c.size;
-    }
-}
-
 TEST(Text, NumbersEndWhereTheKernelEndsThem)
 {
     struct {
@@ -58,16 +41,6 @@ TEST(Text, NumbersEndWhereTheKernelEndsThem)
         EXPECT_EQ(kernel::simple_strtoul(c.text, &end, c.base), c.value) << c.text;
         EXPECT_EQ(end, c.text + c.used) << c.text;
     }
-}
-
-TEST(Text, SeparatorsCutOffEmptyFieldsToo)
-{
-    std::string line = "a::b";
-    char* rest = line.data();
-    EXPECT_STREQ(kernel::strsep(&rest, ":"), "a");
-    EXPECT_STREQ(kernel::strsep(&rest, ":"), "");
-    EXPECT_STREQ(kernel::strsep(&rest, ":"), "b");
-    EXPECT_EQ(kernel::strsep(&rest, ":"), nullptr);
 }
 
 } // namespace
