@@ -22,6 +22,9 @@
 #define SYS_getxattrat 464
 #define SYS_removexattrat 466
 #endif
+#ifndef SYS_open_tree_attr
+#define SYS_open_tree_attr 467
+#endif
 #ifndef SYS_file_setattr
 #define SYS_file_setattr 469
 #endif
@@ -59,9 +62,9 @@ constexpr call_rule in_scope(call_scope scope, call_rule rule)
     return rule;
 }
 
-constexpr call_rule mount_call(const char* name, int number)
+constexpr call_rule namespace_call(const char* name, int number, call_condition condition = {})
 {
-    return in_scope(call_scope::without_namespaces, barred(name, number, refuse));
+    return in_scope(call_scope::without_namespaces, barred(name, number, refuse, condition));
 }
 
 constexpr call_rule io_call(const char* name, int number, answer (*handler)(notification&))
@@ -72,7 +75,7 @@ constexpr call_rule io_call(const char* name, int number, answer (*handler)(noti
 constexpr unsigned opening = on_inode_permission | on_create | on_setattr | on_file_permission;
 constexpr unsigned losing = on_inode_permission | on_inode_free;
 constexpr unsigned changing = on_inode_permission | on_setattr;
-constexpr unsigned namespaces = CLONE_NEWNS | CLONE_NEWUSER;
+constexpr unsigned namespaces = CLONE_NEWNS | CLONE_NEWUSER | CLONE_NEWPID;
 
 constexpr call_rule rules[] = {
     handled("execve", SYS_execve, handle_execve, on_exec),
@@ -143,6 +146,7 @@ constexpr call_rule rules[] = {
     handled("settimeofday", SYS_settimeofday, handle_settimeofday, on_settime),
     handled("clock_settime", SYS_clock_settime, handle_clock_settime, on_settime),
     handled("clock_adjtime", SYS_clock_adjtime, handle_clock_adjtime, on_settime),
+    handled("adjtimex", SYS_adjtimex, handle_adjtimex, on_settime),
 
     io_call("read", SYS_read, handle_read),
     io_call("pread64", SYS_pread64, handle_read),
@@ -159,6 +163,24 @@ constexpr call_rule rules[] = {
     io_call("sendfile", SYS_sendfile, handle_sendfile),
     io_call("splice", SYS_splice, handle_splice),
     io_call("copy_file_range", SYS_copy_file_range, handle_splice),
+
+    // A name would no longer lead where it did when it was decided, or a process id to another process.
+    namespace_call("clone", SYS_clone, with(0, namespaces)),
+    namespace_call("unshare", SYS_unshare, with(0, namespaces)),
+    namespace_call("setns", SYS_setns, with(1, namespaces)),
+    namespace_call("setns", SYS_setns, {call_condition::which::equal, 1, 0}), // whatever its descriptor is of
+    namespace_call("mount", SYS_mount),
+    namespace_call("umount2", SYS_umount2),
+    namespace_call("move_mount", SYS_move_mount),
+    namespace_call("open_tree", SYS_open_tree),
+    namespace_call("fsopen", SYS_fsopen),
+    namespace_call("open_tree_attr", SYS_open_tree_attr),
+    namespace_call("fsconfig", SYS_fsconfig),
+    namespace_call("fsmount", SYS_fsmount),
+    namespace_call("fspick", SYS_fspick),
+    namespace_call("mount_setattr", SYS_mount_setattr),
+    namespace_call("pivot_root", SYS_pivot_root),
+    handled("pivot_root", SYS_pivot_root, handle_pivot_root, no_hook),
 
     // They change what the session remembers of the task.
     handled("setuid", SYS_setuid, handle_rights, no_hook),
@@ -178,19 +200,6 @@ constexpr call_rule rules[] = {
     // Who cannot be read cannot be asked what it wants.
     handled("prctl", SYS_prctl, handle_set_dumpable, no_hook,
             {call_condition::which::equal, 0, PR_SET_DUMPABLE}),
-
-    // A name would no longer lead where it did when it was decided.
-    in_scope(call_scope::without_namespaces, barred("clone", SYS_clone, refuse, with(0, namespaces))),
-    mount_call("mount", SYS_mount),
-    mount_call("umount2", SYS_umount2),
-    mount_call("move_mount", SYS_move_mount),
-    mount_call("open_tree", SYS_open_tree),
-    mount_call("fsopen", SYS_fsopen),
-    mount_call("fsmount", SYS_fsmount),
-    mount_call("fspick", SYS_fspick),
-    mount_call("mount_setattr", SYS_mount_setattr),
-    mount_call("pivot_root", SYS_pivot_root),
-    handled("pivot_root", SYS_pivot_root, handle_pivot_root, no_hook),
 
     // A child made so reports neither its birth nor its execs.
     barred("clone", SYS_clone, refuse, with(0, CLONE_UNTRACED)),

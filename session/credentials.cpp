@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -75,6 +76,15 @@ void set_capabilities(std::uint64_t effective)
     syscall(SYS_capset, &header, sets);
 }
 
+/// Whether its user namespace is not the supervisor's.
+bool has_other_users(pid_t task)
+{
+    struct stat own = {};
+    struct stat its = {};
+    return stat("/proc/self/ns/user", &own) == 0 &&
+           stat(fmt::format("/proc/{}/ns/user", task).c_str(), &its) == 0 && own.st_ino != its.st_ino;
+}
+
 } // namespace
 
 credentials credentials::of_real_user() const
@@ -107,8 +117,12 @@ std::optional<task_status> read_status(pid_t task)
             continue;
         const std::string_view name = line.substr(0, colon);
         read_line(name, numbers(line.substr(colon + 1)), status);
-        if (name == "CapEff")
-            return status;
+        if (name != "CapEff")
+            continue;
+        // In a namespace of its own it has them over nothing that is outside.
+        if ((status.rights.permitted | status.rights.capabilities) != 0 && has_other_users(task))
+            status.rights.permitted = status.rights.capabilities = 0;
+        return status;
     }
     return std::nullopt;
 }

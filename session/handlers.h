@@ -84,6 +84,7 @@ answer handle_pidfd_send_signal(notification& call);
 answer handle_settimeofday(notification& call);
 answer handle_clock_settime(notification& call);
 answer handle_clock_adjtime(notification& call);
+answer handle_adjtimex(notification& call);
 
 // io_calls.cpp
 answer handle_read(notification& call);

@@ -224,6 +224,7 @@ const std::map<std::string, texts>& expected_hooks()
         {"settimeofday", {"settime"}},
         {"clock_settime", {"settime"}},
         {"clock_adjtime", {"settime"}},
+        {"adjtimex", {"settime"}},
         {"read", reads},
         {"pread64", reads},
         {"readv", reads},
