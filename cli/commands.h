@@ -36,6 +36,7 @@ void add_run(CLI::App& program, std::vector<std::string> command, int& status);
 /// `files` is what stood there beside the options.
 void add_digest(CLI::App& program, std::vector<std::string> files, int& status);
 void add_policy(CLI::App& program, int& status);
+void add_replay(CLI::App& program, int& status);
 
 // These talk to a running session.
 void add_agent(CLI::App& program, int& status);

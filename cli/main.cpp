@@ -22,6 +22,7 @@ constexpr const char* examples = R"(Examples:
   sorvanic digest /bin/ls                      what a policy knows a program by
   sorvanic policy build my-policy built        from text files to policy files
   sorvanic run --policy built -- make test     a command and all it starts, under that policy
+  sorvanic replay --policy built events        what the policy says of written events
   sorvanic agent                               what is refused there, as it happens
   sorvanic reload whitelist                    a changed policy file, taken over at once
 
@@ -94,6 +95,7 @@ int parse_and_run(std::span<char*> arguments)
     cli::add_run(program, given.operands, status);
     cli::add_digest(program, given.operands, status);
     cli::add_policy(program, status);
+    cli::add_replay(program, status);
     cli::add_agent(program, status);
     cli::add_status(program, status);
     cli::add_reload(program, status);

@@ -2,12 +2,13 @@
 #define SORVANIC_PLATFORM_USER_MACHINE_H
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/kernel/security.h"
 
-// The rest of the stand-in kernel: its log, its symbols and its security-operations structure.
+// The rest of the stand-in kernel: its log, its symbols, its clock and its security-operations structure.
 
 namespace platform {
 
@@ -18,6 +19,10 @@ void set_kernel_log(std::function<void(std::string_view)> sink);
 /// The text of the symbol file: security_ops, do_fork, do_exit, copy_process and
 /// profile_task_exit at their real addresses among lines that only look alike.
 std::string symbol_text();
+
+/// Stops the clock at so many seconds (0 or more) since 1970-01-01 00:00 UTC; nothing: it is the
+/// host's again, as at first. Set while no hook runs.
+void set_clock(std::optional<long long> seconds);
 
 /// What the kernel variable security_ops points at. Its pages are write-protected.
 const kernel::security_operations& security();

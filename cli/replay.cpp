@@ -1,0 +1,99 @@
+#include "replay/replay.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/core.h>
+
+#include <cerrno>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "cli/commands.h"
+#include "session/policy_directory.h"
+
+namespace cli {
+
+namespace {
+
+constexpr const char* help =
+    R"(EVENTS holds one JSON object a line, each an event (docs/events.md has all of them); - is standard
+input. For each event one JSON object is printed, with what the engine decided (0 or -1), what it
+wrote to the kernel log and what the connected agent received. No process is touched, and no file
+changed: what is there is looked up below --root, and --policy stands there at /etc/sorvanic.
+
+Example: may a shell run /opt/x? Three lines in a file named events,
+  {"event":"task","pid":100,"parent":1,"comm":"bash","exe":"/usr/bin/bash"}
+  {"event":"fork","pid":100,"child":101}
+  {"event":"exec","pid":101,"path":"/opt/x","filename":"./x"}
+  $ sorvanic replay --policy built --agent events
+  {"n":1,"result":null,"log":[],"audit":[]}
+  {"n":2,"result":null,"log":[],"audit":[]}
+  {"n":3,"result":-1,"log":[],"audit":[{"kind":"untp","key":...,"path":"/opt/x",...}]}
+
+Exit status: 0 all events were replayed, 1 a line was not understood or something could not be
+read; standard error says which and why.)";
+
+struct replay_options {
+    replay::options machine;
+    long long now = -1;
+    bool agent = false;
+    std::string events;
+};
+
+int replay_events(replay_options wanted)
+{
+    const bool from_input = wanted.events == "-";
+    const std::string name = from_input ? "standard input" : wanted.events;
+    try {
+        session::check_policy_directory(wanted.machine.policy);
+        std::ifstream file;
+        if (!from_input) {
+            file.open(wanted.events, std::ios::binary);
+            if (!file)
+                throw std::system_error(errno, std::generic_category(),
+                                        wanted.events + ": name a file with events, or -");
+        }
+        if (wanted.now >= 0)
+            wanted.machine.now = wanted.now;
+        replay::world machine(wanted.machine);
+        if (wanted.agent)
+            machine.connect_agent();
+        replay::run(from_input ? std::cin : file, machine,
+                    [](const std::string& answer) { fmt::print("{}\n", answer); });
+    } catch (const replay::bad_line& error) {
+        fmt::print(stderr, "sorvanic replay: {}:{}: {}\n", name, error.number(), error.what());
+        return exit_failed;
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "sorvanic replay: {}\n", error.what());
+        return exit_failed;
+    }
+    return exit_done;
+}
+
+} // namespace
+
+void add_replay(CLI::App& program, int& status)
+{
+    CLI::App* command =
+        program.add_subcommand("replay", "Ask the engine what it would do about written events");
+    auto options = std::make_shared<replay_options>();
+    command->add_option("--policy", options->machine.policy, "Directory with the policy files")
+        ->type_name("DIR")
+        ->required();
+    command->add_option("--root", options->machine.root, "Where programs and files are looked up")
+        ->type_name("DIR")
+        ->capture_default_str();
+    command->add_flag("--agent", options->agent, "Connect an agent first, as a helo event does");
+    command->add_option("--now", options->now, "Stop the clock at that many seconds since 1970 (UTC)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0LL, std::numeric_limits<long long>::max()));
+    command->add_option("EVENTS", options->events, "File with the events, or -")->required()->type_name("");
+    command->footer(help);
+    command->callback([options, &status] { status = replay_events(*options); });
+}
+
+} // namespace cli

@@ -1,0 +1,45 @@
+#ifndef SORVANIC_REPLAY_TREE_H
+#define SORVANIC_REPLAY_TREE_H
+
+#include <string>
+
+#include "platform/user/objects.h"
+
+namespace replay {
+
+/// A directory of the host that stands for "/", and the policy directory that stands at
+/// "/etc/sorvanic" in it, as they are found. Absolute symbolic links begin at that root again.
+class tree {
+public:
+    /// Throws std::system_error when one of them cannot be opened.
+    tree(const std::string& root, const std::string& policy);
+
+    enum class last_link { followed, meant };
+
+    /// The entry at `path` (absolute, no "." or ".."), with those of all directories above it. It has
+    /// the path without symbolic links, the one at its end excepted when that is meant itself. What
+    /// does not exist, or may not be looked at, has an entry without an inode.
+    platform::dentry_handle entry(const std::string& path, last_link at_end) const;
+
+    /// The program at `path`, opened; one that does not exist cannot be opened again.
+    platform::file_handle program(const std::string& path) const;
+
+    /// A file opened on an entry.
+    platform::file_handle file(kernel::dentry* entry) const;
+
+    /// The directory `entry` is in; null when it does not exist.
+    static kernel::inode* directory_of(const platform::dentry_handle& entry);
+
+private:
+    platform::unique_fd open(const std::string& path, bool follow) const;
+    std::string without_links(const std::string& path, last_link at_end) const;
+
+    platform::unique_fd root_;
+    platform::unique_fd policy_;
+    std::string real_root_; ///< where the root is on the host; "" for the host's own
+    platform::file_handle root_file_;
+};
+
+} // namespace replay
+
+#endif
