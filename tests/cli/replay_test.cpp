@@ -1,0 +1,208 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/cli/commands.h"
+
+using namespace cli_test;
+
+namespace {
+
+/// A policy and a file tree; every program of the tree is a file that holds its own path.
+struct replay_case : ::testing::Test {
+    void SetUp() override
+    {
+        for (const char* program : {"/bin/bash", "/bin/ls", "/usr/bin/passwd", "/opt/sorvall"})
+            white_ += files.write("tree" + std::string(program), program) + "\n";
+        files.write("tree/opt/new", "/opt/new");
+        files.write("tree/srv/open", "");
+        for (const auto& [name, text] : {std::pair<const char*, std::string>{"statlabel", "3"},
+                                         {"modllabel", "2000"},
+                                         {"installlabel", "2"},
+                                         {"platuser", "operator"},
+                                         {"whitelist", white_}})
+            files.write("text/" + std::string(name), text);
+    }
+
+    outcome replay(const std::string& events, std::vector<std::string> options = {})
+    {
+        if (files.read("built/statlabel") == "(none)") {
+            const outcome built = sorvanic({"policy", "build", files.path("text"), files.path("built")});
+            EXPECT_EQ(built.status, 0) << built.err;
+        }
+        std::vector<std::string> all = {"replay", "--policy",         files.path("built"),
+                                        "--root", files.path("tree"), files.write("events", events)};
+        all.insert(all.end(), options.begin(), options.end());
+        return sorvanic(all);
+    }
+
+    directory files;
+
+private:
+    std::string white_;
+};
+
+/// What stands in the document's block of that name.
+std::string block(const std::string& name)
+{
+    std::ifstream stream(SORVANIC_EVENTS_DOCUMENT);
+    std::ostringstream all;
+    all << stream.rdbuf();
+    const std::string text = all.str();
+    const std::string start = "```json " + name + "\n";
+    const std::size_t at = text.find(start);
+    if (at == std::string::npos)
+        return "(no such block)";
+    return text.substr(at + start.size(), text.find("```\n", at + start.size()) - at - start.size());
+}
+
+TEST_F(replay_case, TheDocumentedExampleIsAnsweredAsDocumented)
+{
+    const outcome got = replay(block("events"), {"--agent"});
+    EXPECT_EQ(got.status, 0) << got.err;
+    EXPECT_EQ(got.out, block("answers"));
+}
+
+TEST_F(replay_case, EveryKindOfEventReachesTheEngineAndIsAnsweredWhole)
+{
+    files.write("text/modllabel", "2020");
+    files.write("text/auditlabel", "2:2\n3:2\n5:2\n");
+    files.write("text/dirctl", "/srv\n");
+    files.write("text/dac", "/srv/open:operator:6\n");
+    files.write("text/ptpylist", "crond\n");
+    const std::string faau = R"({"kind":"faau","path":"/srv/open","process":"login","user":"operator")";
+    const struct {
+        std::string event, result, log, audit;
+    } cases[] = {
+        {R"({"event":"task","pid":100,"parent":1,"comm":"login","exe":"/bin/bash"})", "null", "", ""},
+        {R"({"event":"login","pid":100,"user":"operator","mode":1})", "null",
+         R"("Response Policy Request Success","Username [operator] Login ID [100] current PID [100] Mode [1]")",
+         ""},
+        {R"({"event":"exec","pid":100,"path":"/opt/none","filename":"./none"})", "-1", "",
+         ""}, // key 0, which is no news
+        {R"({"event":"helo","pid":90})", "null", R"("Response Helo Request Success","Process [90] Register")",
+         ""},
+        {R"({"event":"file","pid":100,"op":"file_permission","path":"/srv/open","mask":4})", "0", "",
+         faau + R"(,"decision":1,"class":4})"},
+        {R"({"event":"file","pid":100,"op":"inode_permission","path":"/srv/open","mask":3})", "-1", "",
+         faau + R"(,"decision":2,"class":4})"},
+        {R"({"event":"file","pid":100,"op":"inode_permission","path":"/srv/none","mask":2})", "0", "", ""},
+        {R"({"event":"file","pid":100,"op":"rename","path":"/bin/ls","to":"/srv/ls"})", "-1", "", ""},
+        {R"({"event":"task","pid":200,"parent":100,"comm":"crond","exe":"/bin/crond"})", "null", "", ""},
+        {R"({"event":"file","pid":200,"op":"unlink","path":"/etc/sorvanic/whitelist"})", "-1", "", ""},
+        {R"({"event":"kill","pid":100,"target":200,"signal":9})", "-1", "", ""},
+        {R"({"event":"settime","pid":100,"seconds":1})", "0", R"("send syst message success: 1  5")",
+         R"({"kind":"syst","requested":1,"current":5})"},
+        {R"({"event":"reload","pid":100,"mask":1024})", "null",
+         R"("Response Policy Request Success","send plau audit !")",
+         R"({"kind":"plau","user":"operator","mask":1024,"result":1})"},
+        {R"({"event":"shell_reset","pid":90})", "null", "", ""},
+        {R"({"event":"quit","pid":91})", "null",
+         R"("Response Quit Request Success","Process Pid [90] Pid [91]",)"
+         R"("Process [90] Exist, Process [91] Connect To Kernel Failed","Response Quit Request Failed")",
+         ""},
+        {R"({"event":"exit","pid":100})", "null", "", ""},
+        {R"({"event":"kill","pid":1,"target":200,"signal":9})", "-1", "", ""},
+    };
+    std::string events;
+    std::string answers;
+    int n = 0;
+    for (const auto& each : cases) {
+        events += "\n" + each.event + "\n";
+        answers += R"({"n":)" + std::to_string(++n) + R"(,"result":)" + each.result + R"(,"log":[)" +
+                   each.log + R"(],"audit":[)" + each.audit + "]}\n";
+    }
+    const outcome got = replay(events, {"--now", "5"});
+    EXPECT_EQ(got.status, 0) << got.err;
+    EXPECT_EQ(got.out, answers);
+}
+
+TEST_F(replay_case, ArgumentsMarksAndNamesLastBetweenEvents)
+{
+    files.write("text/modllabel", "2020");
+    files.write("tree/etc/shadow", "");
+    std::filesystem::create_hard_link(files.path("tree/opt/new"), files.path("tree/opt/other"));
+    std::filesystem::create_symlink("/opt/new", files.path("tree/opt/link"));
+    const std::pair<const char*, const char*> cases[] = {
+        {R"({"event":"task","pid":100,"parent":1,"comm":"login","exe":"/bin/bash"})", "null"},
+        {R"({"event":"login","pid":100,"user":"operator","mode":0})", "null"},
+        {R"({"event":"exec","pid":100,"path":"/bin/ls","filename":"ls"})", "-1"},
+        {R"({"event":"exec","pid":100,"path":"/usr/bin/passwd","filename":"passwd","args":["passwd","x"]})",
+         "0"},
+        {R"({"event":"file","pid":100,"op":"rename","path":"/etc/nshadow","to":"/etc/shadow"})", "0"},
+        {R"({"event":"exec","pid":100,"path":"/bin/ls","filename":"ls"})", "-1"},
+        {R"({"event":"exec","pid":100,"path":"/usr/bin/passwd","filename":"passwd","args":["passwd","operator"]})",
+         "0"},
+        {R"({"event":"exec","pid":100,"path":"/usr/bin/passwd","filename":"passwd"})", "0"}, // keeps them
+        {R"({"event":"fork","pid":100,"child":101})", "null"},
+        {R"({"event":"file","pid":101,"op":"rename","path":"/etc/nshadow","to":"/etc/shadow"})", "0"},
+        {R"({"event":"exec","pid":100,"path":"/bin/ls","filename":"ls"})", "0"},
+        {R"({"event":"task","pid":200,"parent":1,"comm":"bash","exe":"/bin/bash"})", "null"},
+        {R"({"event":"fork","pid":200,"child":201})", "null"},
+        {R"({"event":"exec","pid":201,"path":"/opt/sorvall","filename":"/opt/sorvall"})", "0"},
+        {R"({"event":"fork","pid":201,"child":202})", "null"},
+        {R"({"event":"file","pid":202,"op":"setattr","path":"/opt/link","mode":33261})", "0"},
+        {R"({"event":"exec","pid":202,"path":"/opt/other","filename":"./other"})", "0"},
+        {R"({"event":"reload","pid":202,"mask":1024})", "null"},
+        {R"({"event":"exit","pid":201})", "null"}, // and 202 is a child of init
+        {R"({"event":"exec","pid":202,"path":"/opt/other","filename":"./other"})", "-1"},
+    };
+    std::string events;
+    std::string results;
+    for (const auto& [event, result] : cases) {
+        events += std::string(event) + "\n";
+        results += std::string(result) + " " + event + "\n";
+    }
+    const outcome got = replay(events);
+    EXPECT_EQ(got.status, 0) << got.err;
+    std::istringstream lines(got.out);
+    std::string found;
+    for (const auto& [event, result] : cases) {
+        std::string line;
+        std::getline(lines, line);
+        const std::size_t at = line.find("\"result\":") + 9;
+        found += line.substr(at, line.find(',', at) - at) + " " + event + "\n";
+    }
+    EXPECT_EQ(found, results) << got.out;
+}
+
+TEST_F(replay_case, ALineThatIsNotUnderstoodStopsTheReplay)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"{", "no JSON"},
+        {"[]", "no JSON object"},
+        {R"({"pid":1})", "\"event\" is missing"},
+        {R"({"event":"forc","pid":1})", "there is no event \"forc\"; those there are: task, fork"},
+        {R"({"event":"fork","pid":1})", "\"child\" is missing"},
+        {R"({"event":"fork","pid":1,"child":2,"chidl":3})", "there is no \"chidl\""},
+        {R"({"event":"fork","pid":1,"child":2,"child":3})", "\"child\" stands there twice"},
+        {R"({"event":"fork","pid":"1","child":2})", "\"pid\" is \"1\"; write a whole number from 1"},
+        {R"({"event":"fork","pid":1,"child":2147483648})", "\"child\" is 2147483648"},
+        {R"({"event":"fork","pid":1,"child":1})", "there is a task 1 already"},
+        {R"({"event":"exit","pid":7})", "there is no task 7"},
+        {R"({"event":"exit","pid":1})", "never exits"},
+        {R"({"event":"kill","pid":1,"target":7,"signal":9})", "there is no task 7"},
+        {R"({"event":"exec","pid":1,"path":"x","filename":"x"})", "write a path from"},
+        {R"({"event":"exec","pid":1,"path":"/a/../x","filename":"x"})", "write a path from"},
+        {R"({"event":"exec","pid":1,"path":"/x","filename":null})", "\"filename\" is null; write a text"},
+        {R"({"event":"file","pid":1,"op":"read","path":"/x"})", "there is no file operation \"read\""},
+        {R"({"event":"file","pid":1,"op":"rename","path":"/x"})", "\"to\" is missing"},
+        {R"({"event":"file","pid":1,"op":"setattr","path":"/x"})", "\"mode\" is missing"},
+        {R"({"event":"task","pid":2,"parent":1,"comm":"a","exe":null,"args":["a",1]})", "\"args\" is 1"},
+    };
+    for (const auto& [line, told] : cases) {
+        const outcome got = replay("\n{\"event\":\"helo\",\"pid\":9}\n" + std::string(line) + "\n");
+        EXPECT_EQ(got.status, 1) << line;
+        EXPECT_NE(got.err.find(files.path("events") + ":3: "), std::string::npos) << got.err;
+        EXPECT_NE(got.err.find(told), std::string::npos) << "'" << told << "' is not in: " << got.err;
+        EXPECT_EQ(std::count(got.out.begin(), got.out.end(), '\n'), 1) << got.out;
+    }
+}
+
+} // namespace
