@@ -50,8 +50,8 @@ TEST(Usage, MisuseIsToldAndHasTheCommandsOwnStatus)
 TEST(Usage, HelpOfEveryCommandTeachesWithAnExample)
 {
     const std::vector<std::string> commands[] = {
-        {},         {"run"},    {"digest"}, {"policy", "build"}, {"agent"},
-        {"status"}, {"reload"}, {"login"},  {"install-end"},     {"shell-reset"}};
+        {},         {"run"},   {"digest"},      {"policy", "build"}, {"agent"}, {"status"},
+        {"reload"}, {"login"}, {"install-end"}, {"shell-reset"},     {"replay"}};
     for (std::vector<std::string> command : commands) {
         command.emplace_back("--help");
         const outcome got = sorvanic(command);
