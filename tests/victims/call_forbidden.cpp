@@ -50,6 +50,15 @@ int main()
     std::printf("io_uring_register %d\n", error_of(syscall(SYS_io_uring_register, -1, 0, nullptr, 0)));
     std::printf("x32-execve %d\n", error_of(syscall(0x40000000 + 520, "/bin/true", nullptr, nullptr)));
     std::printf("int80 %d\n", old_entry());
+    std::printf("open_by_handle_at %d\n", error_of(syscall(SYS_open_by_handle_at, -1, nullptr, 0)));
+    std::printf("process_vm_writev %d\n",
+                error_of(syscall(SYS_process_vm_writev, getpid(), nullptr, 0, nullptr, 0, 0)));
+    // What may be asked for without any rights; the descriptor is a bad one.
+    std::printf("open_tree %d\n", error_of(syscall(SYS_open_tree, -1, "name", 0)));
+    std::printf("setns-any %d\n", error_of(syscall(SYS_setns, -1, 0)));
+    std::printf("setns-mounts %d\n", error_of(syscall(SYS_setns, -1, CLONE_NEWNS)));
+    std::printf("setns-processes %d\n", error_of(syscall(SYS_setns, -1, CLONE_NEWPID)));
+    std::printf("setns-net %d\n", error_of(syscall(SYS_setns, -1, CLONE_NEWNET)));
     std::printf("getpid %d\n", error_of(syscall(SYS_getpid)));
     return 0;
 }
