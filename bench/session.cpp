@@ -1,6 +1,9 @@
+#include <sched.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench/benchmarks.h"
@@ -36,10 +39,13 @@ std::string compiler_part(const std::string& name)
     return find_program("\"$(cc -print-prog-name=" + name + ")\"");
 }
 
+constexpr const char* exec_control = "2000\n";
+constexpr const char* no_control = "0000\n"; // hooks are asked, and decide at once
+
 /// An enforcing policy that admits the programs.
 class session_policy {
 public:
-    explicit session_policy(const words& programs)
+    explicit session_policy(const words& programs, const std::string& modules = exec_control)
     {
         fs::create_directory(work_ / "source");
         std::string whitelist;
@@ -47,7 +53,7 @@ public:
             whitelist += program + "\n";
         work_.write("source/whitelist", whitelist);
         work_.write("source/statlabel", "3:enforcing\n");
-        work_.write("source/modllabel", "2000\n");
+        work_.write("source/modllabel", modules);
         if (!fs::exists(SORVANIC_PROGRAM))
             problem_ = "skipped: there is no sorvanic program in this build";
         else if (bench::run_command(
@@ -75,11 +81,14 @@ private:
     std::string problem_;
 };
 
-/// The command in a session and bare; `prepare` is called before each, unmeasured.
+/// The command in a session, and as the peer runs it; `prepare` is called before each, unmeasured.
 template <typename Prepare>
 void in_session(benchmark::State& state, const session_policy& policy, std::size_t items,
-                const words& command, Prepare prepare)
+                const words& command, Prepare prepare, const words& peer = {},
+                const char* peer_name = "the bare command")
 {
+    words peer_command = peer;
+    peer_command.insert(peer_command.end(), command.begin(), command.end());
     if (!policy.problem().empty()) {
         state.SkipWithError(policy.problem().c_str());
         return;
@@ -87,14 +96,14 @@ void in_session(benchmark::State& state, const session_policy& policy, std::size
     int our_status = 0;
     int peer_status = 0;
     bench::alternate(
-        state, "the bare command", items,
+        state, peer_name, items,
         [&] {
             prepare();
             return bench::seconds([&] { our_status |= policy.run(command); });
         },
         [&] {
             prepare();
-            return bench::seconds([&] { peer_status |= bench::run_command(command); });
+            return bench::seconds([&] { peer_status |= bench::run_command(peer_command); });
         });
     if (our_status != 0 || peer_status != 0)
         state.SkipWithError("FAILED: the command did not succeed");
@@ -142,7 +151,63 @@ void refused(benchmark::State& state)
         state.SkipWithError("FAILED: the program was not refused");
 }
 
-void make_job(benchmark::State& state)
+/// This process, and what it starts, on one processor for a scope.
+class one_processor {
+public:
+    one_processor()
+    {
+        sched_getaffinity(0, sizeof former_, &former_);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        for (int cpu = 0; cpu < CPU_SETSIZE && CPU_COUNT(&one) == 0; ++cpu)
+            if (CPU_ISSET(cpu, &former_))
+                CPU_SET(cpu, &one);
+        sched_setaffinity(0, sizeof one, &one);
+    }
+    ~one_processor() { sched_setaffinity(0, sizeof former_, &former_); }
+    one_processor(const one_processor&) = delete;
+    one_processor& operator=(const one_processor&) = delete;
+
+private:
+    cpu_set_t former_;
+};
+
+void system_calls(benchmark::State& state, const std::string& what, bool against_strace)
+{
+    const auto times = static_cast<std::size_t>(state.range(0));
+    const std::string shell = find_program("sh");
+    const session_policy policy({shell}, no_control);
+    const bench::directory work;
+    work.write("file", "content");
+    const words command = {shell, "-c",
+                           "cd " + (work / "") + " && exec " + SORVANIC_MAKE_CALLS + " " + what + " " +
+                               std::to_string(times)};
+    const one_processor alone;
+    if (!against_strace)
+        return in_session(state, policy, times, command, [] {});
+    const std::string strace = find_program("strace");
+    if (strace.empty())
+        return state.SkipWithError("skipped: there is no strace");
+    const std::string calls = "trace=" + what.substr(0, what.find('_')) + ",openat,unlink";
+    in_session(
+        state, policy, times, command, [] {}, {strace, "-f", "--seccomp-bpf", "-o", "/dev/null", "-e", calls},
+        "strace --seccomp-bpf of the call");
+}
+
+void compile_large(benchmark::State& state, const char* modules)
+{
+    const words programs = {find_program("g++"), compiler_part("cc1plus"), compiler_part("as")};
+    if (programs[0].empty())
+        return state.SkipWithError("skipped: there is no C++ compiler");
+    const bench::directory work;
+    work.write("large.cpp", "#include <regex>\n#include <string>\nbool f(const std::string& s) "
+                            "{ return std::regex_match(s, std::regex(\"a*b|c\")); }\n");
+    const session_policy policy(programs, modules);
+    in_session(state, policy, 1, {programs[0], "-O2", "-c", "-o", work / "large.o", work / "large.cpp"},
+               [] {});
+}
+
+void make_job(benchmark::State& state, const char* modules)
 {
     const words programs = {find_program("sh"), find_program("make"), find_program("cc"),
                             compiler_part("cc1"), compiler_part("as")};
@@ -159,7 +224,7 @@ void make_job(benchmark::State& state)
         work.write("part_" + number + ".c",
                    "int part_" + number + "(int x) { return x * " + number + "; }\n");
     }
-    const session_policy policy(programs);
+    const session_policy policy(programs, modules);
     in_session(state, policy, 1, {"make", "-s", "-j2", "-C", work / ""}, [&] {
         for (int i = 0; i < files; ++i)
             fs::remove(work / ("part_" + std::to_string(i) + ".o"));
@@ -178,8 +243,26 @@ void bench::register_session(const plan& plan)
         ->Arg(plan.smoke ? 20 : 300)
         ->Iterations(plan.rounds(15, 1))
         ->UseManualTime();
-    benchmark::RegisterBenchmark("session/make_j2/files", make_job)
-        ->Arg(plan.smoke ? 4 : 24)
+    for (const char* what : {"stat", "open_close", "create_unlink", "rename"})
+        benchmark::RegisterBenchmark(("session/one_cpu/" + std::string(what)).c_str(), system_calls, what,
+                                     false)
+            ->Arg(plan.smoke ? 100 : 20'000)
+            ->Iterations(plan.rounds(7, 1))
+            ->UseManualTime();
+    benchmark::RegisterBenchmark("session/one_cpu/open_close/strace", system_calls, "open_close", true)
+        ->Arg(plan.smoke ? 100 : 20'000)
         ->Iterations(plan.rounds(7, 1))
         ->UseManualTime();
+    for (const auto& [suffix, modules] : {std::pair{"", exec_control}, {"/undigested", no_control}}) {
+        benchmark::RegisterBenchmark(("session/make_j2/files" + std::string(suffix)).c_str(), make_job,
+                                     modules)
+            ->Arg(plan.smoke ? 4 : 24)
+            ->Iterations(plan.rounds(7, 1))
+            ->UseManualTime();
+        if (!plan.smoke)
+            benchmark::RegisterBenchmark(("session/large_cpp" + std::string(suffix)).c_str(), compile_large,
+                                         modules)
+                ->Iterations(plan.rounds(5, 1))
+                ->UseManualTime();
+    }
 }
