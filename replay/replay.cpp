@@ -44,7 +44,8 @@ void run(std::istream& events, world& in, const std::function<void(const std::st
         print(text_of(++count, *given));
     }
     if (events.bad())
-        throw std::runtime_error("cannot be read to its end; name a file, or - for standard input");
+        throw std::runtime_error(
+            "the events cannot be read to their end; name a file, or - for standard input");
 }
 
 } // namespace replay
