@@ -68,11 +68,11 @@ void add_run(CLI::App& program, std::vector<std::string> command, int& status)
     run->add_option("--user", options->user, "Login user recorded for the command")->type_name("NAME");
     run->add_option("--channel-port", options->channel_port,
                     "Netlink port id where agents reach the session (default: a free one)")
-        ->type_name("ID")
+        ->option_text("ID")
         ->check(CLI::Range(std::uint32_t{1}, std::numeric_limits<std::uint32_t>::max()));
     run->add_option("--channel-uid", options->channel_users,
                     "User id whose processes may talk to the session as well; repeatable")
-        ->type_name("UID")
+        ->option_text("UID")
         ->allow_extra_args(false);
     run->add_flag("--channel-inside", options->channel_inside,
                   "Let the supervised processes talk to it, too: they can then end a phase or reload");

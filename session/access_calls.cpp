@@ -43,7 +43,7 @@ answer access(notification& call, int directory, int name, int mode, int flags)
     const pinned_object object = pin(std::move(found.file), who);
     if (const int error = access_error(who, object.file, mode))
         return answer::fail(error);
-    if (is_off_limits(object, call.parts()) || !may(call, object, mode | may_access))
+    if (is_off_limits(object, call.parts(), (mode & W_OK) == 0) || !may(call, object, mode | may_access))
         return answer::fail(EPERM);
     return answer::succeed();
 }

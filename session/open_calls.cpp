@@ -111,7 +111,8 @@ answer open_existing(notification& call, unique_fd found, const open_request& wa
     const pinned_object object = pin(std::move(found), call.who());
     if (const int error = kind_error(object.about, wanted.flags))
         return answer::fail(error);
-    if (is_off_limits(object, call.parts()))
+    const bool only_to_read = (wanted.flags & (O_ACCMODE | O_TRUNC)) == O_RDONLY;
+    if (is_off_limits(object, call.parts(), only_to_read))
         return answer::fail(EPERM);
 
     // Opening these does nothing yet, and tells whether the caller may.

@@ -15,6 +15,7 @@
 
 #include <fmt/format.h>
 
+#include "agent/status_files.h"
 #include "platform/kernel/security.h"
 #include "platform/user/machine.h"
 
@@ -72,13 +73,15 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
                                    object ? duplicate(object) : unique_fd());
 }
 
-bool is_off_limits(const pinned_object& object, const session_parts& parts)
+bool is_off_limits(const pinned_object& object, const session_parts& parts, bool only_to_read)
 {
-    const std::string& state = parts.state_directory;
     const std::string& path = object.path.text;
-    if (object.path.hidden == 0 && path.starts_with(state) &&
-        (path.size() == state.size() || path[state.size()] == '/'))
-        return true;
+    const auto is_below = [&](const std::string& directory) {
+        return object.path.hidden == 0 && path.starts_with(directory) &&
+               (path.size() == directory.size() || path[directory.size()] == '/');
+    };
+    if (is_below(parts.state_directory))
+        return !only_to_read || !is_below(parts.state_directory + "/" + agent::status_directory_name);
     const std::string task = first_number(path);
     return !task.empty() && is_in_proc(object.file) &&
            access(fmt::format("/proc/self/task/{}", task).c_str(), F_OK) == 0;

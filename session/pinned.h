@@ -34,8 +34,8 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
                                  const unique_fd& object);
 
 /// Whether it belongs to the session itself: a file of its state directory, or of the supervisor's
-/// entry in any proc.
-bool is_off_limits(const pinned_object& object, const session_parts& parts);
+/// entry in any proc. What it publishes for others may be read by its own processes, too.
+bool is_off_limits(const pinned_object& object, const session_parts& parts, bool only_to_read = false);
 
 /// The error with which the host refuses `who` these accesses (R_OK, W_OK, X_OK); 0 for none.
 int access_error(const caller& who, const unique_fd& object, int wanted);

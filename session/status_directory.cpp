@@ -27,7 +27,8 @@ bool write_whole(int fd, const std::string& text)
 
 } // namespace
 
-status_directory::status_directory(const std::string& state) : path_(state + "/" + agent::status_directory_name)
+status_directory::status_directory(const std::string& state)
+    : path_(state + "/" + agent::status_directory_name)
 {
     const auto fail = [this](const char* remedy) {
         throw trouble(fmt::format("status directory {}: {}; {}", path_, error_text(errno), remedy));
