@@ -1,6 +1,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <iomanip>
 #include <sstream>
@@ -258,6 +259,7 @@ TEST_F(session_channel, a_full_queue_holds_the_session_up_or_loses_what_was_in_i
 TEST_F(session_channel, a_process_of_the_session_cannot_find_it_or_can_forge_its_status)
 {
     const fs::path tool = listed("tool", read_file(SORVANIC_PROGRAM));
+    setenv("ASAN_OPTIONS", "detect_leaks=0", 1); // that traces
     const std::string state = (directory() / "state").string();
     const outcome result = run_session({shell, "-c",
                                         "set -x; " + tool.string() + " reload whitelist --state " + state +
