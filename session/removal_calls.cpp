@@ -12,12 +12,15 @@
 #include "platform/user/machine.h"
 #include "session/directory_change.h"
 #include "session/handlers.h"
+#include "session/tracee_memory.h"
 
 // Calls that take a name away or give a file another: unlink, rmdir, rename.
 
 namespace session {
 
 namespace {
+
+constexpr std::size_t most_arguments = 8192; // more than the engine looks at
 
 /// A file that may have lost its last name by what has just been done.
 void note_loss(const unique_fd& object)
@@ -155,6 +158,8 @@ answer rename(notification& call, int old_directory, int old_name, int directory
     if (task == nullptr)
         return answer::fail(EPERM);
     if (certain) {
+        // A first password counts as set when its user's program renames the password file.
+        platform::set_arguments(task, program_arguments(call.who().task(), most_arguments));
         const platform::event running(task);
         if (!may_rename(from, to, flags))
             return answer::fail(EPERM);

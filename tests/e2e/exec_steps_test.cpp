@@ -13,14 +13,19 @@ namespace e2e {
 
 namespace {
 
-/// A program that ends with status 0 and needs no library.
-std::string tiny_program()
+using namespace std::string_literals;
+
+const std::string exit_code = "\x31\xff\xb8\x3c\0\0\0\x0f\x05"s; // exit(0)
+// rename(a, b), where these stand behind the code
+const std::string rename_shadow_code = "\x48\x8d\x3d\x17\0\0\0\x48\x8d\x35\x20\0\0\0\xb8\x52\0\0\0\x0f\x05"s +
+                                       exit_code + "/etc/shadow.new\0/etc/shadow\0"s;
+
+/// A program that needs no library.
+std::string tiny_program(const std::string& code)
 {
-    constexpr unsigned char instructions[] = {0x31, 0xff, 0xb8, 60, 0, 0, 0, 0x0f, 0x05}; // exit(0)
     struct {
         Elf64_Ehdr header;
         Elf64_Phdr segment;
-        unsigned char code[sizeof instructions];
     } file = {};
     constexpr Elf64_Addr base = 0x400000;
     std::memcpy(file.header.e_ident, ELFMAG, SELFMAG);
@@ -38,10 +43,9 @@ std::string tiny_program()
     file.segment.p_type = PT_LOAD;
     file.segment.p_flags = PF_R | PF_X;
     file.segment.p_vaddr = base;
-    file.segment.p_filesz = file.segment.p_memsz = sizeof file;
+    file.segment.p_filesz = file.segment.p_memsz = sizeof file + code.size();
     file.segment.p_align = 0x1000;
-    std::memcpy(file.code, instructions, sizeof instructions);
-    return {reinterpret_cast<const char*>(&file), sizeof file};
+    return std::string(reinterpret_cast<const char*>(&file), sizeof file) + code;
 }
 
 enum list : unsigned { none = 0, white = 1, black = 2, super = 4 };
@@ -53,11 +57,11 @@ protected:
 
     fs::path root() const { return directory() / "root"; }
 
-    void program(const std::string& path, unsigned lists)
+    void program(const std::string& path, unsigned lists, const std::string& code = exit_code)
     {
         fs::create_directories(root() / path.substr(1, path.rfind('/')));
         const std::string name = "root" + path;
-        const std::string content = tiny_program() + path;
+        const std::string content = tiny_program(code) + path;
         const fs::path made = (lists & white) != 0 ? listed(name, content) : unlisted(name, content);
         if ((lists & black) != 0)
             blacklist(made);
@@ -150,6 +154,21 @@ TEST_F(exec_steps, a_program_is_decided_by_the_wrong_step)
     status = "2";
     EXPECT_EQ(run_inside(paths, {}, [] {}), expected[1]);
     EXPECT_EQ(run_after_login(paths, "0"), expected[1]);
+}
+
+TEST_F(exec_steps, a_first_password_does_not_end_the_confinement)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "paths of its own need a root directory of its own, and that needs root";
+    encoded("platuser", "operator\n");
+    program("/opt/white", white);
+    program("/usr/bin/passwd", white, rename_shadow_code);
+    fs::create_directory(root() / "etc");
+    std::ofstream(root() / "etc/shadow.new") << "new";
+    EXPECT_EQ(run_after_login({"/opt/white", "/usr/bin/passwd", "/opt/white"}, "0"),
+              "/opt/white -1\n/usr/bin/passwd 0\n/opt/white 0\n");
+    EXPECT_EQ(read_file(root() / "etc/shadow"), "new");
+    EXPECT_EQ(status_file("proshellmode") + status_file("proshelluser"), "1\noperator\n");
 }
 
 TEST_F(exec_steps, a_super_process_vouches_for_more_or_fewer_than_two_generations)

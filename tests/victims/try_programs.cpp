@@ -5,7 +5,8 @@
 #include <cstdio>
 
 // try_programs ROOT PROGRAM...: makes ROOT its root directory, waits until there is a file "/go", and
-// runs one program after the other. Prints each with its exit status, or -1 when it may not be run.
+// runs one program after the other, with the argument "operator". Prints each with its exit status, or -1
+// when it may not be run.
 
 int main(int argc, char** argv)
 {
@@ -16,7 +17,7 @@ int main(int argc, char** argv)
     for (int i = 2; i < argc; ++i) {
         const pid_t child = fork();
         if (child == 0) {
-            execl(argv[i], argv[i], nullptr);
+            execl(argv[i], argv[i], "operator", nullptr);
             _exit(errno == EPERM ? 255 : 254);
         }
         int status = 0;
