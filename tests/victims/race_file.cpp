@@ -16,6 +16,7 @@
 //   link       another process exchanges a symbolic link to the file
 //   directory  another process exchanges a directory of that name for a link
 //   unlink     as memory, and the file is removed and made again
+//   rename     as memory, and the file is renamed and made again
 // Prints how often it was let through, was refused, and reached the forbidden file.
 
 namespace {
@@ -44,7 +45,9 @@ int main(int argc, char** argv)
     const std::string allowed = std::string(argv[2]) + "/file";
     const std::string forbidden = std::string(argv[3]) + "/file";
     const int rounds = std::atoi(argv[4]);
-    const bool in_memory = what == "memory" || what == "unlink";
+    const bool takes_away = what == "unlink" || what == "rename";
+    const bool in_memory = what == "memory" || takes_away;
+    const std::string moved = std::string(argv[2]) + "/moved";
     const ino_t evil = number_of(forbidden);
 
     static char name[4096];
@@ -71,8 +74,9 @@ int main(int argc, char** argv)
     int refused = 0;
     int reached = 0;
     for (int i = 0; i < rounds; ++i) {
-        if (what == "unlink") {
-            (unlink(name) == 0 ? through : refused) += 1;
+        if (takes_away) {
+            const int result = what == "unlink" ? unlink(name) : rename(name, moved.c_str());
+            (result == 0 ? through : refused) += 1;
             reached += number_of(forbidden) != evil ? 1 : 0;
             close(open(allowed.c_str(), O_CREAT | O_WRONLY, 0600));
             continue;
