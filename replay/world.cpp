@@ -104,9 +104,10 @@ world::world(const options& wanted) : tree_(wanted.root, wanted.policy)
 world::~world()
 {
     peers_.clear();
+    // While the engine still frees marks: the programs of tasks may bear some.
+    platform::reset_tasks();
     platform::empty_inode_cache();
     sorvanic_exit();
-    platform::reset_tasks();
     platform::unmount_all();
     platform::set_clock({});
     platform::set_kernel_log({});
