@@ -33,7 +33,7 @@ std::string first_number(const std::string& path)
 {
     for (std::size_t begin = 1; begin < path.size();) {
         const std::size_t end = std::min(path.find('/', begin), path.size());
-        const std::string component = path.substr(begin, end - begin);
+        std::string component = path.substr(begin, end - begin);
         if (!component.empty() && std::ranges::all_of(component, [](unsigned char c) { return isdigit(c); }))
             return component;
         begin = end + 1;

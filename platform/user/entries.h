@@ -4,9 +4,9 @@
 #include <sys/stat.h>
 
 #include <atomic>
-#include <compare>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/kernel/path.h"
@@ -34,7 +34,11 @@ struct inode_key {
     s64 birth_seconds;
     u32 birth_nanoseconds;
 
-    auto operator<=>(const inode_key&) const = default;
+    bool operator<(const inode_key& other) const
+    {
+        return std::tie(number, birth_seconds, birth_nanoseconds) <
+               std::tie(other.number, other.birth_seconds, other.birth_nanoseconds);
+    }
 };
 
 struct inode {
