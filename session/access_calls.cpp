@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -11,7 +12,7 @@
 #include "session/pinned.h"
 #include "session/resolve.h"
 
-// Calls that ask for permission only, or that make a directory the place where names begin.
+// Calls that ask for permission only, that make a directory the place where names begin, or watch.
 
 namespace session {
 
@@ -48,23 +49,28 @@ answer access(notification& call, int directory, int name, int mode, int flags)
     return answer::succeed();
 }
 
-/// The kernel does it, and names the errors.
-answer enter(notification& call, unique_fd file)
+/// The kernel does it, and names the errors: also where the caller's own `rights` are missing.
+answer go_on_when_permitted(notification& call, unique_fd file, bool directories_only, int rights, int mask)
 {
     if (!file)
         return answer::let_go_on();
     const pinned_object object = pin(std::move(file), call.who());
-    if (!object.is_directory() || access_error(call.who(), object.file, X_OK) != 0)
+    if ((directories_only && !object.is_directory()) || access_error(call.who(), object.file, rights) != 0)
         return answer::let_go_on();
-    if (is_off_limits(object, call.parts()) || !may(call, object, kernel::may_exec | may_access))
+    if (is_off_limits(object, call.parts()) || !may(call, object, mask))
         return answer::fail(EPERM);
     return answer::let_go_on();
 }
 
-unique_fd named_directory(notification& call)
+answer enter(notification& call, unique_fd file)
 {
-    const passed_name passed = call.name(0);
-    return passed.error != 0 ? unique_fd() : resolve(call.who(), AT_FDCWD, passed.text, 0).file;
+    return go_on_when_permitted(call, std::move(file), true, X_OK, kernel::may_exec | may_access);
+}
+
+unique_fd named(notification& call, int name, int flags)
+{
+    const passed_name passed = call.name(name);
+    return passed.error != 0 ? unique_fd() : resolve(call.who(), AT_FDCWD, passed.text, flags).file;
 }
 
 } // namespace
@@ -86,7 +92,7 @@ answer handle_faccessat2(notification& call)
 
 answer handle_chdir(notification& call)
 {
-    return enter(call, named_directory(call));
+    return enter(call, named(call, 0, 0));
 }
 
 answer handle_fchdir(notification& call)
@@ -96,10 +102,17 @@ answer handle_fchdir(notification& call)
 
 answer handle_chroot(notification& call)
 {
-    answer given = enter(call, named_directory(call));
+    answer given = enter(call, named(call, 0, 0));
     if (given.what == answer::kind::go_on)
         call.parts().tasks.changes_root(call.who().task());
     return given;
+}
+
+answer handle_inotify_add_watch(notification& call)
+{
+    const int wanted = call.number(2);
+    unique_fd file = named(call, 1, (wanted & IN_DONT_FOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0);
+    return go_on_when_permitted(call, std::move(file), (wanted & IN_ONLYDIR) != 0, R_OK, kernel::may_read);
 }
 
 } // namespace session

@@ -92,6 +92,7 @@ constexpr call_rule rules[] = {
     handled("chdir", SYS_chdir, handle_chdir, on_inode_permission),
     handled("fchdir", SYS_fchdir, handle_fchdir, on_inode_permission),
     handled("chroot", SYS_chroot, handle_chroot, on_inode_permission),
+    handled("inotify_add_watch", SYS_inotify_add_watch, handle_inotify_add_watch, on_inode_permission),
 
     handled("mknod", SYS_mknod, handle_mknod, on_inode_permission | on_create),
     handled("mknodat", SYS_mknodat, handle_mknodat, on_inode_permission | on_create),

@@ -26,6 +26,7 @@ answer handle_faccessat2(notification& call);
 answer handle_chdir(notification& call);
 answer handle_fchdir(notification& call);
 answer handle_chroot(notification& call);
+answer handle_inotify_add_watch(notification& call);
 
 // name_calls.cpp
 answer handle_mknod(notification& call);

@@ -178,6 +178,7 @@ const std::map<std::string, texts>& expected_hooks()
         {"chdir", {"permission 11 d"}},
         {"fchdir", {"permission 11 d"}},
         {"chroot", {"permission 11 d"}},
+        {"inotify_add_watch", {"permission 4 f"}},
         {"mknod", {"permission 3 .", "create 8180 new"}},
         {"mknodat", {"permission 3 .", "create 8180 new"}},
         {"mkdir", {"permission 3 .", "mkdir 1c0 new"}},

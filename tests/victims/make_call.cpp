@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -39,6 +40,8 @@ struct needs {
     int directory;
     int other;
     int process;
+    int watches;
+    int pipe;
 };
 
 struct call {
@@ -54,6 +57,29 @@ const siginfo_t queued = [] {
 }();
 const timespec times[2] = {{1, 0}, {1, 0}};
 const timeval short_times[2] = {{1, 0}, {1, 0}};
+const open_how creating = {O_CREAT | O_WRONLY, 0640, 0};
+const iovec one = {data, 1};
+
+timex* no_offset()
+{
+    static timex change;
+    change.modes = ADJ_SETOFFSET;
+    return &change;
+}
+
+timespec* now()
+{
+    static timespec time;
+    clock_gettime(CLOCK_REALTIME, &time);
+    return &time;
+}
+
+timeval* short_now()
+{
+    static timeval time;
+    gettimeofday(&time, nullptr);
+    return &time;
+}
 
 #define CALL(name, ...)                                                                                      \
     {                                                                                                        \
@@ -63,13 +89,7 @@ const timeval short_times[2] = {{1, 0}, {1, 0}};
 const call calls[] = {
     CALL(open, f, O_RDWR),
     CALL(openat, here, f, O_WRONLY | O_APPEND),
-    {"openat2",
-     [](const needs&) -> long {
-         open_how how = {};
-         how.flags = O_CREAT | O_WRONLY;
-         how.mode = 0640;
-         return syscall(SYS_openat2, here, fresh, &how, sizeof how);
-     }},
+    CALL(openat2, here, fresh, &creating, sizeof creating),
     CALL(creat, f, 0600),
     CALL(access, f, R_OK),
     CALL(faccessat, here, f, W_OK),
@@ -77,6 +97,7 @@ const call calls[] = {
     CALL(chdir, d),
     CALL(fchdir, n.directory),
     CALL(chroot, d),
+    CALL(inotify_add_watch, n.watches, f, IN_MODIFY),
     CALL(mknod, fresh, S_IFREG | 0600, 0),
     CALL(mknodat, here, fresh, S_IFREG | 0600, 0),
     CALL(mkdir, fresh, 0700),
@@ -120,92 +141,42 @@ const call calls[] = {
     CALL(rt_sigqueueinfo, getpid(), 0, &queued),
     CALL(rt_tgsigqueueinfo, getpid(), getpid(), 0, &queued),
     CALL(pidfd_send_signal, n.process, 0, nullptr, 0),
-    {"settimeofday",
-     [](const needs&) -> long {
-         timeval now;
-         gettimeofday(&now, nullptr);
-         return syscall(SYS_settimeofday, &now, nullptr);
-     }},
-    {"clock_settime",
-     [](const needs&) -> long {
-         timespec now;
-         clock_gettime(CLOCK_REALTIME, &now);
-         return syscall(SYS_clock_settime, CLOCK_REALTIME, &now);
-     }},
-    {"clock_adjtime",
-     [](const needs&) -> long {
-         timex none = {};
-         none.modes = ADJ_SETOFFSET;
-         return syscall(SYS_clock_adjtime, CLOCK_REALTIME, &none);
-     }},
-    {"adjtimex",
-     [](const needs&) -> long {
-         timex none = {};
-         none.modes = ADJ_SETOFFSET;
-         return syscall(SYS_adjtimex, &none);
-     }},
+    CALL(settimeofday, short_now(), nullptr),
+    CALL(clock_settime, CLOCK_REALTIME, now()),
+    CALL(clock_adjtime, CLOCK_REALTIME, no_offset()),
+    CALL(adjtimex, no_offset()),
     CALL(read, n.file, data, 1),
     CALL(pread64, n.file, data, 1, 0),
-    {"readv",
-     [](const needs& n) -> long {
-         const iovec one = {data, 1};
-         return syscall(SYS_readv, n.file, &one, 1);
-     }},
-    {"preadv",
-     [](const needs& n) -> long {
-         const iovec one = {data, 1};
-         return syscall(SYS_preadv, n.file, &one, 1, 0, 0);
-     }},
-    {"preadv2",
-     [](const needs& n) -> long {
-         const iovec one = {data, 1};
-         return syscall(SYS_preadv2, n.file, &one, 1, 0, 0, 0);
-     }},
+    CALL(readv, n.file, &one, 1),
+    CALL(preadv, n.file, &one, 1, 0, 0),
+    CALL(preadv2, n.file, &one, 1, 0, 0, 0),
     CALL(getdents, n.directory, data, sizeof data),
     CALL(getdents64, n.directory, data, sizeof data),
     CALL(write, n.file, data, 1),
     CALL(pwrite64, n.file, data, 1, 0),
-    {"writev",
-     [](const needs& n) -> long {
-         const iovec one = {data, 1};
-         return syscall(SYS_writev, n.file, &one, 1);
-     }},
-    {"pwritev",
-     [](const needs& n) -> long {
-         const iovec one = {data, 1};
-         return syscall(SYS_pwritev, n.file, &one, 1, 0, 0);
-     }},
-    {"pwritev2",
-     [](const needs& n) -> long {
-         const iovec one = {data, 1};
-         return syscall(SYS_pwritev2, n.file, &one, 1, 0, 0, 0);
-     }},
+    CALL(writev, n.file, &one, 1),
+    CALL(pwritev, n.file, &one, 1, 0, 0),
+    CALL(pwritev2, n.file, &one, 1, 0, 0, 0),
     CALL(sendfile, n.other, n.file, nullptr, 1),
     CALL(copy_file_range, n.file, nullptr, n.other, nullptr, 1, 0),
-    {"splice",
-     [](const needs& n) -> long {
-         int ends[2];
-         if (pipe(ends) != 0)
-             return -1;
-         return syscall(SYS_splice, n.file, nullptr, ends[1], nullptr, 1, 0);
-     }},
+    CALL(splice, n.file, nullptr, n.pipe, nullptr, 1, 0),
 };
 
-} // namespace
-
-namespace {
-
-int make(const call& one)
+int make(const call& which)
 {
     close(creat(f, 0600));
     chmod(f, 04755); // what its owner gives up is seen by the hooks
     mkdir(d, 0700);
     close(creat("other", 0600));
     close(creat("go", 0600));
-    const needs n = {open(f, O_RDWR), open(d, O_RDONLY), open("other", O_RDWR),
-                     static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0))};
+    int ends[2] = {};
+    if (pipe(ends) != 0)
+        return 255;
+    const needs n = {open(f, O_RDWR),       open(d, O_RDONLY),
+                     open("other", O_RDWR), static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0)),
+                     inotify_init(),        ends[1]};
     close(open("go", O_RDONLY));
-    return one.make(n) < 0 ? errno : 0;
+    return which.make(n) < 0 ? errno : 0;
 }
 
 } // namespace
@@ -217,13 +188,13 @@ int main(int argc, char** argv)
     for (int i = 1; i < argc; ++i) {
         char* const times_text = std::strchr(argv[i], ':');
         *times_text = '\0';
-        for (const call& one : calls) {
-            for (int time = 0; std::strcmp(one.name, argv[i]) == 0 && time < std::atoi(times_text + 1);
+        for (const call& which : calls) {
+            for (int time = 0; std::strcmp(which.name, argv[i]) == 0 && time < std::atoi(times_text + 1);
                  ++time) {
                 const std::string directory = argv[i] + ("." + std::to_string(time));
                 const pid_t child = fork();
                 if (child == 0)
-                    _exit(mkdir(directory.c_str(), 0700) == 0 && chdir(directory.c_str()) == 0 ? make(one)
+                    _exit(mkdir(directory.c_str(), 0700) == 0 && chdir(directory.c_str()) == 0 ? make(which)
                                                                                                : 255);
                 int status = 0;
                 waitpid(child, &status, 0);
