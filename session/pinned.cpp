@@ -82,8 +82,13 @@ bool is_off_limits(const pinned_object& object, const session_parts& parts, bool
     };
     if (is_below(parts.state_directory))
         return !only_to_read || !is_below(parts.state_directory + "/" + agent::status_directory_name);
+    return is_of_supervisor(object.file, path);
+}
+
+bool is_of_supervisor(const unique_fd& file, const std::string& path)
+{
     const std::string task = first_number(path);
-    return !task.empty() && is_in_proc(object.file) &&
+    return !task.empty() && is_in_proc(file) &&
            access(fmt::format("/proc/self/task/{}", task).c_str(), F_OK) == 0;
 }
 

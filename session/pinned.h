@@ -37,6 +37,9 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
 /// entry in any proc. What it publishes for others may be read by its own processes, too.
 bool is_off_limits(const pinned_object& object, const session_parts& parts, bool only_to_read = false);
 
+/// Whether the file at `path` is of the supervisor's entry in any proc.
+bool is_of_supervisor(const unique_fd& file, const std::string& path);
+
 /// The error with which the host refuses `who` these accesses (R_OK, W_OK, X_OK); 0 for none.
 int access_error(const caller& who, const unique_fd& object, int wanted);
 

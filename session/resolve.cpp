@@ -15,6 +15,8 @@
 #include <string>
 #include <utility>
 
+#include "session/pinned.h"
+
 namespace session {
 
 namespace {
@@ -156,8 +158,12 @@ private:
                 return;
             }
             if (!top) {
-                // A link to an open file or a place of some task: its text is not where it leads.
-                go_to(open_at(at_.get(), component, 0));
+                // A link to an open file or a place of some task: its text is not where it leads. Those of
+                // the supervisor are there for itself, whose rights the host judges these by.
+                if (is_of_supervisor(at_, path_of(at_.get(), who_).text))
+                    fail(EPERM);
+                else
+                    go_to(open_at(at_.get(), component, 0));
                 return;
             }
         }

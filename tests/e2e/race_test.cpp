@@ -2,117 +2,142 @@
 
 #include <csignal>
 #include <cstdio>
+#include <fstream>
 
 #include "tests/e2e/session_fixture.h"
 
-// Programs that change what a name means while it is being decided.
+// Names and files that come to mean something else while they are decided.
 
 namespace e2e {
 
 namespace {
 
 struct race : session_test {
-    /// Runs the race and expects that "e" never ran, and that there was a race: "g" did, and "e"
-    /// was stopped.
-    void expect_no_winner(const std::string& what, const command& before = {}, uid_t user = 0)
+    race() : racer(victim("race"))
     {
-        constexpr const char* rounds = "150";
-        SCOPED_TRACE(what + " as " + std::to_string(user));
-        const fs::path log = directory() / ("log-" + what);
-        command run = before;
-        run.insert(run.end(), {directory() / "race_exec", what, directory(), "g", "e", rounds, log});
-        int ran = 0;
-        int stopped = 0;
-        std::string expected;
-        // Who is faster is the scheduler's choice: on a busy machine one side may win all rounds.
-        for (int attempt = 0; attempt < 20 && (ran == 0 || stopped == 0); ++attempt) {
-            const outcome result = run_session(run, {}, user);
-            int good = 0;
-            int refused = 0;
-            int killed = 0;
-            ASSERT_EQ(
-                std::sscanf(result.out.c_str(), "ran %d refused %d killed %d", &good, &refused, &killed), 3)
-                << result.out << result.err;
-            ran += good;
-            stopped += refused + killed;
-            for (int i = 0; i < good; ++i)
-                expected += "g\n";
-            fs::remove(directory() / "link");
-        }
-        EXPECT_EQ(read_file(log), expected);
-        EXPECT_GT(ran, 0);
-        EXPECT_GT(stopped, 0);
-        fs::remove(log);
+        for (const char* name : {"good/deep", "evil/deep"})
+            fs::create_directories(directory() / name);
+        fs::permissions(directory() / "good/deep", fs::perms::all);
     }
 
-    void expect_no_winners()
+    /// Races until it has been let through and stopped both, and expects that it never reached the other
+    /// file; returns how often it was let through.
+    int run(const std::string& act, const std::string& how, const fs::path& one, const fs::path& other,
+            int rounds, uid_t user, const command& before = {})
     {
-        victim("race_exec");
-        for (const std::string what : {"memory", "link"}) {
+        command line = before;
+        line.insert(line.end(), {racer, act, how, one, other, std::to_string(rounds), directory() / "log"});
+        int through = 0;
+        int stopped = 0;
+        // Who is faster is the scheduler's choice: on a busy machine one side may win all rounds.
+        for (int attempt = 0; attempt < 20 && (through == 0 || stopped == 0); ++attempt) {
+            const outcome result = run_session(line, {}, user);
+            int counts[3] = {0, 0, 1};
+            std::sscanf(result.out.c_str(), "through %d refused %d reached %d", &counts[0], &counts[1],
+                        &counts[2]);
+            through += counts[0];
+            stopped += counts[1];
+            EXPECT_EQ(counts[2], 0) << result.out << result.err;
+            // It ended in the middle of an exchange.
+            const std::string above = one.parent_path().parent_path();
+            if (fs::is_symlink(above)) {
+                fs::remove(above);
+                fs::rename(above + ".link", above);
+            }
+            for (const char* left : {".link", ".by", ".by.fresh", ".to"})
+                fs::remove(above + left);
+        }
+        EXPECT_GT(through, 0);
+        EXPECT_GT(stopped, 0);
+        return through;
+    }
+
+    /// Runs what is at good/deep/p in races with evil/deep/p. Both append a letter to a log.
+    void expect_no_winner(const std::string& act, const std::string& how, int rounds, uid_t user,
+                          const command& before = {})
+    {
+        SCOPED_TRACE(act + " " + how + " as " + std::to_string(user));
+        std::string expected;
+        const int ran =
+            run(act, how, directory() / "good/deep/p", directory() / "evil/deep/p", rounds, user, before);
+        for (int i = 0; i < ran; ++i)
+            expected += "g\n";
+        EXPECT_EQ(read_file(directory() / "log"), expected);
+        fs::remove(directory() / "log");
+    }
+
+    void expect_no_winners(int rounds)
+    {
+        for (const std::string how : {"memory", "link", "directory"}) {
             for (const uid_t user : users())
-                expect_no_winner(what, {}, user);
+                expect_no_winner("fork", how, rounds, user);
         }
     }
+
+    const fs::path racer;
 };
 
 TEST_F(race, a_program_is_exchanged_for_an_unlisted_one)
 {
     const std::string program = read_file(victim("log_program"));
-    listed("g", program);
-    unlisted("e", program + "x");
-    expect_no_winners();
+    const fs::path good = listed("good/deep/p", program + "g");
+    const fs::path evil = unlisted("evil/deep/p", program + "e");
+    // Whom a file does not belong to may link to it when he may change it.
+    for (const fs::path& file : {good, evil})
+        fs::permissions(file, fs::perms::all);
+    expect_no_winners(500);
+    // Black-listed, it is refused under another name, too.
+    blacklist(evil);
+    const struct {
+        const char* act;
+        const char* how;
+    } ways[] = {{"vfork", "memory"}, {"vfork", "link"},     {"thread", "memory"},
+                {"thread", "link"},  {"fork", "hard-link"}, {"fork", "written"}};
+    for (const uid_t user : users()) {
+        for (const auto& [act, how] : ways)
+            expect_no_winner(act, how, 250, user);
+    }
 }
 
 TEST_F(race, a_script_is_exchanged_for_an_unlisted_one)
 {
     const std::string shell = of_machine("sh");
-    listed("g", "#!" + shell + "\necho g >> $1\n");
-    unlisted("e", "#!" + shell + "\necho e >> $1\n");
-    expect_no_winners();
-    if (geteuid() != 0)
-        return;
+    listed("good/deep/p", "#!" + shell + "\necho g >> $1\n");
+    unlisted("evil/deep/p", "#!" + shell + "\necho e >> $1\n");
+    expect_no_winners(300);
     // The supervisor's rights are not the tree's.
-    const fs::path as = of_machine("setpriv");
-    expect_no_winner("link", {as, "--reuid", "65534", "--regid", "65534", "--clear-groups"});
+    if (geteuid() == 0)
+        expect_no_winner("fork", "link", 150, 0, as_nobody({}));
 }
 
-TEST_F(race, a_script_is_exchanged_behind_env)
-{
-    of_machine("sh");
-    const std::string env = of_machine("env");
-    listed("g", "#!" + env + " sh\necho g >> $1\n");
-    unlisted("e", "#!" + env + " sh\necho e >> $1\n");
-    expect_no_winners();
-}
-
-TEST_F(race, a_script_is_exchanged_for_one_that_hands_another_file_to_the_same_interpreter)
+TEST_F(race, a_script_is_exchanged_behind_another_program)
 {
     const std::string shell = of_machine("sh");
+    const std::string env = of_machine("env");
+    const std::string program = read_file(victim("log_program")) + "g";
     const fs::path payload = unlisted("payload", "echo e >> $2\n");
-    listed("g", "#!" + shell + "\necho g >> $1\n");
-    unlisted("e", "#!" + shell + " " + payload.string() + "\n");
-    expect_no_winners();
-}
-
-TEST_F(race, a_program_is_exchanged_for_an_unlisted_script_that_it_interprets)
-{
-    victim("race_exec");
-    const fs::path good = listed("g", read_file(victim("log_program")));
-    // Should it run, "g" would take the script for its log.
+    const struct {
+        std::string good;
+        std::string evil;
+    } pairs[] = {
+        {"#!" + env + " sh\necho g >> $1\n", "#!" + env + " sh\necho e >> $1\n"},
+        // The same interpreter gets another file.
+        {"#!" + shell + "\necho g >> $1\n", "#!" + shell + " " + payload.string() + "\n"},
+        {program, "#!" + shell + "\necho e >> $1\n"},
+    };
+    for (const auto& [good, evil] : pairs) {
+        listed("good/deep/p", good);
+        unlisted("evil/deep/p", evil);
+        expect_no_winners(100);
+    }
+    // Should it run, "p" would take the script for its log.
+    const fs::path good = listed("good/deep/p", program);
     const std::string content = "#!" + good.string() + "\n";
-    const fs::path evil = unlisted("e", content);
+    const fs::path evil = unlisted("evil/deep/p", content);
     fs::permissions(evil, fs::perms::all);
     for (const uid_t user : users())
-        expect_no_winner("memory", {}, user);
+        expect_no_winner("fork", "memory", 150, user);
     EXPECT_EQ(read_file(evil), content);
-}
-
-TEST_F(race, a_program_is_exchanged_for_an_unlisted_script)
-{
-    const std::string shell = of_machine("sh");
-    listed("g", read_file(victim("log_program")));
-    unlisted("e", "#!" + shell + "\necho e >> $1\n");
-    expect_no_winners();
 }
 
 // Stores through a mapping that was there before leave the file's times as they are.
@@ -131,6 +156,80 @@ TEST_F(race, a_program_is_overwritten_through_a_mapping_while_it_is_digested)
         const outcome result = run_session({changer, program, other, log}, {}, user);
         EXPECT_EQ(read_file(log), "");
         EXPECT_EQ(result.status, 128 + SIGKILL) << result.err;
+    }
+}
+
+// The policy directory is closed to every program but the product's own.
+TEST_F(race, a_file_is_exchanged_for_a_closed_one)
+{
+    const fs::path place = directory() / "policz"; // as long as the other name
+    for (const fs::path& each : {place / "deep", policy() / "deep"}) {
+        fs::create_directories(each);
+        std::ofstream(each / "file") << "x";
+        for (const fs::path& opened : {each.parent_path(), each})
+            fs::permissions(opened, fs::perms::all);
+        fs::permissions(each / "file", fs::perms(0666));
+    }
+    for (const std::string act : {"open", "unlink", "rename"}) {
+        for (const std::string how : {"memory", "link", "parent", "directory"}) {
+            // A last link is removed and renamed itself.
+            if (how == "link" && act != "open")
+                continue;
+            for (const uid_t user : users()) {
+                SCOPED_TRACE(act + " " + how + " as " + std::to_string(user));
+                run(act, how, place / "deep/file", policy() / "deep/file", 2000, user);
+                EXPECT_EQ(std::distance(fs::directory_iterator(policy() / "deep"), {}), 1);
+                EXPECT_EQ(read_file(policy() / "deep/file"), "x");
+                fs::remove(place / "deep/file");
+                std::ofstream(place / "deep/file") << "x";
+                fs::permissions(place / "deep/file", fs::perms(0666));
+            }
+        }
+    }
+}
+
+TEST_F(race, what_is_closed_opens_under_another_name)
+{
+    const fs::path python = of_machine("python3");
+    std::ofstream(policy() / "file") << "x";
+    fs::permissions(policy() / "file", fs::perms(0666));
+    const std::string script = R"(
+import os, sys
+policy, state = sys.argv[1:]
+above = os.path.dirname(policy)
+keeper = '/proc/%d/' % os.getppid()
+os.symlink(policy + '/file', above + '/link')
+holder = '/proc/self/fd/%d' % os.open(above, os.O_RDONLY)
+os.set_inheritable(int(os.path.basename(holder)), True)
+child = os.fork()
+if child == 0:
+    os.execv('/bin/sleep', ['sleep', '100'])
+try:
+    os.link(state + '/kernel.log', above + '/hard')
+    print('linked')
+except OSError as error:
+    print('link', error.errno)
+names = [policy + '/file', policy + '/../policy/./file', above + '/link', policy + '/none',
+         '/proc/self/root' + policy + '/file', '/proc/thread-self/root' + policy + '/file',
+         '/proc/%d/root' % os.getpid() + policy + '/file', '/proc/%d/root' % child + policy + '/file',
+         holder + '/policy/file', holder.replace('self', str(child)) + '/policy/file',
+         state + '/kernel.log', state + '/log', '/proc/self/root' + state + '/kernel.log',
+         keeper + 'mem', keeper + 'environ', keeper + 'fd', keeper + 'fd/3', keeper + 'root' + policy + '/file']
+for name in 100 * names:
+    for flags in os.O_RDONLY, os.O_WRONLY, os.O_RDWR | os.O_CREAT:
+        try:
+            print('reached', os.open(name, flags), name)
+        except OSError as error:
+            if error.errno not in (1, 2, 13, 20, 21):
+                print(error)
+print('tried', len(names))
+os.kill(child, 9)
+)";
+    of_machine("sleep");
+    for (const uid_t user : users()) {
+        fs::remove(directory() / "link");
+        const outcome told = run_session({python, "-c", script, policy(), directory() / "state"}, {}, user);
+        EXPECT_EQ(told.out, "link 1\ntried 18\n") << told.err;
     }
 }
 

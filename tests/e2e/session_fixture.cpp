@@ -87,6 +87,14 @@ std::vector<uid_t> users()
     return {0};
 }
 
+std::size_t count_of(const std::string& text, const std::string& part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
 session_test::session_test()
 {
     std::string pattern = (fs::temp_directory_path() / "sorvanic-e2e-XXXXXX").string();
@@ -140,6 +148,39 @@ fs::path session_test::of_machine(const std::string& name)
         return found;
     }
     throw std::runtime_error("this machine has no " + name);
+}
+
+command session_test::shell(const std::string& script, const command& tools)
+{
+    of_machine("sleep");
+    std::ranges::for_each(tools, [this](const std::string& tool) { of_machine(tool); });
+    return {of_machine("sh"), "-c", "cd '" + directory_.string() + "'; " + script};
+}
+
+command session_test::as_nobody(const command& run)
+{
+    command line = {of_machine("setpriv"), "--reuid", "65534", "--regid", "65534", "--clear-groups"};
+    line.insert(line.end(), run.begin(), run.end());
+    return line;
+}
+
+std::string session_test::port() const
+{
+    EXPECT_TRUE(eventually([&] { return status_file("port").ends_with('\n'); }));
+    return status_file("port").substr(0, status_file("port").find('\n'));
+}
+
+command session_test::client(const command& steps, const std::string& to)
+{
+    command line = {"/usr/bin/python3", SORVANIC_SOURCE_DIR "/tests/e2e/netlink_client.py", to};
+    line.insert(line.end(), steps.begin(), steps.end());
+    return line;
+}
+
+fs::path session_test::beside() const
+{
+    fs::create_directories(directory_ / "beside");
+    return directory_ / "beside";
 }
 
 void session_test::enlist(const std::string& list, const fs::path& program)

@@ -35,6 +35,12 @@ protected:
     /// Lists a program of the machine, found as a shell finds it, and returns its path.
     fs::path of_machine(const std::string& name);
 
+    /// What has a shell run `script`, which needs these programs and sleep.
+    command shell(const std::string& script, const command& tools = {});
+
+    /// The same as an unprivileged user; only root can have that.
+    command as_nobody(const command& run);
+
     /// Puts a program on another list: "blacklist" or "supertrustfile".
     void enlist(const std::string& list, const fs::path& program);
     void blacklist(const fs::path& program) { enlist("blacklist", program); }
@@ -57,6 +63,13 @@ protected:
     }
     std::string kernel_log() const { return read_file(directory_ / "state" / "kernel.log"); }
 
+    /// The port of the running session, which is waited for.
+    std::string port() const;
+    /// A client that shares no code with us, for child_process.
+    static command client(const command& steps, const std::string& to);
+    /// Another directory for the output of a second program.
+    fs::path beside() const;
+
     /// The system status of the policy that the next session gets: 3 enforces, 2 observes.
     std::string status = "3";
 
@@ -67,6 +80,8 @@ private:
     std::string white_;
     std::map<std::string, std::string> other_lists_;
 };
+
+std::size_t count_of(const std::string& text, const std::string& part);
 
 /// Ids that an unprivileged user has here.
 inline constexpr uid_t nobody = 65534;
