@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
+#include <string>
 
 #include "session/calls.h"
 
@@ -34,12 +36,10 @@ unsigned run_filter(const std::vector<sock_filter>& program, const seccomp_data&
         case BPF_RET | BPF_K:
             return step.k;
         default:
-            ADD_FAILURE() << "instruction " << step.code;
-            return 0;
+            throw std::runtime_error("instruction " + std::to_string(step.code));
         }
     }
-    ADD_FAILURE() << "the filter has no end";
-    return 0;
+    throw std::runtime_error("the filter has no end");
 }
 
 seccomp_data call_of(int number, unsigned arch = AUDIT_ARCH_X86_64)
@@ -84,27 +84,23 @@ TEST(filter, a_rule_reaches_other_calls_than_its_own)
                 if (result == SECCOMP_RET_USER_NOTIF) {
                     ++notified;
                     const call_rule* rule = notified_rule(number, call.args);
-                    EXPECT_TRUE(rule != nullptr && rule->handler != nullptr && rule->number == number)
-                        << number;
+                    EXPECT_TRUE(rule != nullptr && rule->handler != nullptr && rule->number == number);
                 }
             };
             check();
             for (const call_rule& rule : call_rules()) {
                 if (rule.number != number || rule.condition.bits == 0)
                     continue;
+                const __u64 bits = rule.condition.bits;
                 // The lowest of the bits; no bit of the upper half is looked at.
-                call.args[rule.condition.argument] = rule.condition.bits & -rule.condition.bits;
-                check();
-                call.args[rule.condition.argument] = rule.condition.bits;
-                check();
-                call.args[rule.condition.argument] = 0xffffffff00000000;
-                check();
+                for (const __u64 value : {bits & -bits, bits, 0xffffffff00000000ULL}) {
+                    call.args[rule.condition.argument] = value;
+                    check();
+                }
                 call.args[rule.condition.argument] = 0;
             }
-            EXPECT_EQ(run_filter(program, call_of(number | 0x40000000)), SECCOMP_RET_ERRNO | ENOSYS)
-                << number;
-            EXPECT_EQ(run_filter(program, call_of(number, AUDIT_ARCH_I386)), SECCOMP_RET_ERRNO | ENOSYS)
-                << number;
+            for (const auto& foreign : {call_of(number | 0x40000000), call_of(number, AUDIT_ARCH_I386)})
+                EXPECT_EQ(run_filter(program, foreign), SECCOMP_RET_ERRNO | ENOSYS) << number;
         }
         EXPECT_GT(notified, rules.every_io ? 80U : 65U);
     }

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "tests/session/temporary_directory.h"
+#include "tests/temporary_directory.h"
 
 namespace session {
 namespace {
@@ -59,38 +59,16 @@ TEST(script, the_kernel_reads_a_first_line_otherwise)
     const std::string i = interpreter;
     const std::string nul(1, '\0');
     const std::string fill(300, 'x');
+    const auto padded = [&](std::size_t end) { return "#!" + std::string(end - 2 - i.size(), ' ') + i; };
     const std::string cases[] = {
-        "",
-        "#",
-        "#!",
-        "#!\n",
-        "#! \t \n",
-        "# !" + i + "\n",
-        " #!" + i + "\n",
-        "#!" + i,
-        "#!" + i + "\n",
-        "#!" + i + "\r\n",
-        "#! \t" + i + " \t\n",
-        "#!" + i + "\ta b  c \t\nrest",
-        "#!" + i + " -x",
-        "#!" + i + " -x  ",
-        "#!" + i + nul + "y\n",
-        "#!" + i + " a" + nul + "b\n",
-        "#!" + i + " " + nul + "b\n",
-        "#!" + nul + "\n",
-        "#!" + i + " " + fill + "\n",
-        "#!" + i + " " + fill,
-        "#!" + i + fill + "\n",
-        "#!" + fill + " " + i + "\n",
-        "#!" + std::string(252 - i.size(), ' ') + i + "\n",
-        "#!" + std::string(253 - i.size(), ' ') + i + "\n",
-        "#!" + std::string(254 - i.size(), ' ') + i + "\n",
-        "#!" + std::string(253 - i.size(), ' ') + i + " a",
-        "#!" + std::string(254 - i.size(), ' ') + i + " a",
-        "#!" + std::string(251 - i.size(), ' ') + i + " ab",
-        "#!" + std::string(253 - i.size(), ' ') + i + "  ",
-        "#!" + std::string(300, ' ') + i + "\n",
-    };
+        "", "#", "#!", "#!\n", "#! \t \n", "# !" + i + "\n", " #!" + i + "\n", "#!" + i, "#!" + i + "\n",
+        "#!" + i + "\r\n", "#! \t" + i + " \t\n", "#!" + i + "\ta b  c \t\nrest", "#!" + i + " -x",
+        "#!" + i + " -x  ", "#!" + i + nul + "y\n", "#!" + i + " a" + nul + "b\n",
+        "#!" + i + " " + nul + "b\n", "#!" + nul + "\n", "#!" + i + " " + fill + "\n", "#!" + i + " " + fill,
+        "#!" + i + fill + "\n", "#!" + fill + " " + i + "\n",
+        // What fills the 256 bytes that are looked at, or goes beyond.
+        padded(254) + "\n", padded(255) + "\n", padded(256) + "\n", padded(255) + " a", padded(256) + " a",
+        padded(253) + " ab", padded(255) + "  ", padded(400) + "\n"};
     const temporary_directory directory;
     for (const std::string& content : cases) {
         const std::string script = directory.write("script", content);

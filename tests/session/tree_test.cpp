@@ -12,7 +12,7 @@
 #include "session/engine.h"
 #include "session/supervise.h"
 #include "session/trouble.h"
-#include "tests/session/temporary_directory.h"
+#include "tests/temporary_directory.h"
 
 // A whole session in the test's own process, to see what the engine knows of its tasks.
 
