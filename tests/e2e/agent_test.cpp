@@ -21,19 +21,10 @@ using nlohmann::json;
 
 class session_commands : public session_test {
 protected:
-    session_commands() : shell(of_machine("sh"))
-    {
-        of_machine("sleep");
-        of_machine("mv");
-    }
-
     /// A session whose shell runs each line of the file "do" as it is added, until "exit".
-    command listening() const
+    command listening()
     {
-        return {
-            shell, "-c",
-            "cd '" + directory().string() +
-                "'; n=1; while :; do if [ -e do$n ]; then . ./do$n; n=$((n+1)); else sleep 0.02; fi; done"};
+        return shell("n=1; while :; do if [ -e do$n ]; then . ./do$n; n=$((n+1)); else sleep 0.02; fi; done");
     }
     /// Has the session's shell run this, and returns when it has.
     void have_run(const std::string& line)
@@ -79,13 +70,6 @@ protected:
         return eventually([&] { return status().at("agent").at("pid") == process; });
     }
 
-    bool is_up() const
-    {
-        return eventually([&] { return status_file("port").ends_with('\n'); });
-    }
-
-    const fs::path shell;
-
 private:
     int lines_ = 0;
     int tools_ = 0;
@@ -110,7 +94,7 @@ TEST_F(session_commands, a_record_is_missing_where_the_agents_file_is_rotated)
         (i < 10 ? first : second) += "./" + name + " 2>/dev/null; ";
     }
     child_process supervisor(session(listening(), {"--quiet"}), directory());
-    ASSERT_TRUE(is_up());
+    port();
     const fs::path file = directory() / "records";
     child_process agent(tool({"agent", "--json", "--output", file}), place());
     ASSERT_TRUE(shows_agent(agent.pid()));
@@ -149,7 +133,7 @@ TEST_F(session_commands, an_agent_is_left_in_doubt_about_its_session)
     fs::create_directory(state());
     fs::permissions(state(), fs::perms(0755));
     child_process supervisor(session(listening()), directory());
-    ASSERT_TRUE(is_up());
+    port();
     if (geteuid() == 0) {
         const outcome stranger = run_tool({"agent"}, nobody);
         EXPECT_EQ(stranger.status, 1);
@@ -178,7 +162,7 @@ TEST_F(session_commands, an_agent_that_was_killed_or_lost_its_reader_is_taken_fo
     unlisted("a", "#!/nowhere\n#a");
     unlisted("b", "#!/nowhere\n#b");
     child_process supervisor(session(listening(), {"--quiet"}), directory());
-    ASSERT_TRUE(is_up());
+    port();
     // It leaves when it notices, so that another one can come.
     child_process reader(
         {"/bin/sh", "-c", "\"$0\" agent --state \"$1\" | { read line; exit 0; }", SORVANIC_PROGRAM, state()},
@@ -202,7 +186,7 @@ TEST_F(session_commands, an_agent_that_was_killed_or_lost_its_reader_is_taken_fo
 TEST_F(session_commands, a_reload_reads_other_tables_than_it_says)
 {
     child_process supervisor(session(listening()), directory());
-    ASSERT_TRUE(is_up());
+    port();
     std::map<std::string, int> expected;
     for (const json& table : tables())
         expected[table.at("name")] = table.at("generation");
@@ -235,7 +219,7 @@ TEST_F(session_commands, a_login_or_a_phase_is_not_what_was_asked_for)
     encoded("platuser", "alice\n");
     encoded("installlabel", "2\n");
     child_process supervisor(session(listening(), {"--quiet"}), directory());
-    ASSERT_TRUE(is_up());
+    port();
     const std::string self = std::to_string(getpid());
     EXPECT_EQ(run_tool({"login", "--pid", self, "--user", "alice", "--first"}).status, 0);
     EXPECT_EQ(status().at("confined"), json::parse(R"([{"user":"alice","state":0}])"));
@@ -267,21 +251,20 @@ TEST_F(session_commands, a_session_loses_its_own_first_or_last_record)
         refused.push_back(unlisted(name, "#!/nowhere\n#" + name));
         script += "./" + name + (i < 49 ? " 2>/dev/null; " : "");
     }
-    script = "cd '" + directory().string() + "'; " + script;
     EXPECT_EQ(run_session({refused[0]}, {"--quiet", "--audit", file, "--json"}).status, 126);
-    EXPECT_EQ(run_session({shell, "-c", script}, {"--quiet", "--audit", file, "--json"}).status, 126);
+    EXPECT_EQ(run_session(shell(script), {"--quiet", "--audit", file, "--json"}).status, 126);
     const std::vector<std::string> lines = lines_of(file);
     ASSERT_EQ(lines.size(), refused.size());
     for (std::size_t i = 0; i < lines.size(); ++i)
         EXPECT_EQ(json::parse(lines[i]).at("path"), refused[i].string());
 
-    const outcome full = run_session({shell, "-c", script}, {"--quiet", "--audit", "/dev/full"});
+    const outcome full = run_session(shell(script), {"--quiet", "--audit", "/dev/full"});
     EXPECT_NE(full.err.find("records are being lost"), std::string::npos) << full.err;
-    const outcome nowhere = run_session({shell, "-c", script}, {"--audit", file / "below"});
+    const outcome nowhere = run_session(shell(script), {"--audit", file / "below"});
     EXPECT_EQ(nowhere.status, 125) << nowhere.err;
 
     child_process supervisor(session(listening(), {"--audit", "-"}), directory());
-    ASSERT_TRUE(is_up());
+    port();
     ASSERT_TRUE(shows_agent(supervisor.pid()));
     EXPECT_NE(run_tool({"agent"}).err.find("another agent is connected"), std::string::npos);
     end(supervisor);

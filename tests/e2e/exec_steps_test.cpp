@@ -78,7 +78,7 @@ protected:
         command run = {victim("try_programs"), root()};
         run.insert(run.end(), programs.begin(), programs.end());
         child_process supervisor(session(run, options), directory());
-        EXPECT_TRUE(eventually([&] { return status_file("port").ends_with('\n'); }));
+        port();
         before();
         std::ofstream(root() / "go") << "go";
         return supervisor.wait().out;
@@ -88,11 +88,7 @@ protected:
     std::string run_after_login(const command& programs, const std::string& mode)
     {
         return run_inside(programs, {"--user", "operator"}, [&] {
-            const std::string port = status_file("port");
-            fs::create_directory(directory() / "beside");
-            child_process login({of_machine("python3"), SORVANIC_SOURCE_DIR "/tests/e2e/netlink_client.py",
-                                 port.substr(0, port.find('\n')), "login:operator:" + mode, "read:1"},
-                                directory() / "beside");
+            child_process login(client({"login:operator:" + mode, "read:1"}, port()), beside());
             EXPECT_EQ(login.wait().status, 0);
         });
     }

@@ -13,11 +13,7 @@ using file_rules = session_test;
 
 TEST_F(file_rules, a_rule_or_label_decides_otherwise_than_it_says)
 {
-    const fs::path shell = of_machine("sh");
     const fs::path editor = of_machine("tee"); // of all programs, because it writes in place
-    of_machine("mv");
-    of_machine("rm");
-    of_machine("cat");
     const fs::path data = directory() / "data";
     fs::create_directory(data);
     for (const char* name : {"data/notes", "data/secret", "data/nobodys", "elsewhere"})
@@ -31,7 +27,7 @@ TEST_F(file_rules, a_rule_or_label_decides_otherwise_than_it_says)
     encoded("objlabel", (data / "secret").string() + ":0:5:1:0,0,0,0,0,0,0,0\n");
     encoded("auditlabel", "2:1\n3:2\n");
 
-    const std::string script = "cd '" + directory().string() + R"('
+    const std::string script = R"(
         try() { if (eval "$1") >/dev/null 2>&1; then echo "may $1"; else echo "not $1"; fi; }
         try 'read x <data/notes'
         try 'echo x >data/notes'
@@ -47,8 +43,8 @@ TEST_F(file_rules, a_rule_or_label_decides_otherwise_than_it_says)
         try 'read x <policy/statlabel || true; :'
         try 'cat policy/whitelist'
         try 'cat data/../policy/whitelist')";
-    const outcome told =
-        run_session({shell, "-c", script}, {"--user", "bob", "--audit", directory() / "audit", "--json"});
+    const outcome told = run_session(shell(script, {"mv", "rm", "cat"}),
+                                     {"--user", "bob", "--audit", directory() / "audit", "--json"});
     EXPECT_EQ(told.out, "may read x <data/notes\n"
                         "not echo x >data/notes\n"
                         "may echo x | tee data/notes\n"
@@ -82,16 +78,12 @@ TEST_F(file_rules, a_rule_or_label_decides_otherwise_than_it_says)
 
 TEST_F(file_rules, the_same_is_refused_while_observing)
 {
-    const fs::path shell = of_machine("sh");
-    of_machine("cat");
     const fs::path data = directory() / "data";
     fs::create_directory(data);
     std::ofstream(data / "nobodys") << "text\n";
     encoded("dirctl", data.string() + "\n");
     status = "2";
-    const outcome told =
-        run_session({shell, "-c",
-                     "cd '" + directory().string() + "'; cat data/nobodys; cat policy/whitelist || echo no"});
+    const outcome told = run_session(shell("cat data/nobodys; cat policy/whitelist || echo no", {"cat"}));
     EXPECT_EQ(told.out, "text\nno\n") << "only the product's directory stays closed";
 }
 

@@ -22,6 +22,8 @@ namespace e2e {
 
 namespace {
 
+constexpr const char* places = "/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin";
+
 /// Why no session can run on this machine; empty when one can.
 std::string forbidden()
 {
@@ -139,13 +141,15 @@ fs::path session_test::victim(const std::string& name)
 
 fs::path session_test::of_machine(const std::string& name)
 {
-    std::istringstream path("/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin");
+    if (const auto known = of_machine_.find(name); known != of_machine_.end())
+        return known->second;
+    std::istringstream path(places);
     for (std::string place; std::getline(path, place, ':');) {
         fs::path found = fs::path(place) / name;
         if (!fs::exists(found))
             continue;
         add_key(white_, read_file(found));
-        return found;
+        return of_machine_[name] = found;
     }
     throw std::runtime_error("this machine has no " + name);
 }
@@ -154,7 +158,8 @@ command session_test::shell(const std::string& script, const command& tools)
 {
     of_machine("sleep");
     std::ranges::for_each(tools, [this](const std::string& tool) { of_machine(tool); });
-    return {of_machine("sh"), "-c", "cd '" + directory_.string() + "'; " + script};
+    return {of_machine("sh"), "-c",
+            std::string("PATH=") + places + "; cd '" + directory_.string() + "'; " + script};
 }
 
 command session_test::as_nobody(const command& run)
@@ -172,7 +177,10 @@ std::string session_test::port() const
 
 command session_test::client(const command& steps, const std::string& to)
 {
-    command line = {"/usr/bin/python3", SORVANIC_SOURCE_DIR "/tests/e2e/netlink_client.py", to};
+    const fs::path program = directory_ / "client.py";
+    fs::copy_file(SORVANIC_SOURCE_DIR "/tests/e2e/netlink_client.py", program,
+                  fs::copy_options::skip_existing);
+    command line = {of_machine("python3"), program, to};
     line.insert(line.end(), steps.begin(), steps.end());
     return line;
 }

@@ -66,7 +66,7 @@ protected:
     /// The port of the running session, which is waited for.
     std::string port() const;
     /// A client that shares no code with us, for child_process.
-    static command client(const command& steps, const std::string& to);
+    command client(const command& steps, const std::string& to);
     /// Another directory for the output of a second program.
     fs::path beside() const;
 
@@ -78,6 +78,7 @@ private:
 
     fs::path directory_;
     std::string white_;
+    std::map<std::string, fs::path> of_machine_;
     std::map<std::string, std::string> other_lists_;
 };
 

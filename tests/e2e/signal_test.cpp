@@ -17,11 +17,7 @@ const command every_call = {
     "kill", "tkill", "tgkill", "rt_sigqueueinfo", "rt_tgsigqueueinfo", "pidfd_send_signal", "descriptor"};
 
 struct signals : session_test {
-    signals() : shell(of_machine("sh")), sender(victim("send_signal"))
-    {
-        for (const char* tool : {"sleep", "rm", "chroot"})
-            of_machine(tool);
-    }
+    signals() { victim("send_signal"); }
 
     /// Starts `program` in the background as $NAME, its output going to NAME.out, and waits until it
     /// is ready.
@@ -52,13 +48,10 @@ struct signals : session_test {
         for (const char* left :
              {"end", "root/end", "sender", "one.out", "two.out", "lone.out", "agent.out", "next.out"})
             fs::remove(directory() / left);
-        return run_session({shell, "-c", "cd '" + directory().string() + "'; " + script}, {}, user);
+        return run_session(shell(script, {"chroot"}), {}, user);
     }
 
     std::string output_of(const std::string& name) const { return read_file(directory() / (name + ".out")); }
-
-    const fs::path shell;
-    const fs::path sender;
 };
 
 TEST_F(signals, a_protected_process_can_be_signalled_or_its_group_cannot)
@@ -149,22 +142,12 @@ TEST_F(signals, a_change_of_the_clock_is_not_reported)
     clock_gettime(CLOCK_REALTIME, &now);
     if (clock_settime(CLOCK_REALTIME, &now) != 0)
         GTEST_SKIP() << "this machine does not let the test set its clock";
-    const fs::path python = of_machine("python3");
-    for (const char* left : {"go", "beside"})
-        fs::remove_all(directory() / left);
-    fs::create_directory(directory() / "beside");
     child_process supervisor(
-        session({shell, "-c",
-                 "cd '" + directory().string() + "'; until [ -e go ]; do sleep 0.02; done; exec " +
-                     python.string() +
-                     " -c 'import time; t = time.clock_gettime_ns(0); time.clock_settime_ns(0, t); "
-                     "print(t // 10**9)'"}),
+        session(shell("until [ -e go ]; do sleep 0.02; done; exec python3 -c 'import time; "
+                      "t = time.clock_gettime_ns(0); time.clock_settime_ns(0, t); print(t // 10**9)'",
+                      {"python3"})),
         directory());
-    ASSERT_TRUE(eventually([&] { return status_file("port").ends_with('\n'); }));
-    const std::string port = status_file("port").substr(0, status_file("port").find('\n'));
-    child_process agent({"/usr/bin/python3", SORVANIC_SOURCE_DIR "/tests/e2e/netlink_client.py", port, "helo",
-                         "read:1", "quit"},
-                        directory() / "beside");
+    child_process agent(client({"helo", "read:1", "quit"}, port()), beside());
     const std::string connected = "\"connected\":true";
     EXPECT_TRUE(eventually([&] { return status_file("session.json").find(connected) != std::string::npos; }));
     std::ofstream(directory() / "go") << "go";
@@ -180,7 +163,7 @@ TEST_F(signals, a_call_is_done_twice_or_interrupted_without_need)
     const fs::path program = victim("storm_names");
     for (const uid_t user : users()) {
         for (const char* mode : {"", " restart"}) {
-            const outcome result = run("exec ./storm_names 5000" + std::string(mode), user);
+            const outcome result = run("exec ./storm_names 10000" + std::string(mode), user);
             EXPECT_EQ(result.out, "interrupted 0 redone 0\n") << user << mode << result.err;
         }
     }

@@ -59,14 +59,7 @@ public:
     bool shows(const std::string& text)
     {
         const bool found = eventually([&] {
-            pollfd state = {fd_, POLLIN, 0};
-            char buffer[4096];
-            while (poll(&state, 1, 0) > 0) {
-                const ssize_t got = read(fd_, buffer, sizeof buffer);
-                if (got <= 0)
-                    break;
-                screen_.append(buffer, static_cast<std::size_t>(got));
-            }
+            shows_more();
             return screen_.find(text, seen_) != std::string::npos;
         });
         if (found)
@@ -109,7 +102,7 @@ private:
 };
 
 struct at_terminal : session_test {
-    command shell()
+    command interactive()
     {
         victim("exit_with");
         of_machine("sleep");
@@ -120,7 +113,7 @@ struct at_terminal : session_test {
 
 TEST_F(at_terminal, a_shell_inside_a_session_has_no_job_control)
 {
-    terminal user(session(shell()));
+    terminal user(session(interactive()));
     ASSERT_TRUE(user.shows("ready> ")) << user.screen();
     // The job says when it is there; what is typed does not contain that word.
     user.type("bash -c 'echo st\"\"arted; exec sleep 100'\n");
@@ -151,7 +144,7 @@ TEST_F(at_terminal, a_shell_inside_a_session_has_no_job_control)
 
 TEST_F(at_terminal, a_session_is_not_a_job_of_the_shell_around_it)
 {
-    const command bash = shell();
+    const command bash = interactive();
     const command run = session({of_machine("sleep"), "100"});
     std::string line;
     for (const std::string& word : run)
@@ -186,9 +179,8 @@ TEST_F(at_terminal, a_refusal_is_not_told_or_told_in_spite_of_quiet)
     EXPECT_NE(user.screen().find(told), std::string::npos) << user.screen();
     EXPECT_NE(user.screen().find(", start_program)\r\n"), std::string::npos) << user.screen();
 
-    const fs::path shell = of_machine("sh");
     const std::string twice = start.string() + " fork '" + bad.string() + "'; ";
-    terminal again(session({shell, "-c", twice + twice}));
+    terminal again(session(shell(twice + twice)));
     EXPECT_EQ(again.wait(), 0);
     EXPECT_TRUE(again.screen().ends_with("sorvanic: 2 execs were refused in all\r\n")) << again.screen();
 
@@ -199,9 +191,7 @@ TEST_F(at_terminal, a_refusal_is_not_told_or_told_in_spite_of_quiet)
 
 TEST_F(at_terminal, what_is_left_running_is_not_told_or_not_ended_by_the_user)
 {
-    const fs::path bash = of_machine("bash");
-    of_machine("sleep");
-    terminal user(session({bash, "-c", "sleep 100 & exit 3"}));
+    terminal user(session(shell("sleep 100 & exit 3")));
     ASSERT_TRUE(user.shows("waiting for what it has left running (Ctrl-C ends that)")) << user.screen();
     user.type("\x03");
     EXPECT_EQ(user.wait(), 3);
