@@ -1,34 +1,20 @@
 #include "tests/cli/commands.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace cli_test {
 
-namespace {
-
-std::string content_of(const std::filesystem::path& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream)
-        return "(none)";
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-} // namespace
-
 outcome run(std::vector<std::string> command, const char* out)
 {
-    const directory files;
-    const std::string out_file = out != nullptr ? out : files.path("out");
-    const std::string err_file = files.path("err");
+    const temporary_directory files;
+    const std::string out_file = out != nullptr ? out : files / "out";
+    const std::string err_file = files / "err";
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -46,7 +32,7 @@ outcome run(std::vector<std::string> command, const char* out)
     if (failure != 0 || waitpid(child, &status, 0) != child)
         throw std::runtime_error("cannot run " + command[0]);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
-            out != nullptr ? "" : content_of(out_file), content_of(err_file)};
+            out != nullptr ? "" : files.read("out"), files.read("err")};
 }
 
 outcome sorvanic(std::vector<std::string> arguments, const char* out)
@@ -55,38 +41,10 @@ outcome sorvanic(std::vector<std::string> arguments, const char* out)
     return run(std::move(arguments), out);
 }
 
-directory::directory()
+void expect_in(const std::string& text, const std::vector<std::string>& wanted)
 {
-    std::string name = (std::filesystem::temp_directory_path() / "sorvanic-cli.XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr)
-        throw std::runtime_error("cannot make a directory like " + name);
-    path_ = name;
-}
-
-directory::~directory()
-{
-    std::filesystem::remove_all(path_);
-}
-
-std::string directory::path(std::string_view name) const
-{
-    return name.empty() ? path_.string() : (path_ / name).string();
-}
-
-std::string directory::write(std::string_view name, std::string_view content) const
-{
-    const std::filesystem::path file = path_ / name;
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream stream(file, std::ios::binary);
-    stream << content;
-    if (!stream.flush())
-        throw std::runtime_error("cannot write " + file.string());
-    return file.string();
-}
-
-std::string directory::read(std::string_view name) const
-{
-    return content_of(path_ / name);
+    for (const std::string& each : wanted)
+        EXPECT_NE(text.find(each), std::string::npos) << "'" << each << "' is not in: " << text;
 }
 
 } // namespace cli_test

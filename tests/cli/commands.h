@@ -1,10 +1,10 @@
 #ifndef SORVANIC_TESTS_CLI_COMMANDS_H
 #define SORVANIC_TESTS_CLI_COMMANDS_H
 
-#include <filesystem>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "tests/temporary_directory.h"
 
 namespace cli_test {
 
@@ -21,22 +21,8 @@ outcome run(std::vector<std::string> command, const char* out = nullptr);
 /// Runs the program under test with these arguments.
 outcome sorvanic(std::vector<std::string> arguments, const char* out = nullptr);
 
-/// A directory of the test's own, removed with all in it.
-class directory {
-public:
-    directory();
-    ~directory();
-    directory(const directory&) = delete;
-    directory& operator=(const directory&) = delete;
-
-    std::string path(std::string_view name = "") const; ///< absolute
-    /// Makes the file and the directories above it; gives its absolute path.
-    std::string write(std::string_view name, std::string_view content) const;
-    std::string read(std::string_view name) const; ///< "(none)" when it cannot be opened
-
-private:
-    std::filesystem::path path_;
-};
+/// Fails unless each of them stands in `text`.
+void expect_in(const std::string& text, const std::vector<std::string>& wanted);
 
 } // namespace cli_test
 
