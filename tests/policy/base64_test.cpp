@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -30,10 +31,7 @@ std::string encode(std::string_view bytes)
 
 TEST(base64, vectors_of_rfc_4648)
 {
-    const struct {
-        std::string_view plain;
-        std::string encoded;
-    } vectors[] = {
+    const std::pair<std::string, std::string> vectors[] = {
         {"", ""},
         {"f", "Zg=="},
         {"fo", "Zm8="},
@@ -42,9 +40,9 @@ TEST(base64, vectors_of_rfc_4648)
         {"fooba", "Zm9vYmE="},
         {"foobar", "Zm9vYmFy"},
     };
-    for (const auto& vector : vectors) {
-        EXPECT_EQ(encode(vector.plain), vector.encoded);
-        EXPECT_EQ(decode(vector.encoded), vector.plain);
+    for (const auto& [plain, encoded] : vectors) {
+        EXPECT_EQ(encode(plain), encoded);
+        EXPECT_EQ(decode(encoded), plain);
     }
 }
 
@@ -64,16 +62,13 @@ TEST(base64, every_character_has_its_value)
 
 TEST(base64, the_run_ends_at_the_first_other_character)
 {
-    const struct {
-        std::string text;
-        std::string plain;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"QQ==", "A"}, {"QQ", "A"},           {"Q", ""},         {"QUJDR", "ABC"},
         {"QUI", "AB"}, {"QUJD\nREVG", "ABC"}, {"QUJD\n", "ABC"}, {"QQ==QUJD", "A"},
         {"QU-D", "A"}, {"QUJ_", "AB"},        {"=QUJD", ""},     {"QUJD\x80", "ABC"},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(decode(c.text), c.plain) << c.text;
+    for (const auto& [text, plain] : cases)
+        EXPECT_EQ(decode(text), plain) << text;
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include <string>
+#include <utility>
 
 #include "policy/objlabel.h"
 #include "policy/sublabel.h"
@@ -23,6 +24,10 @@ protected:
     {
         machine_.encoded("sublabel", subjects);
         machine_.encoded("objlabel", objects);
+        reload();
+    }
+    static void reload()
+    {
         sorvanic_kernel_sublabel_module.reload();
         sorvanic_kernel_objlabel_module.reload();
     }
@@ -45,10 +50,8 @@ protected:
 TEST_F(labels, a_line_has_all_its_numbers_or_is_skipped)
 {
     const std::string none = "0,0,0,0,0,0,0,0";
-    const struct {
-        std::string rest; // of the line, behind its key
-        std::string label;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
+        // The rest of the line behind its key, and the label.
         {":0:3:1:1,2,0,0,0,0,0,0", "0 3 1 1,2,0,0,0,0,0,0,"},
         {":7:65535:65536:255,256,300,0,0,0,0,9", "7 65535 0 255,0,44,0,0,0,0,9,"},
         {":0:70000:1:" + none, "0 4464 1 0,0,0,0,0,0,0,0,"}, // cut, not clamped
@@ -66,42 +69,35 @@ TEST_F(labels, a_line_has_all_its_numbers_or_is_skipped)
         {":0:3:1", ""},
         {"", ""},
     };
-    for (const auto& c : cases) {
-        load("key" + c.rest + "\n", "/key" + c.rest + "\n");
-        EXPECT_EQ(subject("key"), c.label) << c.rest;
-        EXPECT_EQ(object("/key"), c.label) << c.rest;
+    for (const auto& [rest, label] : cases) {
+        load("key" + rest + "\n", "/key" + rest + "\n");
+        EXPECT_EQ(subject("key"), label) << rest;
+        EXPECT_EQ(object("/key"), label) << rest;
     }
 }
 
 TEST_F(labels, a_subject_is_known_by_its_whole_name_an_object_by_the_tree_it_is_in)
 {
-    const std::string first = ":1:0:0:0,0,0,0,0,0,0,0\n";
-    const std::string second = ":2:0:0:0,0,0,0,0,0,0,0\n";
-    const std::string third = ":3:0:0:0,0,0,0,0,0,0,0\n";
+    const std::string zeros = ":0:0:0,0,0,0,0,0,0,0\n";
+    const std::string first = ":1" + zeros, second = ":2" + zeros, third = ":3" + zeros;
     const std::string name(31, 'n');
     const std::string fits = "/" + std::string(511 - first.size(), 'f'); // a line of 511 characters
     load("alice" + first + "ALICE" + second + name + "cut-off" + third + std::string(600, 'x') + third +
              "#no" + first,
          "/srv/a" + first + "/srv/a/b" + second + "/srv/" + second + fits + third + fits + "x" + third);
     const auto value = [](const std::string& label) { return label.empty() ? '-' : label[0]; };
-    const struct {
-        std::string name;
-        char value;
-    } subjects[] = {
+    const std::pair<std::string, char> subjects[] = {
         {"alice", '1'}, {"Alice", '1'}, {"alic", '-'},           {"alice2", '-'},
         {"", '-'},      {name, '3'},    {name + "cut-off", '-'}, {std::string(31, 'x'), '3'},
     };
-    for (const auto& c : subjects)
-        EXPECT_EQ(value(subject(c.name)), c.value) << c.name;
-    const struct {
-        std::string path;
-        char value;
-    } objects[] = {
+    for (const auto& [who, expected] : subjects)
+        EXPECT_EQ(value(subject(who)), expected) << who;
+    const std::pair<std::string, char> objects[] = {
         {"/srv/a", '1'},  {"/SRV/A/x/y", '1'}, {"/srv/a/b", '1'}, // the first, not the longest
         {"/srv/ab", '-'}, {"/srv", '-'},       {"/srv/", '2'},    {fits, '3'}, {fits + "x", '-'},
     };
-    for (const auto& c : objects)
-        EXPECT_EQ(value(object(c.path)), c.value) << c.path;
+    for (const auto& [path, expected] : objects)
+        EXPECT_EQ(value(object(path)), expected) << path;
 
     load("", ":4:0:0:0,0,0,0,0,0,0,0\n");
     EXPECT_EQ(value(object("/anything")), '4') << "an empty path is above everything";
@@ -116,21 +112,15 @@ TEST_F(labels, a_line_without_memory_is_dropped)
     machine_.encoded("objlabel", "/a" + rest + "/b" + rest);
     // Two buffers to decode, one for a line, then one record a line; each table in its turn.
     const char* const expected[] = {"abab", "ab", "ab", "ab", "bab", "aab", "ab", "ab", "ab", "abb", "aba"};
-    fail_each_call(
-        platform::fault::allocation,
-        [] {
-            sorvanic_kernel_sublabel_module.reload();
-            sorvanic_kernel_objlabel_module.reload();
-        },
-        [&](std::size_t n) {
-            ASSERT_LT(n, std::size(expected));
-            std::string found;
-            for (const char* name : {"a", "b"})
-                found += subject(name).empty() ? "" : name;
-            for (const char* path : {"/a", "/b"})
-                found += object(path).empty() ? "" : path + 1;
-            EXPECT_EQ(found, expected[n]);
-        });
+    fail_each_call(fault::allocation, reload, [&](std::size_t n) {
+        std::string found;
+        for (const char* name : {"a", "b"})
+            found += subject(name).empty() ? "" : name;
+        for (const char* path : {"/a", "/b"})
+            found += object(path).empty() ? "" : path + 1;
+        ASSERT_LT(n, std::size(expected));
+        EXPECT_EQ(found, expected[n]);
+    });
 }
 
 } // namespace

@@ -26,50 +26,56 @@ namespace {
 class policy : public policy_fixture {
 protected:
     static bool white(std::uint32_t key) { return sorvanic_kernel_whitelist_module.search(&key) == 0; }
+    void write_every_file()
+    {
+        machine_.keys("blacklist", {1});
+        machine_.keys("whitelist", {2});
+        machine_.keys("supertrustfile", {3});
+        machine_.plain("workdir", "/w\n");
+        machine_.encoded("dirctl", "/c\n");
+        machine_.encoded("ptpylist", "protected\n");
+        machine_.encoded("platuser", "user\n");
+        for (const char* rules : {"dac", "priv", "appevp"})
+            machine_.encoded(rules, "/r:who:4\n");
+        for (const char* labels : {"sublabel", "objlabel"})
+            machine_.encoded(labels, "/l:0:0:0:0,0,0,0,0,0,0,0\n");
+        machine_.encoded("installlabel", "2");
+        machine_.encoded("statlabel", "3");
+        machine_.encoded("auditlabel", "5:2");
+        machine_.encoded("modllabel", "2020");
+    }
 };
 
 TEST_F(policy, each_operation_reaches_every_table)
 {
-    machine_.keys("blacklist", {1});
-    machine_.keys("whitelist", {2});
-    machine_.keys("supertrustfile", {3});
-    machine_.plain("workdir", "/w\n");
-    machine_.encoded("dirctl", "/c\n");
-    machine_.encoded("ptpylist", "protected\n");
-    machine_.encoded("platuser", "user\n");
-    for (const char* rules : {"dac", "priv", "appevp"})
-        machine_.encoded(rules, "/r:who:4\n");
-    for (const char* labels : {"sublabel", "objlabel"})
-        machine_.encoded(labels, "/l:0:0:0:0,0,0,0,0,0,0,0\n");
-    machine_.encoded("installlabel", "2");
-    machine_.encoded("statlabel", "3");
-    machine_.encoded("auditlabel", "5:2");
-    machine_.encoded("modllabel", "2020");
-
+    write_every_file();
     const std::uint32_t black = 1;
     const std::uint32_t super = 3;
     const auto active = [&] {
-        std::string found;
-        found += sorvanic_kernel_blacklist_module.search(&black) == 0 ? 'b' : '-';
-        found += white(2) ? 'w' : '-';
-        found += sorvanic_kernel_sprolist_module.search(&super) == 0 ? 's' : '-';
-        found += sorvanic_kernel_workdir_module.search("/w/x") == 0 ? 'd' : '-';
-        found += sorvanic_kernel_dirctl_module.search("/c/x") == 0 ? 'c' : '-';
-        found += sorvanic_kernel_ptpy_module.match("/protected") == 0 ? 'p' : '-';
         kernel::u32 state = 0;
-        found += sorvanic_kernel_uactivate_module.search("user", &state) == 0 ? 'u' : '-';
-        found += sorvanic_kernel_dacctl_module.match("who", "/r", 4) == 0 ? 'r' : '-';
-        found += sorvanic_kernel_privctl_module.match("who", "/r", 4) == 0 ? 'r' : '-';
-        found += sorvanic_kernel_pracctl_module.match("/r", "who", 4) == 0 ? 'r' : '-';
         subject_label subject;
-        found += sorvanic_kernel_sublabel_module.search("/l", &subject) != nullptr ? 'l' : '-';
         object_label object;
-        found += sorvanic_kernel_objlabel_module.search("/l", &object) != nullptr ? 'l' : '-';
-        found += std::to_string(sorvanic_kernel_installctl_module.getstatus());
-        found += std::to_string(sorvanic_kernel_statusctl_module.getstatus());
-        found += std::to_string(sorvanic_kernel_auditctl_module.getstatus(5));
-        found += std::to_string(sorvanic_kernel_modlctl_module.getstatus(0));
-        return found;
+        const bool found[] = {
+            sorvanic_kernel_blacklist_module.search(&black) == 0,
+            white(2),
+            sorvanic_kernel_sprolist_module.search(&super) == 0,
+            sorvanic_kernel_workdir_module.search("/w/x") == 0,
+            sorvanic_kernel_dirctl_module.search("/c/x") == 0,
+            sorvanic_kernel_ptpy_module.match("/protected") == 0,
+            sorvanic_kernel_uactivate_module.search("user", &state) == 0,
+            sorvanic_kernel_dacctl_module.match("who", "/r", 4) == 0,
+            sorvanic_kernel_privctl_module.match("who", "/r", 4) == 0,
+            sorvanic_kernel_pracctl_module.match("/r", "who", 4) == 0,
+            sorvanic_kernel_sublabel_module.search("/l", &subject) != nullptr,
+            sorvanic_kernel_objlabel_module.search("/l", &object) != nullptr,
+        };
+        std::string shown;
+        for (std::size_t table = 0; table < std::size(found); ++table)
+            shown += found[table] ? "bwsdcpurrrll"[table] : '-';
+        return shown + std::to_string(sorvanic_kernel_installctl_module.getstatus()) +
+               std::to_string(sorvanic_kernel_statusctl_module.getstatus()) +
+               std::to_string(sorvanic_kernel_auditctl_module.getstatus(5)) +
+               std::to_string(sorvanic_kernel_modlctl_module.getstatus(0));
     };
     EXPECT_EQ(active(), "------------11048");
     EXPECT_EQ(sorvanic_kernel_policy_module.load(), 0);
@@ -128,17 +134,7 @@ TEST_F(policy, a_load_without_unload_adds)
 
 TEST_F(policy, no_failure_leaves_anything_behind)
 {
-    machine_.keys("blacklist", {1, 2});
-    machine_.keys("whitelist", {1, 2});
-    machine_.plain("workdir", "/a\n/b\n");
-    for (const char* file : {"dirctl", "ptpylist", "platuser"})
-        machine_.encoded(file, "a\nb\n");
-    for (const char* file : {"dac", "priv", "appevp"})
-        machine_.encoded(file, "/a:u:7\nnone\n");
-    for (const char* file : {"sublabel", "objlabel"})
-        machine_.encoded(file, "a:1:2:3:1,2,3,4,5,6,7,8\nnone\n");
-    machine_.encoded("statlabel", "3");
-    machine_.encoded("modllabel", "2222");
+    write_every_file();
     const auto whole_life = [] {
         sorvanic_kernel_policy_module.init();
         sorvanic_kernel_policy_module.load();
@@ -146,13 +142,8 @@ TEST_F(policy, no_failure_leaves_anything_behind)
         sorvanic_kernel_policy_module.reload();
         sorvanic_kernel_policy_module.destroy();
     };
-    for (const platform::fault kind :
-         {platform::fault::allocation, platform::fault::open, platform::fault::read})
-        fail_each_call(kind, whole_life, [](std::size_t) {
-            const platform::live_counts left = platform::live();
-            EXPECT_EQ(left.allocations + left.files + left.references + left.locks, 0u);
-            platform::assert_thread_clean();
-        });
+    for (const fault kind : {fault::allocation, fault::open, fault::read})
+        fail_each_call(kind, whole_life, [](std::size_t) { EXPECT_EQ(entries(), 0u); });
 }
 
 } // namespace

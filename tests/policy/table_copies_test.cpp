@@ -5,12 +5,12 @@
 #include <functional>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "policy/sprolist.h"
 #include "policy/whitelist.h"
 #include "policy/workdir.h"
 #include "tests/policy/policy_fixture.h"
+#include "tests/support/threads.h"
 
 // Lookups and reloads at the same time. A list that both copies hold must be found in every
 // lookup, however the lookup is held up between reading the mark and taking the lock.
@@ -71,15 +71,12 @@ TEST_F(table, a_reader_held_up_for_a_reload_and_a_half_starts_over)
 {
     append(1);
     copies::sync();
-    const auto reload_and_empty = [] {
+    used_mark.hold_up = [] {
+        used_mark.hold_up = nullptr;
         copies::unload();
         append(1);
         copies::sync();
         copies::unload();
-    };
-    used_mark.hold_up = [&] {
-        used_mark.hold_up = nullptr;
-        reload_and_empty();
     };
     EXPECT_TRUE(found(1));
 }
@@ -92,23 +89,18 @@ TEST_F(table, an_unchanged_entry_is_never_missed)
 
     std::atomic<bool> stop{false};
     std::atomic<unsigned> missed{0};
-    std::vector<std::thread> readers;
-    for (int n = 0; n < 4; ++n)
-        readers.emplace_back([&] {
-            while (!stop)
-                missed += found(1) ? 0u : 1u;
-        });
-
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
-    while (std::chrono::steady_clock::now() < end && missed == 0) {
-        copies::unload();
-        std::this_thread::yield(); // as a load does that sleeps in its file
-        append(1);
-        copies::sync();
-    }
-    stop = true;
-    for (std::thread& reader : readers)
-        reader.join();
+    support::on_threads(5, [&](int thread) {
+        while (thread != 0 && !stop)
+            missed += found(1) ? 0u : 1u;
+        while (thread == 0 && std::chrono::steady_clock::now() < end && missed == 0) {
+            copies::unload();
+            std::this_thread::yield(); // as a load does that sleeps in its file
+            append(1);
+            copies::sync();
+        }
+        stop = true;
+    });
     EXPECT_EQ(missed, 0u);
 }
 
@@ -124,21 +116,17 @@ TEST_F(live_policy, lookups_do_not_notice_reloads_of_an_unchanged_file)
 
     std::atomic<bool> stop{false};
     std::atomic<unsigned> missed{0};
-    std::vector<std::thread> readers;
-    for (int n = 0; n < 2; ++n)
-        readers.emplace_back([&] {
-            const std::uint32_t key = 0x04030201;
-            while (!stop) {
-                missed += sorvanic_kernel_whitelist_module.search(&key) == 0 ? 0u : 1u;
-                missed += sorvanic_kernel_workdir_module.search("/c/x") == 0 ? 0u : 1u;
-                missed += super_process_list_is_empty() ? 1u : 0u;
-            }
-        });
-    for (int n = 0; n < 30; ++n)
-        sorvanic_kernel_policy_module.reload();
-    stop = true;
-    for (std::thread& reader : readers)
-        reader.join();
+    support::on_threads(3, [&](int thread) {
+        for (int n = 0; thread == 0 && n < 30; ++n)
+            sorvanic_kernel_policy_module.reload();
+        const std::uint32_t key = 0x04030201;
+        while (thread != 0 && !stop) {
+            missed += sorvanic_kernel_whitelist_module.search(&key) == 0 ? 0u : 1u;
+            missed += sorvanic_kernel_workdir_module.search("/c/x") == 0 ? 0u : 1u;
+            missed += super_process_list_is_empty() ? 1u : 0u;
+        }
+        stop = true;
+    });
     EXPECT_EQ(missed, 0u);
 }
 

@@ -1,6 +1,7 @@
 #include "policy/text_source.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/policy/policy_fixture.h"
@@ -26,10 +27,7 @@ protected:
 TEST_F(text_file, lines_that_count)
 {
     using namespace std::string_literals;
-    const struct {
-        std::string content;
-        lines expected;
-    } cases[] = {
+    const std::pair<std::string, lines> cases[] = {
         {"", {}},
         {"\n\n", {}},
         {"a\nb\n", {"a", "b"}},
@@ -39,8 +37,8 @@ TEST_F(text_file, lines_that_count)
         {"ab\0cd\nef\n"s, {"ab", "ef"}},
         {"\0ab\ncd\n"s, {"cd"}},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(read(c.content), c.expected) << c.content;
+    for (const auto& [content, expected] : cases)
+        EXPECT_EQ(read(content), expected) << content;
 }
 
 TEST_F(text_file, the_tail_of_a_long_line_is_a_line_of_its_own)
@@ -59,10 +57,10 @@ TEST_F(text_file, reading_ends_at_a_failure)
 {
     lines found;
     const auto act = [&] { found = read("ab\ncd\n"); };
-    fail_each_call(platform::fault::allocation, act, [&](std::size_t n) {
+    fail_each_call(fault::allocation, act, [&](std::size_t n) {
         EXPECT_EQ(found, n == 0 ? lines({"ab", "cd"}) : lines{});
     });
-    fail_each_call(platform::fault::read, act, [&](std::size_t n) {
+    fail_each_call(fault::read, act, [&](std::size_t n) {
         EXPECT_EQ(found, n == 0 || n > 6 ? lines({"ab", "cd"}) : n > 3 ? lines{"ab"} : lines{});
     });
 }

@@ -16,10 +16,8 @@ protected:
     /// The state as a digit, or "-" for a user who is not listed.
     static std::string state(const std::string& name)
     {
-        kernel::u32 found = 7;
-        const int result = sorvanic_kernel_uactivate_module.search(name.c_str(), &found);
-        EXPECT_EQ(result, found == 7 ? 1 : 0) << "what is not found stores nothing";
-        return found == 7 ? "-" : std::to_string(found);
+        const int found = support::state_of(name);
+        return found < 0 ? "-" : std::to_string(found);
     }
     static int update(const std::string& name, kernel::u32 to)
     {
@@ -29,30 +27,18 @@ protected:
 
 TEST_F(uactivate, a_user_is_known_by_the_whole_name)
 {
+    using namespace std::string_literals;
     const std::string long_name = "a-user-name-of-31-characters---";
     ASSERT_EQ(long_name.size(), 31u);
     ASSERT_EQ(load("# users\n\nalice\nbob:x:y\n" + long_name + "cut\n d\n" + std::string(512, 'e') + "\n"),
               0);
     EXPECT_EQ(entries(), 4u);
-    const struct {
-        std::string name, state;
-    } cases[] = {
-        {"alice", "2"},
-        {"ALICE", "2"},
-        {"alic", "-"},
-        {"alice2", "-"},
-        {"bob", "2"},
-        {"bob:x", "-"},
-        {"carol", "-"},
-        {"", "-"},
-        {long_name, "2"},
-        {long_name + "cut", "-"}, // 31 characters are kept, and compared with all that is asked for
-        {" d", "2"},
-        {"d", "-"},
-        {"# users", "-"},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(state(c.name), c.state) << c.name;
+    // Of a longer name 31 characters are kept, and compared with all that is asked for.
+    for (const std::string& name : {"alice"s, "ALICE"s, "bob"s, long_name, " d"s})
+        EXPECT_EQ(state(name), "2") << name;
+    for (const std::string& name :
+         {"alic"s, "alice2"s, "bob:x"s, "carol"s, ""s, long_name + "cut", "d"s, "# users"s})
+        EXPECT_EQ(state(name), "-") << name;
     EXPECT_EQ(update("carol", 0), 1);
     EXPECT_EQ(state("carol"), "-");
 }
@@ -105,12 +91,10 @@ TEST_F(uactivate, a_line_without_memory_is_dropped)
 
     machine_.encoded("platuser", "a\nb\nc\n");
     const char* const expected[] = {"222", "---", "---", "---", "-22", "2-2", "22-"};
-    fail_each_call(
-        platform::fault::allocation, [] { sorvanic_kernel_uactivate_module.reload(); },
-        [&](std::size_t n) {
-            ASSERT_LT(n, std::size(expected));
-            EXPECT_EQ(state("a") + state("b") + state("c"), expected[n]);
-        });
+    fail_each_call(fault::allocation, sorvanic_kernel_uactivate_module.reload, [&](std::size_t n) {
+        ASSERT_LT(n, std::size(expected));
+        EXPECT_EQ(state("a") + state("b") + state("c"), expected[n]);
+    });
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -15,23 +16,11 @@
 #include "platform/user/faults.h"
 #include "platform/user/files.h"
 #include "platform/user/machine.h"
-#include "platform/user/tasks.h"
 #include "policy/base64.h"
+#include "policy/uactivate.h"
+#include "process/process_map.h"
 
 namespace support {
-
-namespace {
-
-std::string encode(std::string_view text)
-{
-    std::string out(static_cast<std::size_t>(sorvanic_kernel_base64encode_len(static_cast<int>(text.size()))),
-                    '\0');
-    const int written = sorvanic_kernel_base64encode(out.data(), text.data(), static_cast<int>(text.size()));
-    out.resize(static_cast<std::size_t>(written - 1)); // the count includes the terminator
-    return out;
-}
-
-} // namespace
 
 machine::machine()
 {
@@ -101,6 +90,25 @@ void machine::keys(std::string_view name, const std::vector<std::uint32_t>& keys
     plain(name, records);
 }
 
+void machine::policy(const std::string& files)
+{
+    std::istringstream words(files);
+    for (std::string word; std::getline(words, word, ' ');) {
+        const std::string name = word.substr(0, word.find('=')), text = word.substr(word.find('=') + 1);
+        if (name == "workdir") {
+            plain(name, text);
+        } else if (name == "whitelist" || name == "blacklist" || name == "supertrustfile") {
+            std::vector<std::uint32_t> listed;
+            std::istringstream contents(text);
+            for (std::string content; std::getline(contents, content, ',');)
+                listed.push_back(key_of(content));
+            keys(name, listed);
+        } else {
+            encoded(name, text);
+        }
+    }
+}
+
 void machine::enforce(std::string_view system_status)
 {
     encoded("statlabel", system_status);
@@ -151,16 +159,43 @@ void machine::exit(int pid)
 
 int machine::exec(int pid, std::string_view path, std::string_view filename)
 {
-    const platform::task_handle task = platform::find_task(pid);
     const platform::file_handle program = open(path);
     const platform::exec_parameters bprm(program.get(), std::string(filename.empty() ? path : filename));
-    const platform::event event(task.get());
+    const acting as(pid);
     return platform::call_bprm_check_security(bprm.get());
 }
 
 std::string machine::log()
 {
     return std::exchange(log_, {});
+}
+
+acting::acting(int pid) : task_(platform::find_task(pid)), event_(task_.get())
+{
+}
+
+std::string encode(std::string_view text)
+{
+    const int size = static_cast<int>(text.size());
+    std::string out(static_cast<std::size_t>(sorvanic_kernel_base64encode_len(size)), '\0');
+    const int written = sorvanic_kernel_base64encode(out.data(), text.data(), size);
+    out.resize(static_cast<std::size_t>(written - 1)); // the count includes the terminator
+    return out;
+}
+
+std::string user_of(long pid)
+{
+    char user[sorvanic_user_name_size] = {};
+    return sorvanic_kernel_hashmap_module.search(pid, user) == 0 ? user : "-";
+}
+
+int state_of(const std::string& user)
+{
+    constexpr kernel::u32 untouched = 9;
+    kernel::u32 state = untouched;
+    const bool listed = sorvanic_kernel_uactivate_module.search(user.c_str(), &state) == 0;
+    EXPECT_EQ(listed, state != untouched) << "only for who is listed a state is stored";
+    return listed ? static_cast<int>(state) : -1;
 }
 
 std::uint32_t key_of(std::string_view content)

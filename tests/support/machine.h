@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/user/objects.h"
+#include "platform/user/tasks.h"
 
 namespace support {
 
@@ -30,6 +31,9 @@ public:
     void plain(std::string_view name, std::string_view text);
     void encoded(std::string_view name, std::string_view text);
     void keys(std::string_view name, const std::vector<std::uint32_t>& keys);
+    /// Such files as "NAME=TEXT NAME=TEXT …", each in its format; a list of programs as what those
+    /// programs contain, with commas between.
+    void policy(const std::string& files);
     /// Execution control on, at this system status.
     void enforce(std::string_view system_status = "3");
 
@@ -55,6 +59,25 @@ private:
     std::string log_;
     bool loaded_ = false;
 };
+
+/// While it lives, what happens on this thread is a process's doing.
+class acting {
+public:
+    explicit acting(int pid);
+
+private:
+    platform::task_handle task_;
+    platform::event event_;
+};
+
+/// As the policy files are encoded.
+std::string encode(std::string_view text);
+
+/// The user recorded for a process, or "-".
+std::string user_of(long pid);
+
+/// The state of a platform user, or -1.
+int state_of(const std::string& user);
 
 /// The digest key of a file with this content.
 std::uint32_t key_of(std::string_view content);
