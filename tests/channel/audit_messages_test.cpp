@@ -3,25 +3,26 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "channel/audit_records.h"
 #include "channel/last_events.h"
 #include "channel/socket.h"
-#include "platform/user/faults.h"
-#include "platform/user/machine.h"
 #include "platform/user/netlink.h"
-#include "platform/user/tasks.h"
 #include "process/process_map.h"
 #include "tests/channel/messages.h"
+#include "tests/support/fail_each_call.h"
 #include "tests/support/machine.h"
 
 namespace {
 
+using messages::field;
 using messages::number;
 using messages::number_at;
-using support::machine;
+using messages::record;
 
 void untp(kernel::u32 key, const std::string& path, const std::string& comm = "sh")
 {
@@ -42,110 +43,84 @@ protected:
     audit_messages()
     {
         m.process(10, 1, "");
-        EXPECT_EQ(m.load(), 0);
-        reporter = platform::find_task(10);
-        event.emplace(reporter.get());
+        reporter.emplace(10);
     }
-    ~audit_messages() override { event.reset(); }
 
-    machine m;
-    platform::task_handle reporter;
-    std::optional<platform::event> event;
+    support::machine m{""};
+    std::optional<support::acting> reporter;
 };
 
-std::string header(std::uint32_t length, std::uint32_t kind)
-{
-    return number(length) + number(19 | kind << 16) + number(0) + number(100);
-}
-
-std::string field(const std::string& text, std::size_t size)
-{
-    return text + std::string(size - text.size(), '\0');
-}
-
-TEST_F(audit_messages, records_stand_in_the_message_byte_for_byte)
+TEST_F(audit_messages, records_stand_in_the_message_byte_for_byte_and_texts_are_cut)
 {
     messages::agent agent(100);
     m.log();
     untp(0x3b75655e, "/usr/bin/tool", "bash");
-    EXPECT_EQ(agent.next(), header(2076, 2) + messages::bytes("5e 65 75 3b") + field("/usr/bin/tool", 1024) +
-                                field("bash", 1024) + number(0) + number(6));
-    faau("/data/f", "bob", 7, "vi");
-    EXPECT_EQ(agent.next(), header(2104, 3) + field("/data/f", 1024) + field("vi", 1024) + field("bob", 32) +
-                                number(7) + number(4));
-    pcau("/data/f", "bob", 0xffffffff, "vi");
-    EXPECT_EQ(agent.next(), header(2104, 4) + field("/data/f", 1024) + field("vi", 1024) + field("bob", 32) +
-                                number(0xffffffff) + number(4));
+    EXPECT_EQ(agent.next(), record(2, messages::bytes("5e 65 75 3b") + field("/usr/bin/tool", 1024) +
+                                          field("bash", 1024) + number(0) + number(6)));
+    for (const auto& [send, kind] : {std::pair(&faau, 3u), std::pair(&pcau, 4u)}) {
+        send("/data/f", "bob", 0xffffffff, "vi");
+        EXPECT_EQ(agent.next(), record(kind, field("/data/f", 1024) + field("vi", 1024) + field("bob", 32) +
+                                                 number(0xffffffff) + number(4)));
+    }
     EXPECT_EQ(m.log(), "");
     EXPECT_EQ(sorvanic_common_send_syst_message(1, -1), 0);
     EXPECT_EQ(agent.next(), messages::bytes("18 00 00 00 13 00 08 00 00 00 00 00 64 00 00 00") + number(1) +
                                 number(0xffffffff));
     EXPECT_EQ(m.log(), "send syst message success: 1  -1\n");
-}
 
-TEST_F(audit_messages, texts_are_cut_to_their_fields)
-{
-    messages::agent agent(100);
-    const std::string path = "/" + std::string(1999, 'p');
-    const std::string comm(16, 'c');
-    untp(1, path, comm);
-    std::string record = agent.next().substr(16);
-    EXPECT_EQ(record, number(1) + field(path.substr(0, 1023), 1024) + field(std::string(15, 'c'), 1024) +
-                          number(0) + number(6));
-    faau(path, std::string(40, 'u'), 1, comm);
-    record = agent.next().substr(16);
-    EXPECT_EQ(record, field(path.substr(0, 1023), 1024) + field(std::string(15, 'c'), 1024) +
-                          field(std::string(31, 'u'), 32) + number(1) + number(4));
-    EXPECT_TRUE(agent.next().empty());
-    faau(path + "tail", std::string(40, 'u') + "tail", 1, comm + "tail");
+    const std::string path(1023, 'p'), comm(15, 'c'), user(31, 'u');
+    untp(1, path + "pp", comm + "c");
+    EXPECT_EQ(agent.next(),
+              record(2, number(1) + field(path, 1024) + field(comm, 1024) + number(0) + number(6)));
+    faau(path + "pp", user + "u", 1, comm + "c");
+    EXPECT_EQ(agent.next(),
+              record(3, field(path, 1024) + field(comm, 1024) + field(user, 32) + number(1) + number(4)));
+    faau(path + "tail", user + "tail", 1, comm + "tail");
     EXPECT_TRUE(agent.next().empty()) << "what is cut off makes no difference";
 }
 
 TEST_F(audit_messages, paths_are_classed_by_place_and_user)
 {
     messages::agent agent(100);
-    struct {
-        const char* user;
-        const char* path;
-        std::uint32_t path_class;
-    } const cases[] = {
-        {"bob", "/home/bob/run", 5},
-        {"bob", "/home/bobby/run", 5}, // no separator behind the name
-        {"bob", "/HOME/Bob", 5},
-        {"bob", "/home/bo", 4},
-        {"bob", "/home/", 4},
-        {"bob", "/hom", 4},
-        {"bob", "/opt/home/bob", 4},
-        {"bob", "/etc/passwd", 3},
-        {"bob", "/ETC/x", 3},
-        {"bob", "/etc", 4},
-        {"bob", "/etcetera", 4},
-        {"bob", "/lib/x", 3},
-        {"bob", "/LIB64/x", 3},
-        {"bob", "/lib32/x", 4},
-        {"bob", "", 4},
-        {"", "/home/x", 5},
-        {"syste", "/home/systemd/x", 5},
-    };
     std::uint32_t key = 0;
-    for (const auto& c : cases) {
-        sorvanic_kernel_hashmap_module.erase(10);
-        sorvanic_kernel_hashmap_module.insert(10, c.user);
-        untp(++key, c.path);
-        EXPECT_EQ(number_at(agent.next(), 16 + 2056), c.path_class) << c.user << " " << c.path;
-        faau(c.path, c.user, key);
-        EXPECT_EQ(number_at(agent.next(), 16 + 2084), c.path_class) << c.user << " " << c.path;
-        pcau(c.path, c.user, key);
-        EXPECT_EQ(number_at(agent.next(), 16 + 2084), c.path_class) << c.user << " " << c.path;
-    }
-    // Whose name begins with "SYSTEM" is nobody, but for untp, which asks for a record.
-    for (const char* user : {"SYSTEM", "systemd", "System admin"}) {
+    // The classes in a untp, a faau and a pcau record; process 10 is the user's.
+    const auto classes = [&](const char* user, const char* path) {
         sorvanic_kernel_hashmap_module.insert(10, user);
-        untp(++key, "/etc/x");
-        EXPECT_EQ(number_at(agent.next(), 16 + 2056), 3u) << user;
-        faau("/etc/x", user, key);
-        EXPECT_EQ(number_at(agent.next(), 16 + 2084), 6u) << user;
-    }
+        untp(++key, path);
+        std::string all = std::to_string(number_at(agent.next(), 16 + 2056));
+        for (const auto send : {faau, pcau}) {
+            send(path, user, key, "sh");
+            all += std::to_string(number_at(agent.next(), 16 + 2084));
+        }
+        return all;
+    };
+    struct {
+        const char *user, *path, *classes;
+    } const cases[] = {
+        {"bob", "/home/bob/run", "555"},
+        {"bob", "/home/bobby/run", "555"}, // no separator behind the name
+        {"bob", "/HOME/Bob", "555"},
+        {"bob", "/home/bo", "444"},
+        {"bob", "/home/", "444"},
+        {"bob", "/hom", "444"},
+        {"bob", "/opt/home/bob", "444"},
+        {"bob", "/etc/passwd", "333"},
+        {"bob", "/ETC/x", "333"},
+        {"bob", "/etc", "444"},
+        {"bob", "/etcetera", "444"},
+        {"bob", "/lib/x", "333"},
+        {"bob", "/LIB64/x", "333"},
+        {"bob", "/lib32/x", "444"},
+        {"bob", "", "444"},
+        {"", "/home/x", "555"},
+        {"syste", "/home/systemd/x", "555"},
+        // Whose name begins with "SYSTEM" is nobody, but for untp, which asks for a record.
+        {"SYSTEM", "/etc/x", "366"},
+        {"systemd", "/etc/x", "366"},
+        {"System admin", "/etc/x", "366"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(classes(c.user, c.path), c.classes) << c.user << " " << c.path;
     sorvanic_kernel_hashmap_module.erase(10);
     untp(++key, "/etc/x");
     EXPECT_EQ(number_at(agent.next(), 16 + 2056), 6u);
@@ -161,11 +136,10 @@ TEST_F(audit_messages, only_a_repetition_is_suppressed)
     EXPECT_EQ(agent.drain(), 3u);
     untp(1, "/elsewhere", "other");
     EXPECT_EQ(agent.drain(), 0u) << "only the key counts";
-    EXPECT_STREQ(
-        static_cast<const untp_record*>(sorvanic_kernel_singleaud_module.inside_getevent(last_untp))->path,
-        "/x")
+    const auto last = [](auto kind) { return sorvanic_kernel_singleaud_module.inside_getevent(kind); };
+    EXPECT_STREQ(static_cast<const untp_record*>(last(last_untp))->path, "/x")
         << "the last one is the last that was sent, and all of it is kept";
-    EXPECT_EQ(sorvanic_kernel_singleaud_module.inside_getevent(last_event_kinds), nullptr);
+    EXPECT_EQ(last(last_event_kinds), nullptr);
     untp(0, "/x");
     EXPECT_EQ(agent.drain(), 1u);
 
@@ -181,7 +155,6 @@ TEST_F(audit_messages, only_a_repetition_is_suppressed)
     faau("/y", "eve", 2);
     faau("/y", "eve", 2, "vi");
     EXPECT_EQ(agent.drain(), 4u) << "any field makes a difference";
-
     for (int i = 0; i < 3; ++i)
         sorvanic_common_send_syst_message(1, 1);
     EXPECT_EQ(agent.drain(), 3u);
@@ -189,42 +162,33 @@ TEST_F(audit_messages, only_a_repetition_is_suppressed)
 
 TEST_F(audit_messages, what_could_not_be_sent_is_remembered_all_the_same)
 {
+    const auto report = [] {
+        untp(1, "/x");
+        faau("/x", "bob", 1);
+        pcau("/x", "bob", 1);
+    };
     m.log();
-    untp(1, "/x");
-    faau("/x", "bob", 1);
-    pcau("/x", "bob", 1);
+    report();
     sorvanic_common_send_syst_message(1, 2);
     EXPECT_EQ(m.log(), "send untp message error !\nsend faau message error !\nsend pcau message error !\n"
                        "send syst message error !\n");
     messages::agent agent(100);
-    untp(1, "/x");
-    faau("/x", "bob", 1);
-    pcau("/x", "bob", 1);
+    report();
     EXPECT_EQ(agent.drain(), 0u);
 }
 
-TEST_F(audit_messages, an_agent_that_went_without_a_word_stays_the_agent)
+TEST_F(audit_messages, an_agent_that_is_gone_or_slow_loses_what_it_does_not_take)
 {
-    {
-        platform::netlink_peer agent(100);
-        platform::netlink_send(messages::helo(), 100);
-    }
+    const std::string lost = "]\nnetlink send audit msg error \nsend untp message error !\n";
+    platform::netlink_send(messages::helo, 100);
     m.log();
-    untp(1, "/x");
-    EXPECT_EQ(
-        m.log(),
-        "send  netlink failed ; rc = [-111]\nnetlink send audit msg error \nsend untp message error !\n");
-    EXPECT_EQ(sorvanic_kernel_socket_process_pid, 100u);
-    // Its process id comes back: it hears of what happens from now on.
-    platform::netlink_peer again(100);
-    untp(2, "/x");
-    EXPECT_TRUE(again.receive().has_value());
-}
+    untp(9, "/x");
+    EXPECT_EQ(m.log(), "send  netlink failed ; rc = [-111" + lost);
+    EXPECT_EQ(sorvanic_kernel_socket_process_pid, 100u) << "it stays the agent";
 
-TEST_F(audit_messages, a_full_queue_is_waited_for_briefly_and_loses_one_record)
-{
-    messages::agent agent(100, 2);
-    m.log();
+    // Its process id comes back: it hears of what happens from now on.
+    platform::netlink_peer again(100, 2);
+    const auto next_key = [&] { return number_at(again.receive().value_or(std::string(20, '\0')), 16); };
     untp(1, "/x");
     untp(2, "/x");
     EXPECT_EQ(m.log(), "");
@@ -234,71 +198,62 @@ TEST_F(audit_messages, a_full_queue_is_waited_for_briefly_and_loses_one_record)
     const auto waited = steady_clock::now() - begin;
     EXPECT_GE(waited, milliseconds(10));
     EXPECT_LT(waited, seconds(2));
-    EXPECT_EQ(
-        m.log(),
-        "send  netlink failed ; rc = [-11]\nnetlink send audit msg error \nsend untp message error !\n");
-    EXPECT_EQ(number_at(agent.next(), 16), 1u);
-    EXPECT_EQ(number_at(agent.next(), 16), 2u);
+    EXPECT_EQ(m.log(), "send  netlink failed ; rc = [-11" + lost);
+    EXPECT_EQ(next_key(), 1u);
+    EXPECT_EQ(next_key(), 2u);
     untp(4, "/x");
-    EXPECT_EQ(number_at(agent.next(), 16), 4u);
+    EXPECT_EQ(next_key(), 4u);
 }
 
 TEST_F(audit_messages, survive_every_failed_allocation)
 {
     messages::agent agent(100);
-    struct {
-        void (*send)(std::uint32_t);
-        std::string error;
-    } const cases[] = {
-        {[](std::uint32_t i) { untp(i, "/x"); }, "send untp message error !\n"},
-        {[](std::uint32_t i) { faau("/x", "bob", i); }, "send faau message error !\n"},
-        {[](std::uint32_t i) { pcau("/x", "bob", i); }, "send pcau message error !\n"},
-        {[](std::uint32_t i) { sorvanic_common_send_syst_message(static_cast<int>(i), 0); },
-         "send syst message error !\n"},
-    };
     std::uint32_t event_number = 0;
-    for (const auto& c : cases) {
-        const std::string logs[] = {"", "Failed to allocate socket buffer\nnetlink send audit msg error \n" +
-                                            c.error};
-        for (std::size_t n = 1; n <= 2; ++n) {
-            m.log();
-            platform::fail_call(platform::fault::allocation, n);
-            c.send(++event_number);
-            EXPECT_TRUE(platform::fault_fired());
-            EXPECT_EQ(m.log(), logs[n - 1]) << c.error << n;
-            EXPECT_EQ(agent.drain(), 0u);
-        }
-        platform::fail_call(platform::fault::allocation, 3);
-        c.send(++event_number);
-        EXPECT_FALSE(platform::fault_fired());
-        EXPECT_EQ(agent.drain(), 1u);
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"untp", [&] { untp(++event_number, "/x"); }},
+        {"faau", [&] { faau("/x", "bob", ++event_number); }},
+        {"pcau", [&] { pcau("/x", "bob", ++event_number); }},
+        {"syst", [&] { sorvanic_common_send_syst_message(static_cast<int>(++event_number), 0); }},
+    };
+    const std::string no_buffer = "Failed to allocate socket buffer\n";
+    for (const auto& [kind, send] : cases) {
+        const std::string lost =
+            std::string("netlink send audit msg error \nsend ") + kind + " message error !\n";
+        m.log();
+        // The record, then its message.
+        support::fail_each_call(platform::fault::allocation, send, [&](std::size_t n) {
+            ASSERT_LE(n, 2u);
+            EXPECT_EQ(agent.drain(), n == 0 ? 1u : 0u);
+            const std::string log = m.log();
+            EXPECT_EQ(n == 0 ? "" : log, n == 2 ? no_buffer + lost : "");
+        });
+        platform::fail_call(platform::fault::message_room, 1);
+        send();
+        EXPECT_EQ(m.log(), lost);
+        EXPECT_EQ(agent.drain(), 0u);
     }
-    platform::fail_call(platform::fault::allocation, 0);
-    m.log();
-    platform::fail_call(platform::fault::message_room, 1);
-    untp(0xffff, "/x");
-    EXPECT_EQ(m.log(), "netlink send audit msg error \nsend untp message error !\n");
-    EXPECT_EQ(agent.drain(), 0u);
 }
 
 TEST_F(audit_messages, a_message_is_padded_with_zeros_that_its_length_does_not_count)
 {
     platform::netlink_peer peer(55);
-    EXPECT_EQ(sorvanic_kernel_socket_inside_send_audit("abcde", 5, 22, 3, 55), 0);
-    EXPECT_EQ(peer.receive(),
-              number(21) + number(22 | 3 << 16) + number(0) + number(55) + "abcde" + std::string(3, '\0'));
-    EXPECT_EQ(sorvanic_kernel_socket_inside_send_audit(nullptr, 5, 22, 0, 55), 0);
-    EXPECT_EQ(peer.receive(), number(16) + number(22) + number(0) + number(55));
-    EXPECT_EQ(sorvanic_kernel_socket_inside_send_audit("abcde", 0, 22, 0, 55), 0);
-    EXPECT_EQ(peer.receive()->size(), 16u);
+    const auto send = [](const char* payload, kernel::u32 size, kernel::u16 flags) {
+        return sorvanic_kernel_socket_inside_send_audit(payload, size, 22, flags, 55);
+    };
+    EXPECT_EQ(send("abcde", 5, 3), 0);
+    EXPECT_EQ(peer.receive(), number(21) + number(22 | 3 << 16) + number(0) + number(55) + field("abcde", 8));
+    for (const auto& [payload, size] : {std::pair<const char*, kernel::u32>(nullptr, 5), {"abcde", 0}}) {
+        EXPECT_EQ(send(payload, size, 0), 0);
+        EXPECT_EQ(peer.receive(), number(16) + number(22) + number(0) + number(55));
+    }
     platform::fail_call(platform::fault::message_room, 1);
-    EXPECT_EQ(sorvanic_kernel_socket_inside_send_audit("abcde", 5, 22, 0, 55), -90);
+    EXPECT_EQ(send("abcde", 5, 0), -90);
     EXPECT_EQ(peer.receive(), std::nullopt);
 }
 
 TEST(audit_without_socket, fails_quietly)
 {
-    machine m;
+    support::machine m;
     platform::fail_call(platform::fault::netlink_create, 1);
     EXPECT_EQ(m.load(), 0);
     EXPECT_EQ(sorvanic_kernel_socket_send_audit("x", 1, 8), -1);

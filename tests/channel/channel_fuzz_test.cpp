@@ -15,12 +15,6 @@ namespace {
 // past it ends the test.
 class channel_fuzz : public testing::Test {
 protected:
-    channel_fuzz()
-    {
-        m.encoded("platuser", "bob\n");
-        EXPECT_EQ(m.load(), 0);
-    }
-
     /// Sends it and checks what holds for every datagram.
     void send(const std::string& datagram)
     {
@@ -34,7 +28,7 @@ protected:
         platform::assert_thread_clean();
     }
 
-    support::machine m;
+    support::machine m{"platuser=bob"};
     std::mt19937 random{20100613};
     std::uint32_t below(std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); }
 };
@@ -50,7 +44,7 @@ std::string random_bytes(std::mt19937& random, std::size_t size)
 TEST_F(channel_fuzz, every_cut_of_every_message)
 {
     for (const std::string& whole :
-         {messages::helo(), messages::quit(), messages::reload(0x7fff), messages::login(300, 0, "bob"),
+         {messages::helo, messages::quit, messages::reload(0x7fff), messages::login(300, 0, "bob"),
           messages::login(300, 1, std::string(500, 'n')), messages::of_type(23), messages::of_type(26)})
         for (std::size_t size = 0; size <= whole.size(); ++size) {
             std::string cut = whole.substr(0, size);
@@ -71,9 +65,8 @@ TEST_F(channel_fuzz, random_datagrams_with_and_without_a_sound_header)
             datagram.replace(4, 2, messages::number(14 + below(14)).substr(0, 2));
             if (datagram.size() >= 20 && i % 2 != 0)
                 datagram.replace(16, 4, messages::number(below(4)));
-            if (datagram.size() >= 24)
-                datagram.replace(20, 4,
-                                 messages::number(below(64) == 0 ? 0x7fff : 0)); // reloads are slow
+            if (datagram.size() >= 24) // reloads are slow
+                datagram.replace(20, 4, messages::number(below(64) == 0 ? 0x7fff : 0));
         }
         send(datagram);
     }

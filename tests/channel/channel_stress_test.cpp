@@ -4,6 +4,7 @@
 #include <barrier>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,9 +16,9 @@
 #include "platform/user/machine.h"
 #include "platform/user/netlink.h"
 #include "platform/user/sysctl.h"
-#include "platform/user/tasks.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"
+#include "tests/support/threads.h"
 
 namespace {
 
@@ -25,55 +26,39 @@ using support::machine;
 
 constexpr int threads = 4;
 
-/// Runs `act(i)` on so many threads as process 10 + i.
-template <typename Act>
-void on_threads(int count, Act act)
+/// Processes 10 and up, one for each thread.
+void add_processes(machine& m)
 {
-    std::vector<std::thread> all;
-    for (int i = 0; i < count; ++i)
-        all.emplace_back([&, i] {
-            const platform::task_handle task = platform::find_task(10 + i);
-            const platform::event acting(task.get());
-            act(i);
-        });
-    for (std::thread& one : all)
-        one.join();
-}
-
-void add_processes(machine& m, int count)
-{
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < threads; ++i)
         m.process(10 + i, 1, "");
 }
 
 // Without a lock of its kind several of them would find the last event to be another.
 TEST(channel_stress, an_event_seen_by_all_at_once_is_reported_once)
 {
-    machine m;
-    add_processes(m, threads);
-    ASSERT_EQ(m.load(), 0);
+    machine m("");
+    add_processes(m);
     constexpr std::uint32_t rounds = 500;
     messages::agent agent(100, rounds * threads * 2);
     std::barrier together(threads);
-    on_threads(threads, [&](int) {
+    support::on_threads(threads, [&](int i) {
+        const support::acting as(10 + i);
         for (std::uint32_t round = 1; round <= rounds; ++round) {
             together.arrive_and_wait();
             sorvanic_common_send_untp_message(&round, "/x", "sh");
             sorvanic_common_send_faau_message("/x", "bob", "sh", round);
         }
     });
-    std::size_t untp = 0;
-    std::size_t faau = 0;
+    std::size_t counts[2] = {};
     for (std::string message = agent.next(); !message.empty(); message = agent.next())
-        (message.size() == 2076 ? untp : faau) += 1;
-    EXPECT_EQ(untp, rounds);
-    EXPECT_EQ(faau, rounds);
+        ++counts[message.size() == 2076];
+    EXPECT_EQ(counts[0], rounds);
+    EXPECT_EQ(counts[1], rounds);
 }
 
 TEST(channel_stress, one_agent_at_a_time_is_connected)
 {
-    machine m;
-    ASSERT_EQ(m.load(), 0);
+    machine m("");
     // The log is written under the connection's lock, so its order is that of the events.
     std::string connected;
     std::size_t registered = 0;
@@ -91,16 +76,12 @@ TEST(channel_stress, one_agent_at_a_time_is_connected)
                 wrong += text.find("[" + pid() + "]") != text.rfind('[') ? 1 : 0;
         }
     });
-    std::vector<std::thread> all;
-    for (pid_t pid = 100; pid < 100 + threads; ++pid)
-        all.emplace_back([pid] {
-            for (int i = 0; i < 2000; ++i) {
-                platform::netlink_send(messages::helo(), pid);
-                platform::netlink_send(messages::quit(), pid);
-            }
-        });
-    for (std::thread& one : all)
-        one.join();
+    support::on_threads(threads, [](int thread) {
+        for (int i = 0; i < 2000; ++i) {
+            platform::netlink_send(messages::helo, 100 + thread);
+            platform::netlink_send(messages::quit, 100 + thread);
+        }
+    });
     EXPECT_EQ(wrong, 0u);
     EXPECT_GT(registered, 0u);
     EXPECT_EQ(sorvanic_kernel_socket_process_pid, 0u) << "each has quit after its last helo";
@@ -115,42 +96,39 @@ TEST(channel_stress, shut_down_waits_for_requests_and_lets_no_more_in)
         ASSERT_EQ(m.load(), 0);
         platform::set_kernel_log({});
         std::atomic<int> ready = 0;
-        std::vector<std::thread> senders;
-        for (pid_t pid = 100; pid < 103; ++pid)
-            senders.emplace_back([&, pid] {
-                const std::string requests[] = {messages::helo(), messages::reload(0x100),
-                                                messages::login(300, 0, "bob"), messages::quit()};
-                std::size_t i = 0;
-                while (platform::netlink_send(requests[i++ % 4], pid) == 0)
-                    if (i == 4)
-                        ++ready;
-            });
-        while (ready < 3)
-            std::this_thread::yield();
-        m.unload();
+        support::on_threads(4, [&](int thread) {
+            const std::string requests[] = {messages::helo, messages::reload(0x100),
+                                            messages::login(300, 0, "bob"), messages::quit};
+            std::size_t i = 0;
+            while (thread != 0 && platform::netlink_send(requests[i++ % 4], 100 + thread) == 0)
+                if (i == 4)
+                    ++ready;
+            while (thread == 0 && ready < 3)
+                std::this_thread::yield();
+            if (thread == 0)
+                m.unload();
+        });
         EXPECT_EQ(platform::live().allocations, 0u);
-        for (std::thread& sender : senders)
-            sender.join();
     }
 }
 
 TEST(channel_stress, a_reader_of_the_switch_always_sees_a_terminated_name)
 {
-    machine m;
-    ASSERT_EQ(m.load(), 0);
+    machine m("");
     std::atomic<bool> stop = false;
-    std::thread writer([&] {
+    std::size_t wrong = 0;
+    const auto write = [&] {
         for (int i = 0; !stop; ++i)
             sorvanic_kernel_proshell_module.setuser(i % 2 == 0 ? "bob" : std::string(40, 'x').c_str());
-    });
-    std::size_t wrong = 0;
-    for (int i = 0; i < 5000; ++i) {
-        const std::string name = platform::sysctl_read("sorvanic/proshelluser").value_or("");
-        if (name.empty() || name.size() > 32 || name.find('\n') != name.size() - 1)
-            ++wrong;
-    }
-    stop = true;
-    writer.join();
+    };
+    const auto read = [&] {
+        for (int i = 0; i < 5000; ++i) {
+            const std::string name = platform::sysctl_read("sorvanic/proshelluser").value_or("");
+            wrong += name.empty() || name.size() > 32 || name.find('\n') != name.size() - 1;
+        }
+        stop = true;
+    };
+    support::at_once({write, read});
     EXPECT_EQ(wrong, 0u);
 }
 
@@ -164,45 +142,37 @@ std::chrono::seconds load_time()
 // All at once: deciding threads, an agent that reads slowly, reloads back to back, and logins.
 TEST(channel_stress, verdicts_stay_right_while_everything_happens)
 {
-    machine m;
-    m.write("/bin/good", "good");
-    m.write("/bin/bad", "bad");
-    m.write("/bin/unknown", "unknown");
-    m.keys("whitelist", {support::key_of("good"), support::key_of("bad")});
-    m.keys("blacklist", {support::key_of("bad")});
-    m.encoded("platuser", "bob\n");
-    m.enforce();
-    add_processes(m, threads);
-    ASSERT_EQ(m.load(), 0);
+    machine m("whitelist=good,bad blacklist=bad platuser=bob statlabel=3 modllabel=2222");
+    for (const char* name : {"good", "bad", "unknown"})
+        m.write(std::string("/bin/") + name, name);
+    add_processes(m);
     platform::set_kernel_log({});
     const auto end = std::chrono::steady_clock::now() + load_time();
     const auto time_left = [&] { return std::chrono::steady_clock::now() < end; };
-    std::atomic<std::size_t> wrong = 0;
-    std::atomic<std::size_t> decided = 0;
-    std::size_t records = 0;
-    std::size_t reloads = 0;
-    std::size_t logins = 0;
+    std::atomic<std::size_t> wrong = 0, decided = 0;
+    std::size_t records = 0, reloads = 0, logins = 0;
 
-    std::thread agent([&] {
+    const auto agent = [&] {
         messages::agent connected(100, 4);
         while (time_left()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(3));
             records += connected.next().empty() ? 0u : 1u;
         }
-    });
-    std::thread control([&] {
+    };
+    const auto control = [&] {
         // Not the switches: they are off for a moment in each of their reloads.
         for (; time_left(); ++reloads)
             platform::netlink_send(messages::reload(0x7fff & ~0x280u), 200);
-    });
-    std::thread login([&] {
+    };
+    const auto login = [&] {
         platform::netlink_peer peer(300);
         for (; time_left(); ++logins) {
             platform::netlink_send(messages::login(300, 1, "bob"), 300);
             wrong += peer.receive() ? 0 : 1;
         }
-    });
-    on_threads(threads, [&](int i) {
+    };
+    const auto decide = [&](int i) {
+        const support::acting as(10 + i);
         for (std::uint32_t round = 1; time_left(); ++round) {
             wrong += m.exec(10 + i, "/bin/good") == 0 ? 0 : 1;
             wrong += m.exec(10 + i, "/bin/bad") == -1 ? 0 : 1;
@@ -211,10 +181,11 @@ TEST(channel_stress, verdicts_stay_right_while_everything_happens)
             sorvanic_common_send_untp_message(&key, "/bin/unknown", "sh");
             decided += 3;
         }
-    });
-    agent.join();
-    control.join();
-    login.join();
+    };
+    std::vector<std::function<void()>> all = {agent, control, login};
+    for (int i = 0; i < threads; ++i)
+        all.push_back([&decide, i] { decide(i); });
+    support::at_once(all);
     EXPECT_EQ(wrong, 0u);
     for (const std::size_t count : {decided.load(), records, reloads, logins})
         EXPECT_GT(count, 10u);

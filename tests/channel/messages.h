@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -14,16 +15,13 @@
 
 namespace messages {
 
-/// Bytes from hexadecimal digits; blanks are skipped.
+/// Bytes, each as two hexadecimal digits.
 inline std::string bytes(std::string_view hex)
 {
-    std::string digits;
-    for (const char c : hex)
-        if (c != ' ')
-            digits += c;
+    std::istringstream words{std::string(hex)};
     std::string out;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-        out += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    for (std::string digits; words >> digits;)
+        out += static_cast<char>(std::stoi(digits, nullptr, 16));
     return out;
 }
 
@@ -44,6 +42,20 @@ inline std::string text_at(std::string_view from, std::size_t offset)
     return {from.data() + offset};
 }
 
+/// A text in a field of that size.
+inline std::string field(std::string text, std::size_t size)
+{
+    text.resize(size);
+    return text;
+}
+
+/// A record for the agent at this port.
+inline std::string record(std::uint32_t kind, std::string_view payload, std::uint32_t port = 100)
+{
+    return number(static_cast<std::uint32_t>(16 + payload.size())) + number(19 | kind << 16) + number(0) +
+           number(port) + std::string(payload);
+}
+
 /// A message of a type with a payload.
 inline std::string of_type(unsigned type, std::string_view payload = {})
 {
@@ -51,15 +63,8 @@ inline std::string of_type(unsigned type, std::string_view payload = {})
            std::string(payload);
 }
 
-inline std::string helo()
-{
-    return of_type(16);
-}
-
-inline std::string quit()
-{
-    return of_type(17);
-}
+inline const std::string helo = of_type(16);
+inline const std::string quit = of_type(17);
 
 inline std::string reload(std::uint32_t mask)
 {
@@ -76,9 +81,9 @@ class agent {
 public:
     explicit agent(pid_t pid, std::size_t room = 48) : pid_(pid), peer_(static_cast<std::uint32_t>(pid), room)
     {
-        EXPECT_EQ(platform::netlink_send(helo(), pid_), 0);
+        EXPECT_EQ(platform::netlink_send(helo, pid_), 0);
     }
-    ~agent() { platform::netlink_send(quit(), pid_); }
+    ~agent() { platform::netlink_send(quit, pid_); }
     agent(const agent&) = delete;
     agent& operator=(const agent&) = delete;
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "channel/socket.h"
 #include "core/proshell.h"
@@ -11,6 +11,7 @@
 #include "policy/uactivate.h"
 #include "process/process_map.h"
 #include "tests/channel/messages.h"
+#include "tests/support/fail_each_call.h"
 #include "tests/support/machine.h"
 
 namespace {
@@ -19,52 +20,25 @@ using messages::bytes;
 using messages::number;
 using messages::of_type;
 using support::machine;
+using support::state_of;
+using support::user_of;
 
-/// A message and who sends it.
-struct sent {
-    pid_t pid;
-    std::string datagram;
-};
-
-/// The log that the messages cause, in order.
-std::string log_of(machine& m, const std::vector<sent>& all)
+/// The log that a message from this process causes.
+std::string log_of(machine& m, const std::string& datagram, pid_t from = 77)
 {
     m.log();
-    for (const sent& one : all)
-        EXPECT_EQ(platform::netlink_send(one.datagram, one.pid), 0);
+    EXPECT_EQ(platform::netlink_send(datagram, from), 0);
     return m.log();
 }
 
-std::string user_of(long pid)
-{
-    char user[sorvanic_user_name_size] = {};
-    return sorvanic_kernel_hashmap_module.search(pid, user) == 0 ? user : "-";
-}
-
-int state_of(const std::string& user)
-{
-    kernel::u32 state = 0;
-    return sorvanic_kernel_uactivate_module.search(user.c_str(), &state) == 0 ? static_cast<int>(state) : -1;
-}
-
-const std::string corrupt = "Received Corrupt Netlink Message\n";
 const std::string accepted = "Response Policy Request Success\n";
-
-std::string dropped(unsigned type)
-{
-    return "Dropping Netlink Message Of Unrecognized TYPE [" + std::to_string(type) + "] Process [77]\n";
-}
 
 TEST(receive, what_is_too_short_for_itself_has_no_effect)
 {
-    machine m;
-    ASSERT_EQ(m.load(), 0);
-    const std::string helo = messages::helo();
+    machine m("");
+    const std::string helo = messages::helo;
     const std::string name_at_the_end = number(2) + number(77) + number(0) + "bob";
-    struct {
-        const char* what;
-        std::string datagram;
-    } const cases[] = {
+    const std::pair<const char*, std::string> cases[] = {
         {"empty", ""},
         {"15 bytes", helo.substr(0, 15)},
         {"says 15", number(15) + helo.substr(4)},
@@ -82,65 +56,58 @@ TEST(receive, what_is_too_short_for_itself_has_no_effect)
         // The datagram has the end of the name, the message does not.
         {"a name that ends behind the message", of_type(18, name_at_the_end) + std::string(4, '\0')},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(log_of(m, {{77, c.datagram}}), corrupt) << c.what;
-        EXPECT_EQ(sorvanic_kernel_socket_process_pid, 0u) << c.what;
-        EXPECT_EQ(user_of(77), "-") << c.what;
+    for (const auto& [what, datagram] : cases) {
+        EXPECT_EQ(log_of(m, datagram), "Received Corrupt Netlink Message\n") << what;
+        EXPECT_EQ(sorvanic_kernel_socket_process_pid, 0u) << what;
+        EXPECT_EQ(user_of(77), "-") << what;
     }
     EXPECT_EQ(platform::live().locks, 0u);
 }
 
 TEST(receive, other_types_are_reported_and_25_is_not)
 {
-    machine m;
-    ASSERT_EQ(m.load(), 0);
+    machine m("");
     for (const unsigned type : {0u, 1u, 3u, 15u, 19u, 20u, 21u, 22u, 24u, 27u, 100u, 0xffffu})
-        EXPECT_EQ(log_of(m, {{77, of_type(type)}}), dropped(type));
-    EXPECT_EQ(log_of(m, {{77, of_type(25)}}), "");
-    EXPECT_EQ(log_of(m, {{77, of_type(18, number(3))}}),
+        EXPECT_EQ(log_of(m, of_type(type)), "Dropping Netlink Message Of Unrecognized TYPE [" +
+                                                std::to_string(type) + "] Process [77]\n");
+    EXPECT_EQ(log_of(m, of_type(25)), "");
+    EXPECT_EQ(log_of(m, of_type(18, number(3))),
               accepted + "Recv Msg From Agent Error, TYPE[3]\nResponse Policy Request Failed\n");
     // Flags, sequence, port id and what follows the message are nobody's concern.
     const std::string odd = number(16) + bytes("19 00 ff ff 01 02 03 04 05 06 07 08") + "more";
-    EXPECT_EQ(log_of(m, {{77, odd}}), "");
+    EXPECT_EQ(log_of(m, odd), "");
 }
 
 TEST(receive, the_first_agent_stays_until_it_quits_itself)
 {
-    machine m;
-    ASSERT_EQ(m.load(), 0);
+    machine m("");
     const std::string helo = bytes("10 00 00 00 10 00 00 00 00 00 00 00 00 00 00 00");
-    const std::string quit = messages::quit();
-    const std::string greeted = "Response Helo Request Success\n";
-    const std::string asked_to_quit = "Response Quit Request Success\n";
+    const auto refused = [](const char* agent, const char* other) {
+        return std::string("Process [") + agent + "] Exist,Process [" + other +
+               "] Connect To Kernel Failed\nResponse Helo Request Failed\n";
+    };
+    const auto kept = [](const char* agent, const char* other) {
+        return std::string("Process Pid [") + agent + "] Pid [" + other + "]\nProcess [" + agent +
+               "] Exist, Process [" + other + "] Connect To Kernel FailedResponse Quit Request Failed\n";
+    };
     struct {
-        sent message;
+        pid_t sender;
+        const std::string& message;
         std::string log;
         unsigned agent; // afterwards
     } const steps[] = {
-        {{100, quit},
-         asked_to_quit +
-             "Process Pid [0] Pid [100]\n"
-             "Process [0] Exist, Process [100] Connect To Kernel FailedResponse Quit Request Failed\n",
-         0},
-        {{100, helo}, greeted + "Process [100] Register\n", 100},
-        {{200, helo},
-         greeted +
-             "Process [100] Exist,Process [200] Connect To Kernel Failed\nResponse Helo Request Failed\n",
-         100},
-        {{100, helo},
-         greeted +
-             "Process [100] Exist,Process [100] Connect To Kernel Failed\nResponse Helo Request Failed\n",
-         100},
-        {{200, quit},
-         asked_to_quit +
-             "Process Pid [100] Pid [200]\n"
-             "Process [100] Exist, Process [200] Connect To Kernel FailedResponse Quit Request Failed\n",
-         100},
-        {{100, quit}, asked_to_quit + "Process Pid [100] Pid [100]\n", 0},
-        {{200, helo}, greeted + "Process [200] Register\n", 200},
+        {100, messages::quit, kept("0", "100"), 0},
+        {100, helo, "Process [100] Register\n", 100},
+        {200, helo, refused("100", "200"), 100},
+        {100, helo, refused("100", "100"), 100},
+        {200, messages::quit, kept("100", "200"), 100},
+        {100, messages::quit, "Process Pid [100] Pid [100]\n", 0},
+        {200, helo, "Process [200] Register\n", 200},
     };
     for (const auto& step : steps) {
-        EXPECT_EQ(log_of(m, {step.message}), step.log);
+        const std::string answered = &step.message == &helo ? "Helo" : "Quit";
+        EXPECT_EQ(log_of(m, step.message, step.sender),
+                  "Response " + answered + " Request Success\n" + step.log);
         EXPECT_EQ(sorvanic_kernel_socket_process_pid, step.agent);
     }
     m.unload();
@@ -150,15 +117,13 @@ TEST(receive, the_first_agent_stays_until_it_quits_itself)
 
 TEST(receive, a_login_is_recorded_once_and_always_answered)
 {
-    machine m;
-    m.encoded("platuser", "bob\n" + std::string(31, 'x') + "\n");
-    ASSERT_EQ(m.load(), 0);
+    const std::string long_name(31, 'x');
+    machine m("platuser=bob\n" + long_name);
     platform::netlink_peer login_process(300);
     platform::netlink_peer other(301);
-    const std::string bob = bytes("20 00 00 00 12 00 00 00 00 00 00 00 00 00 00 00"
+    const std::string bob = bytes("20 00 00 00 12 00 00 00 00 00 00 00 00 00 00 00 "
                                   "02 00 00 00 2c 01 00 00 00 00 00 00 62 6f 62 00");
-    EXPECT_EQ(log_of(m, {{300, bob}}),
-              accepted + "Username [bob] Login ID [300] current PID [300] Mode [0]\n");
+    EXPECT_EQ(log_of(m, bob, 300), accepted + "Username [bob] Login ID [300] current PID [300] Mode [0]\n");
     EXPECT_EQ(user_of(300), "bob");
     EXPECT_EQ(state_of("bob"), 0);
     EXPECT_EQ(login_process.receive(), bytes("10 00 00 00 16 00 00 00 00 00 00 00 2c 01 00 00"));
@@ -166,7 +131,7 @@ TEST(receive, a_login_is_recorded_once_and_always_answered)
 
     // Again, under another name, by another process: the record stays, the user's state is set.
     sorvanic_kernel_uactivate_module.update("bob", 2);
-    EXPECT_EQ(log_of(m, {{12, messages::login(300, 0, "BOB")}}),
+    EXPECT_EQ(log_of(m, messages::login(300, 0, "BOB"), 12),
               accepted + "Username [BOB] Login ID [300] current PID [12] Mode [0]\n");
     EXPECT_EQ(user_of(300), "bob");
     EXPECT_EQ(state_of("bob"), 0);
@@ -174,78 +139,64 @@ TEST(receive, a_login_is_recorded_once_and_always_answered)
 
     // Another mode sets no state; a user nobody lists is recorded as well.
     sorvanic_kernel_uactivate_module.update("bob", 2);
-    EXPECT_EQ(log_of(m, {{301, messages::login(301, 1, "bob")}}),
+    EXPECT_EQ(log_of(m, messages::login(301, 1, "bob"), 301),
               accepted + "Username [bob] Login ID [301] current PID [301] Mode [1]\n");
     EXPECT_EQ(state_of("bob"), 2);
-    EXPECT_EQ(log_of(m, {{1, messages::login(302, 0, "")}}),
+    EXPECT_EQ(log_of(m, messages::login(302, 0, ""), 1),
               accepted + "Username [] Login ID [302] current PID [1] Mode [0]\n"
                          "send  netlink failed ; rc = [-111]\nnetlink response pam error \n")
         << "nobody waits there";
     EXPECT_EQ(user_of(302), "");
-}
 
-TEST(receive, a_long_name_is_cut_for_the_record_only)
-{
-    machine m;
-    m.encoded("platuser", std::string(31, 'x') + "\n");
-    ASSERT_EQ(m.load(), 0);
-    platform::netlink_peer login_process(300);
+    // A long name is cut for the record only.
     const std::string name(200, 'x');
-    EXPECT_EQ(log_of(m, {{300, messages::login(300, 0, name)}}),
-              accepted + "Username [" + name + "] Login ID [300] current PID [300] Mode [0]\n");
-    EXPECT_EQ(user_of(300), std::string(31, 'x'));
-    EXPECT_EQ(state_of(std::string(31, 'x')), 2) << "that is another user";
+    platform::netlink_peer third(303);
+    EXPECT_EQ(log_of(m, messages::login(303, 0, name), 303),
+              accepted + "Username [" + name + "] Login ID [303] current PID [303] Mode [0]\n");
+    EXPECT_EQ(user_of(303), long_name);
+    EXPECT_EQ(state_of(long_name), 2) << "that is another user";
 }
 
 TEST(receive, the_install_phase_ends_only_where_installs_are_permitted)
 {
-    machine m;
-    m.encoded("installlabel", "1");
-    ASSERT_EQ(m.load(), 0);
-    sorvanic_super_proc.launcher_pid = 40;
-    const auto generation = sorvanic_super_proc.generation.load();
-    EXPECT_EQ(log_of(m, {{77, of_type(23)}}), "");
-    EXPECT_EQ(sorvanic_super_proc.launcher_pid, 40u);
-    m.encoded("installlabel", "2");
-    log_of(m, {{77, messages::reload(0x2000)}});
-    EXPECT_EQ(log_of(m, {{77, of_type(23)}}), "");
-    EXPECT_EQ(sorvanic_super_proc.launcher_pid, no_launcher);
-    EXPECT_EQ(sorvanic_super_proc.generation, generation + 1);
+    for (const bool permitted : {false, true}) {
+        machine m(permitted ? "installlabel=2" : "installlabel=1");
+        sorvanic_super_proc.launcher_pid = 40;
+        const auto generation = sorvanic_super_proc.generation.load();
+        EXPECT_EQ(log_of(m, of_type(23)), "");
+        EXPECT_EQ(sorvanic_super_proc.launcher_pid, permitted ? no_launcher : 40u);
+        EXPECT_EQ(sorvanic_super_proc.generation, generation + permitted);
+    }
 }
 
 TEST(receive, the_shell_switch_goes_off)
 {
-    machine m;
-    ASSERT_EQ(m.load(), 0);
+    machine m("");
     sorvanic_kernel_proshell_module.setkey();
-    EXPECT_EQ(log_of(m, {{77, of_type(26)}}), "");
+    EXPECT_EQ(log_of(m, of_type(26)), "");
     EXPECT_EQ(sorvanic_kernel_proshell_module.getkey(), 0);
 }
 
 TEST(receive, survives_every_failed_allocation)
 {
-    machine m;
-    m.encoded("platuser", "bob\n");
-    ASSERT_EQ(m.load(), 0);
+    machine m("platuser=bob");
     platform::netlink_peer login_process(300);
-    std::size_t failures = 0;
-    for (std::size_t n = 1;; ++n) {
-        sorvanic_kernel_hashmap_module.erase(300);
-        platform::fail_call(platform::fault::allocation, n);
-        const std::string log = log_of(m, {{300, messages::login(300, 0, "bob")}});
-        const bool fired = platform::fault_fired();
-        platform::fail_call(platform::fault::allocation, 0);
-        const std::string done = accepted + "Username [bob] Login ID [300] current PID [300] Mode [0]\n";
-        const bool answered = login_process.receive().has_value();
-        EXPECT_EQ(log,
-                  answered ? done : done + "Failed to allocate socket buffer\nnetlink response pam error \n");
-        EXPECT_EQ(state_of("bob"), 0);
-        EXPECT_EQ(user_of(300), fired && answered ? "-" : "bob") << n;
-        if (!fired)
-            break;
-        ++failures;
-    }
-    EXPECT_EQ(failures, 2u) << "the record and the answer";
+    const std::string done = accepted + "Username [bob] Login ID [300] current PID [300] Mode [0]\n";
+    std::string log;
+    support::fail_each_call(
+        platform::fault::allocation,
+        [&] {
+            sorvanic_kernel_hashmap_module.erase(300);
+            log = log_of(m, messages::login(300, 0, "bob"), 300);
+        },
+        [&](std::size_t n) {
+            ASSERT_LE(n, 2u) << "the record and the answer";
+            EXPECT_EQ(log, n != 2 ? done
+                                  : done + "Failed to allocate socket buffer\nnetlink response pam error \n");
+            EXPECT_EQ(login_process.receive().has_value(), n != 2);
+            EXPECT_EQ(state_of("bob"), 0);
+            EXPECT_EQ(user_of(300), n == 1 ? "-" : "bob");
+        });
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 #include <sys/inotify.h>
 
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "channel/socket.h"
 #include "platform/user/faults.h"
@@ -13,6 +13,7 @@
 #include "policy/whitelist.h"
 #include "process/process_map.h"
 #include "tests/channel/messages.h"
+#include "tests/support/fail_each_call.h"
 #include "tests/support/machine.h"
 
 namespace {
@@ -49,21 +50,17 @@ private:
     platform::unique_fd events_;
 };
 
+int request(std::uint32_t mask)
+{
+    return platform::netlink_send(messages::reload(mask), 77);
+}
+
 TEST(reload, each_bit_reads_its_tables_again_in_the_one_order)
 {
-    machine m;
-    for (const char* name : {"dirctl", "statlabel", "auditlabel", "installlabel", "ptpylist", "platuser",
-                             "modllabel", "appevp", "priv", "dac", "objlabel", "sublabel"})
-        m.encoded(name, "1\n");
-    for (const char* name : {"whitelist", "blacklist", "supertrustfile"})
-        m.keys(name, {1});
-    m.plain("workdir", "/opt\n");
-    ASSERT_EQ(m.load(), 0);
+    machine m("dirctl=1 statlabel=1 auditlabel=1 installlabel=1 ptpylist=1 platuser=1 modllabel=1 appevp=1 "
+              "priv=1 dac=1 objlabel=1 sublabel=1 whitelist=1 blacklist=1 supertrustfile=1 workdir=1");
     opened_files opened(m);
-    struct {
-        std::uint32_t mask;
-        std::string reads;
-    } const cases[] = {
+    const std::pair<std::uint32_t, std::string> cases[] = {
         {0x8, "appevp"},
         {0x1, "dirctl"},
         {0x2, "priv"},
@@ -85,20 +82,19 @@ TEST(reload, each_bit_reads_its_tables_again_in_the_one_order)
          "appevp dirctl priv dac objlabel sublabel statlabel auditlabel installlabel whitelist workdir "
          "blacklist supertrustfile modllabel ptpylist platuser"},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(platform::netlink_send(messages::reload(c.mask), 77), 0);
-        EXPECT_EQ(opened.next(), c.reads) << std::hex << c.mask;
+    for (const auto& [mask, reads] : cases) {
+        EXPECT_EQ(request(mask), 0);
+        EXPECT_EQ(opened.next(), reads) << std::hex << mask;
     }
 }
 
 TEST(reload, a_request_in_bytes_replaces_the_list)
 {
-    machine m;
-    ASSERT_EQ(m.load(), 0);
+    machine m("");
     const kernel::u32 key = 0x01020304;
     m.keys("whitelist", {key});
     EXPECT_EQ(sorvanic_kernel_whitelist_module.search(&key), 1);
-    platform::netlink_send(messages::bytes("18 00 00 00 12 00 00 00 00 00 00 00 00 00 00 00"
+    platform::netlink_send(messages::bytes("18 00 00 00 12 00 00 00 00 00 00 00 00 00 00 00 "
                                            "01 00 00 00 00 04 00 00"),
                            77);
     EXPECT_EQ(sorvanic_kernel_whitelist_module.search(&key), 0);
@@ -107,13 +103,11 @@ TEST(reload, a_request_in_bytes_replaces_the_list)
 
 TEST(reload, is_reported_by_the_switches_as_they_are_afterwards)
 {
-    machine m;
-    m.encoded("statlabel", "3");
-    ASSERT_EQ(m.load(), 0);
+    machine m("statlabel=3");
     messages::agent agent(100);
     m.log();
     const auto reported = [&](std::uint32_t mask) {
-        platform::netlink_send(messages::reload(mask), 77);
+        request(mask);
         const std::string message = agent.next();
         EXPECT_EQ(agent.next(), "");
         EXPECT_EQ(m.log(), accepted + (message.empty() ? "" : "send plau audit !\n"));
@@ -127,33 +121,29 @@ TEST(reload, is_reported_by_the_switches_as_they_are_afterwards)
     m.encoded("statlabel", "2");
     EXPECT_TRUE(reported(0));
     EXPECT_FALSE(reported(0x80)) << "only when enforcing";
-    m.encoded("statlabel", "3");
-    m.encoded("auditlabel", "5:1");
+    m.policy("statlabel=3 auditlabel=5:1");
     EXPECT_FALSE(reported(0x180));
 }
 
 TEST(reload, is_reported_in_the_name_of_the_one_who_asked)
 {
-    machine m;
-    m.encoded("statlabel", "3");
-    m.encoded("auditlabel", "5:2");
-    ASSERT_EQ(m.load(), 0);
+    machine m("statlabel=3 auditlabel=5:2");
     messages::agent agent(100);
     m.log();
 
-    platform::netlink_send(messages::reload(0x400), 77);
-    EXPECT_EQ(agent.next(), messages::bytes("38 00 00 00 13 00 06 00 00 00 00 00 64 00 00 00"
+    request(0x400);
+    EXPECT_EQ(agent.next(), messages::bytes("38 00 00 00 13 00 06 00 00 00 00 00 64 00 00 00 "
                                             "53 59 53 54 45 4d") +
                                 std::string(26, '\0') + messages::bytes("00 04 00 00 01 00 00 00"));
     const std::string user(31, 'u');
     sorvanic_kernel_hashmap_module.insert(77, user.c_str());
-    platform::netlink_send(messages::reload(0x80000000), 77);
+    request(0x80000000);
     EXPECT_EQ(agent.next().substr(16), user + '\0' + messages::number(0x80000000) + messages::number(1));
 
     // Without an agent the line is there all the same, and nothing else.
-    platform::netlink_send(messages::quit(), 100);
+    platform::netlink_send(messages::quit, 100);
     m.log();
-    platform::netlink_send(messages::reload(0), 77);
+    request(0);
     EXPECT_EQ(m.log(), accepted + "send plau audit !\n");
 }
 
@@ -161,23 +151,10 @@ TEST(reload, is_reported_in_the_name_of_the_one_who_asked)
 TEST(reload, survives_every_failed_open_and_allocation)
 {
     for (const platform::fault kind : {platform::fault::open, platform::fault::allocation}) {
-        machine m;
-        m.enforce();
-        m.keys("whitelist", {1, 2});
-        m.plain("workdir", "/opt\n");
-        m.encoded("auditlabel", "5:2");
-        ASSERT_EQ(m.load(), 0);
-        for (std::size_t n = 1;; ++n) {
-            m.log();
-            platform::fail_call(kind, n);
-            EXPECT_EQ(platform::netlink_send(messages::reload(0x7fff), 77), 0);
-            const bool fired = platform::fault_fired();
-            platform::fail_call(kind, 0);
-            EXPECT_TRUE(m.log().starts_with(accepted)) << n;
-            ASSERT_EQ(platform::live().locks, 0u) << n;
-            if (!fired)
-                break;
-        }
+        machine m("statlabel=3 modllabel=2222 whitelist=a,b workdir=/opt auditlabel=5:2");
+        support::fail_each_call(
+            kind, [] { EXPECT_EQ(request(0x7fff), 0); },
+            [&](std::size_t) { EXPECT_TRUE(m.log().starts_with(accepted)); });
         EXPECT_EQ(sorvanic_kernel_statusctl_module.getstatus(), 3) << "the last one read everything";
     }
 }

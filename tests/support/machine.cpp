@@ -35,6 +35,12 @@ machine::machine()
     platform::set_kernel_log([this](std::string_view text) { log_ += text; });
 }
 
+machine::machine(const std::string& files) : machine()
+{
+    policy(files);
+    EXPECT_EQ(load(), 0);
+}
+
 machine::~machine()
 {
     for (std::size_t kind = 0; kind < platform::fault_kinds; ++kind)

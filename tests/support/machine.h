@@ -18,6 +18,8 @@ namespace support {
 class machine {
 public:
     machine();
+    /// The module is loaded, with these policy files (see policy).
+    explicit machine(const std::string& files);
     ~machine();
     machine(const machine&) = delete;
     machine& operator=(const machine&) = delete;
