@@ -1,38 +1,30 @@
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <string>
-#include <vector>
+#include <utility>
 
-#include "platform/user/faults.h"
 #include "policy/uactivate.h"
 #include "process/process_map.h"
 #include "tests/enforce/install_machine.h"
+#include "tests/support/fail_each_call.h"
 
 // The execution check's steps around the lists: who runs a program, and during what.
 
 namespace {
 
-using support::key_of;
-
-kernel::u32 state_of(const char* user)
-{
-    kernel::u32 state = 9;
-    sorvanic_kernel_uactivate_module.search(user, &state);
-    return state;
-}
+using support::state_of;
 
 TEST(exec_people, a_user_who_must_set_a_password_runs_nothing_else)
 {
-    // All programs are on the white list, but for this one and "/bin/sh".
-    constexpr const char* unlisted = "/usr/bin/passwd2";
+    // All programs are on the white list, but for these two.
+    const auto is_listed = [](const std::string& path) {
+        return path != "/usr/bin/passwd2" && path != "/bin/sh";
+    };
     const struct {
-        const char* system_status;
-        const char* user; // of the caller; "": no record
+        const char *system_status, *user; // of the caller; "": no record
         kernel::u32 state;
         const char* path;
-        int result;
-        kernel::u32 state_after;
+        int result, state_after;
     } cases[] = {
         {"3", "operator", 0, "/bin/other", -1, 0},
         {"3", "operator", 1, "/bin/other", -1, 1},
@@ -58,19 +50,16 @@ TEST(exec_people, a_user_who_must_set_a_password_runs_nothing_else)
         {"3", "operator", 1, "/usr/bin/passwd", 0, 1},
         {"3", "operator", 0, "/usr/bin/PASSWD", 0, 1},
         {"3", "operator", 0, "/usr/bin/passw", -1, 0},
-        {"3", "operator", 0, unlisted, -1, 1}, // refused later, and moved all the same
+        {"3", "operator", 0, "/usr/bin/passwd2", -1, 1}, // refused later, and moved all the same
         {"2", "operator", 0, "/usr/bin/passwd", 0, 0},
     };
     install_machine m;
-    m.encoded("platuser", "operator\n");
-    m.keys("blacklist", {key_of("/bin/black")});
-    std::vector<std::uint32_t> white;
+    std::string white = "whitelist=";
     for (const auto& c : cases) {
         m.write(c.path, c.path);
-        if (c.path != unlisted && std::string(c.path) != "/bin/sh")
-            white.push_back(key_of(c.path));
+        white += is_listed(c.path) ? std::string(c.path) + "," : "";
     }
-    m.keys("whitelist", white);
+    m.policy("platuser=operator blacklist=/bin/black " + white);
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.system_status) + " " + c.user + std::to_string(c.state) + " " + c.path);
         m.enforce(c.system_status);
@@ -81,8 +70,7 @@ TEST(exec_people, a_user_who_must_set_a_password_runs_nothing_else)
         EXPECT_EQ(m.run(20, c.path), c.result);
         EXPECT_EQ(state_of("operator"), c.state_after);
         EXPECT_EQ(m.log(), "");
-        const bool decided_by_lists = c.path == unlisted || std::string(c.path) == "/bin/sh";
-        EXPECT_EQ(m.reported(), decided_by_lists ? c.path : "");
+        EXPECT_EQ(m.reported(), is_listed(c.path) ? "" : c.path);
         m.unload();
     }
 }
@@ -91,28 +79,24 @@ TEST(exec_people, the_installer_is_known_by_its_exact_name_behind_a_slash)
 {
     const std::string success = "[sorvall] load success,pid [20]\n";
     const struct {
-        const char* install_status;
-        const char* filename;
-        std::string log;
-        kernel::u32 launcher;
+        const char *install_status, *filename;
+        bool recorded;
     } cases[] = {
-        {"2", "./sorvall", success, 10}, {"2", "/opt/dir/sorvall", success, 10},
-        {"2", "/sorvall", success, 10},  {"2", "sorvall", "", 1},
-        {"2", "./Sorvall", "", 1},       {"2", "./sorvall2", "", 1},
-        {"2", "./sorval", "", 1},        {"2", "sorvall/x", "", 1},
-        {"2", "./sorvall/", "", 1},      {"1", "./sorvall", "", 1},
-        {"3", "./sorvall", "", 1},
+        {"2", "./sorvall", true},  {"2", "/opt/dir/sorvall", true}, {"2", "/sorvall", true},
+        {"2", "sorvall", false},   {"2", "./Sorvall", false},       {"2", "./sorvall2", false},
+        {"2", "./sorval", false},  {"2", "sorvall/x", false},       {"2", "./sorvall/", false},
+        {"1", "./sorvall", false}, {"3", "./sorvall", false},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.install_status) + " " + c.filename);
+    for (const auto& [install_status, filename, recorded] : cases) {
+        SCOPED_TRACE(std::string(install_status) + " " + filename);
         install_machine m;
-        m.encoded("installlabel", c.install_status);
+        m.encoded("installlabel", install_status);
         m.start();
-        EXPECT_EQ(m.run(20, "/opt/unknown", c.filename), -1) << "recording it is not allowing it";
-        EXPECT_EQ(m.log(), c.log);
+        EXPECT_EQ(m.run(20, "/opt/unknown", filename), -1) << "recording it is not allowing it";
+        EXPECT_EQ(m.log(), recorded ? success : "");
         EXPECT_EQ(m.reported(), "/opt/unknown");
-        EXPECT_EQ(sorvanic_super_proc.launcher_pid, c.launcher);
-        EXPECT_EQ(sorvanic_super_proc.installer_pid, c.launcher == 1 ? 1u : 20u);
+        EXPECT_EQ(sorvanic_super_proc.launcher_pid, recorded ? 10u : 1u);
+        EXPECT_EQ(sorvanic_super_proc.installer_pid, recorded ? 20u : 1u);
     }
 }
 
@@ -135,8 +119,7 @@ TEST(exec_people, one_installer_at_a_time_and_none_below_process_1)
     EXPECT_EQ(sorvanic_super_proc.launcher_pid, 10u);
 
     m.unload();
-    m.enforce();
-    m.encoded("platuser", "operator\n");
+    m.policy("statlabel=3 platuser=operator");
     m.start();
     sorvanic_kernel_task_inside_super_proc_clean();
     sorvanic_kernel_uactivate_module.update("operator", 0);
@@ -150,7 +133,7 @@ TEST(exec_people, what_an_installation_brought_in_runs_inside_it_whatever_the_li
     install_machine m;
     m.write("/usr/bin/gdmflexiserver", "switcher");
     m.process(41, 30, ""); // inside, without an address space
-    m.keys("blacklist", {key_of("/opt/tool")});
+    m.policy("blacklist=/opt/tool");
     m.start();
     m.begin_install();
     const std::string black = "/opt/tool is in blacklist \n";
@@ -158,12 +141,11 @@ TEST(exec_people, what_an_installation_brought_in_runs_inside_it_whatever_the_li
     EXPECT_EQ(m.run(30, "/opt/tool"), -1) << "not marked yet";
     EXPECT_EQ(m.log(), black);
     m.chmod(30, "/opt/tool");
-    const struct {
-        int task, result;
-    } cases[] = {{10, 0}, {30, 0}, {40, 0}, {31, 0}, {20, -1}, {21, -1}, {52, -1}, {41, -1}};
-    for (const auto& c : cases) {
-        EXPECT_EQ(m.run(c.task, "/opt/tool"), c.result) << c.task;
-        EXPECT_EQ(m.log(), c.result == 0 ? "" : black) << c.task;
+    const std::pair<int, int> cases[] = {{10, 0},  {30, 0},  {40, 0},  {31, 0},
+                                         {20, -1}, {21, -1}, {52, -1}, {41, -1}};
+    for (const auto& [task, result] : cases) {
+        EXPECT_EQ(m.run(task, "/opt/tool"), result) << task;
+        EXPECT_EQ(m.log(), result == 0 ? "" : black) << task;
     }
     const std::string line = "/opt/tool\t" + key_text("/opt/tool") + "\n";
     EXPECT_EQ(m.exec_log(), line) << "once in a row";
@@ -184,9 +166,7 @@ TEST(exec_people, an_unlisted_program_runs_inside_an_installation_after_all_list
         SCOPED_TRACE(path);
         install_machine m;
         m.write(path, path);
-        m.keys("whitelist", {key_of("/u/white"), key_of("/opt/sorvall")});
-        m.keys("blacklist", {key_of("/u/black")});
-        m.plain("workdir", "/u/work\n");
+        m.policy("whitelist=/u/white,/opt/sorvall blacklist=/u/black workdir=/u/work");
         m.start();
         const bool unknown = path[3] == 'u' && path[4] == 'n';
         const int result = path[3] == 'b' ? -1 : 0;
@@ -211,20 +191,12 @@ TEST(exec_people, no_failure_inside_an_installation_refuses_or_leaves_anything)
     m.write("/opt/marked", "m");
     m.chmod(30, "/opt/marked");
     sorvanic_kernel_hashmap_module.insert(30, "operator");
-    const platform::live_counts before = platform::live();
-    for (const platform::fault kind :
-         {platform::fault::allocation, platform::fault::open, platform::fault::read})
+    const std::size_t before = platform::live().allocations;
+    for (const auto kind : {platform::fault::allocation, platform::fault::open, platform::fault::read})
         for (const char* path : {"/opt/unknown", "/opt/marked"})
-            for (std::size_t n = 1;; ++n) {
-                platform::fail_call(kind, n);
-                EXPECT_EQ(m.run(30, path), 0) << path << n;
-                EXPECT_EQ(platform::live().allocations, before.allocations) << path << n;
-                EXPECT_EQ(platform::live().files, before.files) << path << n;
-                EXPECT_EQ(platform::live().references, before.references) << path << n;
-                platform::assert_thread_clean();
-                if (!platform::fault_fired())
-                    break;
-            }
+            support::fail_each_call(
+                kind, [&] { EXPECT_EQ(m.run(30, path), 0) << path; },
+                [&](std::size_t) { EXPECT_EQ(platform::live().allocations, before) << path; });
 }
 
 } // namespace

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "enforce/label_test.h"
-#include "platform/user/faults.h"
 #include "tests/enforce/file_machine.h"
+#include "tests/support/fail_each_call.h"
 
 namespace {
 
@@ -127,6 +127,7 @@ TEST(file_check, each_event_asks_for_its_own_bits)
         {"reading a directory", "", "inode:4 /srv/d/", 0},
         {"searching it", "", "inode:1 /srv/d/", 0},
         {"both", "", "inode:5 /srv/d/", -1, "faau 0"},
+        {"opening it", "", "inode:0x24 /srv/d/", -1, "faau 0"},
         {"reading a file", "", "inode:4 /srv/d", -1, "faau 0"},
     });
 }
@@ -207,8 +208,7 @@ TEST(file_check, the_products_directories_are_kept_while_enforcing_and_observing
     for (const char* status : {"0", "1", "2", "3", "4"})
         for (const auto& c : cases) {
             file_machine m;
-            m.encoded("statlabel", status);
-            m.encoded("modllabel", "0000");
+            m.policy(std::string("modllabel=0000 statlabel=") + status);
             m.start(c.comm, "");
             const bool kept = *status == '2' || *status == '3';
             EXPECT_EQ(m.act(c.event), c.allowed || !kept ? 0 : -1) << status << c.comm << " " << c.event;
@@ -236,17 +236,14 @@ TEST(file_check, without_memory_it_allows_what_has_no_path_and_refuses_what_has_
     file_machine m;
     m.policy(labels + " appevp=/srv:other:7");
     m.start("viewer", "alice");
-    const platform::live_counts before = platform::live();
+    const std::size_t before = platform::live().allocations;
     std::string results;
-    for (std::size_t n = 1;; ++n) {
-        platform::fail_call(platform::fault::allocation, n);
-        results += m.act("file:4 /srv/f" + std::to_string(n)) == 0 ? '+' : '-'; // each is reported anew
-        EXPECT_EQ(platform::live().allocations, before.allocations) << n;
-        EXPECT_EQ(platform::live().references, before.references) << n;
-        platform::assert_thread_clean();
-        if (!platform::fault_fired())
-            break;
-    }
+    support::fail_each_call(
+        platform::fault::allocation,
+        [&] { // each is reported anew
+            results += m.act("file:4 /srv/f" + std::to_string(results.size() + 1)) == 0 ? '+' : '-';
+        },
+        [&](std::size_t) { EXPECT_EQ(platform::live().allocations, before); });
     // The path; the object's and the subject's label; then records and their buffers.
     EXPECT_EQ(results, "+--+++++");
     EXPECT_TRUE(m.reported().starts_with("faau 0 /srv/f2 alice viewer, pcau 0 /srv/f2"))

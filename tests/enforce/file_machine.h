@@ -11,7 +11,6 @@
 #include "core/inode_numbers.h"
 #include "platform/user/machine.h"
 #include "platform/user/objects.h"
-#include "platform/user/tasks.h"
 #include "process/process_map.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"
@@ -23,10 +22,7 @@ struct file_machine : support::machine {
     {
         write("/etc/sorvanic/whitelist", "");
         write("/usr/sorvanic/sorvagent", "");
-        encoded("statlabel", "3");
-        encoded("modllabel", "0020");
-        encoded("auditlabel", "2:2\n3:2");
-        encoded("dirctl", "/srv");
+        policy("statlabel=3 modllabel=0020 auditlabel=2:2\n3:2 dirctl=/srv");
     }
     ~file_machine()
     {
@@ -34,14 +30,6 @@ struct file_machine : support::machine {
         entries_.clear();
         mount_.reset();
         platform::clear_mounts();
-    }
-
-    /// Policy files that differ: "NAME=TEXT NAME=TEXT …".
-    void policy(const std::string& files)
-    {
-        std::istringstream words(files);
-        for (std::string word; std::getline(words, word, ' ');)
-            encoded(word.substr(0, word.find('=')), word.substr(word.find('=') + 1));
     }
 
     /// Loads the module and connects an agent. A user of "" is none that is known.
@@ -72,8 +60,7 @@ struct file_machine : support::machine {
         const auto mask = static_cast<int>(std::strtoul(what.c_str() + what.find(':') + 1, nullptr, 0));
         kernel::dentry* entry = entry_of(first);
         const kernel::security_operations& hooks = platform::security();
-        const platform::task_handle task = platform::find_task(20);
-        const platform::event scope(task.get());
+        const support::acting as(20);
         if (what == "create")
             return hooks.inode_create(nullptr, entry, 0);
         if (what == "symlink")
@@ -100,9 +87,8 @@ struct file_machine : support::machine {
         std::string all;
         for (std::string message = agent_->next(); !message.empty(); message = agent_->next()) {
             EXPECT_EQ(message.size(), 16u + 2088);
-            all += all.empty() ? "" : ", ";
-            all += message[6] == 3 ? "faau " : message[6] == 4 ? "pcau " : "? ";
-            all += std::to_string(messages::number_at(message, 16 + 2080)) + " " +
+            all += std::string(all.empty() ? "" : ", ") + (message[6] == 3 ? "faau " : "pcau ") +
+                   std::to_string(messages::number_at(message, 16 + 2080)) + " " +
                    messages::text_at(message, 16) + " " + messages::text_at(message, 16 + 2048) + " " +
                    messages::text_at(message, 16 + 1024);
         }

@@ -19,9 +19,8 @@ struct password_machine : file_machine {
     /// Alice's state, and the protected-shell switch.
     static std::string state()
     {
-        kernel::u32 found = 9;
-        sorvanic_kernel_uactivate_module.search("alice", &found);
-        return std::to_string(found) + " " + platform::sysctl_read("sorvanic/proshellmode").value_or("") +
+        return std::to_string(support::state_of("alice")) + " " +
+               platform::sysctl_read("sorvanic/proshellmode").value_or("") +
                platform::sysctl_read("sorvanic/proshelluser").value_or("");
     }
 };

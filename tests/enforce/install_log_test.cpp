@@ -6,7 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "platform/user/faults.h"
 #include "tests/enforce/install_machine.h"
@@ -16,21 +16,34 @@
 
 namespace {
 
-void record(std::string path)
+void record(install_machine&, std::string path)
 {
     EXPECT_EQ(sorvanic_kernel_install_record(nullptr, path.data()), 0);
 }
 
-void record_exec(install_machine& m, const std::string& program, const std::string& path)
+void record_exec(install_machine& m, std::string path)
 {
-    EXPECT_EQ(sorvanic_write_local_exec_log(m.file(program), path.c_str()), 0);
+    EXPECT_EQ(sorvanic_write_local_exec_log(m.file("/bin/sh"), path.c_str()), 0);
 }
+
+/// The log of executions, without the key that is in each of its lines.
+std::string exec_paths()
+{
+    static const std::string key = "\t" + key_text("/bin/sh");
+    std::string text = install_machine::exec_log();
+    for (std::size_t at = 0; (at = text.find(key)) != std::string::npos;)
+        text.erase(at, key.size());
+    return text;
+}
+
+const struct {
+    void (*record)(install_machine&, std::string path);
+    std::string (*text)();
+} logs[] = {{record, install_machine::install_log}, {record_exec, exec_paths}};
 
 TEST(install_log, a_temporary_suffix_is_cut_when_it_is_the_last_and_begins_with_a_digit)
 {
-    const struct {
-        const char *path, *line;
-    } cases[] = {
+    const std::pair<const char*, std::string> cases[] = {
         {"/usr/lib/pkg/file;1a2b", "/usr/lib/pkg/file"},
         {"/usr/lib/pkg/file;x9", "/usr/lib/pkg/file;x9"},
         {"/pkg/a;1;x", "/pkg/a;1;x"},
@@ -42,9 +55,9 @@ TEST(install_log, a_temporary_suffix_is_cut_when_it_is_the_last_and_begins_with_
     };
     install_machine m;
     std::string expected;
-    for (const auto& c : cases) {
-        record(c.path);
-        expected += std::string(c.line) + "\n";
+    for (const auto& [path, line] : cases) {
+        record(m, path);
+        expected += line + "\n";
     }
     EXPECT_EQ(m.install_log(), expected);
 }
@@ -52,55 +65,46 @@ TEST(install_log, a_temporary_suffix_is_cut_when_it_is_the_last_and_begins_with_
 TEST(install_log, only_a_repetition_of_the_last_path_is_left_out)
 {
     install_machine m;
-    for (const char* path : {"/r/a", "/r/a", "/r/b", "/r/b;1", "/R/B", "/r/bc", "/r/b", "/r/a"})
-        record(path);
-    EXPECT_EQ(m.install_log(), "/r/a\n/r/b\n/r/bc\n/r/b\n/r/a\n");
-
-    for (const char* path : {"/r/x", "/r/x", "/r/y", "/r/x"})
-        record_exec(m, "/bin/sh", path);
-    const std::string key = "\t" + key_text("/bin/sh") + "\n";
-    EXPECT_EQ(m.exec_log(), "/r/x" + key + "/r/y" + key + "/r/x" + key);
+    for (const auto& log : logs) {
+        for (const char* path : {"/r/a", "/r/a", "/r/b", "/R/B", "/r/bc", "/r/b", "/r/a"})
+            log.record(m, path);
+        EXPECT_EQ(log.text(), "/r/a\n/r/b\n/r/bc\n/r/b\n/r/a\n");
+    }
+    record(m, "/r/a;1");
+    EXPECT_TRUE(m.install_log().ends_with("/r/b\n/r/a\n"));
 }
 
 TEST(install_log, a_path_longer_than_the_memory_of_the_last_is_written_whole)
 {
-    const std::string stem = "/" + std::string(1021, 'l');
-    ASSERT_EQ(stem.size(), 1022u); // with one character more, the memory is full
+    const std::string stem = "/" + std::string(1021, 'l'); // with one character more, the memory is full
     const std::string tail(3000, 't');
-    const std::vector<std::string> paths = {stem + "a" + tail, stem + "b" + tail, stem + "b", stem,
-                                            stem + "b",        stem + "b" + "2"};
     install_machine m;
-    for (const std::string& path : paths)
-        record(path);
-    EXPECT_EQ(m.install_log(), paths[0] + "\n" + paths[1] + "\n" + stem + "\n" + stem + "b\n")
-        << "what differs behind the 1023rd character only counts as a repetition";
-
-    for (const std::string& path : paths)
-        record_exec(m, "/bin/sh", path);
-    const std::string key = "\t" + key_text("/bin/sh") + "\n";
-    EXPECT_EQ(m.exec_log(), paths[0] + key + paths[1] + key + stem + key + stem + "b" + key);
+    for (const auto& log : logs) {
+        for (const std::string& path :
+             {stem + "a" + tail, stem + "b" + tail, stem + "b", stem, stem + "b", stem + "b" + "2"})
+            log.record(m, path);
+        EXPECT_EQ(log.text(),
+                  stem + "a" + tail + "\n" + stem + "b" + tail + "\n" + stem + "\n" + stem + "b\n")
+            << "what differs behind the 1023rd character only counts as a repetition";
+    }
 }
 
 TEST(install_log, a_line_that_is_lost_is_not_remembered)
 {
     install_machine m;
-    for (const char* path : {"/l/a", "/l/b"}) {
-        platform::fail_call(platform::fault::open, 1);
-        record(path);
-        record(path);
-        EXPECT_EQ(m.install_log(), path[3] == 'a' ? "/l/a\n" : "/l/a\n/l/b\n");
+    for (const auto& log : logs) {
+        const auto lose = [&](const char* path) {
+            platform::fail_call(platform::fault::open, 1);
+            log.record(m, path);
+            EXPECT_TRUE(platform::fault_fired());
+        };
+        log.record(m, "/l/a");
+        lose("/l/b");
+        log.record(m, "/l/b");
+        lose("/l/lost");
+        log.record(m, "/l/b"); // the last path stays the one that was written
+        EXPECT_EQ(log.text(), "/l/a\n/l/b\n");
     }
-    // The last path stays the one that was written.
-    platform::fail_call(platform::fault::open, 1);
-    record("/l/lost");
-    record("/l/b");
-    EXPECT_EQ(m.install_log(), "/l/a\n/l/b\n");
-
-    platform::fail_call(platform::fault::open, 1);
-    record_exec(m, "/bin/sh", "/l/c");
-    EXPECT_TRUE(platform::fault_fired());
-    record_exec(m, "/bin/sh", "/l/c");
-    EXPECT_EQ(m.exec_log(), "/l/c\t" + key_text("/bin/sh") + "\n");
 }
 
 TEST(install_log, lines_are_appended_and_a_new_log_has_mode_600_in_decimal)
@@ -110,8 +114,8 @@ TEST(install_log, lines_are_appended_and_a_new_log_has_mode_600_in_decimal)
     platform::mount_directory("/var/log", m.real("/var/host").string());
     platform::mount_directory("/var/log/swinstall.log", m.real("/var/host/old").string());
     const mode_t mask = ::umask(0);
-    record("/m/a");
-    record_exec(m, "/bin/sh", "/m/a");
+    record(m, "/m/a");
+    record_exec(m, "/m/a");
     ::umask(mask);
     std::ifstream appended(m.real("/var/host/old"));
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(appended), {}), "old line\n/m/a\n");
@@ -124,15 +128,15 @@ TEST(install_log, a_program_is_known_by_its_key_text_and_by_zeros_when_it_cannot
 {
     install_machine m;
     m.write("/p/empty", "");
-    record_exec(m, "/p/empty", "/usr/bin/tool");
+    EXPECT_EQ(sorvanic_write_local_exec_log(m.file("/p/empty"), "/usr/bin/tool"), 0);
     EXPECT_EQ(m.exec_log(), "/usr/bin/tool\t5E65753B\n"); // the key 0x3b75655e
     EXPECT_EQ(sorvanic_write_local_exec_log(nullptr, "/p/none"), 0);
 
     platform::fail_call(platform::fault::allocation, 1);
-    record_exec(m, "/bin/sh", "/p/no-memory-for-the-line");
+    record_exec(m, "/p/no-memory-for-the-line");
     EXPECT_EQ(m.log(), "");
     platform::fail_call(platform::fault::allocation, 2);
-    record_exec(m, "/bin/sh", "/p/no-memory-to-read");
+    record_exec(m, "/p/no-memory-to-read");
     EXPECT_EQ(m.log(), "sorvanic_kernel_md5sum_module_handler has error in kmalloc .\n");
     EXPECT_EQ(m.exec_log(), "/usr/bin/tool\t5E65753B\n/p/no-memory-to-read\t00000000\n");
 }

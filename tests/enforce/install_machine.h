@@ -1,19 +1,17 @@
 #ifndef SORVANIC_TESTS_ENFORCE_INSTALL_MACHINE_H
 #define SORVANIC_TESTS_ENFORCE_INSTALL_MACHINE_H
 
-#include <fcntl.h>
-
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "digest/digest_key.h"
 #include "enforce/install_tracking.h"
 #include "platform/user/files.h"
 #include "platform/user/machine.h"
 #include "platform/user/objects.h"
-#include "platform/user/tasks.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"
 
@@ -38,14 +36,11 @@ struct install_machine : support::machine {
         platform::mount_memory("/var/log");
         for (const char* path : {"/bin/sh", "/opt/sorvall", "/opt/unknown", "/opt/tool"})
             write(path, path);
-        const struct {
-            int pid, parent;
-        } tree[] = {{10, 1}, {20, 10}, {30, 20}, {40, 30}, {21, 10}, {31, 21}, {50, 1}, {51, 50}, {52, 51}};
-        for (const auto& task : tree)
-            process(task.pid, task.parent, "/bin/sh");
-        enforce();
-        encoded("installlabel", "2");
-        keys("whitelist", {support::key_of("/opt/sorvall")});
+        const std::pair<int, int> tree[] = {{10, 1},  {20, 10}, {30, 20}, {40, 30}, {21, 10},
+                                            {31, 21}, {50, 1},  {51, 50}, {52, 51}};
+        for (const auto& [pid, parent] : tree)
+            process(pid, parent, "/bin/sh");
+        policy("statlabel=3 modllabel=2222 installlabel=2 whitelist=/opt/sorvall");
     }
     ~install_machine()
     {
@@ -72,15 +67,13 @@ struct install_machine : support::machine {
         return message.empty() ? "" : messages::text_at(message, 16 + 4);
     }
 
-    /// The program at `path` is executed under the name `filename`.
-    int run(int pid, const std::string& path, const std::string& filename)
+    /// The program at `path` is executed, under the name `filename` if there is one.
+    int run(int pid, const std::string& path, const std::string& filename = "")
     {
-        const platform::exec_parameters bprm(file(path), filename);
-        const platform::task_handle task = platform::find_task(pid);
-        const platform::event event(task.get());
+        const platform::exec_parameters bprm(file(path), filename.empty() ? path : filename);
+        const support::acting as(pid);
         return platform::security().bprm_check_security(bprm.get());
     }
-    int run(int pid, const std::string& path) { return run(pid, path, path); }
 
     /// The installer starts: task 20, launched by task 10.
     void begin_install() { run(20, "/opt/sorvall"); }
@@ -90,16 +83,14 @@ struct install_machine : support::machine {
     {
         const platform::dentry_handle entry =
             platform::make_entry(root_.get(), std::string(path.substr(1)), nullptr);
-        const platform::task_handle task = platform::find_task(pid);
-        const platform::event event(task.get());
+        const support::acting as(pid);
         return platform::security().inode_create(nullptr, entry.get(), 0);
     }
 
     int chmod(int pid, const std::string& path, unsigned mode = 0100755)
     {
         const platform::attribute_request attributes(mode);
-        const platform::task_handle task = platform::find_task(pid);
-        const platform::event event(task.get());
+        const support::acting as(pid);
         return platform::security().inode_setattr(kernel::file_path(file(path)).dentry, attributes.get());
     }
 
@@ -108,18 +99,19 @@ struct install_machine : support::machine {
     {
         platform::file_handle& kept = files_[path];
         if (kept == nullptr)
-            kept = platform::make_pinned_file(
-                platform::unique_fd(::open(real(path).c_str(), O_PATH | O_CLOEXEC)), path);
+            kept = open(path);
         return kept.get();
     }
 
-    static std::string install_log() { return platform::memory_file("/var/log/swinstall.log").value_or(""); }
-    static std::string exec_log()
-    {
-        return platform::memory_file("/var/log/swinstall_exec.log").value_or("");
-    }
+    static std::string install_log() { return log_file("swinstall.log"); }
+    static std::string exec_log() { return log_file("swinstall_exec.log"); }
 
 private:
+    static std::string log_file(const std::string& name)
+    {
+        return platform::memory_file("/var/log/" + name).value_or("");
+    }
+
     std::optional<messages::agent> agent_;
     std::map<std::string, platform::file_handle> files_;
     platform::dentry_handle root_ = platform::make_root({.number = 1, .mode = 040755});

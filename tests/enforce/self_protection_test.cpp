@@ -1,6 +1,5 @@
 #include "enforce/self_protection.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -17,14 +16,9 @@ int kill(const support::machine& m, const std::string& comm, const std::string& 
          std::size_t failing_allocation = 0)
 {
     platform::reset_tasks();
-    const platform::file_handle file =
-        program.empty()
-            ? nullptr
-            : platform::make_pinned_file(
-                  platform::unique_fd(::open(m.real(program).c_str(), O_PATH | O_CLOEXEC)), program);
+    const platform::file_handle file = program.empty() ? nullptr : m.open(program);
     const platform::task_handle target = platform::add_task(30, 1, comm, file.get());
-    const platform::task_handle sender = platform::find_task(1);
-    const platform::event event(sender.get());
+    const support::acting sender(1);
     platform::fail_call(platform::fault::allocation, failing_allocation);
     return platform::security().task_kill(target.get(), nullptr, signal, 0);
 }
@@ -79,10 +73,8 @@ TEST(self_protection, protects_whom_name_and_program_say_from_what_they_do_not_t
 
 TEST(self_protection, lets_through_what_it_cannot_judge)
 {
-    support::machine m;
+    support::machine m("statlabel=3");
     m.write("/usr/sorvanic/sorvagent", "");
-    m.encoded("statlabel", "3");
-    ASSERT_EQ(m.load(), 0);
     EXPECT_EQ(kill(m, "sorvagent", "/usr/sorvanic/sorvagent", 9), -1);
     EXPECT_EQ(kill(m, "sorvagent", "/usr/sorvanic/sorvagent", 9, 1), 0) << "no memory for the path";
     EXPECT_TRUE(platform::fault_fired());

@@ -51,12 +51,13 @@ public:
     /// Asks the hook as process `pid` for the program at `path`, opened as it is now.
     int exec(int pid, std::string_view path, std::string_view filename = "");
 
+    /// The file at this path as it is now.
+    platform::file_handle open(std::string_view path) const;
+
     /// The kernel log since the last call.
     std::string log();
 
 private:
-    platform::file_handle open(std::string_view path) const;
-
     std::filesystem::path root_;
     std::string log_;
     bool loaded_ = false;
