@@ -26,41 +26,29 @@ std::string tables()
 
 TEST(counters, a_table_is_counted_otherwise_than_lookups_see_it)
 {
-    support::machine m;
-    m.enforce();
-    m.keys("blacklist", {1});
-    m.keys("whitelist", {1, 2, 3});
-    m.encoded("platuser", "bob\neve\n");
-    m.encoded("appevp", "/a:*:4\n/b:*:x\n/c:*\n");
-    ASSERT_EQ(m.load(), 0);
+    support::machine m("statlabel=3 modllabel=2222 blacklist=a whitelist=a,b,c platuser=bob\neve "
+                       "appevp=/a:*:4\n/b:*:x\n/c:*");
     const std::string end = "installlabel:1/1 statlabel:1/1 auditlabel:7/1 sublabel:0/1 objlabel:0/1 dac:0/1 "
-                            "priv:0/1 appevp:2/1 modllabel:4/1 ptpylist:0/1 ";
-    EXPECT_EQ(tables(), "blacklist:1/1 whitelist:3/1 supertrustfile:0/1 dirctl:0/1 workdir:0/1 " + end +
-                            "platuser:2/1 ");
+                            "priv:0/1 appevp:2/1 modllabel:4/1 ptpylist:0/1 platuser:2/1 ";
+    EXPECT_EQ(tables(), "blacklist:1/1 whitelist:3/1 supertrustfile:0/1 dirctl:0/1 workdir:0/1 " + end);
 
     // A reload fills the copy that held the former list, and one that fails leaves it empty.
-    m.keys("whitelist", {4});
-    m.plain("workdir", "/a\n/b\n");
+    m.policy("whitelist=d workdir=/a\n/b");
     platform::netlink_send(messages::reload(0x400), 100);
     m.remove("/etc/sorvanic/blacklist");
     platform::netlink_send(messages::reload(0x400 | 0x800), 100);
-    EXPECT_EQ(tables(), "blacklist:0/2 whitelist:1/3 supertrustfile:0/1 dirctl:0/1 workdir:2/3 " + end +
-                            "platuser:2/1 ");
+    EXPECT_EQ(tables(), "blacklist:0/2 whitelist:1/3 supertrustfile:0/1 dirctl:0/1 workdir:2/3 " + end);
 
     m.unload();
     ASSERT_EQ(m.load(), 0);
-    EXPECT_EQ(tables(), "blacklist:0/1 whitelist:1/1 supertrustfile:0/1 dirctl:0/1 workdir:2/1 " + end +
-                            "platuser:2/1 ");
+    EXPECT_EQ(tables(), "blacklist:0/1 whitelist:1/1 supertrustfile:0/1 dirctl:0/1 workdir:2/1 " + end);
 }
 
 TEST(counters, a_record_that_nobody_got_is_not_counted)
 {
-    support::machine m;
-    m.enforce();
-    m.encoded("auditlabel", "5:2\n2:7\n");
+    support::machine m("statlabel=3 modllabel=2222 auditlabel=5:2\n2:7");
     m.write("/bin/other", "x");
     m.process(10, 1, "");
-    ASSERT_EQ(m.load(), 0);
     module_counters before;
     read_module_counters(&before);
     const auto counted = [&](const char* what, kernel::u64 dropped, kernel::u64 suppressed,

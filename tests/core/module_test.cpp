@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 
-#include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/symbols.h"
@@ -13,13 +13,14 @@
 #include "platform/user/machine.h"
 #include "platform/user/netlink.h"
 #include "platform/user/sysctl.h"
-#include "platform/user/tasks.h"
 #include "process/process_map.h"
+#include "tests/support/fail_each_call.h"
 #include "tests/support/machine.h"
 
 namespace {
 
 using support::machine;
+using support::user_of;
 
 /// Everything of the kernel that the module writes: both patched functions and the entries.
 std::vector<unsigned char> kernel_state()
@@ -35,34 +36,20 @@ std::vector<unsigned char> kernel_state()
     return state;
 }
 
-std::string user_of(int pid)
-{
-    char user[sorvanic_user_name_size] = {};
-    return sorvanic_kernel_hashmap_module.search(pid, user) == 0 ? user : "-";
-}
-
 TEST(module_start, a_missing_symbol_refuses_the_load_and_changes_nothing)
 {
-    struct {
-        const char* hidden;
-        const char* log;
-    } const cases[] = {
-        {"security_ops", "can't find security_ops symbol.\n"},
-        {"do_fork", "can't find do_fork symbol.\nInit Unamectl Module Error .\n"},
-        {"do_exit", "can't find do_exit symbol.\nInit Unamectl Module Error .\n"},
-        {"copy_process", "can't find copy_process symbol.\nInit Unamectl Module Error .\n"},
-        {"profile_task_exit", "can't find profile_task_exit symbol.\nInit Unamectl Module Error .\n"},
-    };
-    for (const auto& c : cases) {
+    for (const std::string hidden :
+         {"security_ops", "do_fork", "do_exit", "copy_process", "profile_task_exit"}) {
         machine m;
         const auto before = kernel_state();
-        platform::hide_symbol(c.hidden);
+        platform::hide_symbol(hidden);
         platform::serve_text("/proc/kallsyms", platform::symbol_text());
         platform::hide_symbol("");
-        EXPECT_EQ(sorvanic_init(), -1) << c.hidden;
-        EXPECT_EQ(m.log(), c.log);
+        EXPECT_EQ(sorvanic_init(), -1) << hidden;
+        EXPECT_EQ(m.log(), "can't find " + hidden + " symbol.\n" +
+                               (hidden == "security_ops" ? "" : "Init Unamectl Module Error .\n"));
         platform::serve_text("/proc/kallsyms", platform::symbol_text());
-        EXPECT_EQ(kernel_state(), before) << c.hidden;
+        EXPECT_EQ(kernel_state(), before) << hidden;
     }
 }
 
@@ -108,65 +95,38 @@ TEST(module_start, goes_on_without_a_channel_or_a_switch)
     }
 }
 
-TEST(module_start, is_refused_without_memory_for_the_last_events)
+// A load is refused, and then has changed nothing, or is up and unloads cleanly.
+TEST(module_start, survives_every_failed_call)
 {
-    machine m;
-    int refused = 0;
-    for (std::size_t n = 1;; ++n) {
-        platform::fail_call(platform::fault::allocation, n);
-        const int result = sorvanic_init();
-        const bool fired = platform::fault_fired();
-        platform::fail_call(platform::fault::allocation, 0);
-        if (m.log() == "Init singleaudit Structure Error .\n") {
-            EXPECT_EQ(result, -1);
-            ++refused;
-        }
-        EXPECT_EQ(platform::live().allocations == 0, result != 0);
-        if (result == 0)
-            sorvanic_exit();
-        if (!fired)
-            break;
+    int without_events = 0;
+    for (const auto& [kind, step] : {std::pair(platform::fault::allocation, 1u),
+                                     {platform::fault::open, 1u},
+                                     {platform::fault::read, 17u}}) {
+        machine m;
+        m.policy("statlabel=3 modllabel=2222 workdir=/opt/work whitelist=a,b,c");
+        const auto before = kernel_state();
+        const auto load = [&] {
+            const int result = sorvanic_init();
+            const std::string log = m.log();
+            if (log == "Init singleaudit Structure Error .\n") {
+                EXPECT_EQ(result, -1);
+                ++without_events;
+            }
+            EXPECT_EQ(platform::live().allocations == 0, result != 0);
+            if (result == 0)
+                sorvanic_exit();
+            else
+                EXPECT_FALSE(log.empty()) << "a refused load says why";
+        };
+        support::fail_each_call(
+            kind, load,
+            [&](std::size_t) {
+                EXPECT_EQ(kernel_state(), before);
+                EXPECT_EQ(platform::live().allocations, 0u);
+            },
+            step);
     }
-    EXPECT_EQ(refused, 3) << "one for each kind";
-}
-
-/// Fails the n-th call of a kind for every n until none fires; a load is refused (and then has
-/// changed nothing) or up and unloads cleanly.
-void sweep(platform::fault kind, std::size_t step)
-{
-    machine m;
-    m.enforce();
-    m.plain("workdir", "/opt/work\n");
-    m.keys("whitelist", {1, 2, 3});
-    const auto before = kernel_state();
-    for (std::size_t n = 1;; n += step) {
-        platform::fail_call(kind, n);
-        const int result = sorvanic_init();
-        const bool fired = platform::fault_fired();
-        platform::fail_call(kind, 0);
-        if (result == 0)
-            sorvanic_exit();
-        else
-            EXPECT_FALSE(m.log().empty()) << "a refused load says why";
-        ASSERT_EQ(kernel_state(), before) << n;
-        ASSERT_EQ(platform::live().allocations, 0u) << n;
-        ASSERT_EQ(platform::live().files, 0u) << n;
-        if (!fired)
-            break;
-    }
-}
-
-TEST(module_start, survives_every_failed_allocation)
-{
-    sweep(platform::fault::allocation, 1);
-}
-TEST(module_start, survives_every_failed_open)
-{
-    sweep(platform::fault::open, 1);
-}
-TEST(module_start, survives_failed_reads)
-{
-    sweep(platform::fault::read, 17);
+    EXPECT_EQ(without_events, 3) << "one for each kind of last event";
 }
 
 TEST(lifecycle, a_record_goes_to_children_and_ends_with_its_task)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "platform/user/faults.h"
 #include "platform/user/files.h"
@@ -10,19 +11,16 @@
 
 namespace {
 
-unsigned long address_in(const std::string& text, const char* name)
+unsigned long address_of_do_exit(const std::string& text)
 {
     const support::machine m;
     platform::serve_text("/proc/kallsyms", text);
-    return find_symbol_addr(name);
+    return find_symbol_addr("do_exit");
 }
 
 TEST(symbols, only_a_whole_name_field_matches)
 {
-    struct {
-        const char* text;
-        unsigned long expected;
-    } const cases[] = {
+    const std::pair<std::string, unsigned long> cases[] = {
         {"00000000000000a1 T do_exit\n", 0xa1},
         {"00000000000000a1 T sys_do_exit\n00000000000000a2 T do_exit\n", 0xa2},
         {"00000000000000a1 T do_exit_idle\n00000000000000a2 t do_exit\n", 0xa2},
@@ -36,16 +34,16 @@ TEST(symbols, only_a_whole_name_field_matches)
         {"0000000000000000 T do_exit\n", 0},                // addresses withheld
         {"", 0},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(address_in(c.text, "do_exit"), c.expected) << c.text;
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(address_of_do_exit(text), expected) << text;
 }
 
 TEST(symbols, a_long_line_continues_as_a_line_of_its_own)
 {
     // 127 bytes make the first piece; the rest is read as a line that begins with an address.
     const std::string filler = "00000000000000a1 T " + std::string(127 - 19, 'x');
-    EXPECT_EQ(address_in(filler + "f0000000000000b2 T do_exit\n", "do_exit"), 0xf0000000000000b2u);
-    EXPECT_EQ(address_in(filler.substr(1) + "f0000000000000b2 T do_exit\n", "do_exit"), 0xb2u)
+    EXPECT_EQ(address_of_do_exit(filler + "f0000000000000b2 T do_exit\n"), 0xf0000000000000b2u);
+    EXPECT_EQ(address_of_do_exit(filler.substr(1) + "f0000000000000b2 T do_exit\n"), 0xb2u)
         << "its first digit went into the piece before";
 }
 
@@ -59,11 +57,11 @@ TEST(symbols, an_address_has_at_most_sixteen_digits)
 TEST(symbols, a_file_that_cannot_be_read_has_no_symbols)
 {
     const support::machine m;
-    platform::fail_call(platform::fault::open, 1);
-    EXPECT_EQ(find_symbol_addr("do_exit"), 0u);
-    platform::fail_call(platform::fault::read, 1);
-    EXPECT_EQ(find_symbol_addr("do_exit"), 0u);
-    EXPECT_TRUE(platform::fault_fired());
+    for (const platform::fault kind : {platform::fault::open, platform::fault::read}) {
+        platform::fail_call(kind, 1);
+        EXPECT_EQ(find_symbol_addr("do_exit"), 0u);
+        EXPECT_TRUE(platform::fault_fired());
+    }
 }
 
 } // namespace

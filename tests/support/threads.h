@@ -1,7 +1,7 @@
 #ifndef SORVANIC_TESTS_SUPPORT_THREADS_H
 #define SORVANIC_TESTS_SUPPORT_THREADS_H
 
-#include <barrier>
+#include <atomic>
 #include <functional>
 #include <thread>
 #include <vector>
@@ -11,11 +11,13 @@ namespace support {
 /// Runs `act(0)` to `act(count - 1)` on a thread each, all at the same time.
 inline void on_threads(int count, const std::function<void(int)>& act)
 {
-    std::barrier begin(count);
+    std::atomic<int> ready = 0; // not a barrier: its threads wake up one after the other
     std::vector<std::jthread> threads;
     for (int i = 0; i < count; ++i)
         threads.emplace_back([&, i] {
-            begin.arrive_and_wait();
+            ++ready;
+            while (ready != count)
+                std::this_thread::yield();
             act(i);
         });
 }
