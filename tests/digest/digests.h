@@ -5,8 +5,9 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
+#include <iomanip>
 #include <random>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -20,13 +21,10 @@ using bytes = std::array<kernel::u8, md5_digest_size>;
 
 inline std::string hex(const bytes& digest)
 {
-    std::string text;
-    for (const kernel::u8 byte : digest) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", byte);
-        text += digits;
-    }
-    return text;
+    std::ostringstream text;
+    for (const unsigned byte : digest)
+        text << std::hex << std::setw(2) << std::setfill('0') << byte;
+    return text.str();
 }
 
 /// OpenSSL's answer.

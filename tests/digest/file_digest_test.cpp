@@ -2,57 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
+#include <functional>
 
-#include "digest/digest_key.h"
-#include "platform/kernel/errno.h"
+#include "platform/kernel/scoped.h"
 #include "platform/user/faults.h"
-#include "platform/user/files.h"
-#include "platform/user/machine.h"
 #include "platform/user/objects.h"
 #include "tests/digest/digests.h"
+#include "tests/support/fail_each_call.h"
+#include "tests/support/machine.h"
 
 namespace {
 
 constexpr const md5sum_operations& md5 = sorvanic_kernel_md5sum_module;
+constexpr digests::bytes untouched{0xa5, 0x5a, 0xa5};
+constexpr const char* path = "/files/data";
 
-/// A private directory that the module knows as "/files".
 class FileDigest : public testing::Test {
 protected:
-    FileDigest()
-    {
-        std::string name = testing::TempDir() + "/file_digest_XXXXXX";
-        directory_ = ::mkdtemp(name.data());
-        platform::mount_directory("/files", directory_.string());
-        platform::set_kernel_log([this](std::string_view text) { log_ += text; });
-    }
-
-    ~FileDigest() override
-    {
-        platform::fail_call(platform::fault::read, 0);
-        platform::fail_call(platform::fault::allocation, 0);
-        platform::set_kernel_log({});
-        platform::unmount_all();
-        std::filesystem::remove_all(directory_);
-    }
-
-    void TearDown() override
-    {
-        platform::assert_thread_clean();
-        const platform::live_counts left = platform::live();
-        EXPECT_EQ(0u, left.allocations);
-        EXPECT_EQ(0u, left.files);
-        EXPECT_EQ(0u, left.references);
-    }
-
-    std::string make(const std::string& name, std::string_view data)
-    {
-        std::ofstream(directory_ / name, std::ios::binary) << data;
-        return "/files/" + name;
-    }
-
-    /// Both operations on the file, which must agree in result, output and log text.
+    /// An operation's result, output and log text.
     struct outcome {
         int result;
         std::string digest;
@@ -60,128 +27,87 @@ protected:
         bool operator==(const outcome&) const = default;
     };
 
-    outcome by_name(const std::string& path)
+    outcome by_name(const char* name)
     {
         digests::bytes digest = untouched;
-        log_.clear();
-        const int result = md5.handler(path.c_str(), digest.data());
-        return {result, digests::hex(digest), log_};
+        m.log();
+        const int result = md5.handler(name, digest.data());
+        return {result, digests::hex(digest), m.log()};
     }
 
     outcome by_file(kernel::file* opened)
     {
         digests::bytes digest = untouched;
-        log_.clear();
+        m.log();
         const int result = md5.halfhand(opened, digest.data());
-        return {result, digests::hex(digest), log_};
+        return {result, digests::hex(digest), m.log()};
     }
 
-    static constexpr digests::bytes untouched{0xa5, 0x5a, 0xa5};
-    std::filesystem::path directory_;
-    std::string log_;
+    static outcome digest_of(std::string_view data) { return {0, digests::reference(data), ""}; }
+
+    support::machine m;
+    const outcome refused{-1, digests::hex(untouched), ""};
 };
-
-/// An open file, closed at the end of the test.
-class opened {
-public:
-    explicit opened(const std::string& path)
-        : file_(kernel::filp_open(path.c_str(), kernel::open_read_only, 0))
-    {
-        EXPECT_TRUE(kernel::is_object(file_)) << path;
-    }
-    ~opened() { kernel::filp_close(file_, nullptr); }
-    opened(const opened&) = delete;
-    opened& operator=(const opened&) = delete;
-    kernel::file* get() const { return file_; }
-
-private:
-    kernel::file* file_;
-};
-
-testing::AssertionResult is_digest_of(std::string_view data, int result, const std::string& digest,
-                                      const std::string& log)
-{
-    if (result == 0 && digest == digests::reference(data) && log.empty())
-        return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "result " << result << ", digest " << digest << " for "
-                                       << digests::reference(data) << ", log '" << log << "'";
-}
 
 TEST_F(FileDigest, PieceBoundaries)
 {
     for (const std::size_t size : {0u, 1u, 55u, 56u, 63u, 64u, 4095u, 4096u, 4097u, 8192u, 100001u}) {
         const std::string data = digests::content(size);
-        const std::string path = make("data", data);
-        const outcome named = by_name(path);
-        EXPECT_TRUE(is_digest_of(data, named.result, named.digest, named.log)) << size;
-        const opened file(path);
-        EXPECT_EQ(named, by_file(file.get())) << size;
+        m.write(path, data);
+        EXPECT_EQ(by_name(path), digest_of(data)) << size;
+        const kernel::open_file file(path, kernel::open_read_only, 0);
+        EXPECT_EQ(by_file(file.get()), digest_of(data)) << size;
     }
 }
 
 TEST_F(FileDigest, OpenFileDigestedFromItsPositionOrLeftElsewhere)
 {
     const std::string data = digests::content(10000);
-    const opened file(make("data", data));
+    m.write(path, data);
+    const kernel::open_file file(path, kernel::open_read_only, 0);
     for (const kernel::s64 position : {0, 5000, 10000, 20000}) {
         kernel::set_file_position(file.get(), position);
-        const outcome got = by_file(file.get());
-        EXPECT_TRUE(is_digest_of(data, got.result, got.digest, got.log)) << position;
-        EXPECT_EQ(position, kernel::file_position(file.get()));
+        EXPECT_EQ(by_file(file.get()), digest_of(data)) << position;
+        EXPECT_EQ(kernel::file_position(file.get()), position);
     }
     kernel::set_file_position(file.get(), 17);
     platform::fail_call(platform::fault::allocation, 1);
-    EXPECT_EQ(-1, by_file(file.get()).result);
-    EXPECT_EQ(17, kernel::file_position(file.get()));
+    EXPECT_EQ(by_file(file.get()).result, -1);
+    EXPECT_EQ(kernel::file_position(file.get()), 17);
 }
 
 TEST_F(FileDigest, OutputWrittenWithoutADigest)
 {
-    const outcome refused{-1, digests::hex(untouched), ""};
-    EXPECT_EQ(refused, by_name("/files/absent"));
-    EXPECT_EQ(refused, by_name("/nowhere/absent"));
-    EXPECT_EQ(refused, by_name(""));
-    EXPECT_EQ(refused, by_file(nullptr));
-    EXPECT_EQ(refused, by_file(reinterpret_cast<kernel::file*>(std::uintptr_t(-kernel::error_no_entry))));
-}
+    for (const char* name : {"/files/absent", "/nowhere/absent", ""})
+        EXPECT_EQ(by_name(name), refused) << name;
+    EXPECT_EQ(by_file(nullptr), refused);
+    EXPECT_EQ(by_file(reinterpret_cast<kernel::file*>(-2L)), refused);
 
-TEST_F(FileDigest, ReadErrorDropsWhatCameBefore)
-{
-    const std::string data = digests::content(10000);
-    const std::string path = make("data", data);
-    for (const std::size_t call : {1u, 2u, 3u, 4u}) {
-        platform::fail_call(platform::fault::read, call);
-        const outcome got = by_name(path);
-        EXPECT_TRUE(platform::fault_fired()) << call;
-        const std::size_t before = std::min<std::size_t>(4096 * (call - 1), data.size());
-        EXPECT_TRUE(is_digest_of(std::string_view(data).substr(0, before), got.result, got.digest, got.log))
-            << call;
-    }
-}
-
-TEST_F(FileDigest, NoMemoryUnreportedOrFileLeftOpen)
-{
-    const outcome no_memory{-1, digests::hex(untouched),
-                            "sorvanic_kernel_md5sum_module_handler has error in kmalloc .\n"};
-    const std::string path = make("data", "text");
-    platform::fail_call(platform::fault::allocation, 1);
-    EXPECT_EQ(no_memory, by_name(path));
-    EXPECT_EQ(0u, platform::live().files);
-
-    const opened file(path);
-    platform::fail_call(platform::fault::allocation, 1);
-    EXPECT_EQ(no_memory, by_file(file.get()));
-    EXPECT_EQ(1u, platform::live().files);
-}
-
-TEST_F(FileDigest, FileWithoutReadOperationReadAnyway)
-{
     const auto root = platform::make_root({});
     const auto mount = platform::add_mount(root.get(), "/");
     const auto file = platform::make_file(mount.get(), root.get());
     ASSERT_FALSE(kernel::file_has_read(file.get()));
-    EXPECT_EQ((outcome{-1, digests::hex(untouched), ""}), by_file(file.get()));
+    EXPECT_EQ(by_file(file.get()), refused);
     platform::clear_mounts();
+}
+
+TEST_F(FileDigest, FailureNotReportedOrNotTheEndOfTheData)
+{
+    const std::string data = digests::content(10000);
+    m.write(path, data);
+    outcome got;
+    const auto name = [&] { got = by_name(path); };
+    support::fail_each_call(platform::fault::read, name, [&](std::size_t n) {
+        EXPECT_EQ(got, digest_of(n == 0 ? data : data.substr(0, 4096 * (n - 1))));
+    });
+
+    const outcome no_memory{-1, refused.digest,
+                            "sorvanic_kernel_md5sum_module_handler has error in kmalloc .\n"};
+    const kernel::open_file file(path, kernel::open_read_only, 0);
+    for (const std::function<void()>& act :
+         {std::function<void()>(name), {[&] { got = by_file(file.get()); }}})
+        support::fail_each_call(platform::fault::allocation, act,
+                                [&](std::size_t n) { EXPECT_EQ(got, n == 0 ? digest_of(data) : no_memory); });
 }
 
 } // namespace

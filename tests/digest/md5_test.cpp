@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "digest/file_digest.h"
 #include "tests/digest/digests.h"
@@ -35,10 +36,7 @@ std::string digest_of(std::string_view data)
 TEST(Md5, WrongConstantShiftOrWordOrder)
 {
     // The test suite of RFC 1321, A.5.
-    const struct {
-        const char* text;
-        const char* digest;
-    } vectors[] = {
+    const std::pair<const char*, const char*> vectors[] = {
         {"", "d41d8cd98f00b204e9800998ecf8427e"},
         {"a", "0cc175b9c0f1b6a831c399e269772661"},
         {"abc", "900150983cd24fb0d6963f7d28e17f72"},
@@ -49,8 +47,8 @@ TEST(Md5, WrongConstantShiftOrWordOrder)
         {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
          "57edf4a22be3c955ac49da2e2107b67a"},
     };
-    for (const auto& vector : vectors)
-        EXPECT_EQ(vector.digest, digest_of(vector.text)) << vector.text;
+    for (const auto& [text, digest] : vectors)
+        EXPECT_EQ(digest, digest_of(text)) << text;
 }
 
 TEST(Md5, PaddingAtABlockEdge)
@@ -84,12 +82,12 @@ TEST(Md5, BytesLostBetweenPieces)
 TEST(Md5, BitCountCutTo32Bits)
 {
     // Five bytes that come after 5 * 2^30: the last block, written by hand, holds a bit count of 34 bits.
-    kernel::u8 last[md5_block_size] = {'1', '2', '3', '4', '5', 0x80};
+    std::string last = "12345\x80" + std::string(md5_block_size - 6, '\0');
     last[56] = 5 * 8;
     last[60] = 5 * 2;
     md5_context by_hand;
     md5.init(&by_hand);
-    md5.update(&by_hand, last, sizeof last);
+    feed(by_hand, last);
     md5_context context;
     md5.init(&context);
     context.byte_count = kernel::u64{5} << 30;

@@ -8,7 +8,6 @@
 #include "platform/kernel/slab.h"
 #include "platform/user/faults.h"
 #include "platform/user/objects.h"
-#include "platform/user/tasks.h"
 #include "process/lineage.h"
 #include "process/process_name.h"
 #include "tests/support/machine.h"
@@ -20,7 +19,7 @@ using support::machine;
 std::string name_of(int pid, kernel::dentry* entry, int mode)
 {
     const platform::task_handle task = platform::find_task(pid);
-    const platform::event event(task.get());
+    const support::acting as(pid);
     sorvanic_name_holder holder = {};
     const char* path = sorvanic_common_get_name(task.get(), &holder, entry, mode);
     EXPECT_EQ(path, holder.path);
@@ -49,23 +48,17 @@ TEST(process_name, a_program_is_named_by_its_file_and_a_kernel_thread_by_nothing
     platform::fail_call(platform::fault::allocation, 1);
     EXPECT_EQ(name_of(10, nullptr, sorvanic_name_of_program), "(none)");
     EXPECT_TRUE(platform::fault_fired());
-}
 
-TEST(process_name, a_deleted_program_keeps_the_suffix)
-{
-    machine m;
-    m.write("/gone", "x");
-    platform::unique_fd fd(::open(m.real("/gone").c_str(), O_PATH | O_CLOEXEC));
-    const platform::file_handle program = platform::make_pinned_file(std::move(fd), "/gone", true);
-    const platform::task_handle task = platform::add_task(12, 1, "gone", program.get());
-    EXPECT_EQ(name_of(12, nullptr, sorvanic_name_of_program), "/gone (deleted)");
+    platform::unique_fd fd(::open(m.real("/bin/tool").c_str(), O_PATH | O_CLOEXEC));
+    const platform::file_handle deleted = platform::make_pinned_file(std::move(fd), "/gone", true);
+    const platform::task_handle task = platform::add_task(12, 1, "gone", deleted.get());
+    EXPECT_EQ(name_of(12, nullptr, sorvanic_name_of_program), "/gone (deleted)") << "it keeps the suffix";
 }
 
 TEST(process_name, an_entry_is_named_through_the_first_mount_of_its_file_system)
 {
     machine m;
-    const platform::inode_facts directory = {.number = 1, .mode = 040755};
-    const platform::inode_facts file = {.number = 2};
+    const platform::inode_facts directory = {.number = 1, .mode = 040755}, file = {.number = 2};
     const platform::dentry_handle root = platform::make_root(directory);
     const platform::dentry_handle other = platform::make_root(directory);
     const platform::dentry_handle etc = platform::make_entry(root.get(), "etc", &directory);
@@ -79,25 +72,14 @@ TEST(process_name, an_entry_is_named_through_the_first_mount_of_its_file_system)
     const platform::mount_handle second = platform::add_mount(root.get(), "/second");
     EXPECT_EQ(entry_name(entry.get()), "/first/etc/passwd");
     EXPECT_EQ(entry_name(nullptr), "(none)");
-
-    // A name longer than the buffer.
     const platform::dentry_handle deep = platform::make_entry(etc.get(), std::string(4096, 'n'), &file);
-    EXPECT_EQ(entry_name(deep.get()), "(none)");
-    platform::clear_mounts();
-}
+    EXPECT_EQ(entry_name(deep.get()), "(none)") << "longer than the buffer";
 
-TEST(process_name, only_a_deleted_entry_loses_the_suffix)
-{
-    machine m;
-    const platform::inode_facts directory = {.number = 1, .mode = 040755};
-    const platform::inode_facts file = {.number = 2};
-    const platform::dentry_handle root = platform::make_root(directory);
-    const platform::mount_handle mount = platform::add_mount(root.get(), "/");
-    const platform::dentry_handle gone = platform::make_entry(root.get(), "gone", &file);
-    platform::unhash(gone.get());
-    EXPECT_EQ(entry_name(gone.get()), "/gone");
-    const platform::dentry_handle named_so = platform::make_entry(root.get(), "kept (deleted)", &file);
-    EXPECT_EQ(entry_name(named_so.get()), "/kept (deleted)");
+    // Only a deleted entry loses the suffix.
+    platform::unhash(entry.get());
+    EXPECT_EQ(entry_name(entry.get()), "/first/etc/passwd");
+    const platform::dentry_handle named_so = platform::make_entry(etc.get(), "kept (deleted)", &file);
+    EXPECT_EQ(entry_name(named_so.get()), "/first/etc/kept (deleted)");
     platform::clear_mounts();
 }
 
@@ -132,20 +114,13 @@ TEST(lineage, counts_from_the_grandparent_up_and_the_process_itself)
     EXPECT_EQ(below(20, 31), 0);
     EXPECT_EQ(below(10, 31), 1);
     m.exit(20);
-    EXPECT_EQ(below(10, 30), 0);
-    EXPECT_EQ(below(10, 40), 0);
-}
+    EXPECT_EQ(below(10, 30) + below(10, 40), 0);
 
-TEST(lineage, kernel_threads_descend_from_nobody)
-{
-    machine m;
+    // Kernel threads descend from nobody.
     const platform::task_handle idle = platform::add_task(0, 0, "swapper", nullptr);
-    ASSERT_NE(idle, nullptr);
     m.process(2, 0, "");
     m.process(3, 2, "");
-    EXPECT_EQ(below(0, 3), 0);
-    EXPECT_EQ(below(2, 3), 0);
-    EXPECT_EQ(below(7, 0), 0);
+    EXPECT_EQ(below(0, 3) + below(2, 3) + below(7, 0), 0);
 }
 
 } // namespace

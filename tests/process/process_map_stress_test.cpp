@@ -2,11 +2,10 @@
 
 #include <atomic>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "platform/user/faults.h"
 #include "process/process_map.h"
+#include "tests/support/threads.h"
 
 namespace {
 
@@ -17,36 +16,30 @@ TEST(process_map_stress, a_lookup_never_sees_another_process)
     const auto& map = sorvanic_kernel_hashmap_module;
     map.init();
     std::atomic<bool> stop = false;
-    std::atomic<long> wrong = 0;
-    std::atomic<long> found = 0;
-    std::vector<std::thread> threads;
-    for (int writer = 0; writer < 2; ++writer)
-        threads.emplace_back([&, writer] {
-            // On a busy machine the readers may come to run late.
-            for (long i = 0; i < 30000 || found == 0; ++i) {
-                const long pid = (i * 2 + writer) % 64;
-                map.insert(pid, std::string(1 + static_cast<std::size_t>(pid) % 31,
-                                            static_cast<char>('a' + pid % 26))
-                                    .c_str());
-                if (i % 3 == 0)
-                    map.erase(pid);
-            }
-            stop = true;
-        });
-    for (int reader = 0; reader < 2; ++reader)
-        threads.emplace_back([&] {
-            for (long pid = 0; !stop; pid = (pid + 1) % 64) {
-                char user[sorvanic_user_name_size] = {};
-                if (map.search(pid, user) != 0)
-                    continue;
-                ++found;
-                if (user !=
-                    std::string(1 + static_cast<std::size_t>(pid) % 31, static_cast<char>('a' + pid % 26)))
-                    ++wrong;
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    std::atomic<long> wrong = 0, found = 0;
+    const auto name_of = [](long pid) {
+        return std::string(1 + static_cast<std::size_t>(pid) % 31, static_cast<char>('a' + pid % 26));
+    };
+    const auto write = [&](long writer) {
+        // On a busy machine the readers may come to run late.
+        for (long i = 0; i < 30000 || found == 0; ++i) {
+            const long pid = (i * 2 + writer) % 64;
+            map.insert(pid, name_of(pid).c_str());
+            if (i % 3 == 0)
+                map.erase(pid);
+        }
+        stop = true;
+    };
+    const auto read = [&] {
+        for (long pid = 0; !stop; pid = (pid + 1) % 64) {
+            char user[sorvanic_user_name_size] = {};
+            if (map.search(pid, user) != 0)
+                continue;
+            ++found;
+            wrong += user == name_of(pid) ? 0 : 1;
+        }
+    };
+    support::at_once({[&] { write(0); }, [&] { write(1); }, read, read});
     EXPECT_EQ(wrong, 0);
     map.destroy();
     EXPECT_EQ(platform::live().allocations, 0u);

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/user/faults.h"
-#include "platform/user/machine.h"
+#include "tests/support/machine.h"
 
 namespace {
 
@@ -24,14 +24,7 @@ protected:
     }
 };
 
-/// The user recorded for `pid`, or "-".
-std::string user_of(long pid)
-{
-    char user[sorvanic_user_name_size] = {};
-    if (map.search(pid, user) != 0)
-        return user[0] == '\0' ? "-" : "touched";
-    return user;
-}
+using support::user_of;
 
 TEST_F(process_map, keeps_31_characters_and_one_record_a_pid)
 {

@@ -192,7 +192,9 @@ std::string encode(std::string_view text)
 std::string user_of(long pid)
 {
     char user[sorvanic_user_name_size] = {};
-    return sorvanic_kernel_hashmap_module.search(pid, user) == 0 ? user : "-";
+    if (sorvanic_kernel_hashmap_module.search(pid, user) != 0)
+        return user[0] == '\0' ? "-" : "touched";
+    return user;
 }
 
 int state_of(const std::string& user)
