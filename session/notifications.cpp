@@ -20,6 +20,12 @@ namespace session {
 namespace {
 
 constexpr std::size_t thread_limit = 1024;
+constexpr int waiting_limit = 2;
+
+// Newer than the C library's headers. A kernel before 6.6 does not know it, and wakes the receiver
+// of a call on any processor, which takes longer where that one has to be woken, too.
+constexpr unsigned long set_flags = SECCOMP_IOW(4, __u64);
+constexpr unsigned long wake_on_this_processor = 1;
 
 } // namespace
 
@@ -30,8 +36,9 @@ notifications::notifications(unique_fd listener, session_parts& parts)
     syscall(SYS_seccomp, SECCOMP_GET_NOTIF_SIZES, 0, &sizes);
     request_size_ = std::max(sizeof(seccomp_notif), std::size_t{sizes.seccomp_notif});
     response_size_ = std::max(sizeof(seccomp_notif_resp), std::size_t{sizes.seccomp_notif_resp});
-    add_thread();
-    add_thread();
+    ioctl(listener_.get(), set_flags, wake_on_this_processor);
+    for (int i = 0; i < waiting_limit; ++i)
+        add_thread();
 }
 
 notifications::~notifications()
@@ -40,6 +47,7 @@ notifications::~notifications()
     while (running_.load() > 0) {
         {
             const std::lock_guard guard(lock_);
+            want_one_.notify_all();
             for (std::thread& thread : threads_)
                 pthread_kill(thread.native_handle(), supervisor_signals::wake_signal);
         }
@@ -50,17 +58,48 @@ notifications::~notifications()
         thread.join();
 }
 
+/// Under lock_, or before there are others.
 void notifications::add_thread()
 {
-    const std::lock_guard guard(lock_);
     if (ended_.load() || threads_.size() >= thread_limit)
         return;
-    idle_.fetch_add(1);
+    ++waiting_;
     running_.fetch_add(1);
     threads_.emplace_back([this] {
         work();
         running_.fetch_sub(1);
     });
+}
+
+void notifications::stop_waiting()
+{
+    const std::lock_guard guard(lock_);
+    if (--waiting_ > 0)
+        return;
+    if (spare_ == 0)
+        return add_thread();
+    --spare_;
+    ++waiting_;
+    ++wanted_;
+    want_one_.notify_one();
+}
+
+/// Whether the calling thread is to wait for a call again, as soon as it has answered its own;
+/// otherwise to rest. Decided before that: the caller, going on, may call once more before the
+/// thread comes to anything.
+bool notifications::wait_again()
+{
+    const std::lock_guard guard(lock_);
+    const bool needed = waiting_ < waiting_limit;
+    ++(needed ? waiting_ : spare_);
+    return needed;
+}
+
+void notifications::rest()
+{
+    std::unique_lock guard(lock_);
+    want_one_.wait(guard, [this] { return wanted_ > 0 || ended_.load(); });
+    --wanted_;
 }
 
 void notifications::work()
@@ -81,10 +120,12 @@ void notifications::work()
                 break;
             continue;
         }
-        if (idle_.fetch_sub(1) == 1)
-            add_thread();
-        send(*call, decide(*call));
-        idle_.fetch_add(1);
+        stop_waiting();
+        answer given = decide(*call);
+        const bool goes_on = wait_again();
+        send(*call, std::move(given));
+        if (!goes_on)
+            rest();
     }
 }
 

@@ -4,6 +4,7 @@
 #include <linux/seccomp.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <list>
 #include <mutex>
 #include <thread>
@@ -14,7 +15,8 @@ namespace session {
 
 /// The threads that answer the calls of the table (calls.h), which wait in the kernel meanwhile.
 /// There is always one more than are at work, so that a call may wait for another one of the
-/// session: an open for the other end of a fifo, a file for the process that serves it.
+/// session: an open for the other end of a fifo, a file for the process that serves it. Hardly ever are
+/// there two more: the kernel wakes all who wait for a call, not one of them.
 class notifications {
 public:
     notifications(unique_fd listener, session_parts& parts);
@@ -28,6 +30,9 @@ public:
 private:
     void work();
     void add_thread();
+    void stop_waiting();
+    bool wait_again();
+    void rest();
     answer decide(const seccomp_notif& call);
     void send(const seccomp_notif& call, answer given);
 
@@ -37,10 +42,13 @@ private:
     std::size_t response_size_;
 
     std::atomic<bool> ended_{false};
-    std::atomic<int> idle_{0};
     std::atomic<int> running_{0};
     std::mutex lock_;
-    std::list<std::thread> threads_;
+    std::list<std::thread> threads_; // these under lock_
+    int waiting_ = 0;                // for a call
+    int spare_ = 0;                  // for one of those who wait for a call to get one
+    int wanted_ = 0;                 // of the spare ones
+    std::condition_variable want_one_;
 };
 
 } // namespace session
