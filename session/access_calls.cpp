@@ -41,8 +41,8 @@ answer access(notification& call, int directory, int name, int mode, int flags)
     resolved found = resolve(who, directory, passed.text, flags);
     if (found.error != 0)
         return answer::fail(found.error);
-    const pinned_object object = pin(std::move(found.file), who);
-    if (const int error = access_error(who, object.file, mode))
+    const pinned_object object = pin(std::move(found), who);
+    if (const int error = access_error(who, object.file(), mode))
         return answer::fail(error);
     if (is_off_limits(object, call.parts(), (mode & W_OK) == 0) || !may(call, object, mode | may_access))
         return answer::fail(EPERM);
@@ -55,7 +55,7 @@ answer go_on_when_permitted(notification& call, unique_fd file, bool directories
     if (!file)
         return answer::let_go_on();
     const pinned_object object = pin(std::move(file), call.who());
-    if ((directories_only && !object.is_directory()) || access_error(call.who(), object.file, rights) != 0)
+    if ((directories_only && !object.is_directory()) || access_error(call.who(), object.file(), rights) != 0)
         return answer::let_go_on();
     if (is_off_limits(object, call.parts()) || !may(call, object, mask))
         return answer::fail(EPERM);

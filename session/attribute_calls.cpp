@@ -12,6 +12,7 @@
 #include "platform/kernel/security.h"
 #include "platform/user/machine.h"
 #include "session/handlers.h"
+#include "session/own_descriptors.h"
 #include "session/pinned.h"
 #include "session/resolve.h"
 
@@ -66,7 +67,7 @@ answer change(notification& call, const pinned_object& object, std::optional<mod
             return answer::fail(EPERM);
     }
     const as_caller rights(call.who().rights());
-    return answer::of_host(make(link_to(object.file).c_str()));
+    return answer::of_host(make(link_to(object.file().get()).c_str()));
 }
 
 bool may_access(notification& call, const pinned_object& object, int mask)
@@ -108,7 +109,7 @@ answer change_size(notification& call, const meant_object& meant, off_t size)
         return answer::fail(EINVAL);
     if (!S_ISREG(object.about.st_mode))
         return answer::fail(object.is_directory() ? EISDIR : EINVAL);
-    if (const int error = access_error(call.who(), object.file, W_OK))
+    if (const int error = access_error(call.who(), object.file(), W_OK))
         return answer::fail(error);
     if (!may_access(call, object, kernel::may_write))
         return answer::fail(EPERM);
@@ -125,7 +126,7 @@ answer change_times(notification& call, const meant_object& meant, const timespe
     const bool now = times == nullptr || (times[0].tv_nsec == UTIME_NOW && times[1].tv_nsec == UTIME_NOW);
     // Who may write to a file may also say that it did so just now.
     if (now && !is_owner(call.who().rights(), object.about)) {
-        if (const int error = access_error(call.who(), object.file, W_OK))
+        if (const int error = access_error(call.who(), object.file(), W_OK))
             return answer::fail(error);
         if (!may_access(call, object, kernel::may_write))
             return answer::fail(EPERM);

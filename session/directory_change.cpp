@@ -48,7 +48,8 @@ int find_object(const notification& call, changed_name& name)
         return 0;
     const std::string component = name.last.substr(0, name.last.find('/'));
     const as_caller rights(call.who().rights());
-    name.object.reset(openat(name.directory.file.get(), component.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    name.object.reset(
+        openat(name.directory.file().get(), component.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!name.object)
         return errno == ENOENT ? 0 : errno;
     return fstat(name.object.get(), &name.about) == 0 ? 0 : errno;
@@ -58,7 +59,7 @@ int making_error(const notification& call, const changed_name& name)
 {
     if (name.exists())
         return EEXIST;
-    if (const int error = access_error(call.who(), name.directory.file, W_OK | X_OK))
+    if (const int error = access_error(call.who(), name.directory.file(), W_OK | X_OK))
         return error;
     return is_off_limits(name.directory, call.parts()) ? EPERM : 0;
 }
@@ -67,7 +68,7 @@ int taking_error(const notification& call, const changed_name& name, bool direct
 {
     if (!name.exists())
         return ENOENT;
-    if (const int error = access_error(call.who(), name.directory.file, W_OK | X_OK))
+    if (const int error = access_error(call.who(), name.directory.file(), W_OK | X_OK))
         return error;
     const credentials& rights = call.who().rights();
     const struct stat& place = name.directory.about;

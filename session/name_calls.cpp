@@ -8,6 +8,7 @@
 #include "platform/user/machine.h"
 #include "session/directory_change.h"
 #include "session/handlers.h"
+#include "session/own_descriptors.h"
 
 // Calls that make a name: mknod, mkdir, symlink, link.
 
@@ -49,7 +50,7 @@ answer make_node(notification& call, int directory, int name, mode_t mode, dev_t
 {
     const mode_t type = mode & S_IFMT;
     const auto permissions = [&](const pinned_object& in) {
-        return without_umask(call.who(), in.file, mode & 07777);
+        return without_umask(call.who(), in.file(), mode & 07777);
     };
     return make_name(
         call, directory, name,
@@ -60,14 +61,14 @@ answer make_node(notification& call, int directory, int name, mode_t mode, dev_t
                                                static_cast<int>(S_IFREG | permissions(in))) == 0;
         },
         [&](const pinned_object& in, const char* last) {
-            return mknodat(in.file.get(), last, type | permissions(in), device);
+            return mknodat(in.file().get(), last, type | permissions(in), device);
         });
 }
 
 answer make_directory(notification& call, int directory, int name, mode_t mode)
 {
     const auto permissions = [&](const pinned_object& in) {
-        return without_umask(call.who(), in.file, mode & 01777);
+        return without_umask(call.who(), in.file(), mode & 01777);
     };
     return make_name(
         call, directory, name,
@@ -75,7 +76,7 @@ answer make_directory(notification& call, int directory, int name, mode_t mode)
             return platform::call_inode_mkdir(in.inode(), entry, static_cast<int>(permissions(in))) == 0;
         },
         [&](const pinned_object& in, const char* last) {
-            return mkdirat(in.file.get(), last, permissions(in));
+            return mkdirat(in.file().get(), last, permissions(in));
         });
 }
 
@@ -90,7 +91,7 @@ answer make_symlink(notification& call, int directory, int name)
             return platform::call_inode_symlink(in.inode(), entry, text.text.c_str()) == 0;
         },
         [&](const pinned_object& in, const char* last) {
-            return symlinkat(text.text.c_str(), in.file.get(), last);
+            return symlinkat(text.text.c_str(), in.file().get(), last);
         });
 }
 
@@ -106,7 +107,7 @@ answer make_link(notification& call, int old_directory, int old_name, int direct
                 (flags & AT_EMPTY_PATH) | ((flags & AT_SYMLINK_FOLLOW) != 0 ? 0 : AT_SYMLINK_NOFOLLOW));
     if (found.error != 0)
         return answer::fail(found.error);
-    const pinned_object object = pin(std::move(found.file), call.who());
+    const pinned_object object = pin(std::move(found), call.who());
     if (is_off_limits(object, call.parts()))
         return answer::fail(EPERM);
     return make_name(
@@ -115,7 +116,8 @@ answer make_link(notification& call, int old_directory, int old_name, int direct
             return platform::call_inode_link(object.entry.get(), in.inode(), entry) == 0;
         },
         [&](const pinned_object& in, const char* last) {
-            return linkat(AT_FDCWD, link_to(object.file).c_str(), in.file.get(), last, AT_SYMLINK_FOLLOW);
+            return linkat(AT_FDCWD, link_to(object.file().get()).c_str(), in.file().get(), last,
+                          AT_SYMLINK_FOLLOW);
         });
 }
 

@@ -15,6 +15,7 @@
 #include "platform/user/machine.h"
 #include "session/directory_change.h"
 #include "session/handlers.h"
+#include "session/own_descriptors.h"
 #include "session/pinned.h"
 #include "session/resolve.h"
 #include "session/slow_open.h"
@@ -106,7 +107,7 @@ answer hand_over(unique_fd file, int flags)
     return answer::hand_over(std::move(file), (flags & O_CLOEXEC) != 0);
 }
 
-answer open_existing(notification& call, unique_fd found, const open_request& wanted)
+answer open_existing(notification& call, resolved found, const open_request& wanted)
 {
     const pinned_object object = pin(std::move(found), call.who());
     if (const int error = kind_error(object.about, wanted.flags))
@@ -123,10 +124,10 @@ answer open_existing(notification& call, unique_fd found, const open_request& wa
     unique_fd file;
     if (at_once) {
         const as_caller rights(call.who().rights());
-        file.reset(::open(link_to(object.file).c_str(), flags));
+        file = reopen(object.file().get(), flags);
         if (!file)
             return answer::fail(errno);
-    } else if (const int error = access_error(call.who(), object.file, mask & ~kernel::may_append)) {
+    } else if (const int error = access_error(call.who(), object.file(), mask & ~kernel::may_append)) {
         return answer::fail(error);
     }
 
@@ -152,11 +153,11 @@ std::optional<answer> create(notification& call, const pinned_object& directory,
                              const open_request& wanted)
 {
     const directory_lock alone(directory);
-    if (const int error = access_error(call.who(), directory.file, W_OK | X_OK))
+    if (const int error = access_error(call.who(), directory.file(), W_OK | X_OK))
         return answer::fail(error);
     if (is_off_limits(directory, call.parts()))
         return answer::fail(EPERM);
-    const mode_t mode = without_umask(call.who(), directory.file, wanted.mode & 07777);
+    const mode_t mode = without_umask(call.who(), directory.file(), wanted.mode & 07777);
     kernel::task_struct* const task = call.task();
     if (task == nullptr)
         return answer::fail(EPERM);
@@ -169,8 +170,8 @@ std::optional<answer> create(notification& call, const pinned_object& directory,
     unique_fd file;
     {
         const as_caller rights(call.who().rights());
-        file.reset(
-            ::openat(directory.file.get(), last.c_str(), wanted.flags | O_EXCL | O_CLOEXEC | O_NOCTTY, mode));
+        file.reset(::openat(directory.file().get(), last.c_str(),
+                            wanted.flags | O_EXCL | O_CLOEXEC | O_NOCTTY, mode));
         if (!file && errno == EEXIST)
             return std::nullopt;
         if (!file)
@@ -253,7 +254,7 @@ answer open_or_create(notification& call, const open_request& wanted)
             fstat(place.found.get(), &file);
             if (is_protected(call.who().rights(), directory, file))
                 return answer::fail(EACCES);
-            return open_existing(call, std::move(place.found), wanted);
+            return open_existing(call, {std::move(place.found)}, wanted);
         }
         const pinned_object directory = pin(std::move(place.parent.directory), call.who());
         if (auto made = create(call, directory, last, wanted))
@@ -269,10 +270,10 @@ answer open_nameless(notification& call, const open_request& wanted)
                              (wanted.flags & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0);
     if (found.error != 0)
         return answer::fail(found.error);
-    const pinned_object directory = pin(std::move(found.file), call.who());
+    const pinned_object directory = pin(std::move(found), call.who());
     if (!directory.is_directory())
         return answer::fail(ENOTDIR);
-    if (const int error = access_error(call.who(), directory.file, W_OK | X_OK))
+    if (const int error = access_error(call.who(), directory.file(), W_OK | X_OK))
         return answer::fail(error);
     if (is_off_limits(directory, call.parts()))
         return answer::fail(EPERM);
@@ -282,9 +283,10 @@ answer open_nameless(notification& call, const open_request& wanted)
     const platform::event running(task);
     if (!may_change_names(directory))
         return answer::fail(EPERM);
-    const mode_t mode = without_umask(call.who(), directory.file, wanted.mode & 07777);
+    const mode_t mode = without_umask(call.who(), directory.file(), wanted.mode & 07777);
     const as_caller rights(call.who().rights());
-    unique_fd file(::open(link_to(directory.file).c_str(), (wanted.flags & ~O_NOFOLLOW) | O_CLOEXEC, mode));
+    unique_fd file(
+        ::open(link_to(directory.file().get()).c_str(), (wanted.flags & ~O_NOFOLLOW) | O_CLOEXEC, mode));
     return file ? hand_over(std::move(file), wanted.flags) : answer::fail(errno);
 }
 
@@ -302,14 +304,14 @@ answer open_file(notification& call, open_request wanted)
     if (found.error != 0)
         return answer::fail(found.error);
     if (!has(wanted.flags, O_PATH))
-        return open_existing(call, std::move(found.file), wanted);
+        return open_existing(call, std::move(found), wanted);
 
-    const pinned_object object = pin(std::move(found.file), call.who());
+    const pinned_object object = pin(std::move(found), call.who());
     if ((wanted.flags & O_DIRECTORY) != 0 && !object.is_directory())
         return answer::fail(ENOTDIR);
     if (is_off_limits(object, call.parts()))
         return answer::fail(EPERM);
-    return hand_over(unique_fd(fcntl(object.file.get(), F_DUPFD_CLOEXEC, 0)), wanted.flags);
+    return hand_over(unique_fd(fcntl(object.file().get(), F_DUPFD_CLOEXEC, 0)), wanted.flags);
 }
 
 answer open_by_name(notification& call, int directory, int name, int flags, mode_t mode)

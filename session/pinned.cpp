@@ -4,6 +4,7 @@
 #include <linux/capability.h>
 #include <linux/magic.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@
 #include "agent/status_files.h"
 #include "platform/kernel/security.h"
 #include "platform/user/machine.h"
+#include "session/own_descriptors.h"
 
 namespace session {
 
@@ -26,6 +28,20 @@ namespace {
 unique_fd duplicate(const unique_fd& of)
 {
     return unique_fd(fcntl(of.get(), F_DUPFD_CLOEXEC, 0));
+}
+
+/// What handlers ask about.
+struct stat as_stat(const struct statx& of)
+{
+    struct stat about = {};
+    about.st_dev = makedev(of.stx_dev_major, of.stx_dev_minor);
+    about.st_ino = of.stx_ino;
+    about.st_mode = of.stx_mode;
+    about.st_nlink = of.stx_nlink;
+    about.st_uid = of.stx_uid;
+    about.st_gid = of.stx_gid;
+    about.st_rdev = makedev(of.stx_rdev_major, of.stx_rdev_minor);
+    return about;
 }
 
 /// The first component of a path that is a number; empty without one. In a proc, the task.
@@ -54,14 +70,21 @@ kernel::inode* pinned_object::inode() const
     return kernel::dentry_inode(entry.get());
 }
 
+pinned_object pin(resolved found, const caller& who)
+{
+    if (found.about.stx_mask == 0)
+        platform::host_statx(found.file.get(), found.about);
+    pinned_object made;
+    made.about = as_stat(found.about);
+    made.path = path_of(found.file.get(), who);
+    made.pin = std::make_shared<const unique_fd>(std::move(found.file));
+    made.entry = platform::make_pinned_entry({made.pin, found.about}, made.path.text, made.path.deleted);
+    return made;
+}
+
 pinned_object pin(unique_fd file, const caller& who)
 {
-    pinned_object made;
-    made.path = path_of(file.get(), who);
-    fstat(file.get(), &made.about);
-    made.entry = platform::make_pinned_entry(duplicate(file), made.path.text, made.path.deleted);
-    made.file = std::move(file);
-    return made;
+    return pin(resolved{std::move(file)}, who);
 }
 
 platform::dentry_handle entry_in(const pinned_object& directory, const std::string& last,
@@ -82,7 +105,7 @@ bool is_off_limits(const pinned_object& object, const session_parts& parts, bool
     };
     if (is_below(parts.state_directory))
         return !only_to_read || !is_below(parts.state_directory + "/" + agent::status_directory_name);
-    return is_of_supervisor(object.file, path);
+    return is_of_supervisor(object.file(), path);
 }
 
 bool is_of_supervisor(const unique_fd& file, const std::string& path)
@@ -114,14 +137,9 @@ std::optional<mode_t> mode_without_rights(const struct stat& object)
 mode_t without_umask(const caller& who, const unique_fd& directory, mode_t mode)
 {
     // A directory's default access list takes the place of the mask.
-    if (getxattr(link_to(directory).c_str(), "system.posix_acl_default", nullptr, 0) > 0)
+    if (getxattr(link_to(directory.get()).c_str(), "system.posix_acl_default", nullptr, 0) > 0)
         return mode;
     return mode & ~who.umask();
-}
-
-std::string link_to(const unique_fd& descriptor)
-{
-    return fmt::format("/proc/self/fd/{}", descriptor.get());
 }
 
 bool may_change_names(const pinned_object& directory)

@@ -3,12 +3,14 @@
 
 #include <sys/stat.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "platform/user/objects.h"
 #include "session/notification.h"
 #include "session/program_file.h"
+#include "session/resolve.h"
 
 // What handlers have in common: objects that a call means, pinned and as hooks see them, and the
 // caller's rights to them.
@@ -17,16 +19,18 @@ namespace session {
 
 /// An object of the host that a call means.
 struct pinned_object {
-    unique_fd file; ///< O_PATH
+    std::shared_ptr<const unique_fd> pin; ///< O_PATH; the entry has it, too
     struct stat about = {};
     seen_path path;
     platform::dentry_handle entry;
 
+    const unique_fd& file() const { return *pin; }
     kernel::inode* inode() const;
     bool is_directory() const { return S_ISDIR(about.st_mode); }
 };
 
 /// Takes over what was resolved.
+pinned_object pin(resolved found, const caller& who);
 pinned_object pin(unique_fd file, const caller& who);
 
 /// The name `last` in a directory: of `object`, or of nothing yet when that is empty.
@@ -52,9 +56,6 @@ std::optional<mode_t> mode_without_rights(const struct stat& object);
 
 /// The permissions that a file made in `directory` with `mode` gets.
 mode_t without_umask(const caller& who, const unique_fd& directory, mode_t mode);
-
-/// The path by which this process's descriptor can be opened anew, or changed.
-std::string link_to(const unique_fd& descriptor);
 
 /// Whether inode_permission lets the caller change the directory's entries. Within an event.
 bool may_change_names(const pinned_object& directory);

@@ -11,7 +11,7 @@
 #include <csignal>
 #include <string_view>
 
-#include <fmt/format.h>
+#include "session/own_descriptors.h"
 
 namespace session {
 
@@ -20,10 +20,10 @@ namespace {
 constexpr std::int64_t nanoseconds = 1'000'000'000;
 constexpr file_identity never_the_same = {0, 0, 0, -1};
 
-unique_fd reopen(int fd)
+unique_fd open_to_read(int fd)
 {
     // A file that may be executed is regular: no open of one blocks for long or acts on a device.
-    return unique_fd(::open(fmt::format("/proc/self/fd/{}", fd).c_str(), O_RDONLY | O_CLOEXEC));
+    return reopen(fd, O_RDONLY | O_CLOEXEC);
 }
 
 /// Whether somebody may be about to change the content without a trace in the file's times:
@@ -33,7 +33,7 @@ unique_fd reopen(int fd)
 /// write are the owner's affair.
 bool may_be_written_to(int fd)
 {
-    const unique_fd file = reopen(fd);
+    const unique_fd file = open_to_read(fd);
     if (!file)
         return false; // no decision depends on what cannot be read
     // Not SIGIO, which ends a process, should somebody open the file at this very moment.
@@ -97,12 +97,7 @@ bool may_read(int fd)
 
 seen_path path_of(int fd, const caller& who)
 {
-    const auto text_of = [](int of) -> std::string {
-        char text[PATH_MAX];
-        const ssize_t size = readlink(fmt::format("/proc/self/fd/{}", of).c_str(), text, sizeof text);
-        return size < 0 ? std::string() : std::string(text, static_cast<std::size_t>(size));
-    };
-    seen_path path{text_of(fd), false};
+    seen_path path{path_behind(fd), false};
     if (path.text.empty())
         return {"/" + std::string(PATH_MAX, '?'), false};
 
@@ -120,7 +115,7 @@ seen_path path_of(int fd, const caller& who)
     if (!who.has_own_root())
         return path;
     const unique_fd root = who.root();
-    const std::string root_text = root ? text_of(root.get()) : "/";
+    const std::string root_text = root ? path_behind(root.get()) : "/";
     if (root_text.size() > 1 && path.text.starts_with(root_text + "/")) {
         path.hidden = root_text.size();
         path.text.erase(0, path.hidden);
@@ -139,7 +134,7 @@ platform::file_handle pinned_file(int fd, const seen_path& path)
 std::array<char, program_head_size> read_head(int fd)
 {
     std::array<char, program_head_size> head = {};
-    const unique_fd file = reopen(fd);
+    const unique_fd file = open_to_read(fd);
     if (file && pread(file.get(), head.data(), head.size(), 0) < 0)
         head = {};
     return head;

@@ -62,7 +62,7 @@ answer remove(notification& call, int directory, int name, int flags)
     answer given = answer::succeed();
     {
         const as_caller rights(call.who().rights());
-        given = answer::of_host(unlinkat(gone.directory.file.get(), gone.last.c_str(), flags));
+        given = answer::of_host(unlinkat(gone.directory.file().get(), gone.last.c_str(), flags));
     }
     note_loss(gone.object);
     return given;
@@ -148,7 +148,7 @@ answer rename(notification& call, int old_directory, int old_name, int directory
     }
     // From one mount to another the host moves nothing; two names of one file it leaves as they are.
     const bool certain = from.certain && to.certain &&
-                         mount_of(from.directory.file) == mount_of(to.directory.file) &&
+                         mount_of(from.directory.file()) == mount_of(to.directory.file()) &&
                          ((flags & RENAME_NOREPLACE) != 0 || !same_file(from, to));
     if (certain) {
         if (const int error = renaming_error(call, from, to, flags))
@@ -167,8 +167,8 @@ answer rename(notification& call, int old_directory, int old_name, int directory
     answer given = answer::succeed();
     {
         const as_caller rights(call.who().rights());
-        given = answer::of_host(syscall(SYS_renameat2, from.directory.file.get(), from.last.c_str(),
-                                        to.directory.file.get(), to.last.c_str(), flags));
+        given = answer::of_host(syscall(SYS_renameat2, from.directory.file().get(), from.last.c_str(),
+                                        to.directory.file().get(), to.last.c_str(), flags));
     }
     note_loss(to.object);
     return given;

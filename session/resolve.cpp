@@ -15,6 +15,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/user/objects.h"
 #include "session/pinned.h"
 
 namespace session {
@@ -65,9 +66,12 @@ std::optional<resolved> walk_at_once(int start, const std::string& name, int fla
 {
     unique_fd found = open_beneath(start, name, flags, RESOLVE_NO_MAGICLINKS);
     if (found) {
-        if (is_proc(found.get()))
+        resolved result{std::move(found)};
+        // No device is behind proc; asking for the file system costs a call more.
+        if (!platform::host_statx(result.file.get(), result.about) ||
+            (result.about.stx_dev_major == 0 && is_proc(result.file.get())))
             return std::nullopt;
-        return resolved{std::move(found), 0};
+        return result;
     }
     const int error = errno;
     if (open_beneath(start, name, flags, RESOLVE_NO_SYMLINKS) || errno != error || error == ELOOP)

@@ -1,6 +1,8 @@
 #ifndef SORVANIC_SESSION_RESOLVE_H
 #define SORVANIC_SESSION_RESOLVE_H
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -16,6 +18,7 @@ namespace session {
 struct resolved {
     unique_fd file;
     int error = 0;
+    struct statx about = {}; ///< of the file, where the walk had to look; with an empty mask elsewhere
 };
 
 /// Finds what `name` means to `who`: from its working directory, or the directory that its

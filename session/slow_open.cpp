@@ -17,6 +17,7 @@
 
 #include <fmt/format.h>
 
+#include "session/own_descriptors.h"
 #include "session/terminal.h"
 
 namespace session {
@@ -127,12 +128,11 @@ answer open_slowly(notification& call, const pinned_object& object, int flags)
 {
     if (S_ISCHR(object.about.st_mode) && object.about.st_rdev == makedev(5, 0))
         return open_terminal(call.who(), flags);
-    const std::string path = link_to(object.file);
     const interruptions now_and_then;
     for (;;) {
         {
             const as_caller rights(call.who().rights());
-            unique_fd file(::open(path.c_str(), flags));
+            unique_fd file = reopen(object.file().get(), flags);
             if (file)
                 return answer::hand_over(std::move(file), false);
             if (errno != EINTR)

@@ -12,6 +12,7 @@
 #include "platform/kernel/security.h"
 #include "platform/user/machine.h"
 #include "session/handlers.h"
+#include "session/own_descriptors.h"
 #include "session/pinned.h"
 #include "session/resolve.h"
 #include "session/tracee_memory.h"
@@ -65,7 +66,7 @@ attribute find(notification& call, meant by, int mask)
     const mode_t type = found.object.about.st_mode & S_IFMT;
     if (!found.name.starts_with("user.") || (type != S_IFREG && type != S_IFDIR))
         return found;
-    found.error = access_error(call.who(), found.object.file, mask == kernel::may_read ? R_OK : W_OK);
+    found.error = access_error(call.who(), found.object.file(), mask == kernel::may_read ? R_OK : W_OK);
     const platform::event running(task);
     if (found.error == 0 && platform::call_inode_permission(found.object.inode(), mask) != 0)
         found.error = EPERM;
@@ -83,8 +84,8 @@ answer set(notification& call, meant by)
     if (found.error != 0)
         return answer::fail(found.error);
     const as_caller rights(call.who().rights());
-    return answer::of_host(setxattr(link_to(found.object.file).c_str(), found.name.c_str(), value.data(),
-                                    value.size(), call.number(4)));
+    return answer::of_host(setxattr(link_to(found.object.file().get()).c_str(), found.name.c_str(),
+                                    value.data(), value.size(), call.number(4)));
 }
 
 answer get(notification& call, meant by)
@@ -96,7 +97,8 @@ answer get(notification& call, meant by)
     ssize_t size;
     {
         const as_caller rights(call.who().rights());
-        size = getxattr(link_to(found.object.file).c_str(), found.name.c_str(), value.data(), value.size());
+        size = getxattr(link_to(found.object.file().get()).c_str(), found.name.c_str(), value.data(),
+                        value.size());
         if (size < 0)
             return answer::fail(errno);
     }
@@ -112,7 +114,7 @@ answer remove(notification& call, meant by)
     if (found.error != 0)
         return answer::fail(found.error);
     const as_caller rights(call.who().rights());
-    return answer::of_host(removexattr(link_to(found.object.file).c_str(), found.name.c_str()));
+    return answer::of_host(removexattr(link_to(found.object.file().get()).c_str(), found.name.c_str()));
 }
 
 } // namespace

@@ -72,6 +72,15 @@ bool find_on_host(const std::string& path, inode_facts& facts)
     return true;
 }
 
+/// Without a pin when `pinned` is no descriptor.
+host_object pinned_object(unique_fd pinned)
+{
+    host_object object;
+    if (host_statx(pinned.get(), object.about))
+        object.pin = std::make_shared<const unique_fd>(std::move(pinned));
+    return object;
+}
+
 std::string_view parent_path(std::string_view path)
 {
     const std::size_t cut = path.find_last_of('/');
@@ -132,32 +141,35 @@ kernel::dentry* make_named_entry(name_space& space, std::string path, const inod
     return made;
 }
 
-kernel::dentry* make_host_entry(unique_fd pinned, std::string path, bool deleted)
+kernel::dentry* make_host_entry(const host_object& object, std::string path, bool deleted)
 {
-    host_object object;
-    if (!look_at(pinned.get(), object))
-        return nullptr;
     kernel::dentry* made = make_named_entry(host_names(), std::move(path), nullptr);
     made->unhashed = deleted;
-    made->pin = std::make_shared<unique_fd>(std::move(pinned));
-    kernel::inode* of = cached_inode(object);
+    made->pin = object.pin;
+    kernel::inode* of = cached_inode(object.about);
     const std::lock_guard guard(entries_lock());
     add_alias(of, made);
     return made;
 }
 
+dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted)
+{
+    return dentry_handle(make_host_entry(object, std::move(path), deleted));
+}
+
 dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted)
 {
-    return dentry_handle(make_host_entry(std::move(pinned), std::move(path), deleted));
+    const host_object object = pinned_object(std::move(pinned));
+    return object.pin ? make_pinned_entry(object, std::move(path), deleted) : nullptr;
 }
 
 dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd pinned)
 {
-    kernel::dentry* made = pinned ? make_host_entry(std::move(pinned), std::move(path), false)
-                                  : make_named_entry(host_names(), std::move(path), nullptr);
-    if (made != nullptr)
+    dentry_handle made = pinned ? make_pinned_entry(std::move(pinned), std::move(path))
+                                : dentry_handle(make_named_entry(host_names(), std::move(path), nullptr));
+    if (made)
         made->parent = hold(parent);
-    return dentry_handle(made);
+    return made;
 }
 
 dentry_handle make_root(const inode_facts& facts)

@@ -65,7 +65,7 @@ struct dentry {
     std::atomic<bool> inode_known = true;
     platform::name_space* space = nullptr;           ///< null when built by hand
     const platform::thread_state* made_by = nullptr; ///< the thread whose event it was made for
-    std::shared_ptr<platform::unique_fd> pin;        ///< the object that its path text opens
+    std::shared_ptr<const platform::unique_fd> pin;  ///< the object that its path text opens
 };
 
 struct vfsmount {
@@ -108,9 +108,8 @@ void drop(kernel::vfsmount* dropped);
 /// meant (null: there is none).
 kernel::dentry* make_named_entry(name_space& space, std::string path, const inode_facts* facts);
 
-/// The same for an object of the host that `pinned` holds, with the inode that all its entries share.
-/// Null when `pinned` is no descriptor.
-kernel::dentry* make_host_entry(unique_fd pinned, std::string path, bool deleted);
+/// The same for an object of the host, with the inode that all its entries share.
+kernel::dentry* make_host_entry(const host_object& object, std::string path, bool deleted);
 
 } // namespace platform
 

@@ -93,7 +93,7 @@ kernel::file* open_memory(map_target target, const char* path, int flags, int mo
 
 kernel::file* open_path(const char* path, int flags, int mode)
 {
-    if (const std::shared_ptr<unique_fd> pinned = find_pinned(path)) {
+    if (const std::shared_ptr<const unique_fd> pinned = find_pinned(path)) {
         const int fd = reopen(*pinned, flags);
         return fd < 0 ? error_value(fd) : open_descriptor(unique_fd(fd), host_names(), path, flags);
     }

@@ -26,6 +26,18 @@ inode_cache& the_cache()
     return *cache;
 }
 
+kernel::inode_key key_of(const struct statx& about)
+{
+    struct stat numbers = {};
+    numbers.st_dev = makedev(about.stx_dev_major, about.stx_dev_minor);
+    numbers.st_ino = about.stx_ino;
+    // A number is used again when its file is gone; a file system that does not keep the time of
+    // birth leaves that to be noticed by inode_gone.
+    const bool has_birth = (about.stx_mask & STATX_BTIME) != 0;
+    return {unique_inode_number(numbers), has_birth ? about.stx_btime.tv_sec : 0,
+            has_birth ? about.stx_btime.tv_nsec : 0};
+}
+
 /// Takes it out of the cache, which gives up its own reference. Returns true when that was the last.
 bool forget(inode_cache& cache, kernel::inode* of)
 {
@@ -36,38 +48,27 @@ bool forget(inode_cache& cache, kernel::inode* of)
 
 } // namespace
 
-bool look_at(int fd, host_object& object)
+bool host_statx(int fd, struct statx& about)
 {
-    struct statx found = {};
-    if (::statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &found) != 0)
-        return false;
-    struct stat numbers = {};
-    numbers.st_dev = makedev(found.stx_dev_major, found.stx_dev_minor);
-    numbers.st_ino = found.stx_ino;
-    object.facts = {unique_inode_number(numbers), found.stx_mode, static_cast<long long>(found.stx_size)};
-    // A number is used again when its file is gone; a file system that does not keep the time of
-    // birth leaves that to be noticed by inode_gone.
-    const bool has_birth = (found.stx_mask & STATX_BTIME) != 0;
-    object.key = {object.facts.number, has_birth ? found.stx_btime.tv_sec : 0,
-                  has_birth ? found.stx_btime.tv_nsec : 0};
-    return true;
+    return ::statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &about) == 0;
 }
 
-kernel::inode* cached_inode(const host_object& object)
+kernel::inode* cached_inode(const struct statx& about)
 {
+    const kernel::inode_key key = key_of(about);
     inode_cache& cache = the_cache();
     const std::lock_guard guard(cache.lock);
-    kernel::inode*& place = cache.inodes[object.key];
+    kernel::inode*& place = cache.inodes[key];
     if (place != nullptr) {
         place->references.fetch_add(1);
     } else {
         place = new kernel::inode;
-        place->number = object.facts.number;
-        place->key = object.key;
+        place->number = key.number;
+        place->key = key;
         place->cached = place->in_cache = true;
     }
-    place->mode = object.facts.mode;
-    place->size = object.facts.size;
+    place->mode = about.stx_mode;
+    place->size = static_cast<kernel::s64>(about.stx_size);
     return place;
 }
 
@@ -91,14 +92,14 @@ bool drop_cached_inode(kernel::inode* dropped)
 
 void inode_gone(int fd)
 {
-    host_object object;
-    if (!look_at(fd, object))
+    struct statx about;
+    if (!host_statx(fd, about))
         return;
     kernel::inode* freed = nullptr;
     {
         inode_cache& cache = the_cache();
         const std::lock_guard guard(cache.lock);
-        const auto found = cache.inodes.find(object.key);
+        const auto found = cache.inodes.find(key_of(about));
         if (found == cache.inodes.end())
             return;
         kernel::inode* of = found->second;

@@ -9,17 +9,9 @@
 
 namespace platform {
 
-/// What the host tells of an object.
-struct host_object {
-    inode_facts facts;
-    kernel::inode_key key;
-};
-
-/// False when `fd` is no descriptor.
-bool look_at(int fd, host_object& object);
-
-/// The object's inode with one reference; mode and size are brought up to date.
-kernel::inode* cached_inode(const host_object& object);
+/// The inode of the object of which the host tells this, with one reference; mode and size are
+/// brought up to date.
+kernel::inode* cached_inode(const struct statx& about);
 
 /// Gives back a reference on an inode from the cache. Returns true when it was the last and the
 /// inode is now the caller's to free: nothing was attached to it, or the object is gone.

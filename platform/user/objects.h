@@ -1,6 +1,8 @@
 #ifndef SORVANIC_PLATFORM_USER_OBJECTS_H
 #define SORVANIC_PLATFORM_USER_OBJECTS_H
 
+#include <sys/stat.h>
+
 #include <memory>
 #include <string>
 
@@ -44,6 +46,15 @@ file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted = 
 /// the end. d_find_alias prefers entries that the calling thread has made.
 dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted = false);
 file_handle make_pinned_file(kernel::dentry* entry);
+
+/// An object's descriptor, with all that host_statx asks of it: for a driver that has a use for them
+/// itself, and one system call for what would be three.
+struct host_object {
+    std::shared_ptr<const unique_fd> pin;
+    struct statx about = {};
+};
+bool host_statx(int fd, struct statx& about); ///< false when `fd` is no descriptor
+dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted = false);
 
 /// An entry at `path` in the directory `parent`, over the object `pinned` or, when that is empty, for
 /// a name that nothing has yet. Null when `pinned` is no descriptor.

@@ -326,13 +326,13 @@ event::~event()
     thread.pinned = state_->outer_names;
 }
 
-void remember_pinned(std::string_view path, const std::shared_ptr<unique_fd>& object)
+void remember_pinned(std::string_view path, const std::shared_ptr<const unique_fd>& object)
 {
     if (pinned_names* names = this_thread().pinned)
         names->remember(path, object);
 }
 
-std::shared_ptr<unique_fd> find_pinned(std::string_view path)
+std::shared_ptr<const unique_fd> find_pinned(std::string_view path)
 {
     const pinned_names* names = this_thread().pinned;
     return names != nullptr ? names->find(path) : nullptr;
