@@ -1,17 +1,21 @@
 #include "agent/channel_client.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <future>
 #include <optional>
 #include <random>
-#include <sstream>
+#include <utility>
 
 #include "agent/background_agent.h"
 #include "agent/failure.h"
@@ -21,6 +25,7 @@
 #include "platform/user/netlink.h"
 #include "platform/user/tasks.h"
 #include "tests/channel/messages.h"
+#include "tests/cli/commands.h"
 #include "tests/support/machine.h"
 
 namespace {
@@ -39,6 +44,19 @@ public:
         const sockaddr_nl to = address(port, group);
         return ::sendto(socket_.get(), message.data(), message.size(), MSG_DONTWAIT,
                         reinterpret_cast<const sockaddr*>(&to), sizeof to) >= 0;
+    }
+
+    /// The next message's sender and type; none when nothing comes for long.
+    std::pair<pid_t, int> receive() const
+    {
+        pollfd arrives = {socket_.get(), POLLIN, 0};
+        char message[64];
+        sockaddr_nl from = {};
+        socklen_t size = sizeof from;
+        if (::poll(&arrives, 1, 20'000) != 1 || ::recvfrom(socket_.get(), message, sizeof message, 0,
+                                                           reinterpret_cast<sockaddr*>(&from), &size) < 16)
+            return {};
+        return {from.nl_pid, message[4]};
     }
 
 private:
@@ -146,6 +164,47 @@ TEST_F(agent_channel, an_agent_in_the_modules_process_misses_a_record)
     EXPECT_TRUE(last.ends_with("Z syst clock set to 1970-01-02T00:00:00Z, from 1970-01-01T00:00:00Z"))
         << last;
     m.log();
+}
+
+TEST_F(agent_channel, an_agent_that_leaves_loses_what_is_under_way_or_keeps_its_place)
+{
+    constexpr int under_way = 300;
+    const stranger session(port); // as far as the agent's program can tell
+    const temporary_directory state;
+    const std::string port_file = state.write("status/port", std::to_string(port) + "\n");
+    const platform::unique_fd held(::open(port_file.c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(flock(held.get(), LOCK_EX | LOCK_NB), 0);
+    const auto show = [&](pid_t connected, pid_t sender, int handled) {
+        const std::string json =
+            R"({"pid":)" + std::to_string(own) + R"(,"agent":{"pid":)" + std::to_string(connected) +
+            R"(},"handled_by":{")" + std::to_string(sender) + R"(":)" + std::to_string(handled) +
+            R"(},"switches":{"install":1},"channel":{"dropped":0},"records":{"dropped":0}})";
+        std::filesystem::rename(state.write("status/next", json), state / "status/session.json");
+    };
+    for (const bool taken : {false, true}) {
+        SCOPED_TRACE(taken);
+        show(0, 0, 0);
+        auto program = std::async(std::launch::async, [&] {
+            return cli_test::sorvanic({"agent", "--state", state.path(), "--output", state / "records"});
+        });
+        const auto [process, request] = session.receive();
+        ASSERT_EQ(request, 16) << program.get().err;
+        if (taken)
+            kill(process, SIGTERM);
+        show(taken ? process : own, process, 1);
+        EXPECT_EQ(session.receive(), std::pair(process, 17));
+        for (int i = 0; taken && i < under_way; ++i)
+            session.send(messages::of_type(19 | 8 << 16, messages::number(1) + messages::number(2)),
+                         static_cast<std::uint32_t>(process));
+        show(0, process, 2);
+        const cli_test::outcome got = program.get();
+        EXPECT_EQ(got.status, taken ? 0 : 1) << got.err;
+        if (!taken)
+            cli_test::expect_in(got.err,
+                                {"another agent is connected: process " + std::to_string(own) + "\n"});
+        const std::string written = state.read("records");
+        EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), taken ? under_way : 0);
+    }
 }
 
 } // namespace

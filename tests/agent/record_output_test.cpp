@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "agent/failure.h"
+#include "tests/temporary_directory.h"
 
 namespace {
 
@@ -18,59 +16,47 @@ using form = agent::record_output::form;
 
 class record_output : public testing::Test {
 protected:
-    record_output()
-    {
-        std::string name = (fs::temp_directory_path() / "sorvanic-output.XXXXXX").string();
-        directory = mkdtemp(name.data());
-    }
-    ~record_output() override { fs::remove_all(directory); }
-
     agent::record_output open(form as)
     {
-        return {as, (directory / "records").string(),
-                [this](const std::string& text) { told += text + "\n"; }};
+        return {as, name, [this](const std::string& text) { told += text + "\n"; }};
     }
-    void put(agent::record_output& to, std::uint32_t seconds)
+    static void put(agent::record_output& to, std::uint32_t seconds)
     {
         to.write(agent::syst_event{seconds, 0},
                  std::chrono::system_clock::time_point(std::chrono::milliseconds(1007)));
     }
-    std::string content() const
-    {
-        std::ostringstream text;
-        text << std::ifstream(directory / "records").rdbuf();
-        return text.str();
-    }
+    std::string content() const { return directory.read("records"); }
 
-    fs::path directory;
+    const temporary_directory directory;
+    const std::string name = directory / "records";
     std::string told;
 };
 
-const std::string first =
-    "1970-01-01T00:00:01.007Z syst clock set to 1970-01-01T00:00:01Z, from 1970-01-01T00:00:00Z\n";
-const std::string second =
-    "1970-01-01T00:00:01.007Z syst clock set to 1970-01-01T00:00:02Z, from 1970-01-01T00:00:00Z\n";
+std::string line(int second)
+{
+    return "1970-01-01T00:00:01.007Z syst clock set to 1970-01-01T00:00:0" + std::to_string(second) +
+           "Z, from 1970-01-01T00:00:00Z\n";
+}
 
 TEST_F(record_output, a_line_that_cannot_be_written_is_lost_without_a_word)
 {
-    fs::create_symlink("/dev/full", directory / "records");
+    fs::create_symlink("/dev/full", name);
     agent::record_output out = open(form::text);
     put(out, 1);
     put(out, 1);
-    const std::string name = (directory / "records").string();
     EXPECT_EQ(told, name + ": No space left on device; records are being lost\n");
     EXPECT_EQ(out.lost(), 2u);
-    fs::remove(directory / "records");
+    fs::remove(name);
     out.reopen();
     told.clear();
     put(out, 1);
     put(out, 2);
     EXPECT_EQ(told, name + " can be written again; 2 records are missing in it\n");
-    EXPECT_EQ(content(), first + second);
+    EXPECT_EQ(content(), line(1) + line(2));
 
     // Where the new file cannot be had, the old one goes on.
-    fs::remove(directory / "records");
-    fs::create_directory(directory / "records");
+    fs::remove(name);
+    fs::create_directory(name);
     told.clear();
     out.reopen();
     EXPECT_NE(told.find("going on in the former file"), std::string::npos) << told;
@@ -83,13 +69,13 @@ TEST_F(record_output, a_torn_line_spoils_the_next_one)
     getrlimit(RLIMIT_FSIZE, &found);
     signal(SIGXFSZ, SIG_IGN);
     agent::record_output out = open(form::text);
-    const rlimit tight = {first.size() + 20, found.rlim_max};
+    const rlimit tight = {line(1).size() + 20, found.rlim_max};
     setrlimit(RLIMIT_FSIZE, &tight);
     put(out, 1);
     put(out, 2);
     setrlimit(RLIMIT_FSIZE, &found);
     put(out, 2);
-    EXPECT_EQ(content(), first + second.substr(0, 20) + "\n" + second);
+    EXPECT_EQ(content(), line(1) + line(2).substr(0, 20) + "\n" + line(2));
     EXPECT_EQ(out.lost(), 1u);
     EXPECT_NE(told.find("1 record is missing"), std::string::npos) << told;
 }

@@ -5,32 +5,17 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <thread>
 
 #include "agent/failure.h"
 #include "platform/user/unique_fd.h"
+#include "tests/temporary_directory.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
 class session_directories : public testing::Test {
 protected:
-    session_directories()
-    {
-        std::string name = (fs::temp_directory_path() / "sorvanic-sessions.XXXXXX").string();
-        base = mkdtemp(name.data());
-    }
-    ~session_directories() override { fs::remove_all(base); }
-
-    void write(const std::string& file, const std::string& text) const
-    {
-        fs::create_directories((base / file).parent_path());
-        std::ofstream(base / file) << text;
-    }
     static std::string document(int process)
     {
         return R"({"pid":)" + std::to_string(process) +
@@ -40,9 +25,9 @@ protected:
     /// A session's files; it lives as long as the result.
     platform::unique_fd live(const std::string& name, const std::string& port = "77\n", int process = 5) const
     {
-        write(name + "/status/session.json", document(process));
-        write(name + "/status/port", port);
-        platform::unique_fd file(::open((base / name / "status/port").c_str(), O_RDWR | O_CLOEXEC));
+        base.write(name + "/status/session.json", document(process));
+        const std::string shown = base.write(name + "/status/port", port);
+        platform::unique_fd file(::open(shown.c_str(), O_RDWR | O_CLOEXEC));
         EXPECT_EQ(flock(file.get(), LOCK_EX | LOCK_NB), 0);
         return file;
     }
@@ -50,15 +35,15 @@ protected:
     std::string found(const std::string& state = "") const
     {
         try {
-            const agent::session_files session = agent::find_session(state, base.string());
-            return fs::path(session.state()).filename().string() + " at " +
+            const agent::session_files session = agent::find_session(state, base.path());
+            return std::filesystem::path(session.state()).filename().string() + " at " +
                    std::to_string(session.channel().port);
         } catch (const agent::failure& failure) {
             return failure.what();
         }
     }
 
-    fs::path base;
+    const temporary_directory base;
 };
 
 TEST_F(session_directories, the_wrong_session_is_found)
@@ -67,36 +52,37 @@ TEST_F(session_directories, the_wrong_session_is_found)
         const std::string got = found(state);
         EXPECT_NE(got.find(text), std::string::npos) << got;
     };
-    says("no session runs below " + base.string());
+    says("no session runs below " + base.path());
     says("no session has its state in /nowhere", "/nowhere");
     {
         const platform::unique_fd ended = live("a");
     }
     says("no session runs below");
-    says("has ended", (base / "a").string());
+    says("has ended", base / "a");
     const platform::unique_fd second = live("b", "78\n");
     EXPECT_EQ(found(), "b at 78");
     const platform::unique_fd third = live("c", "79\n");
-    says("several sessions run; name one of them:\n  --state " + (base / "b").string() +
-         "  # make \\x1B[2J\n  --state " + (base / "c").string() + "  # make");
-    EXPECT_EQ(found((base / "c").string()), "c at 79");
+    says("several sessions run; name one of them:\n  --state " + base / "b" +
+         "  # make \\x1B[2J\n  --state " + base / "c" + "  # make");
+    EXPECT_EQ(found(base / "c"), "c at 79");
 }
 
 TEST_F(session_directories, a_session_that_starts_or_ends_is_taken_for_another)
 {
-    platform::unique_fd starting = live("a", "");
+    platform::unique_fd starting = live("a", "8"); // not written to its end
     std::thread publisher([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         EXPECT_EQ(::write(starting.get(), "80\n", 3), 3);
     });
     std::optional<agent::session_files> session;
-    EXPECT_NO_THROW(session.emplace(agent::find_session("", base.string())));
+    EXPECT_NO_THROW(session.emplace(agent::find_session("", base.path())));
     publisher.join();
     ASSERT_TRUE(session);
+    EXPECT_EQ(session->channel().port, 80u);
     EXPECT_TRUE(session->alive());
     EXPECT_EQ(session->status().handled_of(7), 3u);
     EXPECT_EQ(session->status().handled_of(8), 0u);
-    write("a/status/session.json", R"({"pid":"five"})");
+    base.write("a/status/session.json", R"({"pid":"five"})");
     EXPECT_THROW(session->status(), agent::failure);
     starting.reset();
     EXPECT_FALSE(session->alive());
