@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -29,23 +31,36 @@ pid_t pid_in(const fs::path& file)
 
 TEST_F(lifecycle, a_process_outlives_its_supervisor)
 {
-    const fs::path shell = of_machine("sh");
-    of_machine("sleep");
-    of_machine("setsid");
-    const fs::path files[] = {directory() / "first", directory() / "second"};
-    const auto sleeper = [](const fs::path& file) {
-        return "sh -c 'echo $$ > " + file.string() + "; exec sleep 100'";
-    };
-    child_process supervisor(session({shell, "-c", sleeper(files[0]) + " & setsid " + sleeper(files[1])}),
-                             directory());
-    for (const fs::path& file : files)
-        ASSERT_TRUE(eventually([&] { return pid_in(file) != 0; }));
-    supervisor.send(SIGKILL);
-    EXPECT_EQ(supervisor.wait().status, 128 + SIGKILL);
-    for (const fs::path& file : files) {
-        EXPECT_TRUE(eventually([&] { return !alive(pid_in(file)); }));
-        kill(pid_in(file), SIGKILL);
+    victim("live_on");
+    listed("again", "#!" + of_machine("sh").string() + "\nexec ./again\n");
+    unlisted("unknown", "#!" + of_machine("sh").string() + "\necho > ran\n");
+    const std::string script = "mkfifo fifo; sleep 100 & setsid sleep 100 & (: < fifo) & "
+                               "(trap '' HUP INT TERM; while :; do :; done) & "
+                               "(while :; do ./unknown; done) 2> /dev/null & "
+                               "sleep 100 & kill -STOP $!; ./again & ./live_on 4; echo > all; wait";
+    for (int i = 0; i < 3; ++i) {
+        for (const uid_t user : users()) {
+            // Every process of the tree holds the pipe open.
+            int ends[2];
+            ASSERT_EQ(pipe(ends), 0);
+            const int end = fcntl(ends[0], F_DUPFD_CLOEXEC, 0);
+            close(ends[0]);
+            for (const char* left : {"state", "fifo", "all"})
+                fs::remove_all(directory() / left);
+            child_process supervisor(session(shell(script, {"mkfifo", "setsid"})), directory(), user);
+            close(ends[1]);
+            EXPECT_TRUE(eventually([&] { return fs::exists(directory() / "all"); }));
+            usleep(static_cast<unsigned>(i) * 3700);
+            pollfd closed = {end, 0, 0};
+            EXPECT_EQ(poll(&closed, 1, 0), 0);
+            supervisor.send(SIGKILL);
+            EXPECT_EQ(supervisor.wait().status, 128 + SIGKILL);
+            EXPECT_EQ(poll(&closed, 1, 10'000), 1) << "something holds on";
+            kill(-supervisor.pid(), SIGKILL);
+            close(end);
+        }
     }
+    EXPECT_FALSE(fs::exists(directory() / "ran"));
 }
 
 TEST_F(lifecycle, a_session_ends_before_its_last_process)
