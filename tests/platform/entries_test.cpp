@@ -40,39 +40,35 @@ TEST_F(entries, PathsGoThroughTheMount)
         EXPECT_EQ(path_text({c.mount.get(), c.entry.get()}), c.path);
 }
 
-TEST_F(entries, MountsAreVisitedInTheOrderTheyWereMade)
+TEST_F(entries, MountsAreVisitedInTheOrderTheyWereMadeUntilOneIsFound)
 {
     const platform::dentry_handle other = platform::make_root(directory);
     std::vector<platform::mount_handle> made;
-    for (const char* at : {"/b", "/a", "/c"})
+    for (const char* at : {"/a", "/b", "/c"})
         made.push_back(platform::add_mount(at[1] == 'a' ? other.get() : root_entry_.get(), at));
-
-    std::vector<kernel::vfsmount*> seen;
-    EXPECT_FALSE(kernel::iterate_mounts(
-        [](kernel::vfsmount* mount, void* list) {
-            static_cast<std::vector<kernel::vfsmount*>*>(list)->push_back(mount);
-            return false;
-        },
-        &seen));
-    ASSERT_EQ(seen.size(), 4U); // the first is the host's own
-    EXPECT_EQ(std::vector(seen.begin() + 1, seen.end()),
+    struct search {
+        kernel::dentry* root; ///< whose first mount is looked for
+        std::vector<kernel::vfsmount*> seen;
+    };
+    const auto visit = [](kernel::vfsmount* mount, void* argument) {
+        auto* looked_for = static_cast<search*>(argument);
+        looked_for->seen.push_back(mount);
+        return kernel::mount_root(mount) == looked_for->root;
+    };
+    search nowhere = {nullptr, {}};
+    EXPECT_FALSE(kernel::iterate_mounts(visit, &nowhere));
+    ASSERT_EQ(nowhere.seen.size(), 4U); // the first is the host's own
+    EXPECT_EQ(std::vector(nowhere.seen.begin() + 1, nowhere.seen.end()),
               (std::vector{made[0].get(), made[1].get(), made[2].get()}));
 
-    // The walk ends where it is told to, and what it kept outlives the list.
-    std::pair<kernel::dentry*, kernel::vfsmount*> search = {root_entry_.get(), nullptr};
-    EXPECT_TRUE(kernel::iterate_mounts(
-        [](kernel::vfsmount* mount, void* argument) {
-            auto* wanted = static_cast<std::pair<kernel::dentry*, kernel::vfsmount*>*>(argument);
-            if (kernel::mount_root(mount) != wanted->first)
-                return false;
-            wanted->second = kernel::mntget(mount);
-            return true;
-        },
-        &search));
+    // What is kept outlives the list.
+    search found = {root_entry_.get(), {}};
+    EXPECT_TRUE(kernel::iterate_mounts(visit, &found));
+    kernel::vfsmount* kept = kernel::mntget(found.seen.back());
     made.clear();
     platform::clear_mounts();
-    EXPECT_EQ(path_text({search.second, program_.get()}), "/b/usr/bin/program");
-    kernel::mntput(search.second);
+    EXPECT_EQ(path_text({kept, program_.get()}), "/b/usr/bin/program");
+    kernel::mntput(kept);
 }
 
 TEST_F(entries, AnInodeIsFoundThroughALivingEntryOnly)

@@ -1,12 +1,10 @@
 #ifndef SORVANIC_TESTS_PLATFORM_FIXTURE_H
 #define SORVANIC_TESTS_PLATFORM_FIXTURE_H
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -15,23 +13,14 @@
 #include "platform/user/faults.h"
 #include "platform/user/files.h"
 #include "platform/user/tasks.h"
+#include "platform/user/unique_fd.h"
+#include "tests/temporary_directory.h"
 
 /// A private directory, and the certainty that a test leaves nothing behind.
 class platform_fixture : public testing::Test {
 protected:
-    platform_fixture()
-    {
-        std::string pattern = testing::TempDir() + "platform-XXXXXX";
-        if (::mkdtemp(pattern.data()) == nullptr)
-            ADD_FAILURE() << "no temporary directory";
-        root_ = pattern;
-    }
-
     ~platform_fixture() override
     {
-        for (const platform::fault kind :
-             {platform::fault::allocation, platform::fault::open, platform::fault::read})
-            platform::fail_call(kind, 0);
         platform::reset_tasks();
         platform::clear_mounts();
         platform::unmount_all();
@@ -41,25 +30,15 @@ protected:
         EXPECT_EQ(left.files, 0U);
         EXPECT_EQ(left.references, 0U);
         EXPECT_EQ(left.locks, 0U);
-        std::filesystem::remove_all(root_);
     }
 
-    std::filesystem::path write(std::string_view name, std::string_view content) const
+    /// A file of the directory, pinned.
+    platform::unique_fd pin(std::string_view name) const
     {
-        const std::filesystem::path file = root_ / name;
-        std::filesystem::create_directories(file.parent_path());
-        std::ofstream(file, std::ios::binary) << content;
-        return file;
+        return platform::unique_fd(::open((root_ / name).c_str(), O_PATH | O_CLOEXEC));
     }
 
-    static std::string content(const std::filesystem::path& file)
-    {
-        std::ostringstream text;
-        text << std::ifstream(file, std::ios::binary).rdbuf();
-        return text.str();
-    }
-
-    std::filesystem::path root_;
+    const temporary_directory root_;
 };
 
 /// At most `size` bytes at `position`, as the module reads them; "error -N" when that fails.
@@ -97,10 +76,10 @@ inline kernel::s64 write_at(kernel::file* file, std::string_view text, kernel::s
     return kernel::file_write(file, text.data(), text.size(), &position);
 }
 
-inline std::string path_text(const kernel::path& of, int size = 4096)
+inline std::string path_text(const kernel::path& of)
 {
-    std::string buffer(static_cast<std::size_t>(size) + 1, '#');
-    const char* text = kernel::d_path(&of, buffer.data(), size);
+    char buffer[4096];
+    const char* text = kernel::d_path(&of, buffer, sizeof buffer);
     if (kernel::is_error(text))
         return "error " + std::to_string(reinterpret_cast<std::intptr_t>(text));
     return text;

@@ -1,3 +1,7 @@
+#include <functional>
+#include <utility>
+
+#include "platform/kernel/mutex.h"
 #include "platform/kernel/slab.h"
 #include "platform/kernel/text.h"
 #include "platform/kernel/time.h"
@@ -16,39 +20,23 @@ TEST_F(memory, SleepingInAtomicContextIsFatal)
     kernel::mutex mutex = {};
 
     const auto allocate = [] { kernel::kfree(kernel::kmalloc(8, kernel::GFP_KERNEL)); };
-    EXPECT_DEATH(([&] {
-                     const kernel::read_guard held(rwlock);
-                     allocate();
-                 }()),
-                 "kmalloc.*holds 1 spin lock");
-    EXPECT_DEATH(([&] {
-                     const kernel::write_guard held(rwlock);
-                     kernel::msleep(1);
-                 }()),
-                 "msleep.*1 spin lock");
-    EXPECT_DEATH(([&] {
-                     const kernel::spin_guard held(spinlock);
-                     kernel::filp_open("/x", 0, 0);
-                 }()),
-                 "filp_open.*1 spin lock");
-    EXPECT_DEATH(([&] {
-                     const kernel::spin_guard held(spinlock);
-                     const kernel::mutex_guard inner(mutex);
-                 }()),
-                 "mutex_lock.*1 spin lock");
-    EXPECT_DEATH(([&] {
-                     const kernel::rcu_guard inside;
-                     allocate();
-                 }()),
-                 "inside rcu_read_lock");
-    EXPECT_DEATH((kernel::preempt_disable(), allocate()), "preemption off");
-    EXPECT_DEATH(kernel::iterate_mounts(
-                     [](kernel::vfsmount*, void*) {
-                         kernel::msleep(1);
-                         return true;
-                     },
-                     nullptr),
-                 "visiting the mounts");
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"kmalloc.*holds 1 spin lock", [&] { return kernel::read_guard(rwlock), allocate(); }},
+        {"msleep.*1 spin lock", [&] { return kernel::write_guard(rwlock), kernel::msleep(1); }},
+        {"filp_open.*1 spin lock",
+         [&] { return kernel::spin_guard(spinlock), void(kernel::filp_open("/x", 0, 0)); }},
+        {"mutex_lock.*1 spin lock",
+         [&] { return kernel::spin_guard(spinlock), void(kernel::mutex_guard(mutex)); }},
+        {"inside rcu_read_lock", [&] { return kernel::rcu_guard(), allocate(); }},
+        {"preemption off", [&] { return kernel::preempt_disable(), allocate(); }},
+        {"visiting the mounts",
+         [] {
+             kernel::iterate_mounts([](kernel::vfsmount*, void*) { return kernel::msleep(1), true; },
+                                    nullptr);
+         }},
+    };
+    for (const auto& [told, work] : cases)
+        EXPECT_DEATH(work(), told);
 
     const kernel::spin_guard held(spinlock);
     kernel::kfree(kernel::kmalloc(8, kernel::GFP_ATOMIC));

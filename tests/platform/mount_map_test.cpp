@@ -9,18 +9,15 @@ using mount_map = platform_fixture;
 
 TEST_F(mount_map, TheLongestLeadingPartServes)
 {
-    write("etc/a", "real a");
-    write("etc/kernel/x", "hidden by the memory directory");
-    write("other/one", "a single file");
-    platform::mount_directory("/etc/sorvanic/", (root_ / "etc").string());
+    root_.write("etc/a", "real a");
+    root_.write("etc/kernel/x", "hidden by the memory directory");
+    root_.write("other/one", "a single file");
+    platform::mount_directory("/etc/sorvanic/", root_ / "etc");
     platform::mount_memory("/etc/sorvanic/kernel");
-    platform::mount_directory("/bin/one", (root_ / "other/one").string());
+    platform::mount_directory("/bin/one", root_ / "other/one");
     platform::serve_text("/etc/sorvanic/served", "served text");
 
-    struct {
-        const char* path;
-        const char* text;
-    } const cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"/etc/sorvanic/a", "real a"},           {"/bin/one", "a single file"},
         {"/etc/sorvanic/served", "served text"}, {"/etc/sorvanic/kernel/x", "error -2"},
         {"/etc/sorvanicky/a", "error -2"}, // a leading part ends at a "/"
@@ -28,16 +25,16 @@ TEST_F(mount_map, TheLongestLeadingPartServes)
         {"/usr/bin/true", "error -2"}, // nothing is reached outside the map
         {"etc/sorvanic/a", "error -2"},          {"", "error -2"},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(read_path(c.path), c.text) << c.path;
+    for (const auto& [path, text] : cases)
+        EXPECT_EQ(read_path(path), text) << path;
     EXPECT_EQ(read_path(("/" + std::string(5000, 'x')).c_str()), "error -36");
 }
 
 TEST_F(mount_map, NoPathClimbsOutOfADirectory)
 {
-    write("secret", "secret");
-    write("in/..hidden", "a name that begins with two dots");
-    platform::mount_directory("/in", (root_ / "in").string());
+    root_.write("secret", "secret");
+    root_.write("in/..hidden", "a name that begins with two dots");
+    platform::mount_directory("/in", root_ / "in");
     for (const char* path :
          {"/in/../secret", "/in/..", "/in/x/../../secret", "/../in/..hidden", "/in/./../secret"})
         EXPECT_EQ(read_path(path), "error -2") << path;
@@ -48,22 +45,22 @@ TEST_F(mount_map, MemoryFilesLiveAsLongAsTheMap)
 {
     platform::mount_memory("/decoded");
     // Permission bits do not keep the engine out: it creates its files with mode 0.
-    kernel::file* created =
-        kernel::filp_open("/decoded/dac_enc", kernel::open_write_only | kernel::open_create, 0);
-    ASSERT_FALSE(kernel::is_error(created));
     kernel::s64 position = 0;
-    EXPECT_EQ(write_at(created, "one two", position), 7);
-    kernel::filp_close(created, nullptr);
+    {
+        const kernel::open_file created("/decoded/dac_enc", kernel::open_write_only | kernel::open_create, 0);
+        ASSERT_TRUE(created.is_open());
+        EXPECT_EQ(write_at(created.get(), "one two", position), 7);
+    }
     EXPECT_EQ(read_path("/decoded/dac_enc"), "one two");
     EXPECT_EQ(platform::memory_file("/decoded/dac_enc"), "one two");
 
-    kernel::file* emptied =
-        kernel::filp_open("/decoded/dac_enc", kernel::open_read_write | kernel::open_truncate, 0);
-    EXPECT_EQ(kernel::inode_size(kernel::file_inode(emptied)), 0);
-    position = 3;
-    EXPECT_EQ(write_at(emptied, "x", position), 1);
-    EXPECT_EQ(kernel::inode_size(kernel::file_inode(emptied)), 4);
-    kernel::filp_close(emptied, nullptr);
+    {
+        const kernel::open_file emptied("/decoded/dac_enc", kernel::open_read_write | kernel::open_truncate,
+                                        0);
+        EXPECT_EQ(kernel::inode_size(kernel::file_inode(emptied.get())), 0);
+        position = 3;
+        EXPECT_EQ(write_at(emptied.get(), "x", position), 1);
+    }
     EXPECT_EQ(platform::memory_file("/decoded/dac_enc"), std::string("\0\0\0x", 4));
 
     EXPECT_EQ(read_path("/decoded/never_created"), "error -2");
@@ -77,8 +74,8 @@ TEST_F(mount_map, MemoryFilesLiveAsLongAsTheMap)
 // The engine knows its directories by the inode numbers of the entries above their files.
 TEST_F(mount_map, EntriesAboveAFileAreTheRealDirectories)
 {
-    write("etc/whitelist", "");
-    platform::mount_directory("/etc/sorvanic", (root_ / "etc").string());
+    root_.write("etc/whitelist", "");
+    platform::mount_directory("/etc/sorvanic", root_ / "etc");
     platform::mount_memory("/etc/sorvanic/kernel");
     kernel::file* real = kernel::filp_open("/etc/sorvanic/whitelist", kernel::open_read_only, 0);
     kernel::file* memory = kernel::filp_open("/etc/sorvanic/kernel/x", kernel::open_create, 0);
@@ -94,7 +91,7 @@ TEST_F(mount_map, EntriesAboveAFileAreTheRealDirectories)
     EXPECT_EQ(path_text(real), "/etc/sorvanic/whitelist");
 
     // It is the directory itself, whatever way leads to it.
-    platform::mount_directory("/again", root_.string());
+    platform::mount_directory("/again", root_.path());
     kernel::file* again = kernel::filp_open("/again/etc", kernel::open_read_only, 0);
     EXPECT_EQ(kernel::inode_number(kernel::file_inode(again)), number(directory));
 

@@ -1,11 +1,8 @@
 #include "platform/user/tasks.h"
 
-#include <fcntl.h>
 #include <sched.h>
 
 #include <algorithm>
-#include <array>
-#include <map>
 #include <string>
 
 #include "platform/kernel/mm.h"
@@ -30,9 +27,8 @@ protected:
 
     void SetUp() override
     {
-        write("program", "");
-        platform::unique_fd fd(::open((root_ / "program").c_str(), O_PATH | O_CLOEXEC));
-        file_ = platform::make_pinned_file(std::move(fd), "/bin/a-program");
+        root_.write("program", "");
+        file_ = platform::make_pinned_file(pin("program"), "/bin/a-program");
         platform::add_task(10, 1, "a-program-with-a-long-name", file_.get());
     }
     platform::file_handle file_;
@@ -46,13 +42,11 @@ TEST_F(tasks, ClonesBelongWhereTheirFlagsPutThem)
         unsigned long flags;
         int parent;
         bool shares_mm;
-    } const cases[] = {
-        {0, 20, false},
-        {CLONE_VM, 20, true},
-        {CLONE_PARENT, 10, false},
-        {thread, 10, true},
-        {CLONE_VM | CLONE_VFORK, 20, true},
-    };
+    } const cases[] = {{0, 20, false},
+                       {CLONE_VM, 20, true},
+                       {CLONE_PARENT, 10, false},
+                       {thread, 10, true},
+                       {CLONE_VM | CLONE_VFORK, 20, true}};
     int child = 30;
     const platform::task_handle parent = platform::find_task(20);
     const kernel::mm_ref parent_mm(kernel::get_task_mm(parent.get()));
