@@ -11,22 +11,15 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <optional>
 #include <random>
 #include <utility>
 
-#include "agent/background_agent.h"
 #include "agent/failure.h"
-#include "channel/audit_messages.h"
-#include "channel/socket.h"
-#include "platform/user/machine.h"
-#include "platform/user/netlink.h"
-#include "platform/user/tasks.h"
+#include "platform/user/unique_fd.h"
 #include "tests/channel/messages.h"
 #include "tests/cli/commands.h"
-#include "tests/support/machine.h"
 
 namespace {
 
@@ -80,14 +73,6 @@ protected:
         if (!stranger(port + 1).bound())
             GTEST_SKIP() << "no NETLINK_USERSOCK here";
     }
-    void TearDown() override
-    {
-        if (m.loaded())
-            m.unload();
-        platform::use_netlink_bus();
-    }
-
-    support::machine m;
     const std::uint32_t port = 0x40000000 | (std::random_device()() & 0x0ffffff0);
     const pid_t own = ::getpid();
 };
@@ -129,41 +114,6 @@ TEST_F(agent_channel, an_overrun_is_not_noticed)
         EXPECT_EQ(messages::number_at(*message, 16), next++) << "what found room is not lost";
     EXPECT_GT(next, 0u);
     EXPECT_EQ(client.overruns(), 1u);
-}
-
-TEST_F(agent_channel, an_agent_in_the_modules_process_misses_a_record)
-{
-    m.encoded("statlabel", "3");
-    m.encoded("auditlabel", "5:2");
-    platform::set_netlink_port(port);
-    ASSERT_EQ(m.load(), 0);
-    const std::string file = m.real("/records").string();
-    std::string told;
-    {
-        agent::background_agent agent(port,
-                                      agent::record_output(agent::record_output::form::text, file,
-                                                           [&](const std::string& text) { told += text; }),
-                                      [&](const std::string& text) { told += text; });
-        platform::netlink_settle(own);
-        EXPECT_EQ(sorvanic_kernel_socket_process_pid, static_cast<unsigned>(own));
-        const platform::task_handle init = platform::find_task(1);
-        const platform::event reporting(init.get());
-        for (kernel::u32 key = 1; key <= 200; ++key)
-            sorvanic_common_send_untp_message(&key, "/opt/x", "sh");
-        sorvanic_common_send_syst_message(86400, 0);
-    }
-    platform::netlink_pump();
-    EXPECT_EQ(sorvanic_kernel_socket_process_pid, 0u);
-    EXPECT_EQ(told, "");
-    std::ifstream stream(file);
-    int lines = 0;
-    std::string last;
-    for (std::string line; std::getline(stream, line); ++lines)
-        last = line;
-    EXPECT_EQ(lines, 201);
-    EXPECT_TRUE(last.ends_with("Z syst clock set to 1970-01-02T00:00:00Z, from 1970-01-01T00:00:00Z"))
-        << last;
-    m.log();
 }
 
 TEST_F(agent_channel, an_agent_that_leaves_loses_what_is_under_way_or_keeps_its_place)
