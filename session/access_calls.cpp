@@ -64,7 +64,10 @@ answer go_on_when_permitted(notification& call, unique_fd file, bool directories
 
 answer enter(notification& call, unique_fd file)
 {
-    return go_on_when_permitted(call, std::move(file), true, X_OK, kernel::may_exec | may_access);
+    answer given = go_on_when_permitted(call, std::move(file), true, X_OK, kernel::may_exec | may_access);
+    if (given.what == answer::kind::go_on)
+        call.parts().tasks.changes_directory(call.who().task());
+    return given;
 }
 
 unique_fd named(notification& call, int name, int flags)

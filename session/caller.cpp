@@ -60,9 +60,12 @@ unique_fd caller::root() const
     return open_proc(task_, "root", O_PATH);
 }
 
-unique_fd caller::working_directory() const
+std::shared_ptr<const unique_fd> caller::working_directory() const
 {
-    return open_proc(task_, "cwd", O_PATH);
+    const auto open = [&] { return open_proc(task_, "cwd", O_PATH); };
+    if (has_own_root()) // where mounts may change, it can be moved by others
+        return std::make_shared<const unique_fd>(open());
+    return known_.places->directory.get(open);
 }
 
 unique_fd caller::descriptor(int number) const

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 
 #include "platform/user/unique_fd.h"
@@ -45,7 +46,7 @@ public:
     caller as_real_user() const;
 
     unique_fd root() const;
-    unique_fd working_directory() const;
+    std::shared_ptr<const unique_fd> working_directory() const; ///< never null
     unique_fd descriptor(int number) const;
     open_mode mode_of(int number) const;
 

@@ -45,9 +45,10 @@ answer handle_setns(notification& call)
     return answer::let_go_on();
 }
 
+// Whoever stands at the old root is moved along.
 answer handle_pivot_root(notification& call)
 {
-    call.parts().tasks.changes_root(call.who().task());
+    call.parts().tasks.changes_all_roots();
     return answer::let_go_on();
 }
 

@@ -23,8 +23,10 @@ void known_tasks::begin_event(pid_t task)
     {
         const std::lock_guard guard(lock_);
         const auto found = tasks_.find(task);
-        if (found != tasks_.end())
+        if (found != tasks_.end()) {
             found->second.in_kernel = -1;
+            found->second.moves.reset();
+        }
     }
     settle_requests_of(task);
 }
@@ -58,6 +60,7 @@ void known_tasks::born(pid_t parent, unsigned long flags, pid_t child)
     const std::lock_guard guard(lock_);
     known_task made = tasks_[parent];
     made.in_kernel = -1;
+    made.moves.reset();
     if ((flags & CLONE_THREAD) == 0)
         made.process = child;
     if ((flags & CLONE_FS) == 0)
@@ -101,6 +104,20 @@ void known_tasks::changes_root(pid_t task)
 {
     const std::lock_guard guard(lock_);
     tasks_[task].places->own_root.store(true);
+}
+
+void known_tasks::changes_all_roots()
+{
+    const std::lock_guard guard(lock_);
+    for (auto& [task, known] : tasks_)
+        known.places->own_root.store(true);
+}
+
+void known_tasks::changes_directory(pid_t task)
+{
+    const std::lock_guard guard(lock_);
+    known_task& of = tasks_[task];
+    of.moves = std::make_shared<const task_move>(of.places);
 }
 
 void known_tasks::goes_to_kernel(pid_t task, int number)

@@ -7,8 +7,10 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <utility>
 
 #include "session/credentials.h"
+#include "session/working_directory.h"
 
 namespace session {
 
@@ -16,6 +18,14 @@ namespace session {
 struct shared_places {
     std::atomic<int> umask{-1};        ///< -1: not known
     std::atomic<bool> own_root{false}; ///< may have another root than the supervisor, since some time
+    working_directory directory;
+};
+
+/// Names the places, so that they outlive the move.
+struct task_move {
+    explicit task_move(std::shared_ptr<shared_places> of) : places(std::move(of)), move(places->directory) {}
+    std::shared_ptr<shared_places> places;
+    working_directory::move move;
 };
 
 /// What is known of one task. A value.
@@ -23,6 +33,7 @@ struct known_task {
     pid_t process = 0;                         ///< its thread group; 0: not known
     std::shared_ptr<const credentials> rights; ///< null: not known
     std::shared_ptr<shared_places> places = std::make_shared<shared_places>();
+    std::shared_ptr<const task_move> moves; ///< null: it stays where it is
     int in_kernel = -1; ///< the number of its last call, if a signal may find that in the kernel itself
 };
 
@@ -47,6 +58,8 @@ public:
     void changes_rights(pid_t task);
     void changes_umask(pid_t task, mode_t to);
     void changes_root(pid_t task);
+    void changes_all_roots(); ///< and working directories
+    void changes_directory(pid_t task);
     void unshares_places(pid_t task);
 
     /// What a signal does to the call of that number is the kernel's own affair from now on.

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -45,6 +46,11 @@ bool is_proc_root(int fd)
 {
     struct stat about;
     return is_proc(fd) && fstat(fd, &about) == 0 && about.st_ino == 1;
+}
+
+unique_fd duplicate(int fd)
+{
+    return unique_fd(fcntl(fd, F_DUPFD_CLOEXEC, 0));
 }
 
 unique_fd open_at(int directory, const std::string& name, int flags)
@@ -121,7 +127,7 @@ private:
     {
         const std::size_t begin = rest_.find_first_not_of('/');
         if (!started_)
-            go_to(unique_fd(fcntl(root_.get(), F_DUPFD_CLOEXEC, 0)));
+            go_to(duplicate(root_.get()));
         else if (!is_directory())
             fail(ENOTDIR);
         started_ = true;
@@ -196,41 +202,41 @@ private:
     int error_ = 0;
 };
 
-resolved walk_from(const caller& who, unique_fd start, std::string_view name, bool follow_last)
+resolved walk_from(const caller& who, int start, std::string_view name, bool follow_last)
 {
     const std::string text(name);
     const bool at_once = !who.has_own_root();
     unique_fd root = at_once ? unique_fd() : who.root();
     if (at_once) {
         const as_caller rights(who.rights());
-        if (auto found = walk_at_once(start.get(), text, follow_last ? 0 : O_NOFOLLOW))
+        if (auto found = walk_at_once(start, text, follow_last ? 0 : O_NOFOLLOW))
             return std::move(*found);
     }
     if (!root)
         root = who.root();
     if (!root)
         return {{}, EACCES};
-    if (!start)
-        start.reset(fcntl(root.get(), F_DUPFD_CLOEXEC, 0));
     const as_caller rights(who.rights());
-    return walk(who, root).run(std::move(start), name, follow_last);
+    return walk(who, root).run(duplicate(start < 0 ? root.get() : start), name, follow_last);
 }
 
-/// Where a name begins; empty, without an error, for one that begins at the root.
-resolved start_of(const caller& who, int directory, std::string_view name)
+/// Where a name begins.
+struct beginning {
+    std::shared_ptr<const unique_fd> file; ///< null: at the root
+    int error = 0;
+
+    int fd() const { return file != nullptr ? file->get() : -1; }
+};
+
+beginning start_of(const caller& who, int directory, std::string_view name)
 {
     if (name.starts_with('/'))
         return {};
-    if (directory == AT_FDCWD) {
-        resolved place{who.working_directory()};
-        if (!place.file)
-            place.error = ENOENT;
-        return place;
-    }
-    resolved place{who.descriptor(directory)};
-    if (!place.file)
-        place.error = EBADF;
-    return place;
+    beginning start{directory == AT_FDCWD ? who.working_directory()
+                                          : std::make_shared<const unique_fd>(who.descriptor(directory))};
+    if (!*start.file)
+        start.error = directory == AT_FDCWD ? ENOENT : EBADF;
+    return start;
 }
 
 bool protects_symlinks()
@@ -243,7 +249,7 @@ bool protects_symlinks()
     return protects;
 }
 
-resolved_parent parent_from(const caller& who, unique_fd start, std::string_view name)
+resolved_parent parent_from(const caller& who, int start, std::string_view name)
 {
     const std::size_t end = name.find_last_not_of('/');
     if (end == std::string_view::npos)
@@ -255,7 +261,7 @@ resolved_parent parent_from(const caller& who, unique_fd start, std::string_view
     // Also when it is the start itself: that it is a directory, and may be searched.
     const std::string before =
         slash == std::string_view::npos ? "./" : std::string(name.substr(0, slash + 1));
-    resolved parent = walk_from(who, std::move(start), before, true);
+    resolved parent = walk_from(who, start, before, true);
     return {std::move(parent.file), std::move(last), parent.error};
 }
 
@@ -276,10 +282,12 @@ resolved resolve(const caller& who, int directory, std::string_view name, int fl
 {
     if (name.empty() && (flags & AT_EMPTY_PATH) == 0)
         return {{}, ENOENT};
-    resolved start = start_of(who, directory, name);
-    if (start.error != 0 || name.empty())
-        return start;
-    return walk_from(who, std::move(start.file), name, (flags & AT_SYMLINK_NOFOLLOW) == 0);
+    const beginning start = start_of(who, directory, name);
+    if (start.error != 0)
+        return {{}, start.error};
+    if (name.empty())
+        return {duplicate(start.fd())};
+    return walk_from(who, start.fd(), name, (flags & AT_SYMLINK_NOFOLLOW) == 0);
 }
 
 bool resolved_parent::is_name() const
@@ -291,23 +299,22 @@ resolved_parent resolve_parent(const caller& who, int directory, std::string_vie
 {
     if (name.empty())
         return {{}, "", ENOENT};
-    resolved start = start_of(who, directory, name);
+    const beginning start = start_of(who, directory, name);
     if (start.error != 0)
         return {{}, "", start.error};
-    return parent_from(who, std::move(start.file), name);
+    return parent_from(who, start.fd(), name);
 }
 
 resolved_parent resolve_parent_from(const caller& who, const unique_fd& start, std::string_view name)
 {
     if (name.empty())
         return {{}, "", ENOENT};
-    return parent_from(
-        who, name.front() == '/' ? unique_fd() : unique_fd(fcntl(start.get(), F_DUPFD_CLOEXEC, 0)), name);
+    return parent_from(who, name.front() == '/' ? -1 : start.get(), name);
 }
 
 resolved resolve_link(const caller& who, const unique_fd& directory, const std::string& last)
 {
-    return walk_from(who, unique_fd(fcntl(directory.get(), F_DUPFD_CLOEXEC, 0)), last, true);
+    return walk_from(who, directory.get(), last, true);
 }
 
 } // namespace session

@@ -17,6 +17,7 @@ namespace session {
 namespace {
 
 constexpr std::size_t page = 4096;
+constexpr std::size_t step = 256; // most names fit
 
 /// Reads within one page. The first way is judged by the supervisor's real ids, the second by its
 /// file-system ids, which can be made the task's.
@@ -39,10 +40,10 @@ enum class text_end { found, unreadable, too_long };
 
 text_end append_text(pid_t task, std::uint64_t address, std::size_t limit, std::string& text)
 {
-    char buffer[page];
+    char buffer[step];
     while (text.size() < limit) {
         // Never across a page's end: the next page need not exist.
-        const std::size_t size = std::min<std::size_t>(page - address % page, limit - text.size());
+        const std::size_t size = std::min({page - address % page, step, limit - text.size()});
         if (!read_bytes(task, address, buffer, size))
             return text_end::unreadable;
         const std::size_t length = strnlen(buffer, size);

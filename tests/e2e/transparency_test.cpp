@@ -71,6 +71,18 @@ def opens(i):
         with open('t%d' % i, 'a') as f: f.write('x')
 all = [threading.Thread(target=opens, args=(i,)) for i in range(64)]
 [t.start() for t in all]; [t.join() for t in all]; print(sum(os.stat('t%d' % i).st_size for i in range(64)))
+top = os.getcwd()
+for i in range(4):
+    os.mkdir('w%d' % i)
+    with open('w%d/name' % i, 'w') as f: f.write(str(i))
+def seen():
+    with open('name') as f: return f.read()
+def wander():
+    for i in range(20): os.chdir('%s/w%d' % (top, i % 4))
+for again in range(60):
+    other = threading.Thread(target=wander); os.chdir('w2'); other.start()
+    while other.is_alive(): seen()
+    print(seen()); os.chdir(top); print(os.path.exists('name'), len(os.listdir('w3')))
 END
 )"},
     {"python", "python3", R"(exec python3 - <<'END'
