@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 #include <fmt/format.h>
 #include <poll.h>
@@ -241,17 +240,16 @@ int serve(const agent::session_files& session, const request& wanted)
 
 } // namespace
 
-void add_agent(CLI::App& program, int& status)
+void add_agent(const command& program, int& status)
 {
     auto wanted = std::make_shared<request>();
-    CLI::App* command = add_session_command(
+    const command declared = add_session_command(
         program, "agent", "Print a session's audit records as they come",
         [wanted](const agent::session_files& session) { return serve(session, *wanted); }, status);
-    command->add_flag("--json", wanted->as_json, "Print a JSON object on each line");
-    command
-        ->add_option("--output", wanted->file, "File that gets the lines, at its end; - is standard output")
-        ->type_name("FILE");
-    command->footer(help);
+    declared.flag("--json", wanted->as_json, "Print a JSON object on each line");
+    declared.value("--output", wanted->file, "File that gets the lines, at its end; - is standard output")
+        .typed("FILE");
+    declared.footer(help);
 }
 
 } // namespace cli

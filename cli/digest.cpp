@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 #include <nlohmann/json.hpp>
 
@@ -53,17 +52,17 @@ int digest_files(const std::vector<std::string>& files, bool as_json)
 
 } // namespace
 
-void add_digest(CLI::App& program, std::vector<std::string> files, int& status)
+void add_digest(const command& program, std::vector<std::string> operands, int& status)
 {
-    CLI::App* digest = program.add_subcommand("digest", "Print what the policy knows programs by");
-    digest->formatter(std::make_shared<fixed_usage>("sorvanic digest [OPTIONS] [--] FILE..."));
-    digest->footer(examples);
+    const command digest = program.add("digest", "Print what the policy knows programs by");
+    digest.usage("sorvanic digest [OPTIONS] [--] FILE...");
+    digest.footer(examples);
 
     auto as_json = std::make_shared<bool>(false);
-    digest->add_flag("--json", *as_json, "Print a JSON array");
-    digest->callback([files = std::move(files), as_json, &status] {
+    digest.flag("--json", *as_json, "Print a JSON array");
+    digest.action([files = std::move(operands), as_json, &status] {
         if (files.empty())
-            throw CLI::RequiredError("no FILE", CLI::ExitCodes::RequiredError);
+            misuse("no FILE");
         status = digest_files(files, *as_json);
     });
 }

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 
 #include "agent/failure.h"
@@ -35,10 +34,10 @@ int end(const agent::session_files& session)
 
 } // namespace
 
-void add_install_end(CLI::App& program, int& status)
+void add_install_end(const command& program, int& status)
 {
     add_session_command(program, "install-end", "End the installation in a session", end, status)
-        ->footer(help);
+        .footer(help);
 }
 
 } // namespace cli

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 #include <fmt/format.h>
 #include <signal.h>
@@ -96,22 +95,19 @@ std::string wrong_with_user(const std::string& user)
 
 } // namespace
 
-void add_login(CLI::App& program, int& status)
+void add_login(const command& program, int& status)
 {
     auto wanted = std::make_shared<request>();
-    CLI::App* command = add_session_command(
+    const command login = add_session_command(
         program, "login", "Record whom a process acts for",
         [wanted](const agent::session_files& session) { return log_in(session, *wanted); }, status);
-    command->add_option("--pid", wanted->process, "Process id of the login program")
-        ->required()
-        ->type_name("PID")
-        ->check(CLI::Validator(CLI::PositiveNumber).description(""));
-    command->add_option("--user", wanted->user, "Login user")
-        ->required()
-        ->type_name("NAME")
-        ->check(wrong_with_user, "");
-    command->add_flag("--first", wanted->first, "The user's first login: a password must be set");
-    command->footer(help);
+    login.value("--pid", wanted->process, "Process id of the login program")
+        .required()
+        .typed("PID")
+        .positive();
+    login.value("--user", wanted->user, "Login user").required().typed("NAME").check(wrong_with_user);
+    login.flag("--first", wanted->first, "The user's first login: a password must be set");
+    login.footer(help);
 }
 
 } // namespace cli

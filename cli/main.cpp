@@ -91,17 +91,18 @@ int parse_and_run(std::span<char*> arguments)
     program.require_subcommand(1);
     program.get_formatter()->column_width(24);
     program.footer(examples);
+    const cli::command commands(program);
     int status = cli::exit_done;
-    cli::add_run(program, given.operands, status);
-    cli::add_digest(program, given.operands, status);
-    cli::add_policy(program, status);
-    cli::add_replay(program, status);
-    cli::add_agent(program, status);
-    cli::add_status(program, status);
-    cli::add_reload(program, status);
-    cli::add_login(program, status);
-    cli::add_install_end(program, status);
-    cli::add_shell_reset(program, status);
+    cli::add_run(commands, given.operands, status);
+    cli::add_digest(commands, given.operands, status);
+    cli::add_policy(commands, status);
+    cli::add_replay(commands, status);
+    cli::add_agent(commands, status);
+    cli::add_status(commands, status);
+    cli::add_reload(commands, status);
+    cli::add_login(commands, status);
+    cli::add_install_end(commands, status);
+    cli::add_shell_reset(commands, status);
 
     try {
         program.parse(static_cast<int>(given.options.size()), given.options.data());

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 #include <fmt/format.h>
 
@@ -75,20 +74,20 @@ int build(const build_request& request)
 
 } // namespace
 
-void add_policy(CLI::App& program, int& status)
+void add_policy(const command& program, int& status)
 {
-    CLI::App* policy = program.add_subcommand("policy", "Make policy files");
-    policy->require_subcommand(1);
-    CLI::App* command = policy->add_subcommand("build", "Turn text files into policy files");
-    command->footer(build_help);
+    const command policy = program.add("policy", "Make policy files");
+    policy.needs_command();
+    const command compile = policy.add("build", "Turn text files into policy files");
+    compile.footer(build_help);
 
     auto request = std::make_shared<build_request>();
-    command->add_option("SRC", request->source, "Directory with the text files")->required()->type_name("");
-    command->add_option("DST", request->destination, "Policy directory; made when it is missing")
-        ->required()
-        ->type_name("");
-    command->add_flag("--prune", request->prune, "Remove policy files of DST that SRC does not have");
-    command->callback([request, &status] { status = build(*request); });
+    compile.value("SRC", request->source, "Directory with the text files").required().typed("");
+    compile.value("DST", request->destination, "Policy directory; made when it is missing")
+        .required()
+        .typed("");
+    compile.flag("--prune", request->prune, "Remove policy files of DST that SRC does not have");
+    compile.action([request, &status] { status = build(*request); });
 }
 
 } // namespace cli

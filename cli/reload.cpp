@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 #include <fmt/format.h>
 
@@ -72,17 +71,14 @@ int reload(const agent::session_files& session, const std::vector<std::string>& 
 
 } // namespace
 
-void add_reload(CLI::App& program, int& status)
+void add_reload(const command& program, int& status)
 {
     auto tables = std::make_shared<std::vector<std::string>>();
-    CLI::App* command = add_session_command(
+    const command declared = add_session_command(
         program, "reload", "Have a session read policy files anew",
         [tables](const agent::session_files& session) { return reload(session, *tables); }, status);
-    command->add_option("TABLE", *tables, "Names of policy files, or all")
-        ->required()
-        ->type_name("")
-        ->check(wrong_with, "");
-    command->footer(help);
+    declared.value("TABLE", *tables, "Names of policy files, or all").required().typed("").check(wrong_with);
+    declared.footer(help);
 }
 
 } // namespace cli

@@ -1,6 +1,5 @@
 #include "replay/replay.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 
 #include <cerrno>
@@ -76,24 +75,23 @@ int replay_events(replay_options wanted)
 
 } // namespace
 
-void add_replay(CLI::App& program, int& status)
+void add_replay(const command& program, int& status)
 {
-    CLI::App* command =
-        program.add_subcommand("replay", "Ask the engine what it would do about written events");
+    const command declared = program.add("replay", "Ask the engine what it would do about written events");
     auto options = std::make_shared<replay_options>();
-    command->add_option("--policy", options->machine.policy, "Directory with the policy files")
-        ->type_name("DIR")
-        ->required();
-    command->add_option("--root", options->machine.root, "Where programs and files are looked up")
-        ->type_name("DIR")
-        ->capture_default_str();
-    command->add_flag("--agent", options->agent, "Connect an agent first, as a helo event does");
-    command->add_option("--now", options->now, "Stop the clock at that many seconds since 1970 (UTC)")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0LL, std::numeric_limits<long long>::max()));
-    command->add_option("EVENTS", options->events, "File with the events, or -")->required()->type_name("");
-    command->footer(help);
-    command->callback([options, &status] { status = replay_events(*options); });
+    declared.value("--policy", options->machine.policy, "Directory with the policy files")
+        .typed("DIR")
+        .required();
+    declared.value("--root", options->machine.root, "Where programs and files are looked up")
+        .typed("DIR")
+        .shows_default();
+    declared.flag("--agent", options->agent, "Connect an agent first, as a helo event does");
+    declared.value("--now", options->now, "Stop the clock at that many seconds since 1970 (UTC)")
+        .typed("SECONDS")
+        .within(0, std::numeric_limits<long long>::max());
+    declared.value("EVENTS", options->events, "File with the events, or -").required().typed("");
+    declared.footer(help);
+    declared.action([options, &status] { status = replay_events(*options); });
 }
 
 } // namespace cli

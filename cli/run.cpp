@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 
 #include <cstdint>
@@ -53,46 +52,42 @@ void write_records(session::options& of, const audit_options& wanted)
 
 } // namespace
 
-void add_run(CLI::App& program, std::vector<std::string> command, int& status)
+void add_run(const command& program, std::vector<std::string> operands, int& status)
 {
-    CLI::App* run = program.add_subcommand("run", "Run a command and all it starts under a policy");
-    run->formatter(std::make_shared<fixed_usage>("sorvanic run [OPTIONS] -- COMMAND [ARGUMENT]..."));
-    run->footer(examples);
+    const command run = program.add("run", "Run a command and all it starts under a policy");
+    run.usage("sorvanic run [OPTIONS] -- COMMAND [ARGUMENT]...");
+    run.footer(examples);
 
     auto options = std::make_shared<session::options>();
-    options->command = std::move(command);
-    run->add_option("--policy", options->policy, "Directory with the policy files")
-        ->type_name("DIR")
-        ->capture_default_str();
-    run->add_option("--state", options->state, "Directory that gets the logs (see below)")->type_name("DIR");
-    run->add_option("--user", options->user, "Login user recorded for the command")->type_name("NAME");
-    run->add_option("--channel-port", options->channel_port,
-                    "Netlink port id where agents reach the session (default: a free one)")
-        ->option_text("ID")
-        ->check(CLI::Range(std::uint32_t{1}, std::numeric_limits<std::uint32_t>::max()));
-    run->add_option("--channel-uid", options->channel_users,
-                    "User id whose processes may talk to the session as well; repeatable")
-        ->option_text("UID")
-        ->allow_extra_args(false);
-    run->add_flag("--channel-inside", options->channel_inside,
-                  "Let the supervised processes talk to it, too: they can then end a phase or reload");
-    run->add_option("--log", options->log, "File that gets the kernel log; - is standard error")
-        ->type_name("FILE");
-    run->add_flag("--every-io", options->rules.every_io, "Decide each read and write, not only opens");
-    run->add_flag("--allow-namespaces", options->rules.namespaces,
-                  "Let the command change mounts and namespaces (see docs/limits.md)");
+    options->command = std::move(operands);
+    run.value("--policy", options->policy, "Directory with the policy files").typed("DIR").shows_default();
+    run.value("--state", options->state, "Directory that gets the logs (see below)").typed("DIR");
+    run.value("--user", options->user, "Login user recorded for the command").typed("NAME");
+    run.value("--channel-port", options->channel_port,
+              "Netlink port id where agents reach the session (default: a free one)")
+        .shown_as("ID")
+        .within(1, std::numeric_limits<std::uint32_t>::max());
+    run.value("--channel-uid", options->channel_users,
+              "User id whose processes may talk to the session as well; repeatable")
+        .shown_as("UID")
+        .once();
+    run.flag("--channel-inside", options->channel_inside,
+             "Let the supervised processes talk to it, too: they can then end a phase or reload");
+    run.value("--log", options->log, "File that gets the kernel log; - is standard error").typed("FILE");
+    run.flag("--every-io", options->rules.every_io, "Decide each read and write, not only opens");
+    run.flag("--allow-namespaces", options->rules.namespaces,
+             "Let the command change mounts and namespaces (see docs/limits.md)");
     auto audit = std::make_shared<audit_options>();
-    CLI::Option* file =
-        run->add_option("--audit", audit->file,
-                        "Write the audit records to this file, as sorvanic agent does; - is standard output")
-            ->type_name("FILE");
-    run->add_flag("--json", audit->as_json, "Write them as JSON lines")->needs(file);
-    run->add_flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");
+    const option file =
+        run.value("--audit", audit->file,
+                  "Write the audit records to this file, as sorvanic agent does; - is standard output")
+            .typed("FILE");
+    run.flag("--json", audit->as_json, "Write them as JSON lines").needs(file);
+    run.flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");
 
-    run->callback([options, audit, &status] {
+    run.action([options, audit, &status] {
         if (options->command.empty())
-            throw CLI::RequiredError("no COMMAND; write it behind --, as in: sorvanic run -- ls -l",
-                                     CLI::ExitCodes::RequiredError);
+            misuse("no COMMAND; write it behind --, as in: sorvanic run -- ls -l");
         if (!audit->file.empty())
             write_records(*options, *audit);
         status = session::run(*options);

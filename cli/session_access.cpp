@@ -15,14 +15,14 @@
 
 namespace cli {
 
-CLI::App* add_session_command(CLI::App& program, const std::string& name, const std::string& description,
-                              std::function<int(const agent::session_files&)> work, int& status)
+command add_session_command(const command& program, const std::string& name, const std::string& description,
+                            std::function<int(const agent::session_files&)> work, int& status)
 {
-    CLI::App* command = program.add_subcommand(name, description);
+    const command added = program.add(name, description);
     auto state = std::make_shared<std::string>();
-    command->add_option("--state", *state, "State directory of the session (default: the only one that runs)")
-        ->type_name("DIR");
-    command->callback([name, state, work = std::move(work), &status] {
+    added.value("--state", *state, "State directory of the session (default: the only one that runs)")
+        .typed("DIR");
+    added.action([name, state, work = std::move(work), &status] {
         std::string reason;
         try {
             // Only where it is needed: whoever names a directory need not have a home.
@@ -37,7 +37,7 @@ CLI::App* add_session_command(CLI::App& program, const std::string& name, const 
         fmt::print(stderr, "sorvanic {}: {}\n", name, reason);
         status = exit_failed;
     });
-    return command;
+    return added;
 }
 
 agent::session_status ask(const agent::session_files& session,

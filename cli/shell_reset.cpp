@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 
 #include "cli/commands.h"
@@ -24,11 +23,11 @@ int reset(const agent::session_files& session)
 
 } // namespace
 
-void add_shell_reset(CLI::App& program, int& status)
+void add_shell_reset(const command& program, int& status)
 {
     add_session_command(program, "shell-reset", "Put the protected-shell switch of a session off", reset,
                         status)
-        ->footer(help);
+        .footer(help);
 }
 
 } // namespace cli

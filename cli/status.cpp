@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -135,14 +134,14 @@ int show(const agent::session_files& session, bool as_json)
 
 } // namespace
 
-void add_status(CLI::App& program, int& status)
+void add_status(const command& program, int& status)
 {
     auto as_json = std::make_shared<bool>(false);
-    CLI::App* command = add_session_command(
+    const command declared = add_session_command(
         program, "status", "Show a running session",
         [as_json](const agent::session_files& session) { return show(session, *as_json); }, status);
-    command->add_flag("--json", *as_json, "Print a JSON object");
-    command->footer(help);
+    declared.flag("--json", *as_json, "Print a JSON object");
+    declared.footer(help);
 }
 
 } // namespace cli

@@ -1,0 +1,65 @@
+#ifndef SORVANIC_CLI_COMMAND_LINE_H
+#define SORVANIC_CLI_COMMAND_LINE_H
+
+#include <functional>
+#include <string>
+
+namespace CLI {
+class App;
+class Option;
+} // namespace CLI
+
+// What the commands declare their options with. The parser behind it is all templates and takes
+// longer to compile than all the commands, so only two sources see it.
+
+namespace cli {
+
+/// An option or operand that is being declared.
+class option {
+public:
+    explicit option(CLI::Option* declared) : declared_(declared) {}
+
+    option& required();
+    option& typed(const std::string& type);    ///< what help calls its value
+    option& shown_as(const std::string& text); ///< all that help has between its name and description
+    option& shows_default();                   ///< the value that its place has now
+    option& once();                            ///< one value each time it is given
+    option& within(long long lowest, long long highest);
+    option& positive();
+    option& needs(const option& other);
+    /// `wrong` says what is wrong with a value, or nothing.
+    option& check(std::function<std::string(const std::string&)> wrong);
+
+private:
+    CLI::Option* declared_;
+};
+
+/// A command that is being declared. Where values go must live as long as the program is parsed.
+class command {
+public:
+    explicit command(CLI::App& declared) : declared_(&declared) {}
+
+    /// A command below it.
+    command add(const std::string& name, const std::string& description) const;
+    option flag(const std::string& name, bool& place, const std::string& description) const;
+    /// There are those for the places that the commands have.
+    template <typename Place>
+    option value(const std::string& name, Place& place, const std::string& description) const;
+
+    void needs_command() const; ///< one of those below it must be given
+    void footer(const std::string& text) const;
+    /// Help begins with this instead, for a command with operands that the parser does not see.
+    void usage(const std::string& line) const;
+    /// Runs when it was given and its options make sense.
+    void action(std::function<void()> act) const;
+
+private:
+    CLI::App* declared_;
+};
+
+/// Ends parsing, from an action, as a missing option does.
+[[noreturn]] void misuse(const std::string& told);
+
+} // namespace cli
+
+#endif
