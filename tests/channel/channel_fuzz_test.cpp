@@ -1,10 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <random>
 #include <string>
 
-#include "channel/socket.h"
-#include "platform/user/faults.h"
 #include "platform/user/netlink.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"

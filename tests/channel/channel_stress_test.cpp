@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <barrier>
 #include <chrono>
@@ -12,7 +10,6 @@
 #include "channel/audit_messages.h"
 #include "channel/socket.h"
 #include "core/proshell.h"
-#include "platform/user/faults.h"
 #include "platform/user/machine.h"
 #include "platform/user/netlink.h"
 #include "platform/user/sysctl.h"

@@ -1,11 +1,9 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 
-#include <atomic>
 #include <future>
 #include <mutex>
 #include <random>
@@ -15,7 +13,6 @@
 #include "channel/socket.h"
 #include "platform/user/machine.h"
 #include "platform/user/netlink.h"
-#include "platform/user/tasks.h"
 #include "platform/user/unique_fd.h"
 #include "policy/whitelist.h"
 #include "tests/channel/messages.h"

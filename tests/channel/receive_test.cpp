@@ -1,17 +1,13 @@
-#include <gtest/gtest.h>
-
 #include <string>
 #include <utility>
 
 #include "channel/socket.h"
 #include "core/proshell.h"
 #include "enforce/install_tracking.h"
-#include "platform/user/faults.h"
 #include "platform/user/netlink.h"
 #include "policy/uactivate.h"
 #include "process/process_map.h"
 #include "tests/channel/messages.h"
-#include "tests/support/fail_each_call.h"
 #include "tests/support/machine.h"
 
 namespace {

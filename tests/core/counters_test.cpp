@@ -1,11 +1,8 @@
 #include "core/counters.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 
 #include "channel/audit_messages.h"
-#include "platform/user/faults.h"
 #include "platform/user/netlink.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"

@@ -1,16 +1,11 @@
 #include "core/klib.h"
 
-#include <gtest/gtest.h>
-
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <string>
 
 #include "core/inode_numbers.h"
 #include "platform/kernel/path.h"
-#include "platform/user/faults.h"
-#include "platform/user/files.h"
 #include "tests/support/machine.h"
 
 namespace {

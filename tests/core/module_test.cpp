@@ -1,6 +1,5 @@
 #include "core/module.h"
 
-#include <gtest/gtest.h>
 #include <sched.h>
 
 #include <string>
@@ -8,13 +7,11 @@
 #include <vector>
 
 #include "core/symbols.h"
-#include "platform/user/faults.h"
 #include "platform/user/files.h"
 #include "platform/user/machine.h"
 #include "platform/user/netlink.h"
 #include "platform/user/sysctl.h"
 #include "process/process_map.h"
-#include "tests/support/fail_each_call.h"
 #include "tests/support/machine.h"
 
 namespace {

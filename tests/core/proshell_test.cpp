@@ -1,10 +1,7 @@
 #include "core/proshell.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 
-#include "platform/user/faults.h"
 #include "platform/user/sysctl.h"
 #include "tests/support/machine.h"
 

@@ -1,11 +1,8 @@
 #include "core/symbols.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <utility>
 
-#include "platform/user/faults.h"
 #include "platform/user/files.h"
 #include "tests/support/machine.h"
 

@@ -1,14 +1,9 @@
 #include "digest/file_digest.h"
 
-#include <gtest/gtest.h>
-
 #include <functional>
 
 #include "platform/kernel/scoped.h"
-#include "platform/user/faults.h"
-#include "platform/user/objects.h"
 #include "tests/digest/digests.h"
-#include "tests/support/fail_each_call.h"
 #include "tests/support/machine.h"
 
 namespace {

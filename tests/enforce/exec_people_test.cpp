@@ -1,12 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "policy/uactivate.h"
 #include "process/process_map.h"
 #include "tests/enforce/install_machine.h"
-#include "tests/support/fail_each_call.h"
 
 // The execution check's steps around the lists: who runs a program, and during what.
 
@@ -23,87 +21,92 @@ TEST(exec_people, a_user_who_must_set_a_password_runs_nothing_else)
     const struct {
         const char *system_status, *user; // of the caller; "": no record
         kernel::u32 state;
-        const char* path;
         int result, state_after;
+        std::vector<const char*> paths;
     } cases[] = {
-        {"3", "operator", 0, "/bin/other", -1, 0},
-        {"3", "operator", 1, "/bin/other", -1, 1},
-        {"3", "operator", 2, "/bin/other", 0, 2},
-        {"3", "Operator", 0, "/bin/other", -1, 0},
-        {"3", "guest", 0, "/bin/other", 0, 0},
-        {"3", "", 0, "/bin/other", 0, 0},
-        {"0", "operator", 0, "/bin/other", -1, 0},
-        {"4", "operator", 0, "/bin/other", -1, 0},
-        {"2", "operator", 0, "/bin/other", 0, 0},
-        {"1", "operator", 0, "/bin/other", 0, 0},
-        {"3", "operator", 0, "/usr/sorvanic/sorvagent", -1, 0}, // a product tool
-        {"3", "operator", 0, "/bin/black", -1, 0},              // and no line about the black list
-        {"3", "operator", 0, "/usr/sbin/sshd", 0, 0},
-        {"3", "operator", 0, "/sbin/unix_chkpwd", 0, 0},
-        {"3", "operator", 0, "/bin/BASH", 0, 0},
-        {"3", "operator", 0, "/bin/sha1sum", 0, 0}, // begins with "/bin/sh"
-        {"3", "operator", 0, "/usr/local/bin/bash", 0, 0},
-        {"3", "operator", 0, "/bin/login", 0, 0},
-        {"3", "operator", 0, "/bin/logi", -1, 0},
-        {"3", "operator", 0, "/bin/sh", -1, 0}, // goes on, and is on no list
-        {"3", "operator", 0, "/usr/bin/passwd", 0, 1},
-        {"3", "operator", 1, "/usr/bin/passwd", 0, 1},
-        {"3", "operator", 0, "/usr/bin/PASSWD", 0, 1},
-        {"3", "operator", 0, "/usr/bin/passw", -1, 0},
-        {"3", "operator", 0, "/usr/bin/passwd2", -1, 1}, // refused later, and moved all the same
-        {"2", "operator", 0, "/usr/bin/passwd", 0, 0},
+        // Also a product tool, one on the black list (and no line says so), and leading parts.
+        {"3",
+         "operator",
+         0,
+         -1,
+         0,
+         {"/bin/other", "/usr/sorvanic/sorvagent", "/bin/black", "/bin/logi", "/usr/bin/passw"}},
+        {"3", "operator", 0, -1, 0, {"/bin/sh"}}, // goes on, and is on no list
+        {"3",
+         "operator",
+         0,
+         0,
+         0,
+         {"/usr/sbin/sshd", "/sbin/unix_chkpwd", "/bin/BASH", "/bin/sha1sum", "/usr/local/bin/bash",
+          "/bin/login"}},
+        {"3", "operator", 0, 0, 1, {"/usr/bin/passwd", "/usr/bin/PASSWD"}},
+        {"3", "operator", 0, -1, 1, {"/usr/bin/passwd2"}}, // refused later, and moved all the same
+        {"3", "operator", 1, 0, 1, {"/usr/bin/passwd"}},
+        {"3", "operator", 1, -1, 1, {"/bin/other"}},
+        {"3", "operator", 2, 0, 2, {"/bin/other"}},
+        {"3", "Operator", 0, -1, 0, {"/bin/other"}},
+        {"3", "guest", 0, 0, 0, {"/bin/other"}},
+        {"3", "", 0, 0, 0, {"/bin/other"}},
+        {"0", "operator", 0, -1, 0, {"/bin/other"}},
+        {"4", "operator", 0, -1, 0, {"/bin/other"}},
+        {"2", "operator", 0, 0, 0, {"/bin/other", "/usr/bin/passwd"}},
+        {"1", "operator", 0, 0, 0, {"/bin/other"}},
     };
     install_machine m;
     std::string white = "whitelist=";
-    for (const auto& c : cases) {
-        m.write(c.path, c.path);
-        white += is_listed(c.path) ? std::string(c.path) + "," : "";
-    }
+    for (const auto& c : cases)
+        for (const char* path : c.paths) {
+            m.write(path, path);
+            white += is_listed(path) ? std::string(path) + "," : "";
+        }
     m.policy("platuser=operator blacklist=/bin/black " + white);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.system_status) + " " + c.user + std::to_string(c.state) + " " + c.path);
-        m.enforce(c.system_status);
-        m.start();
-        sorvanic_kernel_uactivate_module.update("operator", c.state);
-        if (c.user[0] != '\0')
-            sorvanic_kernel_hashmap_module.insert(20, c.user);
-        EXPECT_EQ(m.run(20, c.path), c.result);
-        EXPECT_EQ(state_of("operator"), c.state_after);
-        EXPECT_EQ(m.log(), "");
-        EXPECT_EQ(m.reported(), is_listed(c.path) ? "" : c.path);
-        m.unload();
-    }
+    for (const auto& c : cases)
+        for (const char* path : c.paths) {
+            SCOPED_TRACE(std::string(c.system_status) + " " + c.user + std::to_string(c.state) + " " + path);
+            m.policy(std::string("statlabel=") + c.system_status);
+            m.start();
+            sorvanic_kernel_uactivate_module.update("operator", c.state);
+            if (c.user[0] != '\0')
+                sorvanic_kernel_hashmap_module.insert(20, c.user);
+            EXPECT_EQ(m.run(20, path), c.result);
+            EXPECT_EQ(state_of("operator"), c.state_after);
+            EXPECT_EQ(m.log(), "");
+            EXPECT_EQ(m.reported(), is_listed(path) ? "" : path);
+            m.unload();
+        }
 }
 
 TEST(exec_people, the_installer_is_known_by_its_exact_name_behind_a_slash)
 {
     const std::string success = "[sorvall] load success,pid [20]\n";
     const struct {
-        const char *install_status, *filename;
+        const char* install_status;
         bool recorded;
+        std::vector<const char*> filenames;
     } cases[] = {
-        {"2", "./sorvall", true},  {"2", "/opt/dir/sorvall", true}, {"2", "/sorvall", true},
-        {"2", "sorvall", false},   {"2", "./Sorvall", false},       {"2", "./sorvall2", false},
-        {"2", "./sorval", false},  {"2", "sorvall/x", false},       {"2", "./sorvall/", false},
-        {"1", "./sorvall", false}, {"3", "./sorvall", false},
+        {"2", true, {"./sorvall", "/opt/dir/sorvall", "/sorvall"}},
+        {"2", false, {"sorvall", "./Sorvall", "./sorvall2", "./sorval", "sorvall/x", "./sorvall/"}},
+        {"1", false, {"./sorvall"}},
+        {"3", false, {"./sorvall"}},
     };
-    for (const auto& [install_status, filename, recorded] : cases) {
-        SCOPED_TRACE(std::string(install_status) + " " + filename);
-        install_machine m;
-        m.encoded("installlabel", install_status);
-        m.start();
-        EXPECT_EQ(m.run(20, "/opt/unknown", filename), -1) << "recording it is not allowing it";
-        EXPECT_EQ(m.log(), recorded ? success : "");
-        EXPECT_EQ(m.reported(), "/opt/unknown");
-        EXPECT_EQ(sorvanic_super_proc.launcher_pid, recorded ? 10u : 1u);
-        EXPECT_EQ(sorvanic_super_proc.installer_pid, recorded ? 20u : 1u);
-    }
+    for (const auto& c : cases)
+        for (const char* filename : c.filenames) {
+            SCOPED_TRACE(std::string(c.install_status) + " " + filename);
+            install_machine m;
+            m.encoded("installlabel", c.install_status);
+            m.start();
+            EXPECT_EQ(m.run(20, "/opt/unknown", filename), -1) << "recording it is not allowing it";
+            EXPECT_EQ(m.log(), c.recorded ? success : "");
+            EXPECT_EQ(m.reported(), "/opt/unknown");
+            EXPECT_EQ(sorvanic_super_proc.launcher_pid, c.recorded ? 10u : 1u);
+            EXPECT_EQ(sorvanic_super_proc.installer_pid, c.recorded ? 20u : 1u);
+        }
 }
 
 TEST(exec_people, one_installer_at_a_time_and_none_below_process_1)
 {
     install_machine m;
-    m.enforce("2"); // observing makes no difference to it
+    m.policy("statlabel=2"); // observing makes no difference to it
     m.start();
     EXPECT_EQ(m.run(50, "/opt/sorvall"), 0);
     EXPECT_EQ(m.log(), "[sorvall] load success,pid [50]\n");

@@ -1,8 +1,7 @@
 #ifndef SORVANIC_TESTS_ENFORCE_FILE_MACHINE_H
 #define SORVANIC_TESTS_ENFORCE_FILE_MACHINE_H
 
-#include <gtest/gtest.h>
-
+#include <functional>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -10,7 +9,6 @@
 
 #include "core/inode_numbers.h"
 #include "platform/user/machine.h"
-#include "platform/user/objects.h"
 #include "process/process_map.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"
@@ -61,20 +59,17 @@ struct file_machine : support::machine {
         kernel::dentry* entry = entry_of(first);
         const kernel::security_operations& hooks = platform::security();
         const support::acting as(20);
-        if (what == "create")
-            return hooks.inode_create(nullptr, entry, 0);
-        if (what == "symlink")
-            return hooks.inode_symlink(nullptr, entry, "target");
-        if (what == "link")
-            return hooks.inode_link(entry, nullptr, entry_of(second));
-        if (what == "unlink")
-            return hooks.inode_unlink(nullptr, entry);
-        if (what == "mkdir")
-            return hooks.inode_mkdir(nullptr, entry, 0);
-        if (what == "rmdir")
-            return hooks.inode_rmdir(nullptr, entry);
-        if (what == "rename")
-            return hooks.inode_rename(nullptr, entry, nullptr, entry_of(second));
+        const std::map<std::string, std::function<int()>> operations = {
+            {"create", [&] { return hooks.inode_create(nullptr, entry, 0); }},
+            {"symlink", [&] { return hooks.inode_symlink(nullptr, entry, "target"); }},
+            {"link", [&] { return hooks.inode_link(entry, nullptr, entry_of(second)); }},
+            {"unlink", [&] { return hooks.inode_unlink(nullptr, entry); }},
+            {"mkdir", [&] { return hooks.inode_mkdir(nullptr, entry, 0); }},
+            {"rmdir", [&] { return hooks.inode_rmdir(nullptr, entry); }},
+            {"rename", [&] { return hooks.inode_rename(nullptr, entry, nullptr, entry_of(second)); }},
+        };
+        if (const auto named = operations.find(what); named != operations.end())
+            return named->second();
         if (what.starts_with("inode:"))
             return hooks.inode_permission(kernel::dentry_inode(entry), mask);
         const platform::file_handle file = platform::make_file(mount_.get(), entry);

@@ -1,5 +1,3 @@
-#include "core/proshell.h"
-#include "platform/user/faults.h"
 #include "platform/user/sysctl.h"
 #include "policy/uactivate.h"
 #include "tests/enforce/file_machine.h"

@@ -1,6 +1,5 @@
 #include "enforce/install_log.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <fstream>
@@ -8,7 +7,6 @@
 #include <string>
 #include <utility>
 
-#include "platform/user/faults.h"
 #include "tests/enforce/install_machine.h"
 
 // The writers remember the last path for as long as the program runs: each test has paths of

@@ -11,7 +11,6 @@
 #include "enforce/install_tracking.h"
 #include "platform/user/files.h"
 #include "platform/user/machine.h"
-#include "platform/user/objects.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"
 

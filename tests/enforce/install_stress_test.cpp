@@ -1,11 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <set>
 #include <sstream>
 #include <string>
 
-#include "platform/user/faults.h"
 #include "policy/uactivate.h"
 #include "process/process_map.h"
 #include "tests/enforce/install_machine.h"

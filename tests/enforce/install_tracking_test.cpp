@@ -1,10 +1,7 @@
 #include "enforce/install_tracking.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 
-#include "platform/user/faults.h"
 #include "tests/enforce/install_machine.h"
 
 namespace {

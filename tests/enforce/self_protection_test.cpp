@@ -1,12 +1,8 @@
 #include "enforce/self_protection.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 
-#include "platform/user/faults.h"
 #include "platform/user/machine.h"
-#include "platform/user/tasks.h"
 #include "tests/support/machine.h"
 
 namespace {

@@ -50,6 +50,7 @@ protected:
 TEST_F(labels, a_line_has_all_its_numbers_or_is_skipped)
 {
     const std::string none = "0,0,0,0,0,0,0,0";
+    using namespace std::string_literals;
     const std::pair<std::string, std::string> cases[] = {
         // The rest of the line behind its key, and the label.
         {":0:3:1:1,2,0,0,0,0,0,0", "0 3 1 1,2,0,0,0,0,0,0,"},
@@ -60,20 +61,18 @@ TEST_F(labels, a_line_has_all_its_numbers_or_is_skipped)
         {":1:2:3:1,2,3,4,5,6,7,8,9", "1 2 3 1,2,3,4,5,6,7,8,"},
         {":1:2:3:1,2,3,4,5,6,7,8:9", "1 2 3 1,2,3,4,5,6,7,8,"},
         {":1:2:3:1:9,2,3,4,5,6,7,8", "1 2 3 1,2,3,4,5,6,7,8,"},
-        {":0:3000000000:1:" + none, ""},
-        {":2147483648:0:1:" + none, ""},
-        {":0:0:1:0,0,0,0,0,0,0,4294967295", ""},
-        {":0:3:1:1,2", ""},
-        {":0:3:1:1,2,3,4,5,6,7", ""},
-        {":0:3:" + none, ""},
-        {":0:3:1", ""},
-        {"", ""},
     };
-    for (const auto& [rest, label] : cases) {
+    const auto expect = [this](const std::string& rest, const std::string& label) {
         load("key" + rest + "\n", "/key" + rest + "\n");
         EXPECT_EQ(subject("key"), label) << rest;
         EXPECT_EQ(object("/key"), label) << rest;
-    }
+    };
+    for (const auto& [rest, label] : cases)
+        expect(rest, label);
+    for (const std::string& rest :
+         {":0:3000000000:1:" + none, ":2147483648:0:1:" + none, ":0:0:1:0,0,0,0,0,0,0,4294967295"s,
+          ":0:3:1:1,2"s, ":0:3:1:1,2,3,4,5,6,7"s, ":0:3:" + none, ":0:3:1"s, ""s})
+        expect(rest, "");
 }
 
 TEST_F(labels, a_subject_is_known_by_its_whole_name_an_object_by_the_tree_it_is_in)

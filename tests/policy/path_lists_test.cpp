@@ -57,66 +57,58 @@ protected:
 TEST_F(path_lists, a_directory_covers_itself_and_what_lies_below)
 {
     const struct {
-        std::string entry, path;
-        bool covered;
+        std::string entry;
+        std::vector<std::string> covered, not_covered;
     } cases[] = {
-        {"/opt/app", "/opt/app", true},
-        {"/opt/app", "/OPT/App/bin/x", true},
-        {"/Opt/App", "/opt/app/x", true},
-        {"/opt/app", "/opt/app//x", true},
-        {"/opt/app", "/opt/app/", true},
-        {"/opt/app", "/opt/application", false},
-        {"/opt/app", "/opt/ap", false},
-        {"/opt/app", "", false},
-        {"/opt/app/", "/opt/app/x", false},
-        {"/opt/app/", "/opt/app/", true},
-        {"/opt/app/", "/opt/app//x", true},
-        {"/", "/", true},
-        {"/", "//bin/x", true},
-        {"/", "/bin/x", false},
-        {"/opt/app ", "/opt/app", false}, // no blank is trimmed
-        {"/cr\r", "/cr/x", false},
-        {"/a:b,c", "/a:b,c/x", true},
-        {"/d\xc4", "/D\xe4/x", true}, // case folds in ISO 8859-1
+        {"/opt/app",
+         {"/opt/app", "/OPT/App/bin/x", "/opt/app//x", "/opt/app/"},
+         {"/opt/application", "/opt/ap", ""}},
+        {"/Opt/App", {"/opt/app/x"}, {}},
+        {"/opt/app/", {"/opt/app/", "/opt/app//x"}, {"/opt/app/x"}},
+        {"/", {"/", "//bin/x"}, {"/bin/x"}},
+        {"/opt/app ", {"/opt/app /x"}, {"/opt/app"}}, // no blank is trimmed
+        {"/cr\r", {"/cr\r/x"}, {"/cr/x"}},
+        {"/a:b,c", {"/a:b,c/x"}, {}},
+        {"/d\xc4", {"/D\xe4/x"}, {}}, // case folds in ISO 8859-1
     };
     for (const auto& c : cases) {
         load(c.entry + "\n");
-        EXPECT_EQ(covers(c.path), c.covered) << c.entry << " and " << c.path;
+        for (const std::string& path : c.covered)
+            EXPECT_TRUE(covers(path)) << c.entry << " and " << path;
+        for (const std::string& path : c.not_covered)
+            EXPECT_FALSE(covers(path)) << c.entry << " and " << path;
     }
 }
 
 TEST_F(path_lists, each_lookup_of_a_process_compares_its_own_part_over_its_own_length)
 {
+    // Command names, and with "/usr/sbin/" before them paths.
     const struct {
-        std::string entry, name; // the command name, and "/usr/sbin/" before it the path
-        bool named, matched;
+        std::string entry;
+        std::vector<std::string> both, only_named, neither;
     } cases[] = {
-        {"agentd", "agentd", true, true},
-        {"agentd", "AGENTD", true, true},
-        {"agentd", "agent", true, true}, // a leading part of the entry
-        {"agentd", "agentd2", false, false},
-        {"agentd", "gentd", false, false},
-        {"/usr/bin/agentd", "agentd", true, false}, // a directory part hides it from paths
-        {"/usr/bin/agentd", "agent", true, false},
-        {"/usr/bin/agentd", "usr", false, false},
-        {"/usr/bin/longprogramname", "longprogramnam", true, false},
-        {"sshd-helper", "sshd", true, true},
-        {"agentd ", "agentd", true, true},
-        {"agentd", "agentd ", false, false},
-        {"bin/", "x", false, false}, // an empty final component
-        {"bin/", "", true, true},    // an empty name begins everything
-        {"# no entry", "", false, false},
-        {"", "", false, false}, // an empty list protects nobody
-        {"\xc4gentd", "\xe4gent", true, true},
-        {"/opt/first\nsecond", "first", true, false}, // any entry will do
-        {"/opt/first\nsecond", "second", true, true},
-        {"/opt/first\nsecond", "third", false, false},
+        {"agentd", {"agentd", "AGENTD", "agent"}, {}, {"agentd2", "gentd", "agentd "}},
+        {"/usr/bin/agentd", {}, {"agentd", "agent"}, {"usr"}}, // a directory part hides it from paths
+        {"/usr/bin/longprogramname", {}, {"longprogramnam"}, {}},
+        {"sshd-helper", {"sshd"}, {}, {}},
+        {"agentd ", {"agentd"}, {}, {}},
+        {"bin/", {""}, {}, {"x"}}, // an empty name begins everything, also an empty component
+        {"# no entry", {}, {}, {""}},
+        {"", {}, {}, {""}},
+        {"\xc4gentd", {"\xe4gent"}, {}, {}},
+        {"/opt/first\nsecond", {"second"}, {"first"}, {"third"}},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.entry + " and " + c.name);
         load(c.entry + "\n");
-        EXPECT_EQ(named(c.name), c.named);
-        EXPECT_EQ(runs("/usr/sbin/" + c.name), c.matched);
+        const auto expect = [&](const std::vector<std::string>& names, bool name, bool path) {
+            for (const std::string& asked : names) {
+                EXPECT_EQ(named(asked), name) << c.entry << " and " << asked;
+                EXPECT_EQ(runs("/usr/sbin/" + asked), path) << c.entry << " and " << asked;
+            }
+        };
+        expect(c.both, true, true);
+        expect(c.only_named, true, false);
+        expect(c.neither, false, false);
     }
     load("agentd\n");
     EXPECT_TRUE(runs("agentd")) << "a path without a directory is all name";

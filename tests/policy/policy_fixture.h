@@ -1,15 +1,11 @@
 #ifndef SORVANIC_TESTS_POLICY_POLICY_FIXTURE_H
 #define SORVANIC_TESTS_POLICY_POLICY_FIXTURE_H
 
-#include <gtest/gtest.h>
-
 #include <cstddef>
 #include <string>
 
-#include "platform/user/faults.h"
 #include "platform/user/files.h"
 #include "policy/policy_module.h"
-#include "tests/support/fail_each_call.h"
 #include "tests/support/machine.h"
 
 using platform::fault;

@@ -4,12 +4,8 @@
 #include <chrono>
 #include <functional>
 #include <thread>
-#include <utility>
 
-#include "policy/sprolist.h"
-#include "policy/whitelist.h"
-#include "policy/workdir.h"
-#include "tests/policy/policy_fixture.h"
+#include "tests/support/machine.h"
 #include "tests/support/threads.h"
 
 // Lookups and reloads at the same time. A list that both copies hold must be found in every
@@ -98,32 +94,6 @@ TEST_F(table, an_unchanged_entry_is_never_missed)
             std::this_thread::yield(); // as a load does that sleeps in its file
             append(1);
             copies::sync();
-        }
-        stop = true;
-    });
-    EXPECT_EQ(missed, 0u);
-}
-
-class live_policy : public policy_fixture {};
-
-TEST_F(live_policy, lookups_do_not_notice_reloads_of_an_unchanged_file)
-{
-    machine_.keys("whitelist", {7, 0x04030201});
-    machine_.keys("supertrustfile", {9});
-    machine_.plain("workdir", "/a\n/b\n/c\n");
-    sorvanic_kernel_policy_module.load();
-    sorvanic_kernel_policy_module.sync();
-
-    std::atomic<bool> stop{false};
-    std::atomic<unsigned> missed{0};
-    support::on_threads(3, [&](int thread) {
-        for (int n = 0; thread == 0 && n < 30; ++n)
-            sorvanic_kernel_policy_module.reload();
-        const std::uint32_t key = 0x04030201;
-        while (thread != 0 && !stop) {
-            missed += sorvanic_kernel_whitelist_module.search(&key) == 0 ? 0u : 1u;
-            missed += sorvanic_kernel_workdir_module.search("/c/x") == 0 ? 0u : 1u;
-            missed += super_process_list_is_empty() ? 1u : 0u;
         }
         stop = true;
     });

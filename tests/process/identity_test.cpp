@@ -1,13 +1,10 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 
 #include <string>
 #include <utility>
 
 #include "platform/kernel/slab.h"
-#include "platform/user/faults.h"
-#include "platform/user/objects.h"
 #include "process/lineage.h"
 #include "process/process_name.h"
 #include "tests/support/machine.h"

@@ -1,12 +1,9 @@
 #include "process/process_map.h"
 
-#include <gtest/gtest.h>
-
 #include <random>
 #include <set>
 #include <string>
 
-#include "platform/user/faults.h"
 #include "tests/support/machine.h"
 
 namespace {

@@ -1,7 +1,6 @@
 #include "tests/support/machine.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 
 #include <array>
 #include <cstdlib>
@@ -13,7 +12,6 @@
 #include "core/module.h"
 #include "digest/digest_key.h"
 #include "digest/file_digest.h"
-#include "platform/user/faults.h"
 #include "platform/user/files.h"
 #include "platform/user/machine.h"
 #include "policy/base64.h"
@@ -113,12 +111,6 @@ void machine::policy(const std::string& files)
             encoded(name, text);
         }
     }
-}
-
-void machine::enforce(std::string_view system_status)
-{
-    encoded("statlabel", system_status);
-    encoded("modllabel", "2222");
 }
 
 int machine::load()

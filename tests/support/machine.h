@@ -1,12 +1,16 @@
 #ifndef SORVANIC_TESTS_SUPPORT_MACHINE_H
 #define SORVANIC_TESTS_SUPPORT_MACHINE_H
 
+#include <gtest/gtest.h>
+
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/user/faults.h"
 #include "platform/user/objects.h"
 #include "platform/user/tasks.h"
 
@@ -36,8 +40,6 @@ public:
     /// Such files as "NAME=TEXT NAME=TEXT …", each in its format; a list of programs as what those
     /// programs contain, with commas between.
     void policy(const std::string& files);
-    /// Execution control on, at this system status.
-    void enforce(std::string_view system_status = "3");
 
     // The module.
     int load();
@@ -81,6 +83,30 @@ std::string user_of(long pid);
 
 /// The state of a platform user, or -1.
 int state_of(const std::string& user);
+
+/// Runs `act` with the first call of that kind failing, then with the second, and so on, and
+/// hands the number of each to `check`; the last run, in which nothing failed any more, has 0.
+/// No run may leave a lock, a reference or a file behind.
+template <typename Act, typename Check>
+void fail_each_call(platform::fault kind, Act act, Check check, std::size_t step = 1)
+{
+    const platform::live_counts before = platform::live();
+    for (std::size_t n = 1;; n += step) {
+        platform::fail_call(kind, n);
+        act();
+        const bool fired = platform::fault_fired();
+        platform::fail_call(kind, 0);
+        SCOPED_TRACE("failing call " + std::to_string(n));
+        const platform::live_counts left = platform::live();
+        EXPECT_EQ(left.files, before.files);
+        EXPECT_EQ(left.references, before.references);
+        EXPECT_EQ(left.locks, before.locks);
+        platform::assert_thread_clean();
+        check(fired ? n : 0);
+        if (!fired || ::testing::Test::HasFailure())
+            return;
+    }
+}
 
 /// The digest key of a file with this content.
 std::uint32_t key_of(std::string_view content);
