@@ -1,7 +1,7 @@
 #include <atomic>
 #include <set>
-#include <sstream>
 #include <string>
+#include <vector>
 
 #include "policy/uactivate.h"
 #include "process/process_map.h"
@@ -14,11 +14,8 @@ using support::at_once;
 
 std::set<std::string> lines_of(const std::string& text)
 {
-    std::istringstream stream(text);
-    std::set<std::string> lines;
-    for (std::string line; std::getline(stream, line);)
-        lines.insert(line);
-    return lines;
+    const std::vector<std::string> lines = support::words(text, '\n');
+    return {lines.begin(), lines.end()};
 }
 
 TEST(install_stress, of_two_marks_made_at_once_one_stays)

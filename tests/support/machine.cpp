@@ -96,19 +96,15 @@ void machine::keys(std::string_view name, const std::vector<std::uint32_t>& keys
 
 void machine::policy(const std::string& files)
 {
-    std::istringstream words(files);
-    for (std::string word; std::getline(words, word, ' ');) {
+    for (const std::string& word : words(files)) {
         const std::string name = word.substr(0, word.find('=')), text = word.substr(word.find('=') + 1);
-        if (name == "workdir") {
-            plain(name, text);
-        } else if (name == "whitelist" || name == "blacklist" || name == "supertrustfile") {
+        if (name == "whitelist" || name == "blacklist" || name == "supertrustfile") {
             std::vector<std::uint32_t> listed;
-            std::istringstream contents(text);
-            for (std::string content; std::getline(contents, content, ',');)
+            for (const std::string& content : words(text, ','))
                 listed.push_back(key_of(content));
             keys(name, listed);
         } else {
-            encoded(name, text);
+            plain(name, name == "workdir" ? text : encode(text));
         }
     }
 }
@@ -170,6 +166,15 @@ std::string machine::log()
 
 acting::acting(int pid) : task_(platform::find_task(pid)), event_(task_.get())
 {
+}
+
+std::vector<std::string> words(const std::string& text, char between)
+{
+    std::istringstream stream(text);
+    std::vector<std::string> all;
+    for (std::string word; std::getline(stream, word, between);)
+        all.push_back(word);
+    return all;
 }
 
 std::string encode(std::string_view text)

@@ -75,6 +75,9 @@ private:
     platform::event event_;
 };
 
+/// The words of a text, between blanks.
+std::vector<std::string> words(const std::string& text, char between = ' ');
+
 /// As the policy files are encoded.
 std::string encode(std::string_view text);
 
