@@ -27,17 +27,17 @@ class client {
 public:
     client() : fd_(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK))
     {
-        const sockaddr_nl own = address(static_cast<std::uint32_t>(::getpid()));
-        bound_ = fd_ && ::bind(fd_.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0;
+        const auto own = static_cast<std::uint32_t>(::getpid());
+        const sockaddr_nl at = {.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = own, .nl_groups = 0};
+        bound_ = ::bind(fd_.get(), reinterpret_cast<const sockaddr*>(&at), sizeof at) == 0;
     }
     bool bound() const { return bound_; }
 
     bool send(const std::string& datagram, std::uint32_t port) const
     {
-        const sockaddr_nl to = address(port);
+        const sockaddr_nl to = {.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = port, .nl_groups = 0};
         return ::sendto(fd_.get(), datagram.data(), datagram.size(), 0,
-                        reinterpret_cast<const sockaddr*>(&to),
-                        sizeof to) == static_cast<ssize_t>(datagram.size());
+                        reinterpret_cast<const sockaddr*>(&to), sizeof to) != -1;
     }
 
     /// The next datagram, or "" when there is none at the moment.
@@ -49,14 +49,6 @@ public:
     }
 
 private:
-    static sockaddr_nl address(std::uint32_t port)
-    {
-        sockaddr_nl made = {};
-        made.nl_family = AF_NETLINK;
-        made.nl_pid = port;
-        return made;
-    }
-
     platform::unique_fd fd_;
     bool bound_ = false;
 };

@@ -50,37 +50,25 @@ TEST(module_start, a_missing_symbol_refuses_the_load_and_changes_nothing)
     }
 }
 
-TEST(module_start, loads_without_any_policy_file_and_unloads_to_the_byte)
-{
-    machine m;
-    const auto before = kernel_state();
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_EQ(sorvanic_init(), 0);
-        const std::string log = m.log();
-        EXPECT_TRUE(log.starts_with("----sorvanic_security_ops: ")) << log;
-        EXPECT_EQ(log.find('\n'), log.size() - 1) << log;
-        EXPECT_NE(kernel_state(), before);
-        sorvanic_exit();
-        EXPECT_EQ(kernel_state(), before);
-    }
-}
-
-TEST(module_start, goes_on_without_a_channel_or_a_switch)
+TEST(module_start, goes_on_without_a_policy_a_channel_or_a_switch_and_unloads_to_the_byte)
 {
     struct {
         platform::fault fault;
+        std::size_t failing;
         const char* log;
         bool channel, shell_switch;
     } const cases[] = {
-        {platform::fault::netlink_create, "Create Netlink Socket Failed\n", false, true},
-        {platform::fault::sysctl_register, "Unable To Register Sysctl Table ...\n", true, false},
+        {platform::fault::open, 0, "", true, true},
+        {platform::fault::netlink_create, 1, "Create Netlink Socket Failed\n", false, true},
+        {platform::fault::sysctl_register, 1, "Unable To Register Sysctl Table ...\n", true, false},
     };
     for (const auto& c : cases) {
         machine m;
         const auto before = kernel_state();
-        platform::fail_call(c.fault, 1);
+        platform::fail_call(c.fault, c.failing);
         ASSERT_EQ(sorvanic_init(), 0);
         const std::string log = m.log();
+        EXPECT_TRUE(log.starts_with("----sorvanic_security_ops: ")) << log;
         EXPECT_EQ(log.substr(log.find('\n') + 1), c.log);
         EXPECT_NE(kernel_state(), before);
         EXPECT_EQ(platform::netlink_send("", 100), c.channel ? 0 : -111);

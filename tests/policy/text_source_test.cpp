@@ -53,16 +53,4 @@ TEST_F(text_file, the_tail_of_a_long_line_is_a_line_of_its_own)
               (lines{std::string(511, 'a')}));
 }
 
-TEST_F(text_file, reading_ends_at_a_failure)
-{
-    lines found;
-    const auto act = [&] { found = read("ab\ncd\n"); };
-    fail_each_call(fault::allocation, act, [&](std::size_t n) {
-        EXPECT_EQ(found, n == 0 ? lines({"ab", "cd"}) : lines{});
-    });
-    fail_each_call(fault::read, act, [&](std::size_t n) {
-        EXPECT_EQ(found, n == 0 || n > 6 ? lines({"ab", "cd"}) : n > 3 ? lines{"ab"} : lines{});
-    });
-}
-
 } // namespace
