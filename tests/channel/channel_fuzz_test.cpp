@@ -29,14 +29,6 @@ protected:
     std::uint32_t below(std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); }
 };
 
-std::string random_bytes(std::mt19937& random, std::size_t size)
-{
-    std::string out(size, '\0');
-    for (char& byte : out)
-        byte = static_cast<char>(random());
-    return out;
-}
-
 TEST_F(channel_fuzz, every_cut_of_every_message)
 {
     for (const std::string& whole :
@@ -55,7 +47,9 @@ TEST_F(channel_fuzz, every_cut_of_every_message)
 TEST_F(channel_fuzz, random_datagrams_with_and_without_a_sound_header)
 {
     for (int i = 0; i < 20000; ++i) {
-        std::string datagram = random_bytes(random, below(80));
+        std::string datagram(below(80), '\0');
+        for (char& byte : datagram)
+            byte = static_cast<char>(random());
         if (datagram.size() >= 16 && i % 4 != 0) {
             datagram.replace(0, 4, messages::number(static_cast<std::uint32_t>(datagram.size() - below(3))));
             datagram.replace(4, 2, messages::number(14 + below(14)).substr(0, 2));

@@ -23,17 +23,11 @@ struct password_machine : file_machine {
     }
 };
 
-std::string arguments(std::initializer_list<std::string> list)
-{
-    std::string area;
-    for (const std::string& each : list)
-        area += each + '\0';
-    return area;
-}
+using namespace std::string_literals;
 
 TEST(first_password, is_set_when_the_password_program_of_that_user_replaces_the_file)
 {
-    const std::string own = arguments({"passwd", "alice"});
+    const std::string own = "passwd\0alice\0"s;
     const std::string usual = "rename /etc/nshadow /etc/shadow";
     const std::string page(4090, 'p'); // with its end and the name, 4096 bytes
     const struct {
@@ -52,19 +46,19 @@ TEST(first_password, is_set_when_the_password_program_of_that_user_replaces_the_
         {"one that ends so", own, "rename /tmp/etc/shadow /tmp/x+", false},
         {"removed only", own, "unlink /etc/shadow", false},
         {"written only", own, "file:2 /etc/shadow", false},
-        {"in upper case", arguments({"passwd", "ALICE"}), "rename /etc/nshadow /ETC/Shadow", true},
-        {"a longer argument", arguments({"passwd", "alice2"}), usual, true},
-        {"a shorter one", arguments({"passwd", "alic"}), usual, false},
-        {"a later one", arguments({"passwd", "-q", "alice"}), usual, false},
-        {"none", arguments({"passwd"}), usual, false},
+        {"in upper case", "passwd\0ALICE\0"s, "rename /etc/nshadow /ETC/Shadow", true},
+        {"a longer argument", "passwd\0alice2\0"s, usual, true},
+        {"a shorter one", "passwd\0alic\0"s, usual, false},
+        {"a later one", "passwd\0-q\0alice\0"s, usual, false},
+        {"none", "passwd\0"s, usual, false},
         {"no arguments", "", usual, false},
-        {"an empty program name", arguments({"", "alice"}), usual, true},
+        {"an empty program name", "\0alice\0"s, usual, true},
         {"no end", "passwd", usual, false},
         {"4096 bytes", page + '\0' + "alice", usual, true},
         {"4097 bytes lose two", page + '\0' + "alice" + '\0', usual, false},
-        {"over a page's end", arguments({page.substr(1), "alice"}), usual, true},
+        {"over a page's end", page.substr(1) + "\0alice\0"s, usual, true},
         {"state 0", own, usual, false, "alice", 0},
-        {"another user", arguments({"passwd", "bob"}), usual, false, "bob"},
+        {"another user", "passwd\0bob\0"s, usual, false, "bob"},
         {"nobody", own, usual, false, ""},
         {"refused in the end", own, usual, true, "alice", 1, "dirctl=/etc", -1},
         {"while observing", own, usual, true, "alice", 1, "statlabel=2"},
@@ -96,7 +90,7 @@ TEST(first_password, is_not_set_by_what_could_not_be_read)
         std::string states;
         for (bool fired = true; fired;) {
             password_machine m;
-            m.start_as("alice", arguments({std::string(10, 'p'), "alice", std::string(4000, 'x')}), 1);
+            m.start_as("alice", "passwd\0alice\0"s + std::string(4000, 'x') + '\0', 1);
             platform::fail_call(c.kind, states.size() + 1);
             EXPECT_EQ(m.act("rename /etc/nshadow /etc/shadow"), 0);
             fired = platform::fault_fired();

@@ -31,19 +31,22 @@ protected:
         sorvanic_kernel_sublabel_module.reload();
         sorvanic_kernel_objlabel_module.reload();
     }
-    static std::string subject(const std::string& name)
+    /// The label that the table finds, or "".
+    template <typename Label, typename Ops>
+    static std::string find(const Ops& table, const std::string& key)
     {
-        subject_label found = {};
-        const subject_label* result = sorvanic_kernel_sublabel_module.search(name.c_str(), &found);
+        Label found = {};
+        const Label* result = table.search(key.c_str(), &found);
         EXPECT_TRUE(result == nullptr || result == &found);
         return result == nullptr ? "" : text(found.label);
     }
+    static std::string subject(const std::string& name)
+    {
+        return find<subject_label>(sorvanic_kernel_sublabel_module, name);
+    }
     static std::string object(const std::string& path)
     {
-        object_label found = {};
-        const object_label* result = sorvanic_kernel_objlabel_module.search(path.c_str(), &found);
-        EXPECT_TRUE(result == nullptr || result == &found);
-        return result == nullptr ? "" : text(found.label);
+        return find<object_label>(sorvanic_kernel_objlabel_module, path);
     }
 };
 

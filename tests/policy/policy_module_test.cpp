@@ -28,36 +28,25 @@ protected:
     static bool white(std::uint32_t key) { return sorvanic_kernel_whitelist_module.search(&key) == 0; }
     void write_every_file()
     {
-        machine_.keys("blacklist", {1});
-        machine_.keys("whitelist", {2});
-        machine_.keys("supertrustfile", {3});
-        machine_.plain("workdir", "/w\n");
-        machine_.encoded("dirctl", "/c\n");
-        machine_.encoded("ptpylist", "protected\n");
-        machine_.encoded("platuser", "user\n");
-        for (const char* rules : {"dac", "priv", "appevp"})
-            machine_.encoded(rules, "/r:who:4\n");
-        for (const char* labels : {"sublabel", "objlabel"})
-            machine_.encoded(labels, "/l:0:0:0:0,0,0,0,0,0,0,0\n");
-        machine_.encoded("installlabel", "2");
-        machine_.encoded("statlabel", "3");
-        machine_.encoded("auditlabel", "5:2");
-        machine_.encoded("modllabel", "2020");
+        const std::string zeros = ":0:0:0:0,0,0,0,0,0,0,0";
+        machine_.policy("blacklist=b whitelist=w supertrustfile=s workdir=/w dirctl=/c ptpylist=protected "
+                        "platuser=user dac=/r:who:4 priv=/r:who:4 appevp=/r:who:4 sublabel=/l" +
+                        zeros + " objlabel=/l" + zeros +
+                        " installlabel=2 statlabel=3 auditlabel=5:2 modllabel=2020");
     }
 };
 
 TEST_F(policy, each_operation_reaches_every_table)
 {
     write_every_file();
-    const std::uint32_t black = 1;
-    const std::uint32_t super = 3;
+    const std::uint32_t black = support::key_of("b"), super = support::key_of("s");
     const auto active = [&] {
         kernel::u32 state = 0;
         subject_label subject;
         object_label object;
         const bool found[] = {
             sorvanic_kernel_blacklist_module.search(&black) == 0,
-            white(2),
+            white(support::key_of("w")),
             sorvanic_kernel_sprolist_module.search(&super) == 0,
             sorvanic_kernel_workdir_module.search("/w/x") == 0,
             sorvanic_kernel_dirctl_module.search("/c/x") == 0,
