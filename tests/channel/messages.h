@@ -49,18 +49,17 @@ inline std::string field(std::string text, std::size_t size)
     return text;
 }
 
+/// A message of a type (above it, a record's kind) with a payload.
+inline std::string of_type(unsigned type, std::string_view payload = {}, std::uint32_t port = 0)
+{
+    return number(static_cast<std::uint32_t>(16 + payload.size())) + number(type) + number(0) + number(port) +
+           std::string(payload);
+}
+
 /// A record for the agent at this port.
 inline std::string record(std::uint32_t kind, std::string_view payload, std::uint32_t port = 100)
 {
-    return number(static_cast<std::uint32_t>(16 + payload.size())) + number(19 | kind << 16) + number(0) +
-           number(port) + std::string(payload);
-}
-
-/// A message of a type with a payload.
-inline std::string of_type(unsigned type, std::string_view payload = {})
-{
-    return number(static_cast<std::uint32_t>(16 + payload.size())) + number(type) + number(0) + number(0) +
-           std::string(payload);
+    return of_type(19 | kind << 16, payload, port);
 }
 
 inline const std::string helo = of_type(16);

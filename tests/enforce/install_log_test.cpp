@@ -2,8 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <utility>
 
@@ -115,8 +113,7 @@ TEST(install_log, lines_are_appended_and_a_new_log_has_mode_600_in_decimal)
     record(m, "/m/a");
     record_exec(m, "/m/a");
     ::umask(mask);
-    std::ifstream appended(m.real("/var/host/old"));
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(appended), {}), "old line\n/m/a\n");
+    EXPECT_EQ(m.read("/var/host/old"), "old line\n/m/a\n");
     struct stat made = {};
     ASSERT_EQ(::stat(m.real("/var/host/swinstall_exec.log").c_str(), &made), 0);
     EXPECT_EQ(made.st_mode, S_IFREG | 01130u);

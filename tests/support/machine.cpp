@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -68,6 +69,12 @@ void machine::write(std::string_view path, std::string_view content)
     const std::filesystem::path file = real(path);
     std::filesystem::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary) << content;
+}
+
+std::string machine::read(std::string_view path) const
+{
+    std::ifstream file(real(path), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void machine::remove(std::string_view path)

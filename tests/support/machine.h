@@ -30,6 +30,7 @@ public:
 
     // Files. Directories above are made as needed.
     void write(std::string_view path, std::string_view content);
+    std::string read(std::string_view path) const;
     void remove(std::string_view path);
     std::filesystem::path real(std::string_view path) const; ///< where it is on the host
 
