@@ -126,13 +126,13 @@ TEST_F(audit_messages, only_a_repetition_is_suppressed)
         {[] { untp(0, "/first"); }, 0, "a first key of 0 equals the empty buffer"},
         {[] { untp(1, "/x"), untp(2, "/x"), untp(1, "/x"); }, 3, "A, B, A"},
         {[] { untp(1, "/elsewhere", "other"); }, 0, "only the key counts"},
-        {[] { faau("/x", "bob", 1), faau("/x", "bob", 1); }, 1, "once"},
+        {[] { faau("/x", "bob", 1), faau("/x", "bob", 1); }, 1, "the same again"},
         {[] { pcau("/x", "bob", 1); }, 1, "the kinds do not know each other's records"},
-        {[] { faau("/x", "bob", 1); }, 0, "likewise"},
-        {[] { faau("/x", "bob", 2), faau("/y", "bob", 2); }, 2, "any field makes a difference"},
-        {[] { faau("/y", "eve", 2), faau("/y", "eve", 2, "vi"); }, 2, "these, too"},
+        {[] { faau("/x", "bob", 1); }, 0, "nor displace them"},
+        {[] { faau("/x", "bob", 2), faau("/y", "bob", 2); }, 2, "another decision or path is news"},
+        {[] { faau("/y", "eve", 2), faau("/y", "eve", 2, "vi"); }, 2, "as is another user or program"},
         {[] { sorvanic_common_send_syst_message(1, 1), sorvanic_common_send_syst_message(1, 1); }, 2,
-         "never"},
+         "a change of the clock is always told"},
     };
     for (const auto& step : steps) {
         step.report();
