@@ -90,7 +90,7 @@ struct race : session_test {
 TEST_F(race, a_program_is_exchanged_for_an_unlisted_one)
 {
     list_programs();
-    expect_no_winners({"memory", "link", "directory"}, 1000);
+    expect_no_winners({"memory", "link", "directory"}, 500);
 }
 
 TEST_F(race, a_program_is_exchanged_after_vfork_by_a_thread_or_in_place)
