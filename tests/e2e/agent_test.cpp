@@ -29,15 +29,13 @@ protected:
     /// Has the session's shell run this, and returns when it has.
     void have_run(const std::string& line)
     {
-        const fs::path script = directory() / ("do" + std::to_string(++lines_));
-        const fs::path done = directory() / ("done" + std::to_string(lines_));
-        std::ofstream(script.string() + "~") << line << "\n: >'" << done.string() << "'\n";
-        fs::rename(script.string() + "~", script);
+        const fs::path done = directory() / ("done" + std::to_string(lines_ + 1));
+        add_line(line + "\n: >'" + done.string() + "'");
         EXPECT_TRUE(eventually([&] { return fs::exists(done); })) << line;
     }
     void end(child_process& supervisor)
     {
-        std::ofstream(directory() / ("do" + std::to_string(++lines_))) << "exit 0\n";
+        add_line("exit 0");
         EXPECT_EQ(supervisor.wait().status, 0);
     }
 
@@ -71,6 +69,14 @@ protected:
     }
 
 private:
+    /// It is there at once, or the shell would read a part.
+    void add_line(const std::string& line)
+    {
+        const fs::path script = directory() / ("do" + std::to_string(++lines_));
+        std::ofstream(script.string() + "~") << line << "\n";
+        fs::rename(script.string() + "~", script);
+    }
+
     int lines_ = 0;
     int tools_ = 0;
 };
