@@ -1,6 +1,7 @@
 #include "agent/record_json.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "agent/key_text.h"
 

@@ -1,7 +1,7 @@
 #ifndef SORVANIC_AGENT_RECORD_JSON_H
 #define SORVANIC_AGENT_RECORD_JSON_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "agent/record.h"
 

@@ -9,6 +9,7 @@
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "agent/failure.h"
 #include "agent/record_json.h"

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "agent/failure.h"
 #include "agent/status_files.h"
@@ -105,12 +106,12 @@ std::string command_of(const std::string& state)
 session_status::session_status(const std::string& document)
 {
     try {
-        document_ = nlohmann::ordered_json::parse(document);
-        process_ = document_.at("pid").get<pid_t>();
-        agent_ = document_.at("agent").at("pid").get<pid_t>();
-        messages_dropped_ = document_.at("channel").at("dropped").get<std::uint64_t>();
-        records_dropped_ = document_.at("records").at("dropped").get<std::uint64_t>();
-        install_status_ = document_.at("switches").at("install").get<int>();
+        document_ = std::make_shared<nlohmann::ordered_json>(nlohmann::ordered_json::parse(document));
+        process_ = document_->at("pid").get<pid_t>();
+        agent_ = document_->at("agent").at("pid").get<pid_t>();
+        messages_dropped_ = document_->at("channel").at("dropped").get<std::uint64_t>();
+        records_dropped_ = document_->at("records").at("dropped").get<std::uint64_t>();
+        install_status_ = document_->at("switches").at("install").get<int>();
     } catch (const nlohmann::json::exception& error) {
         throw failure(fmt::format(
             "the session's status is not as it should be ({}); is it of another version?", error.what()));
@@ -119,8 +120,8 @@ session_status::session_status(const std::string& document)
 
 std::uint64_t session_status::handled_of(pid_t sender) const
 {
-    const auto senders = document_.find("handled_by");
-    if (senders == document_.end() || !senders->is_object())
+    const auto senders = document_->find("handled_by");
+    if (senders == document_->end() || !senders->is_object())
         return 0;
     const auto found = senders->find(std::to_string(sender));
     return found != senders->end() && found->is_number() ? found->get<std::uint64_t>() : 0;

@@ -4,9 +4,10 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "agent/channel_client.h"
 #include "platform/user/unique_fd.h"
@@ -19,7 +20,7 @@ public:
     /// Throws failure when that is no status document.
     explicit session_status(const std::string& document);
 
-    const nlohmann::ordered_json& document() const { return document_; }
+    const nlohmann::ordered_json& document() const { return *document_; }
 
     pid_t process() const { return process_; }
     pid_t agent() const { return agent_; } ///< 0: none is connected
@@ -30,7 +31,7 @@ public:
     int install_status() const { return install_status_; }
 
 private:
-    nlohmann::ordered_json document_;
+    std::shared_ptr<const nlohmann::ordered_json> document_;
     pid_t process_ = 0;
     pid_t agent_ = 0;
     std::uint64_t messages_dropped_ = 0;

@@ -1,6 +1,7 @@
 #include "cli/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <cstdint>
 #include <memory>
@@ -19,6 +20,24 @@ public:
 private:
     std::string usage_;
 };
+
+misunderstood why(const CLI::App& program, const CLI::ParseError& error)
+{
+    const CLI::App* at = &program;
+    std::string name = program.get_name();
+    while (!at->get_subcommands().empty()) {
+        at = at->get_subcommands().front();
+        name += " " + at->get_name();
+    }
+    const auto unexpected = at->remaining();
+    if (unexpected.empty())
+        return {name, error.what(), ""};
+    const bool lacks_command = at->get_require_subcommand_min() > 0;
+    const char* told = unexpected.front().starts_with('-') ? "there is no option"
+                       : lacks_command                     ? "there is no command"
+                                                           : "too many arguments at";
+    return {name, fmt::format("{} '{}'", told, unexpected.front()), unexpected.front()};
+}
 
 } // namespace
 
@@ -117,6 +136,23 @@ void command::usage(const std::string& line) const
 void command::action(std::function<void()> act) const
 {
     declared_->callback(std::move(act));
+}
+
+void parse(const std::string& name, const std::string& description, const std::string& version,
+           std::span<char* const> arguments, const std::function<void(const command&)>& declare)
+{
+    CLI::App program(description, name);
+    program.set_version_flag("--version", version);
+    program.require_subcommand(1);
+    program.get_formatter()->column_width(24);
+    declare(command(program));
+    try {
+        program.parse(static_cast<int>(arguments.size()), arguments.data());
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success))
+            throw why(program, error);
+        program.exit(error);
+    }
 }
 
 void misuse(const std::string& told)

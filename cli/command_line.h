@@ -2,7 +2,10 @@
 #define SORVANIC_CLI_COMMAND_LINE_H
 
 #include <functional>
+#include <span>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace CLI {
 class App;
@@ -10,7 +13,7 @@ class Option;
 } // namespace CLI
 
 // What the commands declare their options with. The parser behind it is all templates and takes
-// longer to compile than all the commands, so only two sources see it.
+// longer to compile than all the commands, so only one source sees it.
 
 namespace cli {
 
@@ -56,6 +59,28 @@ public:
 private:
     CLI::App* declared_;
 };
+
+/// A command line that makes no sense, and why.
+class misunderstood : public std::runtime_error {
+public:
+    misunderstood(std::string command, const std::string& why, std::string unexpected)
+        : runtime_error(why), command_(std::move(command)), unexpected_(std::move(unexpected))
+    {
+    }
+    const std::string& command() const { return command_; } ///< by its whole name
+    /// The first argument that nothing takes, when that is the reason.
+    const std::string& unexpected() const { return unexpected_; }
+    bool is_operand() const { return !unexpected_.empty() && unexpected_.front() != '-'; }
+
+private:
+    std::string command_;
+    std::string unexpected_;
+};
+
+/// Parses the arguments of a program, of which the first is its own name, and runs the action of the
+/// command among them; or prints help or the version. Throws misunderstood.
+void parse(const std::string& name, const std::string& description, const std::string& version,
+           std::span<char* const> arguments, const std::function<void(const command&)>& declare);
 
 /// Ends parsing, from an action, as a missing option does.
 [[noreturn]] void misuse(const std::string& told);

@@ -1,5 +1,6 @@
 #include <fmt/core.h>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 #include <signal.h>
 #include <strings.h>
 #include <unistd.h>

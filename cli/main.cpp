@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <fmt/core.h>
 
 #include <cerrno>
@@ -10,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/command_line.h"
 #include "cli/commands.h"
 #include "session/session.h"
 
@@ -29,7 +29,7 @@ constexpr const char* examples = R"(Examples:
 Exit status: 0 done, 1 something failed, 2 the command line makes no sense; `sorvanic run` has
 its own, see `sorvanic run --help`.)";
 
-/// What CLI11 parses, and what it must not look into, because it takes "[a,b]" and "{}" apart:
+/// What is parsed, and what the parser must not look into, because it takes "[a,b]" and "{}" apart:
 /// file names, and the command line of another program.
 struct split_arguments {
     std::vector<char*> options;
@@ -54,31 +54,16 @@ split_arguments split(std::span<char*> arguments)
     return result;
 }
 
-/// Tells what is wrong with the command line; help is a success. Returns the exit status.
-int report(const CLI::App& program, const CLI::ParseError& error)
+/// Tells what is wrong with the command line. Returns the exit status.
+int report(const cli::misunderstood& line)
 {
-    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success))
-        return program.exit(error);
-    const CLI::App* at = &program;
-    std::string name = "sorvanic";
-    while (!at->get_subcommands().empty()) {
-        at = at->get_subcommands().front();
-        name += " " + at->get_name();
-    }
-    const bool is_run = name == "sorvanic run";
-    const auto unexpected = at->remaining();
-    if (unexpected.empty())
-        fmt::print(stderr, "{}: {}\n", name, error.what());
-    else if (unexpected.front().starts_with('-'))
-        fmt::print(stderr, "{}: there is no option '{}'\n", name, unexpected.front());
-    else if (is_run)
-        fmt::print(stderr, "{}: write the command behind --, as in: sorvanic run -- {}\n", name,
-                   unexpected.front());
+    const bool is_run = line.command() == "sorvanic run";
+    if (is_run && line.is_operand())
+        fmt::print(stderr, "{}: write the command behind --, as in: sorvanic run -- {}\n", line.command(),
+                   line.unexpected());
     else
-        fmt::print(stderr, "{}: {} '{}'\n", name,
-                   at->get_require_subcommand_min() > 0 ? "there is no command" : "too many arguments at",
-                   unexpected.front());
-    fmt::print(stderr, "Try '{} --help'.\n", name);
+        fmt::print(stderr, "{}: {}\n", line.command(), line.what());
+    fmt::print(stderr, "Try '{} --help'.\n", line.command());
     return is_run ? session::exit_failure : cli::exit_usage;
 }
 
@@ -86,28 +71,24 @@ int parse_and_run(std::span<char*> arguments)
 {
     split_arguments given = split(arguments);
 
-    CLI::App program(description, "sorvanic");
-    program.set_version_flag("--version", "sorvanic " SORVANIC_VERSION);
-    program.require_subcommand(1);
-    program.get_formatter()->column_width(24);
-    program.footer(examples);
-    const cli::command commands(program);
     int status = cli::exit_done;
-    cli::add_run(commands, given.operands, status);
-    cli::add_digest(commands, given.operands, status);
-    cli::add_policy(commands, status);
-    cli::add_replay(commands, status);
-    cli::add_agent(commands, status);
-    cli::add_status(commands, status);
-    cli::add_reload(commands, status);
-    cli::add_login(commands, status);
-    cli::add_install_end(commands, status);
-    cli::add_shell_reset(commands, status);
-
+    const auto declare = [&](const cli::command& program) {
+        program.footer(examples);
+        cli::add_run(program, given.operands, status);
+        cli::add_digest(program, given.operands, status);
+        cli::add_policy(program, status);
+        cli::add_replay(program, status);
+        cli::add_agent(program, status);
+        cli::add_status(program, status);
+        cli::add_reload(program, status);
+        cli::add_login(program, status);
+        cli::add_install_end(program, status);
+        cli::add_shell_reset(program, status);
+    };
     try {
-        program.parse(static_cast<int>(given.options.size()), given.options.data());
-    } catch (const CLI::ParseError& error) {
-        return report(program, error);
+        cli::parse("sorvanic", description, "sorvanic " SORVANIC_VERSION, given.options, declare);
+    } catch (const cli::misunderstood& line) {
+        return report(line);
     }
     return status;
 }

@@ -8,6 +8,8 @@
 #include <random>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/record_json.h"
 #include "agent/record_text.h"
 #include "channel/audit_records.h"
