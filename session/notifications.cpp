@@ -37,6 +37,7 @@ notifications::notifications(unique_fd listener, session_parts& parts)
     request_size_ = std::max(sizeof(seccomp_notif), std::size_t{sizes.seccomp_notif});
     response_size_ = std::max(sizeof(seccomp_notif_resp), std::size_t{sizes.seccomp_notif_resp});
     ioctl(listener_.get(), set_flags, wake_on_this_processor);
+    const std::lock_guard guard(lock_);
     for (int i = 0; i < waiting_limit; ++i)
         add_thread();
 }
@@ -58,7 +59,7 @@ notifications::~notifications()
         thread.join();
 }
 
-/// Under lock_, or before there are others.
+/// Under lock_.
 void notifications::add_thread()
 {
     if (ended_.load() || threads_.size() >= thread_limit)
