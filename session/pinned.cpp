@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -24,6 +26,8 @@
 namespace session {
 
 namespace {
+
+constexpr ino_t proc_root = 1;
 
 unique_fd duplicate(const unique_fd& of)
 {
@@ -44,15 +48,16 @@ struct stat as_stat(const struct statx& of)
     return about;
 }
 
-/// The first component of a path that is a number; empty without one. In a proc, the task.
-std::string first_number(const std::string& path)
+/// The next component of a path from `begin` on that is a number; `begin` is moved behind it. Empty
+/// without one.
+std::string next_number(const std::string& path, std::size_t& begin)
 {
-    for (std::size_t begin = 1; begin < path.size();) {
+    while (begin < path.size()) {
         const std::size_t end = std::min(path.find('/', begin), path.size());
         std::string component = path.substr(begin, end - begin);
+        begin = end + 1;
         if (!component.empty() && std::ranges::all_of(component, [](unsigned char c) { return isdigit(c); }))
             return component;
-        begin = end + 1;
     }
     return {};
 }
@@ -110,9 +115,21 @@ bool is_off_limits(const pinned_object& object, const session_parts& parts, bool
 
 bool is_of_supervisor(const unique_fd& file, const std::string& path)
 {
-    const std::string task = first_number(path);
-    return !task.empty() && is_in_proc(file) &&
-           access(fmt::format("/proc/self/task/{}", task).c_str(), F_OK) == 0;
+    std::size_t at = 1;
+    if (next_number(path, at).empty() || !is_in_proc(file))
+        return false;
+    // As this process sees it: the caller's root may be another one.
+    std::error_code error;
+    const std::string own = std::filesystem::read_symlink(link_to(file.get()), error);
+    at = 1;
+    for (std::string number; !(number = next_number(own, at)).empty();) {
+        // Other numbers are those of descriptors, interrupts, or directories above this proc.
+        struct stat above;
+        if (access(fmt::format("/proc/self/task/{}", number).c_str(), F_OK) == 0 &&
+            (stat(own.substr(0, at - number.size() - 1).c_str(), &above) != 0 || above.st_ino == proc_root))
+            return true;
+    }
+    return static_cast<bool>(error);
 }
 
 int access_error(const caller& who, const unique_fd& object, int wanted)

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 
 #include "tests/e2e/session_fixture.h"
@@ -223,22 +224,31 @@ names = [policy + '/file', policy + '/../policy/./file', above + '/link', policy
          '/proc/%d/root' % os.getpid() + policy + '/file', '/proc/%d/root' % child + policy + '/file',
          holder + '/policy/file', holder.replace('self', str(child)) + '/policy/file',
          state + '/kernel.log', state + '/log', '/proc/self/root' + state + '/kernel.log',
-         keeper + 'mem', keeper + 'environ', keeper + 'fd', keeper + 'fd/3', keeper + 'root' + policy + '/file']
+         above + '/4' + keeper[5:] + 'mem', keeper + 'mem', keeper + 'environ', keeper + 'fd', keeper + 'fd/3', keeper + 'root' + policy + '/file']
+reached = set()
 for name in 100 * names:
     for flags in os.O_RDONLY, os.O_WRONLY, os.O_RDWR | os.O_CREAT:
         try:
-            print('reached', os.open(name, flags), name)
+            os.close(os.open(name, flags))
+            reached.add(name)
         except OSError as error:
             if error.errno not in (1, 2, 13, 20, 21):
                 print(error)
-print('tried', len(names))
+print('tried', len(names), *reached)
 os.kill(child, 9)
 )";
     of_machine("sleep");
     for (const uid_t user : users()) {
         fs::remove(directory() / "link");
-        const outcome told = run_session({python, "-c", script, policy(), directory() / "state"}, {}, user);
-        EXPECT_EQ(told.out, "link 1\ntried 18\n") << told.err;
+        fs::remove_all(directory() / "state");
+        command run = session({python, "-c", script, policy(), directory() / "state"});
+        // Proc once more, below another number.
+        fs::create_directories(directory() / "4");
+        const std::string mount = "mount --bind /proc '" + (directory() / "4").string() + "' && exec \"$@\"";
+        if (user == 0 && std::system("unshare -m true 2>/dev/null") == 0)
+            run.insert(run.begin(), {"/usr/bin/unshare", "-m", "/bin/sh", "-c", mount, "sh"});
+        const outcome told = child_process(run, directory(), user).wait();
+        EXPECT_EQ(told.out, "link 1\ntried 19\n") << told.err;
     }
 }
 

@@ -21,7 +21,7 @@ here $((1 + 2))
 END
         diff <(printf 'a\nb\n') <(printf 'a\nc\n'); echo kept > >(cat >substituted); wait $!
         (mkfifo p; echo through >p & read x <p; echo "$x"; wait)
-        set -m; sleep 0.05 & jobs; fg; echo $?
+        set -m; sleep 0.3 & jobs; fg; echo $?
         umask 027; echo x >made; umask 0; mkdir d; : >d/all; chmod 1700 d; ln -s d/all l; ln d/all h
         mkdir gone; cd gone; rmdir ../gone; : >x; echo $?; cd ..; pwd -P | wc -c
         kill -0 $$; kill -l 9; (kill -TERM $BASHPID); echo $?
