@@ -32,11 +32,15 @@ void run_on_threads(int threads, Work work)
 }
 
 // Plain variables: the thread sanitizer sees whether the locks order what they should.
-TEST_F(locks, WritersExcludeEveryoneReadersOnlyWriters)
+TEST_F(locks, ExclusiveLocksExcludeEveryoneAndReadersOnlyWriters)
 {
     kernel::rwlock_t lock = {};
+    kernel::spinlock_t spinlock = {};
+    kernel::mutex mutex = {};
     long left = 0;
     long right = 0;
+    long spun = 0;
+    long slept = 0;
     std::atomic<int> torn = 0;
     run_on_threads(4, [&](int number) {
         for (int i = 0; i < rounds; ++i) {
@@ -46,37 +50,24 @@ TEST_F(locks, WritersExcludeEveryoneReadersOnlyWriters)
                 ++right;
             } else {
                 const kernel::read_guard guard(lock);
-                if (left != right)
-                    ++torn;
+                torn += left != right ? 1 : 0;
             }
-        }
-    });
-    EXPECT_EQ(torn, 0);
-    EXPECT_EQ(left, rounds);
-    EXPECT_EQ(right, rounds);
-
-    const kernel::read_guard first(lock);
-    std::thread([&] { const kernel::read_guard second(lock); }).join(); // beside the first
-}
-
-TEST_F(locks, ExclusiveLocksExclude)
-{
-    kernel::spinlock_t spinlock = {};
-    kernel::mutex mutex = {};
-    long spun = 0;
-    long slept = 0;
-    run_on_threads(4, [&](int) {
-        for (int i = 0; i < rounds; ++i) {
             {
                 const kernel::spin_guard guard(spinlock);
                 ++spun;
             }
             const kernel::mutex_guard guard(mutex);
             ++slept;
+            if (i % 64 == 0)
+                std::this_thread::yield(); // with the mutex held, so that others come to wait
         }
     });
-    EXPECT_EQ(spun, 4 * rounds);
-    EXPECT_EQ(slept, 4 * rounds);
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(std::vector({left, right, spun, slept}),
+              (std::vector<long>{rounds, rounds, 4 * rounds, 4 * rounds}));
+
+    const kernel::read_guard first(lock);
+    std::thread([&] { const kernel::read_guard second(lock); }).join(); // beside the first
 }
 
 TEST_F(locks, AnUnbrokenRowOfReadersDoesNotStarveAWriter)

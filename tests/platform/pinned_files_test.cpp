@@ -55,18 +55,6 @@ TEST_F(pinned_files, PathsStandForObjectsInTheirEventOnly)
     EXPECT_EQ(read_path("/bin/program"), "by name");
 }
 
-TEST_F(pinned_files, WhatTheSupervisorMayNotReadIsRefused)
-{
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "root may read everything";
-    root_.write("program", "secret");
-    ::chmod((root_ / "program").c_str(), 0111);
-    const platform::file_handle file = platform::make_pinned_file(pin("program"), "/bin/program");
-    const platform::event running(task_.get());
-    EXPECT_EQ(read_path(path_text(file.get()).c_str()), "error -13");
-    EXPECT_EQ(read_from_start(file.get()), "error -13");
-}
-
 TEST_F(pinned_files, FactsComeFromTheObjectAndParentsFromTheirNames)
 {
     const std::filesystem::path real = root_.write("dir/program", "12345");

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <string>
+#include <tuple>
 
 #include "platform/kernel/mm.h"
 #include "tests/platform/fixture.h"
@@ -38,25 +39,21 @@ TEST_F(tasks, ClonesBelongWhereTheirFlagsPutThem)
 {
     ASSERT_EQ(fork(10, 0, 20), 20);
     constexpr unsigned long thread = CLONE_VM | CLONE_THREAD | CLONE_SIGHAND;
-    struct {
-        unsigned long flags;
-        int parent;
-        bool shares_mm;
-    } const cases[] = {{0, 20, false},
-                       {CLONE_VM, 20, true},
-                       {CLONE_PARENT, 10, false},
-                       {thread, 10, true},
-                       {CLONE_VM | CLONE_VFORK, 20, true}};
+    const std::tuple<unsigned long, int, bool> cases[] = {{0, 20, false},
+                                                          {CLONE_VM, 20, true},
+                                                          {CLONE_PARENT, 10, false},
+                                                          {thread, 10, true},
+                                                          {CLONE_VM | CLONE_VFORK, 20, true}};
     int child = 30;
     const platform::task_handle parent = platform::find_task(20);
     const kernel::mm_ref parent_mm(kernel::get_task_mm(parent.get()));
-    for (const auto& c : cases) {
-        ASSERT_EQ(fork(20, c.flags, ++child), child);
-        EXPECT_EQ(parent_of(child), c.parent) << std::hex << c.flags;
+    for (const auto& [flags, heir, shares_mm] : cases) {
+        ASSERT_EQ(fork(20, flags, ++child), child);
+        EXPECT_EQ(parent_of(child), heir) << std::hex << flags;
         const platform::task_handle task = platform::find_task(child);
         EXPECT_STREQ(kernel::task_comm(task.get()), "a-program-with-");
         const kernel::mm_ref mm(kernel::get_task_mm(task.get()));
-        EXPECT_EQ(mm.get() == parent_mm.get(), c.shares_mm) << std::hex << c.flags;
+        EXPECT_EQ(mm.get() == parent_mm.get(), shares_mm) << std::hex << flags;
     }
     EXPECT_EQ(fork(20, 0, child), -11); // the id is taken
     EXPECT_EQ(platform::add_task(child, 1, "", nullptr), nullptr);
@@ -78,10 +75,12 @@ TEST_F(tasks, OrphansGoToALivingThreadElseToTheFirstTask)
     EXPECT_EQ(parent_of(1), 1);
 }
 
-TEST_F(tasks, AProcessOutlivesItsFirstTask)
+TEST_F(tasks, AProcessOutlivesItsFirstTaskAndNoLineageBecomesACircle)
 {
+    // A second thread whose parent is a child of the first: CLONE_PARENT of a grandchild.
     ASSERT_EQ(fork(10, CLONE_VM | CLONE_THREAD, 11), 11);
     ASSERT_EQ(fork(11, 0, 12), 12);
+    ASSERT_EQ(fork(12, CLONE_PARENT, 13), 13);
     EXPECT_EQ(platform::process_of(11), 10);
     EXPECT_EQ(platform::process_of(12), 12);
     exit(10);
@@ -89,16 +88,6 @@ TEST_F(tasks, AProcessOutlivesItsFirstTask)
     exit(11);
     EXPECT_FALSE(platform::has_process(10));
     EXPECT_EQ(platform::process_of(10), 0);
-}
-
-TEST_F(tasks, ALineageNeverBecomesACircle)
-{
-    // A second thread whose parent is a child of the first: CLONE_PARENT of a grandchild.
-    ASSERT_EQ(fork(10, CLONE_VM | CLONE_THREAD, 11), 11);
-    ASSERT_EQ(fork(11, 0, 12), 12);
-    ASSERT_EQ(fork(12, CLONE_PARENT, 13), 13);
-    exit(10);
-    exit(11);
     for (const int pid : {12, 13})
         EXPECT_EQ(parent_of(pid), 1) << pid;
 
