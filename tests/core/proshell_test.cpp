@@ -41,16 +41,4 @@ TEST(proshell, both_values_read_as_text_with_a_line_end)
     shell.destroy();
 }
 
-TEST(proshell, without_a_table_the_switch_is_kept_for_nobody)
-{
-    support::machine m;
-    platform::fail_call(platform::fault::sysctl_register, 1);
-    EXPECT_EQ(shell.init(), -1);
-    EXPECT_EQ(m.log(), "Unable To Register Sysctl Table ...\n");
-    shell.setkey();
-    EXPECT_EQ(shell.getkey(), 1);
-    EXPECT_EQ(shown("mode"), "(none)");
-    EXPECT_EQ(shell.destroy(), 0) << "nothing to take back";
-}
-
 } // namespace
