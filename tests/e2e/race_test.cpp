@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <utility>
 
 #include "tests/e2e/session_fixture.h"
 
@@ -98,11 +99,9 @@ TEST_F(race, a_program_is_exchanged_after_vfork_by_a_thread_or_in_place)
 {
     list_programs();
     blacklist(directory() / "evil/deep/p"); // under whatever name
-    const struct {
-        const char* act;
-        const char* how;
-    } ways[] = {{"vfork", "memory"}, {"vfork", "link"},     {"thread", "memory"},
-                {"thread", "link"},  {"fork", "hard-link"}, {"fork", "written"}};
+    const std::pair<const char*, const char*> ways[] = {{"vfork", "memory"},   {"vfork", "link"},
+                                                        {"thread", "memory"},  {"thread", "link"},
+                                                        {"fork", "hard-link"}, {"fork", "written"}};
     for (const uid_t user : users()) {
         for (const auto& [act, how] : ways)
             expect_no_winner(act, how, 500, user);

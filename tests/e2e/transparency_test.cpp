@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <fstream>
+#include <ostream>
 
 #include "tests/e2e/session_fixture.h"
 
@@ -142,6 +143,11 @@ END
         stress-ng --verify -t 60 --temp-path $t "$@" --link 1 --link-ops 1 --symlink 1 --symlink-ops 1 >told 2>&1
         echo $?; grep -iE 'fail|error' told; rm -r told $t)"},
 };
+
+void PrintTo(const way_of_work& way, std::ostream* out)
+{
+    *out << way.name;
+}
 
 struct transparency : session_test, ::testing::WithParamInterface<way_of_work> {
     /// What the script prints and leaves behind, run by `start` in a directory made anew. Times of the

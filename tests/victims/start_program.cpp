@@ -71,15 +71,10 @@ int exec_by(const std::string& way, char** arguments)
     }
     if (way == "nofollow")
         return exec_at(AT_FDCWD, path, arguments, AT_SYMLINK_NOFOLLOW);
-    if (way == "own-link") {
+    if (way == "own-link" || way == "thread-link") {
         // Reads through the process's own /proc directory.
-        const int file = open(path, O_RDONLY);
-        const std::string name = "/proc/self/fd/" + std::to_string(file);
-        return execv(name.c_str(), arguments);
-    }
-    if (way == "thread-link") {
-        const int file = open(path, O_RDONLY);
-        const std::string name = "/proc/thread-self/fd/" + std::to_string(file);
+        const std::string name = (way == "own-link" ? "/proc/self/fd/" : "/proc/thread-self/fd/") +
+                                 std::to_string(open(path, O_RDONLY));
         return execv(name.c_str(), arguments);
     }
     if (way == "changed-root") {
