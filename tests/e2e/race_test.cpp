@@ -243,7 +243,7 @@ os.kill(child, 9)
         command run = session({python, "-c", script, policy(), directory() / "state"});
         // Proc once more, below another number.
         fs::create_directories(directory() / "4");
-        const std::string mount = "mount --bind /proc '" + (directory() / "4").string() + "' && exec \"$@\"";
+        const std::string mount = "mount --bind /proc '" + (directory() / "4").string() + "'; exec \"$@\"";
         if (user == 0 && std::system("unshare -m true 2>/dev/null") == 0)
             run.insert(run.begin(), {"/usr/bin/unshare", "-m", "/bin/sh", "-c", mount, "sh"});
         const outcome told = child_process(run, directory(), user).wait();
