@@ -1,8 +1,5 @@
-#include <string>
 #include <vector>
 
-#include "platform/kernel/text.h"
-#include "platform/user/kernel_text.h"
 #include "platform/user/machine.h"
 #include "tests/platform/fixture.h"
 
@@ -86,36 +83,6 @@ TEST_F(entries, AnInodeIsFoundThroughALivingEntryOnly)
 
     const platform::dentry_handle missing = platform::make_entry(bin_.get(), "missing", nullptr);
     EXPECT_EQ(kernel::dentry_inode(missing.get()), nullptr);
-}
-
-kernel::inode* freed = nullptr;
-
-void free_mark(kernel::inode* inode)
-{
-    freed = inode;
-    kernel::kfree(kernel::inode_security(inode));
-}
-
-TEST_F(entries, AMarkIsHandedBackWhenItsInodeGoes)
-{
-    const auto set_hook = [](void (*hook)(kernel::inode*)) {
-        kernel::preempt_disable();
-        kernel::write_cr0(kernel::read_cr0() & ~kernel::cr0_write_protect);
-        auto* former = security_ops->inode_free_security;
-        security_ops->inode_free_security = hook;
-        kernel::write_cr0(kernel::read_cr0() | kernel::cr0_write_protect);
-        kernel::preempt_enable();
-        return former;
-    };
-    kernel::inode* inode = kernel::dentry_inode(program_.get());
-    void* mark = kernel::kmalloc(8, kernel::GFP_KERNEL);
-    EXPECT_EQ(kernel::claim_inode_security(inode, mark), mark);
-    int other = 0;
-    EXPECT_EQ(kernel::claim_inode_security(inode, &other), mark);
-    auto* former = set_hook(free_mark);
-    program_.reset();
-    set_hook(former);
-    EXPECT_EQ(freed, inode);
 }
 
 } // namespace
