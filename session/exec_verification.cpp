@@ -17,8 +17,8 @@ namespace {
 
 /// The new image as far as the host shows it.
 struct new_image {
-    explicit new_image(pid_t process)
-        : who(process), file(who.program()), name(program_name(process)), identity(identity_of(file.get()))
+    explicit new_image(const caller& process)
+        : who(process), file(who.program()), name(program_name(who.task())), identity(identity_of(file.get()))
     {
     }
 
@@ -29,7 +29,8 @@ struct new_image {
         if (!file)
             return !decided.readable;
         return decided.program == identity && decided.name == name &&
-               program_arguments(who.task(), decided.arguments.size()) == decided.arguments;
+               (decided.arguments.empty() ||
+                program_arguments(who.task(), decided.arguments.size()) == decided.arguments);
     }
 
     found_program program() const
@@ -39,7 +40,7 @@ struct new_image {
         return {unique_fd(fcntl(file.get(), F_DUPFD_CLOEXEC, 0)), path_of(file.get(), who)};
     }
 
-    caller who;
+    const caller& who;
     unique_fd file;
     std::optional<std::string> name;
     file_identity identity;
@@ -67,10 +68,10 @@ std::vector<script_link> possible_scripts(const new_image& image)
 
 } // namespace
 
-exec_outcome verify_exec(pid_t process, pid_t former, pending_execs& pending)
+exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending)
 {
     exec_outcome outcome;
-    const new_image image(process);
+    const new_image image(who);
     const found_program program = image.program();
     if (image.file)
         outcome.program = pinned_file(program.file.get(), program.path);
@@ -102,7 +103,7 @@ exec_outcome verify_exec(pid_t process, pid_t former, pending_execs& pending)
         scripts = possible_scripts(image);
     }
     if (!scripts.empty())
-        outcome.watch = std::make_unique<script_watch>(process, image.name.value_or(program.path.text),
+        outcome.watch = std::make_unique<script_watch>(who.task(), image.name.value_or(program.path.text),
                                                        std::move(scripts));
     return outcome;
 }

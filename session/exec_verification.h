@@ -17,11 +17,11 @@ struct exec_outcome {
     std::unique_ptr<script_watch> watch; ///< when an interpreter is still to open its script
 };
 
-/// Compares what the kernel has started in `process` with what was decided: the caller's memory
+/// Compares what the kernel has started in `who` with what was decided: the caller's memory
 /// and the directories may have changed in between. What fits is not asked about again; what does
 /// not is decided anew, from the real files. To be called while the process is stopped at its
 /// exec; `former` is the id that its calling thread had before.
-exec_outcome verify_exec(pid_t process, pid_t former, pending_execs& pending);
+exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending);
 
 } // namespace session
 

@@ -347,7 +347,7 @@ void lifecycle::exec_done(pid_t process)
     }
 
     known_.executed(process, former);
-    exec_outcome outcome = verify_exec(process, former, pending_);
+    exec_outcome outcome = verify_exec(caller(process, known_.look_up(process)), former, pending_);
     platform::replace_program(process, former, outcome.program.get(), command_name(process));
     if (outcome.watch || !of->watch || !of->watch->outlives_exec())
         of->watch = std::move(outcome.watch);
