@@ -80,9 +80,13 @@ std::optional<resolved> walk_at_once(int start, const std::string& name, int fla
         return result;
     }
     const int error = errno;
-    if (open_beneath(start, name, flags, RESOLVE_NO_SYMLINKS) || errno != error || error == ELOOP)
+    if (error == ELOOP)
         return std::nullopt;
-    return resolved{{}, error};
+    // Without links or without other mounts, no name leads to "/proc/self".
+    for (const std::uint64_t without : {RESOLVE_NO_SYMLINKS, RESOLVE_NO_XDEV | RESOLVE_NO_MAGICLINKS})
+        if (!open_beneath(start, name, flags, without) && errno == error)
+            return resolved{{}, error};
+    return std::nullopt;
 }
 
 /// One walk along a name, component by component, as the kernel walks it for the caller.
