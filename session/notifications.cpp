@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::size_t thread_limit = 1024;
 constexpr int waiting_limit = 2;
+constexpr int calls_until_quiet = 100;
 
 // Newer than the C library's headers. A kernel before 6.6 does not know it, and wakes the receiver
 // of a call on any processor, which takes longer where that one has to be woken, too.
@@ -77,6 +78,7 @@ void notifications::stop_waiting()
     const std::lock_guard guard(lock_);
     if (--waiting_ > 0)
         return;
+    calls_until_quiet_ = calls_until_quiet;
     if (spare_ == 0)
         return add_thread();
     --spare_;
@@ -91,7 +93,9 @@ void notifications::stop_waiting()
 bool notifications::wait_again()
 {
     const std::lock_guard guard(lock_);
-    const bool needed = waiting_ < waiting_limit;
+    // Calls that come two at a time would have one rest and be woken again and again.
+    const bool needed = waiting_ < waiting_limit + (calls_until_quiet_ > 0 ? 1 : 0);
+    calls_until_quiet_ = std::max(calls_until_quiet_ - 1, 0);
     ++(needed ? waiting_ : spare_);
     return needed;
 }

@@ -46,6 +46,7 @@ private:
     std::mutex lock_;
     std::list<std::thread> threads_; // these under lock_
     int waiting_ = 0;                // for a call
+    int calls_until_quiet_ = 0;      // since nobody was left to wait for one
     int spare_ = 0;                  // for one of those who wait for a call to get one
     int wanted_ = 0;                 // of the spare ones
     std::condition_variable want_one_;
