@@ -83,7 +83,8 @@ pinned_object pin(resolved found, const caller& who)
     made.about = as_stat(found.about);
     made.path = path_of(found.file.get(), who);
     made.pin = std::make_shared<const unique_fd>(std::move(found.file));
-    made.entry = platform::make_pinned_entry({made.pin, found.about}, made.path.text, made.path.deleted);
+    made.entry = platform::make_pinned_entry({made.pin, found.about}, made.path.text, made.path.deleted,
+                                             made.path.above);
     return made;
 }
 
@@ -103,9 +104,9 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
 
 bool is_off_limits(const pinned_object& object, const session_parts& parts, bool only_to_read)
 {
-    const std::string& path = object.path.text;
+    const std::string path = object.path.on_host();
     const auto is_below = [&](const std::string& directory) {
-        return object.path.hidden == 0 && path.starts_with(directory) &&
+        return path.starts_with(directory) &&
                (path.size() == directory.size() || path[directory.size()] == '/');
     };
     if (is_below(parts.state_directory))

@@ -116,12 +116,10 @@ seen_path path_of(int fd, const caller& who)
         return path;
     const unique_fd root = who.root();
     const std::string root_text = root ? path_behind(root.get()) : "/";
-    if (root_text.size() > 1 && path.text.starts_with(root_text + "/")) {
-        path.hidden = root_text.size();
-        path.text.erase(0, path.hidden);
-    } else if (root_text.size() > 1 && path.text == root_text) {
-        path.hidden = root_text.size();
-        path.text = "/";
+    if (root_text.size() > 1 && (path.text + "/").starts_with(root_text + "/")) {
+        path.text.erase(0, root_text.size());
+        path.text += path.text.empty() ? "/" : "";
+        path.above = root_text;
     }
     return path;
 }

@@ -43,7 +43,10 @@ bool may_read(int fd);
 struct seen_path {
     std::string text;
     bool deleted;
-    std::size_t hidden = 0; ///< leading characters that `who` does not see, its root being there
+    std::string above =
+        {}; ///< what stands before it on the host and `who` does not see, its root being there
+
+    std::string on_host() const { return !above.empty() && text == "/" ? above : above + text; }
 };
 seen_path path_of(int fd, const caller& who);
 

@@ -83,7 +83,8 @@ std::optional<resolved> walk_at_once(int start, const std::string& name, int fla
     if (error == ELOOP)
         return std::nullopt;
     // Without links or without other mounts, no name leads to "/proc/self".
-    for (const std::uint64_t without : {RESOLVE_NO_SYMLINKS, RESOLVE_NO_XDEV | RESOLVE_NO_MAGICLINKS})
+    constexpr std::uint64_t less[] = {RESOLVE_NO_SYMLINKS, RESOLVE_NO_XDEV | RESOLVE_NO_MAGICLINKS};
+    for (const std::uint64_t without : less)
         if (!open_beneath(start, name, flags, without) && errno == error)
             return resolved{{}, error};
     return std::nullopt;

@@ -54,10 +54,13 @@ struct host_object {
     struct statx about = {};
 };
 bool host_statx(int fd, struct statx& about); ///< false when `fd` is no descriptor
-dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted = false);
+/// `above` is what stands before `path` on the host, where the acting task's root is another one
+/// ("/jail" for "/jail/file", seen as "/file"): its parents are what they are on the host.
+dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted = false,
+                                std::string above = {});
 
-/// An entry at `path` in the directory `parent`, over the object `pinned` or, when that is empty, for
-/// a name that nothing has yet. Null when `pinned` is no descriptor.
+/// An entry at `path`, as the acting task sees it, in the directory `parent`, over the object `pinned` or,
+/// when that is empty, for a name that nothing has yet. Null when `pinned` is no descriptor.
 dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd pinned = {});
 
 /// The object has lost its last name: its inode goes as soon as nothing refers to it.

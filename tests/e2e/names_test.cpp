@@ -1,0 +1,83 @@
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "tests/e2e/session_fixture.h"
+
+// What rules say of paths, where a process has another root or a directory a second place.
+
+namespace e2e {
+
+namespace {
+
+using names = session_test;
+
+/// Opens each name to read, then to append, as a program without a trusted name.
+constexpr const char* opens = R"(
+import os, sys
+def tell(name, flags):
+    try: os.close(os.open(name, flags)); return 'opened'
+    except OSError as e: return os.strerror(e.errno)
+if sys.argv[1]: os.chroot(sys.argv[1])
+for name in sys.argv[2:]: print(name, tell(name, os.O_RDONLY), tell(name, os.O_WRONLY | os.O_APPEND), sep=': ')
+)";
+
+TEST_F(names, a_root_of_its_own_hides_what_is_protected)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root has other roots";
+    const fs::path python = of_machine("python3");
+    // The same path as the real one's, seen from the jail.
+    const fs::path jail = directory() / "jail";
+    fs::create_directories(jail / "data");
+    fs::create_directories(jail / policy().relative_path());
+    for (const fs::path& file :
+         {jail / "data/mine", jail / "data/other", jail / (policy() / "whitelist").relative_path()})
+        std::ofstream(file) << "text\n";
+    encoded("dirctl", "/data\n" + (jail / "data").string() + "/none\n");
+    encoded("dac", "/data/mine:bob:4\n");
+    const outcome inside = run_session(
+        {python, "-c", opens, jail, "/data/mine", "/data/other", policy() / "whitelist"}, {"--user", "bob"});
+    EXPECT_EQ(inside.out, "/data/mine: opened: Operation not permitted\n"
+                          "/data/other: Operation not permitted: Operation not permitted\n" +
+                              (policy() / "whitelist").string() + ": opened: opened\n")
+        << inside.err;
+    const outcome outside = run_session(
+        {python, "-c", opens, directory(), "/policy/whitelist", "/state/kernel.log", "/jail/data/other"});
+    EXPECT_EQ(outside.out, "/policy/whitelist: Operation not permitted: Operation not permitted\n"
+                           "/state/kernel.log: Operation not permitted: Operation not permitted\n"
+                           "/jail/data/other: opened: opened\n")
+        << outside.err;
+}
+
+TEST_F(names, a_file_below_a_mount_has_no_name)
+{
+    if (std::system("unshare -m true 2>/dev/null") != 0)
+        GTEST_SKIP() << "no mount namespace is to be had";
+    const fs::path python = of_machine("python3");
+    fs::create_directories(directory() / "real/part");
+    fs::create_directory(directory() / "shown");
+    std::ofstream(directory() / "real/part/file") << "text\n";
+    encoded("dirctl", (directory() / "shown").string() + "\n");
+    const std::string mount =
+        "mount --bind \"$1\" \"$2\" && mount --bind \"$3\" \"$4\" && shift 4 && exec \"$@\"";
+    fs::create_directory(directory() / "rules");
+    command run = session({python, "-c", opens, "", directory() / "real/part/file",
+                           directory() / "shown/file", directory() / "rules/whitelist"});
+    run.insert(run.begin(),
+               {"/usr/bin/unshare", "-m", "/bin/sh", "-c", mount, "sh", directory() / "real/part",
+                directory() / "shown", policy(), directory() / "rules"});
+    child_process supervised(run, directory());
+    const outcome told = supervised.wait();
+    EXPECT_EQ(told.out, (directory() / "real/part/file").string() + ": opened: opened\n" +
+                            (directory() / "shown/file").string() +
+                            ": Operation not permitted: Operation not permitted\n" +
+                            (directory() / "rules/whitelist").string() +
+                            ": Operation not permitted: Operation not permitted\n")
+        << told.err;
+}
+
+} // namespace
+
+} // namespace e2e
