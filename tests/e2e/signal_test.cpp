@@ -45,10 +45,10 @@ struct signals : session_test {
 
     outcome run(const std::string& script, uid_t user)
     {
-        for (const char* left :
-             {"end", "root/end", "sender", "one.out", "two.out", "lone.out", "agent.out", "next.out"})
+        for (const char* left : {"end", "root/end", "sender", "one.out", "two.out", "lone.out", "agent.out",
+                                 "next.out", "pid", "pkill.err"})
             fs::remove(directory() / left);
-        return run_session(shell(script, {"chroot"}), {}, user);
+        return run_session(shell(script, {"chroot", "pkill"}), {}, user);
     }
 
     std::string output_of(const std::string& name) const { return read_file(directory() / (name + ".out")); }
@@ -65,13 +65,14 @@ TEST_F(signals, a_protected_process_can_be_signalled_or_its_group_cannot)
             start("one", "./take_signals") + start("two", "./member $one") + start("lone", "./member");
         status = "3";
         outcome result = run(tree + every_call_to("$one", SIGUSR1) + every_call_to("$one", SIGKILL) +
+                                 "echo $one > pid; pkill -KILL -F pid 2> pkill.err; echo pkill $?; "
                                  // The member of its group gets it, in the sender's name.
                                  "./send_signal kill -$one 10; ./send_signal kill -$lone 10; "
                                  "./send_signal pidfd_send_signal $lone 10; ./send_signal kill -$one 15; "
                                  "./send_signal kill -$one 15; > end; wait $two; echo $?; wait $one; echo $?",
                              user);
         EXPECT_EQ(result.out, every_call_gives(EPERM) + every_call_gives(EPERM) +
-                                  "kill 0\nkill 0\npidfd_send_signal 0\nkill 0\nkill 1\n143\n0\n")
+                                  "pkill 1\nkill 0\nkill 0\npidfd_send_signal 0\nkill 0\nkill 1\n143\n0\n")
             << result.err;
         EXPECT_EQ(output_of("one"), "ready\n");
         EXPECT_EQ(output_of("two"), "ready\nqueued by the sender\n");
@@ -88,12 +89,13 @@ TEST_F(signals, a_protected_process_can_be_signalled_or_its_group_cannot)
                 }() +
                 "; do ./take_signals > next.out & next=$!; ./send_signal $call $next 15; wait $next; echo "
                 "$?; "
-                "done; ./send_signal kill -$one 15; wait $two; echo $?; wait $one; echo $?; > end",
+                "done; ./take_signals > next.out & echo $! > pid; pkill -KILL -F pid; wait $!; echo $?; "
+                "./send_signal kill -$one 15; wait $two; echo $?; wait $one; echo $?; > end",
             user);
         std::string died;
         for (const std::string& call : every_call)
             died += call + " 0\n143\n";
-        EXPECT_EQ(result.out, died + "kill 0\n143\n143\n") << result.err;
+        EXPECT_EQ(result.out, died + "137\nkill 0\n143\n143\n") << result.err;
     }
 }
 
