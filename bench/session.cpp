@@ -42,7 +42,7 @@ std::string compiler_part(const std::string& name)
 constexpr const char* exec_control = "2000\n";
 constexpr const char* no_control = "0000\n"; // hooks are asked, and decide at once
 
-/// An enforcing policy that admits the programs.
+/// An enforcing policy that admits the programs, the first of which is a shell.
 class session_policy {
 public:
     explicit session_policy(const words& programs, const std::string& modules = exec_control)
@@ -196,14 +196,15 @@ void system_calls(benchmark::State& state, const std::string& what, bool against
 
 void compile_large(benchmark::State& state, const char* modules)
 {
-    const words programs = {find_program("g++"), compiler_part("cc1plus"), compiler_part("as")};
-    if (programs[0].empty())
+    const words programs = {find_program("sh"), find_program("g++"), compiler_part("cc1plus"),
+                            compiler_part("as")};
+    if (programs[1].empty())
         return state.SkipWithError("skipped: there is no C++ compiler");
     const bench::directory work;
     work.write("large.cpp", "#include <regex>\n#include <string>\nbool f(const std::string& s) "
                             "{ return std::regex_match(s, std::regex(\"a*b|c\")); }\n");
     const session_policy policy(programs, modules);
-    in_session(state, policy, 1, {programs[0], "-O2", "-c", "-o", work / "large.o", work / "large.cpp"},
+    in_session(state, policy, 1, {programs[1], "-O2", "-c", "-o", work / "large.o", work / "large.cpp"},
                [] {});
 }
 
