@@ -6,7 +6,7 @@
 #include "agent/channel_client.h"
 #include "agent/record_output.h"
 #include "agent/record_reader.h"
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 
 namespace agent {
 

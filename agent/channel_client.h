@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 
 namespace agent {
 

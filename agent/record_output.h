@@ -7,7 +7,7 @@
 #include <string>
 
 #include "agent/record.h"
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 
 namespace agent {
 

@@ -10,7 +10,7 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "agent/channel_client.h"
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 
 namespace agent {
 

@@ -12,9 +12,9 @@
 #include "channel/audit_messages.h"
 #include "channel/audit_records.h"
 #include "channel/wire.h"
-#include "platform/user/netlink.h"
-#include "platform/user/tasks.h"
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
+#include "platform/user/driver/netlink.h"
+#include "platform/user/driver/tasks.h"
 
 // The channel on the host's netlink, with this process as the agent. The peer moves datagrams
 // of the same sizes between two sockets and does nothing else.

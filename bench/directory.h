@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/user/files.h"
+#include "platform/user/driver/files.h"
 
 namespace bench {
 

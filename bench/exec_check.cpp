@@ -10,9 +10,9 @@
 #include "bench/ratio.h"
 #include "digest/digest_key.h"
 #include "digest/file_digest.h"
-#include "platform/user/machine.h"
-#include "platform/user/objects.h"
-#include "platform/user/tasks.h"
+#include "platform/user/driver/machine.h"
+#include "platform/user/driver/objects.h"
+#include "platform/user/driver/tasks.h"
 
 // One execution check through the hook, in this process. Its peer is nothing but the digest of
 // the same file: the ratio is the digest's share of the check.

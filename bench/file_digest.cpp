@@ -10,7 +10,7 @@
 #include "bench/benchmarks.h"
 #include "bench/directory.h"
 #include "bench/ratio.h"
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 
 // A file by its name: opened, read in pieces of 4096 bytes into a buffer that is cleared
 // before each, and closed. The peer is the same loop over plain system calls and OpenSSL.

@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "bench/directory.h"
-#include "core/module.h"
+#include "core/entry.h"
 
 namespace bench {
 

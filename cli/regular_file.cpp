@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 
 namespace cli {
 

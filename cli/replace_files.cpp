@@ -9,7 +9,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 
 namespace cli {
 

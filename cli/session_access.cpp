@@ -10,8 +10,8 @@
 #include "agent/failure.h"
 #include "agent/pending_request.h"
 #include "cli/commands.h"
-#include "session/state_directory.h"
-#include "session/trouble.h"
+#include "session/state/state_directory.h"
+#include "session/state/trouble.h"
 
 namespace cli {
 

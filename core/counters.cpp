@@ -2,7 +2,7 @@
 
 #include "channel/record_counters.h"
 #include "channel/socket.h"
-#include "core/call_gate.h"
+#include "core/base/call_gate.h"
 #include "enforce/exec_check.h"
 #include "policy/auditctl.h"
 #include "policy/installctl.h"

@@ -1,10 +1,10 @@
 #include "core/hook_entries.h"
 
 #include "channel/audit_messages.h"
-#include "core/call_gate.h"
+#include "core/base/call_gate.h"
 #include "enforce/exec_check.h"
 #include "enforce/file_check.h"
-#include "enforce/install_tracking.h"
+#include "enforce/install/install_tracking.h"
 #include "enforce/self_protection.h"
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/time.h"

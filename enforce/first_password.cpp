@@ -1,6 +1,6 @@
 #include "enforce/first_password.h"
 
-#include "core/proshell.h"
+#include "core/base/proshell.h"
 #include "enforce/file_check.h"
 #include "platform/kernel/scoped.h"
 #include "policy/uactivate.h"

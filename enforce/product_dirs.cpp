@@ -1,6 +1,6 @@
 #include "enforce/product_dirs.h"
 
-#include "core/inode_numbers.h"
+#include "core/base/inode_numbers.h"
 #include "platform/kernel/errno.h"
 #include "platform/kernel/path.h"
 #include "platform/kernel/security.h"

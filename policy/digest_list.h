@@ -1,7 +1,7 @@
 #ifndef SORVANIC_POLICY_DIGEST_LIST_H
 #define SORVANIC_POLICY_DIGEST_LIST_H
 
-#include "core/klib.h"
+#include "core/base/klib.h"
 #include "platform/kernel/list.h"
 #include "platform/kernel/printk.h"
 #include "platform/kernel/scoped.h"

@@ -1,6 +1,6 @@
 #include "policy/encoded_file.h"
 
-#include "core/klib.h"
+#include "core/base/klib.h"
 #include "platform/kernel/scoped.h"
 #include "policy/base64.h"
 

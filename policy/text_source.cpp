@@ -1,6 +1,6 @@
 #include "policy/text_source.h"
 
-#include "core/klib.h"
+#include "core/base/klib.h"
 #include "policy/encoded_file.h"
 #include "policy/file_size.h"
 

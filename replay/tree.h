@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/user/objects.h"
+#include "platform/user/driver/objects.h"
 
 namespace replay {
 

@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "channel/wire.h"
-#include "core/module.h"
-#include "platform/user/files.h"
-#include "platform/user/machine.h"
+#include "core/entry.h"
+#include "platform/user/driver/files.h"
+#include "platform/user/driver/machine.h"
 
 namespace replay {
 

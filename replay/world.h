@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "agent/record.h"
-#include "platform/user/netlink.h"
-#include "platform/user/tasks.h"
+#include "platform/user/driver/netlink.h"
+#include "platform/user/driver/tasks.h"
 #include "replay/event.h"
 #include "replay/tree.h"
 

@@ -9,18 +9,18 @@
 
 #include <fmt/format.h>
 
-#include "core/module.h"
-#include "platform/user/files.h"
-#include "platform/user/machine.h"
-#include "platform/user/netlink.h"
-#include "platform/user/objects.h"
-#include "platform/user/tasks.h"
-#include "session/caller.h"
-#include "session/channel.h"
-#include "session/policy_directory.h"
-#include "session/program_file.h"
-#include "session/state_directory.h"
-#include "session/trouble.h"
+#include "core/entry.h"
+#include "platform/user/driver/files.h"
+#include "platform/user/driver/machine.h"
+#include "platform/user/driver/netlink.h"
+#include "platform/user/driver/objects.h"
+#include "platform/user/driver/tasks.h"
+#include "session/state/channel.h"
+#include "session/state/policy_directory.h"
+#include "session/state/state_directory.h"
+#include "session/state/trouble.h"
+#include "session/task/caller.h"
+#include "session/task/program_file.h"
 
 namespace session {
 

@@ -7,9 +7,9 @@
 #include <optional>
 #include <string>
 
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 #include "session/session.h"
-#include "session/status_directory.h"
+#include "session/state/status_directory.h"
 
 namespace session {
 

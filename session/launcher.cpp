@@ -15,9 +15,9 @@
 
 #include <fmt/format.h>
 
-#include "session/filter.h"
+#include "session/calls/filter.h"
 #include "session/session.h"
-#include "session/trouble.h"
+#include "session/state/trouble.h"
 
 namespace session {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/user/unique_fd.h"
-#include "session/notification.h"
+#include "host/unique_fd.h"
+#include "session/calls/notification.h"
 #include "session/terminal.h"
 
 namespace session {

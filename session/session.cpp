@@ -6,10 +6,10 @@
 #include <string>
 
 #include "session/engine.h"
-#include "session/refusals.h"
+#include "session/state/refusals.h"
+#include "session/state/trouble.h"
 #include "session/supervise.h"
 #include "session/terminal.h"
-#include "session/trouble.h"
 
 namespace session {
 

@@ -12,8 +12,8 @@
 
 #include "agent/status_files.h"
 #include "core/counters.h"
-#include "platform/user/netlink.h"
-#include "platform/user/sysctl.h"
+#include "platform/user/driver/netlink.h"
+#include "platform/user/driver/sysctl.h"
 
 namespace session {
 

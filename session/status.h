@@ -5,8 +5,8 @@
 #include <string>
 
 #include "session/engine.h"
-#include "session/refusals.h"
 #include "session/session.h"
+#include "session/state/refusals.h"
 
 namespace session {
 

@@ -16,13 +16,13 @@
 #include <fmt/format.h>
 
 #include "core/counters.h"
-#include "platform/user/netlink.h"
-#include "session/channel.h"
+#include "platform/user/driver/netlink.h"
+#include "session/calls/notifications.h"
 #include "session/launcher.h"
-#include "session/lifecycle.h"
-#include "session/notifications.h"
+#include "session/state/channel.h"
+#include "session/state/trouble.h"
 #include "session/status.h"
-#include "session/trouble.h"
+#include "session/tree/lifecycle.h"
 
 namespace session {
 

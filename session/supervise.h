@@ -2,8 +2,8 @@
 #define SORVANIC_SESSION_SUPERVISE_H
 
 #include "session/engine.h"
-#include "session/refusals.h"
 #include "session/session.h"
+#include "session/state/refusals.h"
 #include "session/terminal.h"
 
 namespace session {

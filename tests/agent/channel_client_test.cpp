@@ -17,7 +17,7 @@
 #include <utility>
 
 #include "agent/failure.h"
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 #include "tests/channel/messages.h"
 #include "tests/cli/commands.h"
 

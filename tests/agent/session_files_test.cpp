@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "agent/failure.h"
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
 #include "tests/temporary_directory.h"
 
 namespace {

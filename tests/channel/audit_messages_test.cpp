@@ -10,7 +10,7 @@
 #include "channel/audit_records.h"
 #include "channel/last_events.h"
 #include "channel/socket.h"
-#include "platform/user/netlink.h"
+#include "platform/user/driver/netlink.h"
 #include "process/process_map.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"

@@ -1,7 +1,7 @@
 #include <random>
 #include <string>
 
-#include "platform/user/netlink.h"
+#include "platform/user/driver/netlink.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"
 

@@ -11,9 +11,9 @@
 #include <thread>
 
 #include "channel/socket.h"
-#include "platform/user/machine.h"
-#include "platform/user/netlink.h"
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
+#include "platform/user/driver/machine.h"
+#include "platform/user/driver/netlink.h"
 #include "policy/whitelist.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"

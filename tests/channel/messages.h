@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/user/netlink.h"
+#include "platform/user/driver/netlink.h"
 
 // Messages as bytes, and a connected agent.
 

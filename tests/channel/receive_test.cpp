@@ -2,9 +2,9 @@
 #include <utility>
 
 #include "channel/socket.h"
-#include "core/proshell.h"
-#include "enforce/install_tracking.h"
-#include "platform/user/netlink.h"
+#include "core/base/proshell.h"
+#include "enforce/install/install_tracking.h"
+#include "platform/user/driver/netlink.h"
 #include "policy/uactivate.h"
 #include "process/process_map.h"
 #include "tests/channel/messages.h"

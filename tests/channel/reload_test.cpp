@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "platform/user/netlink.h"
-#include "platform/user/unique_fd.h"
+#include "host/unique_fd.h"
+#include "platform/user/driver/netlink.h"
 #include "policy/statusctl.h"
 #include "policy/whitelist.h"
 #include "process/process_map.h"

@@ -1,4 +1,4 @@
-#include "core/call_site.h"
+#include "core/base/call_site.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

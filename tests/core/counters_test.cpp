@@ -3,7 +3,7 @@
 #include <string>
 
 #include "channel/audit_messages.h"
-#include "platform/user/netlink.h"
+#include "platform/user/driver/netlink.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"
 

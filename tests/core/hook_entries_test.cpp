@@ -4,9 +4,9 @@
 #include <thread>
 #include <vector>
 
-#include "core/call_gate.h"
+#include "core/base/call_gate.h"
 #include "platform/kernel/slab.h"
-#include "platform/user/machine.h"
+#include "platform/user/driver/machine.h"
 #include "tests/enforce/file_machine.h"
 #include "tests/support/threads.h"
 

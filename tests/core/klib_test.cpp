@@ -1,8 +1,8 @@
-#include "core/klib.h"
+#include "core/base/klib.h"
 
 #include <string>
 
-#include "core/inode_numbers.h"
+#include "core/base/inode_numbers.h"
 #include "platform/kernel/path.h"
 #include "tests/support/machine.h"
 

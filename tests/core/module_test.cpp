@@ -1,4 +1,4 @@
-#include "core/module.h"
+#include "core/entry.h"
 
 #include <sched.h>
 
@@ -6,11 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "core/symbols.h"
-#include "platform/user/files.h"
-#include "platform/user/machine.h"
-#include "platform/user/netlink.h"
-#include "platform/user/sysctl.h"
+#include "core/base/symbols.h"
+#include "platform/user/driver/files.h"
+#include "platform/user/driver/machine.h"
+#include "platform/user/driver/netlink.h"
+#include "platform/user/driver/sysctl.h"
 #include "process/process_map.h"
 #include "tests/support/machine.h"
 

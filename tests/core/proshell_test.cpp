@@ -1,8 +1,8 @@
-#include "core/proshell.h"
+#include "core/base/proshell.h"
 
 #include <string>
 
-#include "platform/user/sysctl.h"
+#include "platform/user/driver/sysctl.h"
 #include "tests/support/machine.h"
 
 namespace {

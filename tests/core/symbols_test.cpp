@@ -1,9 +1,9 @@
-#include "core/symbols.h"
+#include "core/base/symbols.h"
 
 #include <string>
 #include <utility>
 
-#include "platform/user/files.h"
+#include "platform/user/driver/files.h"
 #include "tests/support/machine.h"
 
 namespace {

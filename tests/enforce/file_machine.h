@@ -7,8 +7,8 @@
 #include <sstream>
 #include <string>
 
-#include "core/inode_numbers.h"
-#include "platform/user/machine.h"
+#include "core/base/inode_numbers.h"
+#include "platform/user/driver/machine.h"
 #include "process/process_map.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"

@@ -1,4 +1,4 @@
-#include "platform/user/sysctl.h"
+#include "platform/user/driver/sysctl.h"
 #include "policy/uactivate.h"
 #include "tests/enforce/file_machine.h"
 

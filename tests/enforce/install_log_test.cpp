@@ -1,4 +1,4 @@
-#include "enforce/install_log.h"
+#include "enforce/install/install_log.h"
 
 #include <sys/stat.h>
 

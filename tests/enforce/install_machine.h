@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "digest/digest_key.h"
-#include "enforce/install_tracking.h"
-#include "platform/user/files.h"
-#include "platform/user/machine.h"
+#include "enforce/install/install_tracking.h"
+#include "platform/user/driver/files.h"
+#include "platform/user/driver/machine.h"
 #include "tests/channel/messages.h"
 #include "tests/support/machine.h"
 

@@ -1,4 +1,4 @@
-#include "enforce/install_tracking.h"
+#include "enforce/install/install_tracking.h"
 
 #include <string>
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/user/machine.h"
+#include "platform/user/driver/machine.h"
 #include "tests/support/machine.h"
 
 namespace {

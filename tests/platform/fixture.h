@@ -8,12 +8,12 @@
 #include <string>
 #include <string_view>
 
+#include "host/unique_fd.h"
 #include "platform/kernel/errno.h"
 #include "platform/kernel/scoped.h"
-#include "platform/user/faults.h"
-#include "platform/user/files.h"
-#include "platform/user/tasks.h"
-#include "platform/user/unique_fd.h"
+#include "platform/user/driver/faults.h"
+#include "platform/user/driver/files.h"
+#include "platform/user/driver/tasks.h"
 #include "tests/temporary_directory.h"
 
 /// A private directory, and the certainty that a test leaves nothing behind.

@@ -1,4 +1,4 @@
-#include "platform/user/kernel_text.h"
+#include "platform/user/machine/kernel_text.h"
 
 #include <sys/wait.h>
 
@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "platform/kernel/text.h"
-#include "platform/user/machine.h"
+#include "platform/user/driver/machine.h"
 #include "tests/platform/fixture.h"
 
 namespace {

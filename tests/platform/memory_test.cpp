@@ -5,7 +5,7 @@
 #include "platform/kernel/slab.h"
 #include "platform/kernel/text.h"
 #include "platform/kernel/time.h"
-#include "platform/user/machine.h"
+#include "platform/user/driver/machine.h"
 #include "tests/platform/fixture.h"
 
 namespace {

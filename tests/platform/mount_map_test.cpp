@@ -1,6 +1,6 @@
 #include <sys/stat.h>
 
-#include "platform/user/machine.h"
+#include "platform/user/driver/machine.h"
 #include "tests/platform/fixture.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/user/netlink.h"
+#include "platform/user/driver/netlink.h"
 
 #include <chrono>
 #include <string>
@@ -6,7 +6,7 @@
 
 #include "platform/kernel/netlink.h"
 #include "platform/kernel/sysctl.h"
-#include "platform/user/sysctl.h"
+#include "platform/user/driver/sysctl.h"
 #include "tests/platform/fixture.h"
 
 namespace {

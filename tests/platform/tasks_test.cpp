@@ -1,4 +1,4 @@
-#include "platform/user/tasks.h"
+#include "platform/user/driver/tasks.h"
 
 #include <sched.h>
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "platform/user/files.h"
+#include "platform/user/driver/files.h"
 #include "policy/policy_module.h"
 #include "tests/support/machine.h"
 

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <string>
 
-#include "platform/user/faults.h"
+#include "platform/user/driver/faults.h"
 #include "process/process_map.h"
 #include "tests/support/threads.h"
 

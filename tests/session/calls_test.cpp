@@ -1,4 +1,4 @@
-#include "session/calls.h"
+#include "session/calls/calls.h"
 
 #include <gtest/gtest.h>
 #include <linux/capability.h>
@@ -10,11 +10,11 @@
 
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/text.h"
-#include "platform/user/entries.h"
-#include "platform/user/kernel_text.h"
+#include "platform/user/files/entries.h"
+#include "platform/user/machine/kernel_text.h"
 #include "session/engine.h"
+#include "session/state/trouble.h"
 #include "session/supervise.h"
-#include "session/trouble.h"
 #include "tests/temporary_directory.h"
 
 // Every system call of the table, made by a real process: which hooks it reaches, with what, and

@@ -1,4 +1,4 @@
-#include "session/filter.h"
+#include "session/calls/filter.h"
 
 #include <gtest/gtest.h>
 #include <linux/audit.h>
@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "session/calls.h"
+#include "session/calls/calls.h"
 
 namespace session {
 namespace {

@@ -1,4 +1,4 @@
-#include "session/program_file.h"
+#include "session/task/program_file.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

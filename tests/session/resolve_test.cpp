@@ -1,4 +1,4 @@
-#include "session/resolve.h"
+#include "session/task/resolve.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "session/script.h"
+#include "session/exec/script.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

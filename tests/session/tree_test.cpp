@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "platform/user/faults.h"
-#include "platform/user/tasks.h"
+#include "platform/user/driver/faults.h"
+#include "platform/user/driver/tasks.h"
 #include "session/engine.h"
+#include "session/state/trouble.h"
 #include "session/supervise.h"
-#include "session/trouble.h"
 #include "tests/temporary_directory.h"
 
 // A whole session in the test's own process, to see what the engine knows of its tasks.

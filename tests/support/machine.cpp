@@ -10,11 +10,11 @@
 #include <stdexcept>
 #include <utility>
 
-#include "core/module.h"
+#include "core/entry.h"
 #include "digest/digest_key.h"
 #include "digest/file_digest.h"
-#include "platform/user/files.h"
-#include "platform/user/machine.h"
+#include "platform/user/driver/files.h"
+#include "platform/user/driver/machine.h"
 #include "policy/base64.h"
 #include "policy/uactivate.h"
 #include "process/process_map.h"

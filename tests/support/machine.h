@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/user/faults.h"
-#include "platform/user/objects.h"
-#include "platform/user/tasks.h"
+#include "platform/user/driver/faults.h"
+#include "platform/user/driver/objects.h"
+#include "platform/user/driver/tasks.h"
 
 namespace support {
 

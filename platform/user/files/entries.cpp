@@ -1,0 +1,337 @@
+#include "platform/user/files/entries.h"
+
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "platform/user/driver/machine.h"
+#include "platform/user/files/inode_cache.h"
+#include "platform/user/files/inode_numbers.h"
+#include "platform/user/machine/thread_state.h"
+
+namespace platform {
+
+namespace {
+
+// Guards every inode's aliases, and the looking up of what a named entry does not know yet.
+std::mutex& entries_lock()
+{
+    static auto* lock = new std::mutex;
+    return *lock;
+}
+
+kernel::inode* make_inode(const inode_facts& facts)
+{
+    auto* made = new kernel::inode;
+    made->number = facts.number;
+    made->mode = facts.mode;
+    made->size = facts.size;
+    return made;
+}
+
+void drop_inode(kernel::inode* dropped)
+{
+    if (dropped->cached ? drop_cached_inode(dropped) : dropped->references.fetch_sub(1) == 1)
+        free_inode(dropped);
+}
+
+void add_alias(kernel::inode* of, kernel::dentry* entry)
+{
+    of->aliases.push_back(entry);
+    entry->inode = of;
+}
+
+void attach(kernel::dentry* entry, const inode_facts* facts)
+{
+    if (facts == nullptr)
+        return;
+    add_alias(make_inode(*facts), entry);
+}
+
+void free_entry(kernel::dentry* freed)
+{
+    if (kernel::inode* of = freed->inode) {
+        {
+            const std::lock_guard guard(entries_lock());
+            std::erase(of->aliases, freed);
+        }
+        drop_inode(of);
+    }
+    kernel::dentry* parent = freed->parent;
+    delete freed;
+    if (parent != nullptr && parent != freed)
+        drop(parent);
+}
+
+bool find_on_host(const std::string& path, inode_facts& facts)
+{
+    struct stat found = {};
+    if (::stat(path.c_str(), &found) != 0)
+        return false;
+    facts = facts_of(found);
+    return true;
+}
+
+/// Without a pin when `pinned` is no descriptor.
+host_object pinned_object(unique_fd pinned)
+{
+    host_object object;
+    if (host_statx(pinned.get(), object.about))
+        object.pin = std::make_shared<const unique_fd>(std::move(pinned));
+    return object;
+}
+
+/// The path of a named entry on the host.
+std::string whole_path(const kernel::dentry* of)
+{
+    return !of->above.empty() && of->name == "/" ? of->above : of->above + of->name;
+}
+
+std::string_view parent_path(std::string_view path)
+{
+    const std::size_t cut = path.find_last_of('/');
+    return cut == 0 || cut == std::string_view::npos ? std::string_view("/") : path.substr(0, cut);
+}
+
+} // namespace
+
+name_space::name_space(look_up find_facts) : find(find_facts)
+{
+    root.name = "/";
+    root.root = &root;
+    root.parent = &root;
+    root.inode_known = false;
+    root.space = this;
+    mount.root = &root;
+    mount.mount_point = "/";
+}
+
+name_space& host_names()
+{
+    static auto* names = new name_space(find_on_host);
+    return *names;
+}
+
+void free_inode(kernel::inode* freed)
+{
+    // As a kernel does when an inode goes: whoever sits in the structure frees its mark.
+    __atomic_load_n(&security().inode_free_security, __ATOMIC_ACQUIRE)(freed);
+    delete freed;
+}
+
+inode_facts facts_of(const struct stat& of)
+{
+    return {unique_inode_number(of), of.st_mode, of.st_size};
+}
+
+kernel::dentry* hold(kernel::dentry* held)
+{
+    held->references.fetch_add(1, std::memory_order_relaxed);
+    return held;
+}
+
+void drop(kernel::dentry* dropped)
+{
+    if (dropped->references.fetch_sub(1) == 1)
+        free_entry(dropped);
+}
+
+kernel::dentry* make_named_entry(name_space& space, std::string path, const inode_facts* facts)
+{
+    auto* made = new kernel::dentry;
+    made->name = std::move(path);
+    made->root = &space.root;
+    made->space = &space;
+    made->made_by = &this_thread();
+    attach(made, facts);
+    return made;
+}
+
+kernel::dentry* make_host_entry(const host_object& object, std::string path, bool deleted, std::string above)
+{
+    kernel::dentry* made = make_named_entry(host_names(), std::move(path), nullptr);
+    made->above = std::move(above);
+    made->unhashed = deleted;
+    made->pin = object.pin;
+    kernel::inode* of = cached_inode(object.about);
+    const std::lock_guard guard(entries_lock());
+    add_alias(of, made);
+    return made;
+}
+
+dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted, std::string above)
+{
+    return dentry_handle(make_host_entry(object, std::move(path), deleted, std::move(above)));
+}
+
+dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted)
+{
+    const host_object object = pinned_object(std::move(pinned));
+    return object.pin ? make_pinned_entry(object, std::move(path), deleted) : nullptr;
+}
+
+dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd pinned)
+{
+    dentry_handle made = pinned ? make_pinned_entry(std::move(pinned), std::move(path))
+                                : dentry_handle(make_named_entry(host_names(), std::move(path), nullptr));
+    if (made) {
+        made->above = parent->above;
+        made->parent = hold(parent);
+    }
+    return made;
+}
+
+dentry_handle make_root(const inode_facts& facts)
+{
+    auto* made = new kernel::dentry;
+    made->root = made;
+    made->parent = made;
+    attach(made, &facts);
+    return dentry_handle(made);
+}
+
+dentry_handle make_entry(kernel::dentry* parent, std::string name, const inode_facts* facts)
+{
+    auto* made = new kernel::dentry;
+    made->name = std::move(name);
+    made->root = parent->root;
+    made->parent = hold(parent);
+    attach(made, facts);
+    return dentry_handle(made);
+}
+
+void unhash(kernel::dentry* entry)
+{
+    entry->unhashed = true;
+}
+
+void release::operator()(kernel::dentry* held) const
+{
+    drop(held);
+}
+
+} // namespace platform
+
+namespace kernel {
+
+dentry* dget(dentry* held)
+{
+    platform::count(platform::counted::references, 1);
+    return platform::hold(held);
+}
+
+void dput(dentry* released)
+{
+    platform::count(platform::counted::references, -1);
+    platform::drop(released);
+}
+
+dentry* d_find_alias(inode* of)
+{
+    const std::lock_guard guard(platform::entries_lock());
+    const bool directory = (of->mode & S_IFMT) == S_IFDIR;
+    const auto take = [&](dentry* alias) {
+        if (alias->unhashed && !directory)
+            return false;
+        // An entry whose last reference is just being given back is no longer there.
+        long references = alias->references;
+        while (references != 0) {
+            if (alias->references.compare_exchange_weak(references, references + 1)) {
+                platform::count(platform::counted::references, 1);
+                return true;
+            }
+        }
+        return false;
+    };
+    for (dentry* alias : of->aliases) {
+        if (alias->made_by == &platform::this_thread() && take(alias))
+            return alias;
+    }
+    for (dentry* alias : of->aliases) {
+        if (take(alias))
+            return alias;
+    }
+    return nullptr;
+}
+
+inode* dentry_inode(const dentry* of)
+{
+    if (of->inode_known.load(std::memory_order_acquire))
+        return of->inode;
+    auto* entry = const_cast<dentry*>(of);
+    platform::inode_facts facts;
+    const bool found = of->space->find(platform::whole_path(of), facts);
+    const std::lock_guard guard(platform::entries_lock());
+    if (!entry->inode_known) {
+        platform::attach(entry, found ? &facts : nullptr);
+        entry->inode_known.store(true, std::memory_order_release);
+    }
+    return of->inode;
+}
+
+dentry* dentry_parent(const dentry* of)
+{
+    if (dentry* known = of->parent.load(std::memory_order_acquire))
+        return known;
+    auto* entry = const_cast<dentry*>(of);
+    // Above a task's own root the host goes on, and a kernel's entries do.
+    const bool at_root = of->name == "/";
+    const std::string path(platform::parent_path(at_root ? of->above : of->name));
+    const std::string above = at_root ? std::string() : of->above;
+    const std::lock_guard guard(platform::entries_lock());
+    if (entry->parent == nullptr) {
+        dentry* parent = nullptr;
+        if (path == "/" && above.empty()) {
+            parent = platform::hold(&of->space->root);
+        } else {
+            parent = platform::make_named_entry(*of->space, path, nullptr);
+            parent->above = above;
+            parent->inode_known = false;
+        }
+        entry->parent.store(parent, std::memory_order_release);
+    }
+    return of->parent;
+}
+
+bool dentry_unhashed(const dentry* of)
+{
+    return of->unhashed;
+}
+
+dentry* dentry_file_system_root(const dentry* of)
+{
+    return of->root;
+}
+
+unsigned long inode_number(const inode* of)
+{
+    return of->number;
+}
+
+u32 inode_mode(const inode* of)
+{
+    return of->mode;
+}
+
+s64 inode_size(const inode* of)
+{
+    return of->size;
+}
+
+void* inode_security(const inode* of)
+{
+    return of->security;
+}
+
+void set_inode_security(inode* of, void* mark)
+{
+    of->security = mark;
+}
+
+void* claim_inode_security(inode* of, void* mark)
+{
+    void* held = nullptr;
+    return of->security.compare_exchange_strong(held, mark) ? mark : held;
+}
+
+} // namespace kernel

@@ -1,0 +1,346 @@
+#include <linux/netlink.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <tuple>
+#include <utility>
+
+#include "host/unique_fd.h"
+#include "platform/user/driver/netlink.h"
+#include "platform/user/network/netlink_socket.h"
+
+// The host's netlink. Datagrams are taken out of the socket into a queue of our own, because a
+// socket does not tell whose datagrams it holds. They are handled one at a time, in order, by
+// whichever thread needs one of them; nobody else waits.
+
+namespace platform {
+
+namespace {
+
+struct datagram {
+    std::string bytes;
+    pid_t sender;
+};
+
+struct host_channel {
+    std::mutex lock; // of everything below; not held while a datagram is handled
+    std::condition_variable handled_one;
+    unique_fd socket;
+    unique_fd left_over; ///< an event counter: readable while the queue waits for a pump
+    unique_fd readable;  ///< an epoll descriptor over both
+    long send_timeout = -1;
+    netlink_senders senders = default_netlink_senders();
+    netlink_counts counts = {};
+    std::vector<netlink_sender> recent; ///< the latest last
+
+    // The queue holds the numbers (taken_in - queue.size(), taken_in]; datagrams with numbers up to
+    // `done` have been handled. One is in hand while `busy`.
+    std::deque<datagram> queue;
+    std::uint64_t taken_in = 0;
+    std::uint64_t done = 0;
+    bool busy = false;
+    pid_t in_hand = 0; ///< its sender
+};
+
+host_channel& the_channel()
+{
+    static auto* channel = new host_channel;
+    return *channel;
+}
+
+sockaddr_nl address_of(kernel::u32 port)
+{
+    sockaddr_nl address = {};
+    address.nl_family = AF_NETLINK;
+    address.nl_pid = port;
+    return address;
+}
+
+bool watch(const unique_fd& by, const unique_fd& watched)
+{
+    epoll_event readable = {};
+    readable.events = EPOLLIN;
+    return ::epoll_ctl(by.get(), EPOLL_CTL_ADD, watched.get(), &readable) == 0;
+}
+
+/// One datagram with what the host says of its sender.
+struct arrival {
+    std::string bytes;
+    ucred sender;
+};
+
+/// The size of the next datagram, or a negative error number.
+ssize_t size_of_next(int socket)
+{
+    char unused = 0;
+    const ssize_t size = ::recv(socket, &unused, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
+    return size >= 0 ? size : -errno;
+}
+
+/// Receives the next datagram. Returns 0 or a negative error number.
+int receive_next(int socket, arrival& next)
+{
+    const ssize_t size = size_of_next(socket);
+    if (size < 0)
+        return static_cast<int>(size);
+    next.bytes.resize(static_cast<std::size_t>(size));
+    next.sender = {.pid = 0, .uid = static_cast<uid_t>(-1), .gid = static_cast<gid_t>(-1)};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))] = {};
+    iovec content = {.iov_base = next.bytes.data(), .iov_len = next.bytes.size()};
+    msghdr message = {};
+    message.msg_iov = &content;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t received = ::recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (received < 0)
+        return -errno;
+    next.bytes.resize(static_cast<std::size_t>(received));
+    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part))
+        if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SCM_CREDENTIALS)
+            std::memcpy(&next.sender, CMSG_DATA(part), sizeof next.sender);
+    return 0;
+}
+
+/// A sender outside our process-id namespace has no id here and cannot be told from others.
+bool may_talk(const host_channel& channel, const ucred& sender)
+{
+    return sender.pid > 0 && channel.senders.users.contains(sender.uid) &&
+           (!channel.senders.may || channel.senders.may(sender.pid, sender.uid));
+}
+
+/// Takes everything that has arrived into the queue. Under the lock.
+void take_in(host_channel& channel)
+{
+    for (;;) {
+        arrival next;
+        const int error = receive_next(channel.socket.get(), next);
+        if (error == -EINTR)
+            continue;
+        if (error == -ENOBUFS) {
+            ++channel.counts.lost;
+            continue;
+        }
+        if (error != 0)
+            return; // nothing left
+        if (!may_talk(channel, next.sender)) {
+            ++channel.counts.dropped;
+            continue;
+        }
+        channel.queue.push_back({.bytes = std::move(next.bytes), .sender = next.sender.pid});
+        ++channel.taken_in;
+    }
+}
+
+/// Number of the last datagram of `pid` that is waiting or in hand; 0 when there is none.
+std::uint64_t last_of(const host_channel& channel, pid_t pid)
+{
+    std::uint64_t number = channel.taken_in;
+    for (auto at = channel.queue.rbegin(); at != channel.queue.rend(); ++at, --number)
+        if (at->sender == pid)
+            return number;
+    return channel.busy && channel.in_hand == pid ? number : 0;
+}
+
+void count_handled(host_channel& channel, pid_t sender)
+{
+    constexpr std::size_t most_recent = 64;
+    ++channel.counts.handled;
+    auto& recent = channel.recent;
+    auto found = std::ranges::find(recent, sender, &netlink_sender::process);
+    if (found == recent.end()) {
+        if (recent.size() == most_recent)
+            recent.erase(recent.begin());
+        recent.push_back({.process = sender, .handled = 0});
+        found = recent.end() - 1;
+    }
+    ++found->handled;
+    std::rotate(found, found + 1, recent.end());
+}
+
+void handle_front(host_channel& channel, std::unique_lock<std::mutex>& guard)
+{
+    const datagram next = std::move(channel.queue.front());
+    channel.queue.pop_front();
+    channel.busy = true;
+    channel.in_hand = next.sender;
+    guard.unlock();
+    const bool handled = hand_to_module(next.bytes, next.sender);
+    guard.lock();
+    channel.busy = false;
+    if (handled)
+        count_handled(channel, next.sender);
+    ++channel.done;
+    channel.handled_one.notify_all();
+}
+
+/// Returns when all datagrams up to this number have been handled, by this thread or another.
+void handle_up_to(host_channel& channel, std::unique_lock<std::mutex>& guard, std::uint64_t number)
+{
+    while (channel.done < number) {
+        if (!channel.busy)
+            handle_front(channel, guard);
+        else
+            channel.handled_one.wait(guard);
+    }
+}
+
+void set_left_over(const host_channel& channel, bool left)
+{
+    std::uint64_t value = 1;
+    // Both only fail when there is nothing to change.
+    if (left)
+        std::ignore = ::write(channel.left_over.get(), &value, sizeof value);
+    else
+        std::ignore = ::read(channel.left_over.get(), &value, sizeof value);
+}
+
+} // namespace
+
+netlink_senders default_netlink_senders()
+{
+    return {.users = {0, ::geteuid()}, .may = {}};
+}
+
+void set_netlink_senders(netlink_senders senders)
+{
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    channel.senders = std::move(senders);
+}
+
+int netlink_descriptor()
+{
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    return channel.readable.get();
+}
+
+netlink_counts netlink_statistics()
+{
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    return channel.counts;
+}
+
+std::vector<netlink_sender> netlink_recent_senders()
+{
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    return channel.recent;
+}
+
+void netlink_pump()
+{
+    host_channel& channel = the_channel();
+    std::unique_lock guard(channel.lock);
+    if (!channel.socket)
+        return;
+    set_left_over(channel, false);
+    take_in(channel);
+    handle_up_to(channel, guard, channel.taken_in);
+}
+
+void netlink_settle(pid_t pid)
+{
+    host_channel& channel = the_channel();
+    std::unique_lock guard(channel.lock);
+    if (!channel.socket)
+        return;
+    take_in(channel);
+    handle_up_to(channel, guard, last_of(channel, pid));
+    if (!channel.queue.empty() && channel.left_over)
+        set_left_over(channel, true);
+}
+
+bool netlink_is_settled(pid_t pid)
+{
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    if (!channel.socket)
+        return true;
+    take_in(channel);
+    if (!channel.queue.empty())
+        set_left_over(channel, true);
+    return last_of(channel, pid) <= channel.done;
+}
+
+bool open_host_netlink(kernel::u32 port)
+{
+    unique_fd socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK));
+    const sockaddr_nl address = address_of(port);
+    const int on = 1;
+    if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0 ||
+        ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        return false;
+    unique_fd left_over(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+    unique_fd readable(::epoll_create1(EPOLL_CLOEXEC));
+    if (!left_over || !readable || !watch(readable, socket) || !watch(readable, left_over))
+        return false;
+
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    channel.socket = std::move(socket);
+    channel.left_over = std::move(left_over);
+    channel.readable = std::move(readable);
+    channel.counts = {};
+    channel.recent.clear();
+    return true;
+}
+
+void close_host_netlink()
+{
+    host_channel& channel = the_channel();
+    std::unique_lock guard(channel.lock);
+    // What waits finds the module's socket closed: it is thrown away, and its senders go on.
+    handle_up_to(channel, guard, channel.taken_in);
+    channel.socket.reset();
+    channel.left_over.reset();
+    channel.readable.reset();
+}
+
+void set_host_send_timeout(long timeout)
+{
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    channel.send_timeout = timeout;
+    const timeval limit = {.tv_sec = timeout / 1000, .tv_usec = timeout % 1000 * 1000};
+    ::setsockopt(channel.socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+int deliver_on_host(std::string_view datagram, kernel::u32 port, bool nonblock)
+{
+    // The descriptor is good without the lock: the module's socket is open, or this is not called.
+    host_channel& channel = the_channel();
+    int socket = -1;
+    long timeout = -1;
+    {
+        const std::lock_guard guard(channel.lock);
+        socket = channel.socket.get();
+        timeout = channel.send_timeout;
+    }
+    const sockaddr_nl address = address_of(port);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
+    for (;;) {
+        const ssize_t sent = ::sendto(socket, datagram.data(), datagram.size(), nonblock ? MSG_DONTWAIT : 0,
+                                      reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        if (sent >= 0)
+            return static_cast<int>(sent);
+        if (errno != EINTR)
+            return -errno;
+        // A signal of the driver's own begins the wait anew, but not for ever.
+        if (timeout >= 0 && std::chrono::steady_clock::now() >= end)
+            return -EAGAIN;
+    }
+}
+
+} // namespace platform

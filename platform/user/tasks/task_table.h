@@ -1,0 +1,55 @@
+#ifndef SORVANIC_PLATFORM_USER_TASKS_TASK_TABLE_H
+#define SORVANIC_PLATFORM_USER_TASKS_TASK_TABLE_H
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/kernel/task.h"
+#include "platform/user/driver/objects.h"
+
+// What is behind kernel::task_struct and kernel::mm_struct. Private to platform/user/.
+
+namespace kernel {
+
+struct mm_struct {
+    std::atomic<long> references = 1;
+    std::atomic<int> readers = 0;                 ///< of the semaphore, which nobody takes for writing
+    platform::file_handle exe;                    ///< never changes: an exec makes a new address space
+    std::shared_ptr<const std::string> arguments; ///< null: none; under the table's lock
+};
+
+struct task_struct {
+    std::atomic<long> references = 1;
+    std::atomic<s32> pid = 0;
+    int group = 0;
+    char comm[16] = {};
+    std::atomic<task_struct*> parent = nullptr; ///< owns a reference, unless it is the task itself
+    std::atomic<mm_struct*> mm = nullptr;       ///< owns a reference; changes under the table's lock only
+    bool in_table = false;
+};
+
+} // namespace kernel
+
+namespace platform {
+
+// References that are not counted as the module's.
+kernel::task_struct* hold(kernel::task_struct* held);
+void drop(kernel::task_struct* dropped);
+kernel::mm_struct* hold(kernel::mm_struct* held);
+void drop(kernel::mm_struct* dropped);
+
+/// A copy of `parent` as a new process or thread makes one by clone's `flags`, in the table.
+/// Returns it, borrowed from the table, or null when `pid` is taken.
+kernel::task_struct* clone_task(kernel::task_struct* parent, unsigned long flags, int pid);
+
+/// What its argument area holds at the moment, or null.
+std::shared_ptr<const std::string> arguments_of(const kernel::mm_struct* mm);
+
+/// Takes the task out of the table and hands its children on.
+void remove_task(kernel::task_struct* removed);
+
+} // namespace platform
+
+#endif

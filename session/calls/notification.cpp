@@ -1,0 +1,51 @@
+#include "session/calls/notification.h"
+
+#include <sys/ioctl.h>
+
+#include <cerrno>
+
+#include "session/task/tracee_memory.h"
+
+namespace session {
+
+answer answer::of_host(long result)
+{
+    return result < 0 ? fail(errno) : succeed(result);
+}
+
+notification::notification(const seccomp_notif& call, int listener, session_parts& parts)
+    : call_(call), listener_(listener), parts_(parts),
+      who_(static_cast<pid_t>(call.pid), parts.tasks.look_up(static_cast<pid_t>(call.pid)))
+{
+}
+
+passed_name notification::name(int which) const
+{
+    passed_name passed;
+    passed.error = read_name(who_.task(), argument(which), passed.text);
+    if (passed.error == EFAULT)
+        unreadable_ |= !may_read_memory(who_.task());
+    return passed;
+}
+
+bool notification::read(std::uint64_t address, void* into, std::size_t size) const
+{
+    const bool done = read_memory(who_.task(), address, into, size);
+    if (!done)
+        unreadable_ |= !may_read_memory(who_.task());
+    return done;
+}
+
+kernel::task_struct* notification::task()
+{
+    if (!task_ && still_waits())
+        task_ = platform::find_task(who_.task());
+    return task_.get();
+}
+
+bool notification::still_waits() const
+{
+    return ioctl(listener_, SECCOMP_IOCTL_NOTIF_ID_VALID, &call_.id) == 0;
+}
+
+} // namespace session

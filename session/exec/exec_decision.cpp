@@ -1,0 +1,105 @@
+#include "session/exec/exec_decision.h"
+
+#include <fcntl.h>
+
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "platform/user/driver/machine.h"
+#include "session/exec/script.h"
+#include "session/task/resolve.h"
+
+#ifndef AT_EXECVE_CHECK
+#define AT_EXECVE_CHECK 0x10000 // Linux 6.14: only ask whether the file could be executed
+#endif
+
+namespace session {
+
+std::string exec_request::kernel_name() const
+{
+    if (directory == AT_FDCWD || name.starts_with('/'))
+        return name;
+    return name.empty() ? fmt::format("/dev/fd/{}", directory)
+                        : fmt::format("/dev/fd/{}/{}", directory, name);
+}
+
+std::optional<found_program> find_program(const caller& who, const exec_request& request)
+{
+    unique_fd file = resolve(who, request.directory, request.name, request.flags).file;
+    const as_caller rights(who.rights());
+    if (!file || !may_execute(file.get()))
+        return std::nullopt;
+    seen_path path = path_of(file.get(), who);
+    return found_program{std::move(file), std::move(path)};
+}
+
+found_program unreadable_program(seen_path path)
+{
+    // A symbolic link as such cannot be opened.
+    return {unique_fd(::open("/proc/self/exe", O_PATH | O_NOFOLLOW | O_CLOEXEC)), std::move(path)};
+}
+
+bool ask_hook(kernel::task_struct* task, const found_program& program, const std::string& name)
+{
+    const platform::file_handle file = pinned_file(program.file.get(), program.path);
+    const platform::exec_parameters parameters(file.get(), name);
+    const platform::event running(task);
+    return platform::call_bprm_check_security(parameters.get()) == 0;
+}
+
+exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_program program,
+                        const exec_request& request)
+{
+    exec_answer answer{exec_verdict::unknown, {}, {}};
+    decided_exec& decided = answer.decided;
+    decided.name = request.kernel_name();
+    std::string name = decided.name;
+    for (int interpreters = 0;; ++interpreters) {
+        // Before the content is looked at: a change after that shows at the exec's end.
+        const file_identity identity = settled_identity(program.file.get());
+        if (!ask_hook(task, program, decided.name)) {
+            answer.verdict = exec_verdict::refused;
+            answer.refused = program.path.text;
+            return answer;
+        }
+        const auto line = parse_interpreter_line(read_head(program.file.get()));
+        if (!line || (request.flags & AT_EXECVE_CHECK) != 0) {
+            decided.program = identity;
+            decided.readable = may_read(program.file.get());
+            answer.verdict = exec_verdict::allowed;
+            return answer;
+        }
+        if (interpreters == interpreter_limit)
+            return answer;
+
+        std::string front = line->interpreter + '\0';
+        if (line->argument)
+            front += *line->argument + '\0';
+        decided.arguments.insert(0, interpreters == 0 ? front + name + '\0' : front);
+        decided.scripts.push_back({std::move(name), identity});
+
+        auto next = find_program(who, {AT_FDCWD, line->interpreter, 0});
+        if (!next)
+            return answer;
+        program = std::move(*next);
+        name = line->interpreter;
+    }
+}
+
+void pending_execs::put(pid_t task, decided_exec decided)
+{
+    const std::lock_guard guard(lock_);
+    entries_.insert_or_assign(task, std::move(decided));
+}
+
+std::optional<decided_exec> pending_execs::take(pid_t task)
+{
+    const std::lock_guard guard(lock_);
+    const auto node = entries_.extract(task);
+    if (node.empty())
+        return std::nullopt;
+    return std::move(node.mapped());
+}
+
+} // namespace session

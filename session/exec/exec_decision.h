@@ -1,0 +1,91 @@
+#ifndef SORVANIC_SESSION_EXEC_EXEC_DECISION_H
+#define SORVANIC_SESSION_EXEC_EXEC_DECISION_H
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/user/driver/tasks.h"
+#include "session/task/caller.h"
+#include "session/task/program_file.h"
+
+// The decision about one exec, before the kernel does it: the hook is asked for the program
+// and, when that is a script, for each interpreter of its "#!" chain. The ELF loader is no
+// program of its own.
+
+namespace session {
+
+/// The arguments of an exec call that name the program.
+struct exec_request {
+    int directory;    ///< a descriptor, or AT_FDCWD
+    std::string name; ///< as passed
+    int flags;        ///< execveat's
+
+    /// What the kernel calls the program: AT_EXECFN of the new image, and a script's name to its
+    /// interpreter.
+    std::string kernel_name() const;
+};
+
+/// A file pinned under a name, and how the caller sees it.
+struct found_program {
+    unique_fd file;
+    seen_path path;
+};
+
+/// The program that a name means to the caller, by its rights; nothing when the kernel is going
+/// to fail the exec with an error of its own.
+std::optional<found_program> find_program(const caller& who, const exec_request& request);
+
+/// A stand-in for a file whose content cannot be had: opening it fails.
+found_program unreadable_program(seen_path path);
+
+/// A script whose interpreter will open it by name.
+struct script_link {
+    std::string name;
+    std::optional<file_identity> decided; ///< nothing: no file of that name has been decided
+};
+
+/// What an exec that was let go on must turn out to be.
+struct decided_exec {
+    std::string name;                 ///< kernel_name of the request
+    file_identity program = {};       ///< what /proc/PID/exe will be: the end of the chain
+    bool readable = true;             ///< whether the supervisor may read that program
+    std::string arguments;            ///< of a script: what the kernel puts in front, zero-terminated each
+    std::vector<script_link> scripts; ///< the chain's scripts, the one that was named first
+};
+
+enum class exec_verdict {
+    allowed,
+    refused,
+    unknown, ///< the chain cannot be followed to its end: the kernel will fail it
+};
+
+struct exec_answer {
+    exec_verdict verdict;
+    decided_exec decided; ///< when allowed
+    std::string refused;  ///< the path of the file that was refused
+};
+
+/// Asks the hook for one file in the context of `task`. True when it allows.
+bool ask_hook(kernel::task_struct* task, const found_program& program, const std::string& name);
+
+/// Decides an exec of `program` by `who`, which is `task`. May sleep long: files are digested.
+exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_program program,
+                        const exec_request& request);
+
+/// What was decided for each task that is in the middle of an exec. Any thread.
+class pending_execs {
+public:
+    void put(pid_t task, decided_exec decided);
+    std::optional<decided_exec> take(pid_t task);
+
+private:
+    std::mutex lock_;
+    std::unordered_map<pid_t, decided_exec> entries_;
+};
+
+} // namespace session
+
+#endif

@@ -1,0 +1,111 @@
+#include "session/exec/exec_verification.h"
+
+#include <fcntl.h>
+#include <linux/limits.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "session/task/tracee_memory.h"
+
+namespace session {
+
+namespace {
+
+/// The new image as far as the host shows it.
+struct new_image {
+    explicit new_image(const caller& process)
+        : who(process), file(who.program()), name(program_name(who.task())), identity(identity_of(file.get()))
+    {
+    }
+
+    bool fits(const decided_exec& decided) const
+    {
+        // A program that may be executed but not read hides all of its process. Its decision was
+        // made without reading it; any other such program would have got the same.
+        if (!file)
+            return !decided.readable;
+        return decided.program == identity && decided.name == name &&
+               (decided.arguments.empty() ||
+                program_arguments(who.task(), decided.arguments.size()) == decided.arguments);
+    }
+
+    found_program program() const
+    {
+        if (!file)
+            return unreadable_program({fmt::format("/proc/{}/exe", who.task()), false});
+        return {unique_fd(fcntl(file.get(), F_DUPFD_CLOEXEC, 0)), path_of(file.get(), who)};
+    }
+
+    const caller& who;
+    unique_fd file;
+    std::optional<std::string> name;
+    file_identity identity;
+};
+
+/// The names under which an interpreter of unknown origin may go and open its script: what
+/// stands between the first argument and the program's name, which ends what the kernel puts in
+/// front of a script's arguments.
+std::vector<script_link> possible_scripts(const new_image& image)
+{
+    std::vector<script_link> links;
+    const std::string arguments = program_arguments(image.who.task(), std::size_t{4} * PATH_MAX);
+    std::size_t begin = arguments.find('\0');
+    while (image.name && begin != std::string::npos && begin + 1 < arguments.size()) {
+        const std::size_t end = arguments.find('\0', begin + 1);
+        if (end == std::string::npos)
+            break;
+        links.push_back({arguments.substr(begin + 1, end - begin - 1), std::nullopt});
+        if (links.back().name == *image.name)
+            return links;
+        begin = end;
+    }
+    return {};
+}
+
+} // namespace
+
+exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending)
+{
+    exec_outcome outcome;
+    const new_image image(who);
+    const found_program program = image.program();
+    if (image.file)
+        outcome.program = pinned_file(program.file.get(), program.path);
+
+    const platform::task_handle task = platform::find_task(former);
+    std::optional<decided_exec> decided = pending.take(former);
+    if (task && image.name && !(decided && image.fits(*decided))) {
+        decided.reset();
+        const exec_request request{AT_FDCWD, *image.name, 0};
+        if (auto named = find_program(image.who, request)) {
+            exec_answer answer = decide_exec(image.who, task.get(), std::move(*named), request);
+            if (answer.verdict == exec_verdict::refused) {
+                outcome.refused = std::move(answer.refused);
+                return outcome;
+            }
+            if (answer.verdict == exec_verdict::allowed)
+                decided = std::move(answer.decided);
+        }
+    }
+
+    std::vector<script_link> scripts;
+    if (decided && image.fits(*decided)) {
+        scripts = std::move(decided->scripts);
+    } else {
+        if (!task || !ask_hook(task.get(), program, image.name.value_or(program.path.text))) {
+            outcome.refused = program.path.text;
+            return outcome;
+        }
+        scripts = possible_scripts(image);
+    }
+    if (!scripts.empty())
+        outcome.watch = std::make_unique<script_watch>(who.task(), image.name.value_or(program.path.text),
+                                                       std::move(scripts));
+    return outcome;
+}
+
+} // namespace session

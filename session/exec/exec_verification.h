@@ -1,0 +1,28 @@
+#ifndef SORVANIC_SESSION_EXEC_EXEC_VERIFICATION_H
+#define SORVANIC_SESSION_EXEC_EXEC_VERIFICATION_H
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "session/exec/exec_decision.h"
+#include "session/exec/script_watch.h"
+
+namespace session {
+
+/// What came out of an exec that the kernel has done, the new program not having run yet.
+struct exec_outcome {
+    std::optional<std::string> refused;  ///< the path of the file that the hook refused
+    platform::file_handle program;       ///< what the process runs now; null when the host does not show it
+    std::unique_ptr<script_watch> watch; ///< when an interpreter is still to open its script
+};
+
+/// Compares what the kernel has started in `who` with what was decided: the caller's memory
+/// and the directories may have changed in between. What fits is not asked about again; what does
+/// not is decided anew, from the real files. To be called while the process is stopped at its
+/// exec; `former` is the id that its calling thread had before.
+exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending);
+
+} // namespace session
+
+#endif

@@ -1,0 +1,29 @@
+#ifndef SORVANIC_SESSION_EXEC_SCRIPT_H
+#define SORVANIC_SESSION_EXEC_SCRIPT_H
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace session {
+
+/// As much of a program file as the kernel looks at to tell what it is.
+inline constexpr std::size_t program_head_size = 256;
+
+/// Interpreters that a chain of "#!" lines may name before the kernel gives up (ELOOP).
+inline constexpr int interpreter_limit = 5;
+
+struct interpreter_line {
+    std::string interpreter;
+    std::optional<std::string> argument;
+};
+
+/// What the "#!" line at the start of a program file names, by the rules of Linux 5.19 and
+/// later (fs/binfmt_script.c); nothing when the kernel would not take the file for a script.
+/// A shorter file is filled up with zero bytes.
+std::optional<interpreter_line> parse_interpreter_line(std::span<const char, program_head_size> head);
+
+} // namespace session
+
+#endif

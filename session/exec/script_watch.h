@@ -1,0 +1,51 @@
+#ifndef SORVANIC_SESSION_EXEC_SCRIPT_WATCH_H
+#define SORVANIC_SESSION_EXEC_SCRIPT_WATCH_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "session/exec/exec_decision.h"
+
+namespace session {
+
+/// Follows a fresh interpreter from system call to system call until it has opened its script,
+/// which must be the file that was decided under that name: the kernel read the script's first
+/// line, but it is the interpreter that reads the rest, through a name that may have come to mean
+/// another file. Used by the thread that traces the process only.
+class script_watch {
+public:
+    script_watch(pid_t process, std::string program_name, std::vector<script_link> scripts);
+
+    /// The path of a file that the interpreter has just opened for its script and that the hook
+    /// refuses, or nothing. To be called at each system-call stop of the process.
+    std::optional<std::string> at_system_call();
+
+    /// Whether there is nothing left to wait for: all scripts have been opened, or the program
+    /// has made so many calls without doing it that it never will.
+    bool finished() const;
+
+    /// Whether it is finished because of the latter.
+    bool gave_up() const;
+
+    /// Whether the watch goes on when the process execs once more: "#!/usr/bin/env NAME" leaves the
+    /// opening to the program that it starts.
+    bool outlives_exec();
+
+private:
+    std::optional<std::string> opened(int descriptor, const std::string& name);
+
+    pid_t process_;
+    std::string program_name_;
+    std::vector<script_link> scripts_;
+    std::uint64_t open_name_ = 0; ///< address of the name, during a call that opens
+    int stops_ = 0;
+    bool carried_ = false;
+};
+
+} // namespace session
+
+#endif

@@ -1,0 +1,56 @@
+#ifndef SORVANIC_SESSION_STATE_CHANNEL_H
+#define SORVANIC_SESSION_STATE_CHANNEL_H
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "host/unique_fd.h"
+#include "session/session.h"
+
+// How agents and commands reach the module: netlink, at a port id of the session's own. Root and
+// the supervisor's user are heard, and whoever the options name; of the supervised processes only
+// root's under a root supervisor, unless the options say otherwise: they could rename their user.
+
+namespace session {
+
+using platform::unique_fd;
+
+/// Prepares the host's netlink for a module that is going to be started: where it listens, and
+/// who is heard. Returns the port id. Throws trouble where the host has no such netlink, or when
+/// the wanted port id is taken.
+std::uint32_t prepare_channel(const options& wanted);
+
+/// Returns when all that the process of `task` has asked of the module so far is done. Before
+/// each decision about it; may take as long as a reload.
+void settle_requests_of(pid_t task);
+
+/// The thread that brings messages to a started module, until destruction. Reloads run in it.
+class channel {
+public:
+    /// `look` is called on that thread after each batch of messages, and every 100 ms. Throws
+    /// trouble when the module has not got its port.
+    explicit channel(std::function<void(bool handled)> look);
+    ~channel();
+    channel(const channel&) = delete;
+    channel& operator=(const channel&) = delete;
+
+private:
+    void run();
+
+    std::function<void(bool)> look_;
+    unique_fd ended_;
+    std::thread thread_;
+};
+
+/// Records the login user of `process`, which has no netlink socket, as a login program would:
+/// by a message to `port`. Returns when that is done; throws trouble.
+void log_in(pid_t process, const std::string& user, std::uint32_t port);
+
+} // namespace session
+
+#endif

@@ -1,0 +1,71 @@
+#include "session/state/policy_directory.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include <fmt/format.h>
+
+#include "host/unique_fd.h"
+#include "session/state/trouble.h"
+
+namespace session {
+
+namespace {
+
+constexpr const char* policy_files[] = {
+    "whitelist",    "blacklist", "supertrustfile", "workdir",   "dirctl",   "ptpylist",
+    "installlabel", "statlabel", "auditlabel",     "modllabel", "sublabel", "objlabel",
+    "dac",          "priv",      "appevp",         "platuser",
+};
+
+bool exists(const std::string& path)
+{
+    struct stat about;
+    return stat(path.c_str(), &about) == 0;
+}
+
+void check_file(const std::string& path)
+{
+    struct stat about;
+    if (stat(path.c_str(), &about) != 0) {
+        if (errno == ENOENT)
+            return;
+        throw trouble(
+            fmt::format("policy file {}: {}; make it readable or remove it", path, error_text(errno)));
+    }
+    if (!S_ISREG(about.st_mode))
+        throw trouble(fmt::format(
+            "policy file {} is not a regular file; put the policy's file there or remove it", path));
+    const platform::unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file)
+        throw trouble(
+            fmt::format("policy file {}: {}; make it readable for this user", path, error_text(errno)));
+}
+
+} // namespace
+
+void check_policy_directory(const std::string& path)
+{
+    struct stat about;
+    if (stat(path.c_str(), &about) != 0)
+        throw trouble(
+            fmt::format("policy directory {}: {}; name one with --policy", path, error_text(errno)));
+    if (!S_ISDIR(about.st_mode))
+        throw trouble(fmt::format("policy directory {} is not a directory; name one with --policy", path));
+    if (access(path.c_str(), X_OK) != 0)
+        throw trouble(fmt::format("policy directory {}: {}; make it accessible for this user", path,
+                                  error_text(errno)));
+    for (const char* name : policy_files)
+        check_file(path + "/" + name);
+    for (const char* name : {"statlabel", "modllabel"}) {
+        if (!exists(path + "/" + name)) {
+            say(fmt::format("warning: {} has no {}: every program is allowed", path, name));
+            break;
+        }
+    }
+}
+
+} // namespace session

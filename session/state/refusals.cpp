@@ -1,0 +1,29 @@
+#include "session/state/refusals.h"
+
+#include <fstream>
+
+#include <fmt/format.h>
+
+#include "session/state/trouble.h"
+
+namespace session {
+
+void refusals::add(const std::string& path, pid_t task, bool killed)
+{
+    count_.fetch_add(1, std::memory_order_relaxed);
+    if (!shown_)
+        return;
+    std::string command;
+    std::getline(std::ifstream(fmt::format("/proc/{}/comm", task)), command);
+    say(fmt::format("refused: {} (pid {}, {}){}", printable(path), task, printable(command),
+                    killed ? ", ended: it came in the place of another program" : ""));
+}
+
+void refusals::add_up() const
+{
+    const unsigned long count = count_.load(std::memory_order_relaxed);
+    if (shown_ && count > 1)
+        say(fmt::format("{} execs were refused in all", count));
+}
+
+} // namespace session

@@ -1,0 +1,36 @@
+#ifndef SORVANIC_SESSION_STATE_REFUSALS_H
+#define SORVANIC_SESSION_STATE_REFUSALS_H
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <string>
+
+namespace session {
+
+/// Counts refused execs and tells the user of them: one line each on standard error. Any thread.
+class refusals {
+public:
+    explicit refusals(bool shown) : shown_(shown) {}
+
+    /// `killed`: the kernel had started the program when it was refused, so its process is ended.
+    void add(const std::string& path, pid_t task, bool killed);
+
+    /// Something was let go on without a decision.
+    void add_undecided() { undecided_.fetch_add(1, std::memory_order_relaxed); }
+
+    unsigned long count() const { return count_.load(std::memory_order_relaxed); }
+    unsigned long undecided() const { return undecided_.load(std::memory_order_relaxed); }
+
+    /// At the session's end: how many there were, when there were several.
+    void add_up() const;
+
+private:
+    bool shown_;
+    std::atomic<unsigned long> count_{0};
+    std::atomic<unsigned long> undecided_{0};
+};
+
+} // namespace session
+
+#endif

@@ -1,0 +1,71 @@
+#include "session/state/status_directory.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include <fmt/format.h>
+
+#include "agent/status_files.h"
+#include "session/state/trouble.h"
+
+namespace session {
+
+namespace {
+
+constexpr mode_t for_reading = 0444;
+constexpr mode_t for_reading_and_owner = 0644;
+
+bool write_whole(int fd, const std::string& text)
+{
+    return ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+} // namespace
+
+status_directory::status_directory(const std::string& state)
+    : path_(state + "/" + agent::status_directory_name)
+{
+    const auto fail = [this](const char* remedy) {
+        throw trouble(fmt::format("status directory {}: {}; {}", path_, error_text(errno), remedy));
+    };
+    if (mkdir(path_.c_str(), 0755) != 0 && errno != EEXIST)
+        fail("name another place with --state");
+    const std::string name = path_ + "/" + agent::port_file_name;
+    port_file_.reset(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, for_reading_and_owner));
+    if (!port_file_)
+        fail("name another place with --state");
+    if (flock(port_file_.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK)
+            throw trouble(fmt::format(
+                "another session has the state directory {}; end it or name another with --state", state));
+        fail("name another place with --state");
+    }
+    // A former session's.
+    if (ftruncate(port_file_.get(), 0) != 0)
+        fail("name another place with --state");
+}
+
+void status_directory::publish_port(std::uint32_t port) const
+{
+    fchmod(port_file_.get(), for_reading_and_owner);
+    write_whole(port_file_.get(), fmt::format("{}\n", port));
+}
+
+void status_directory::publish(const std::string& name, const std::string& text) const
+{
+    const std::string whole = path_ + "/" + name;
+    const std::string next = path_ + "/." + name + ".new";
+    unlink(next.c_str()); // of a supervisor that was killed
+    const platform::unique_fd file(
+        open(next.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, for_reading));
+    if (!file || fchmod(file.get(), for_reading) != 0 || !write_whole(file.get(), text) ||
+        rename(next.c_str(), whole.c_str()) != 0)
+        unlink(next.c_str());
+}
+
+} // namespace session

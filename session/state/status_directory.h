@@ -1,0 +1,32 @@
+#ifndef SORVANIC_SESSION_STATE_STATUS_DIRECTORY_H
+#define SORVANIC_SESSION_STATE_STATUS_DIRECTORY_H
+
+#include <cstdint>
+#include <string>
+
+#include "host/unique_fd.h"
+
+namespace session {
+
+/// The directory "status" below a session's state directory, where commands and people find the
+/// session and look at it. Its files are for reading only, and each is whole at any moment. As
+/// long as the session lives, the file with the port id is locked (flock, exclusively).
+class status_directory {
+public:
+    /// Makes it and takes the lock. Throws trouble when that cannot be done, or another session has
+    /// it.
+    explicit status_directory(const std::string& state);
+
+    void publish_port(std::uint32_t port) const;
+
+    /// Replaces a file in one step. What cannot be written is left as it was.
+    void publish(const std::string& name, const std::string& text) const;
+
+private:
+    std::string path_;
+    platform::unique_fd port_file_;
+};
+
+} // namespace session
+
+#endif

@@ -1,0 +1,27 @@
+#ifndef SORVANIC_SESSION_STATE_TROUBLE_H
+#define SORVANIC_SESSION_STATE_TROUBLE_H
+
+#include <stdexcept>
+#include <string>
+
+namespace session {
+
+/// A session cannot be started or go on. The text is one line for the user: what is missing or
+/// wrong, and what to do about it.
+class trouble : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The text of an error number.
+std::string error_text(int number);
+
+/// Writes "sorvanic: TEXT" and a line end to standard error.
+void say(const std::string& text);
+
+/// `text` with every byte that a terminal could take for a command as a \ooo escape.
+std::string printable(const std::string& text);
+
+} // namespace session
+
+#endif

@@ -1,0 +1,102 @@
+#include "session/task/caller.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace session {
+
+namespace {
+
+known_task ask_for(pid_t task)
+{
+    known_task known;
+    known.places->own_root.store(true);
+    const auto status = read_status(task);
+    known.process = status ? status->process : task;
+    known.places->umask.store(status ? static_cast<int>(status->umask) : 0);
+    known.rights = std::make_shared<const credentials>(status ? status->rights : own_credentials());
+    return known;
+}
+
+} // namespace
+
+unique_fd open_proc(pid_t task, const std::string& name, int flags)
+{
+    const std::string path = fmt::format("/proc/{}/{}", task, name);
+    unique_fd opened(::open(path.c_str(), flags | O_CLOEXEC));
+    if (!opened && (errno == EACCES || errno == EPERM)) {
+        const as_caller rights(task);
+        opened.reset(::open(path.c_str(), flags | O_CLOEXEC));
+    }
+    return opened;
+}
+
+caller::caller(pid_t task) : caller(task, ask_for(task))
+{
+}
+
+caller::caller(pid_t task, known_task known) : task_(task), known_(std::move(known))
+{
+    if (known_.rights == nullptr) // it has just gone, and what is decided for it does not matter
+        known_ = ask_for(task);
+}
+
+caller caller::as_real_user() const
+{
+    known_task known = known_;
+    known.rights = std::make_shared<const credentials>(rights().of_real_user());
+    return {task_, std::move(known)};
+}
+
+unique_fd caller::root() const
+{
+    return open_proc(task_, "root", O_PATH);
+}
+
+std::shared_ptr<const unique_fd> caller::working_directory() const
+{
+    const auto open = [&] { return open_proc(task_, "cwd", O_PATH); };
+    if (has_own_root()) // where mounts may change, it can be moved by others
+        return std::make_shared<const unique_fd>(open());
+    return known_.places->directory.get(open);
+}
+
+unique_fd caller::descriptor(int number) const
+{
+    return open_proc(task_, fmt::format("fd/{}", number), O_PATH);
+}
+
+open_mode caller::mode_of(int number) const
+{
+    // The link's own permissions tell it.
+    const unique_fd link = open_proc(task_, fmt::format("fd/{}", number), O_PATH | O_NOFOLLOW);
+    struct stat about = {};
+    if (link)
+        fstat(link.get(), &about);
+    return {(about.st_mode & S_IRUSR) != 0, (about.st_mode & S_IWUSR) != 0};
+}
+
+unique_fd caller::program() const
+{
+    return open_proc(task_, "exe", O_PATH);
+}
+
+unique_fd caller::process_directory() const
+{
+    // Every thread's own entry shows its whole process, but for its place under "task".
+    return open_proc(known_.process, "", O_PATH);
+}
+
+unique_fd caller::thread_directory() const
+{
+    return open_proc(task_, fmt::format("task/{}", task_), O_PATH);
+}
+
+} // namespace session

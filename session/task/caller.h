@@ -1,0 +1,67 @@
+#ifndef SORVANIC_SESSION_TASK_CALLER_H
+#define SORVANIC_SESSION_TASK_CALLER_H
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string>
+
+#include "host/unique_fd.h"
+#include "session/task/known_tasks.h"
+
+// A supervised task as one who names files: its places and its rights.
+
+namespace session {
+
+using platform::unique_fd;
+
+/// Opens "/proc/TASK/NAME", with the supervisor's own rights or, where the host denies it, with the
+/// task's (a root supervisor without CAP_SYS_PTRACE may look at tasks of its ids only). Empty
+/// when neither may.
+unique_fd open_proc(pid_t task, const std::string& name, int flags);
+
+/// How a task has a descriptor open.
+struct open_mode {
+    bool reads;
+    bool writes; ///< neither: opened with O_PATH
+};
+
+/// What /proc tells of a task. Valid while the task cannot go away: it waits for the session's
+/// answer, or is stopped. All descriptors are O_PATH; an empty one where the host denies it.
+class caller {
+public:
+    /// One of whom nothing is known: it is asked anew for everything.
+    explicit caller(pid_t task);
+    caller(pid_t task, known_task known);
+
+    pid_t task() const { return task_; }
+    const credentials& rights() const { return *known_.rights; }
+    mode_t umask() const { return static_cast<mode_t>(known_.places->umask.load()); }
+
+    /// Whether names may mean something else to it than to the supervisor, beside what "/proc/self"
+    /// is and where relative ones begin.
+    bool has_own_root() const { return known_.places->own_root.load(); }
+
+    /// The same with the rights that access(2) is about.
+    caller as_real_user() const;
+
+    unique_fd root() const;
+    std::shared_ptr<const unique_fd> working_directory() const; ///< never null
+    unique_fd descriptor(int number) const;
+    open_mode mode_of(int number) const;
+
+    /// The program it runs.
+    unique_fd program() const;
+
+    /// What "/proc/self" and "/proc/thread-self" are to it.
+    unique_fd process_directory() const;
+    unique_fd thread_directory() const;
+
+private:
+    pid_t task_;
+    known_task known_;
+};
+
+} // namespace session
+
+#endif

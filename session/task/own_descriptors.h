@@ -1,0 +1,23 @@
+#ifndef SORVANIC_SESSION_TASK_OWN_DESCRIPTORS_H
+#define SORVANIC_SESSION_TASK_OWN_DESCRIPTORS_H
+
+#include <string>
+
+#include "host/unique_fd.h"
+
+// This process's own descriptors, by the links to their objects that proc has. Any thread.
+
+namespace session {
+
+/// A path that leads to the object, whatever its names: for calls that take no descriptor.
+std::string link_to(int fd);
+
+/// Opens the object anew, with the calling thread's rights. Empty, and errno, on failure.
+platform::unique_fd reopen(int fd, int flags);
+
+/// Its path, with " (deleted)" at its end when that is gone. Empty when the host cannot tell.
+std::string path_behind(int fd);
+
+} // namespace session
+
+#endif

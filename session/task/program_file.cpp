@@ -1,0 +1,141 @@
+#include "session/task/program_file.h"
+
+#include <fcntl.h>
+#include <linux/limits.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <string_view>
+
+#include "session/task/own_descriptors.h"
+
+namespace session {
+
+namespace {
+
+constexpr std::int64_t nanoseconds = 1'000'000'000;
+constexpr file_identity never_the_same = {0, 0, 0, -1};
+
+unique_fd open_to_read(int fd)
+{
+    // A file that may be executed is regular: no open of one blocks for long or acts on a device.
+    return reopen(fd, O_RDONLY | O_CLOEXEC);
+}
+
+/// Whether somebody may be about to change the content without a trace in the file's times:
+/// stores through a shared mapping whose pages are dirty already leave none, and such a mapping
+/// lasts no longer than its file is open for writing. The host tells by refusing a read lease
+/// (fcntl(2)). For files of others, it lets only root ask; those that their owner alone may
+/// write are the owner's affair.
+bool may_be_written_to(int fd)
+{
+    const unique_fd file = open_to_read(fd);
+    if (!file)
+        return false; // no decision depends on what cannot be read
+    // Not SIGIO, which ends a process, should somebody open the file at this very moment.
+    fcntl(file.get(), F_SETSIG, SIGURG);
+    if (fcntl(file.get(), F_SETLEASE, F_RDLCK) == 0) {
+        fcntl(file.get(), F_SETLEASE, F_UNLCK);
+        return false;
+    }
+    struct stat about;
+    return errno != EACCES || fstat(fd, &about) != 0 || (about.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+std::int64_t coarse_now()
+{
+    timespec now;
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return now.tv_sec * nanoseconds + now.tv_nsec;
+}
+
+} // namespace
+
+file_identity identity_of(int fd)
+{
+    struct stat about;
+    if (fstat(fd, &about) != 0)
+        return {};
+    return {about.st_dev, about.st_ino, about.st_ctim.tv_sec, about.st_ctim.tv_nsec};
+}
+
+file_identity settled_identity(int fd)
+{
+    timespec resolution;
+    clock_getres(CLOCK_REALTIME_COARSE, &resolution);
+    const std::int64_t tick = resolution.tv_sec * nanoseconds + resolution.tv_nsec;
+    for (std::int64_t waited = 0; waited < 3 * nanoseconds; waited += tick) {
+        const file_identity identity = identity_of(fd);
+        // Files are stamped with the coarse clock, of whole seconds on some file systems. Stamps
+        // ahead of it are the finer ones of kernels that never give two changes the same.
+        const std::int64_t unit = identity.change_nanoseconds == 0 ? 2 * nanoseconds : tick;
+        const std::int64_t age =
+            coarse_now() - (identity.change_seconds * nanoseconds + identity.change_nanoseconds);
+        if (age < 0 || age >= unit)
+            return may_be_written_to(fd) ? never_the_same : identity;
+        const timespec wait = {0, tick};
+        nanosleep(&wait, nullptr);
+    }
+    return never_the_same;
+}
+
+bool may_execute(int fd)
+{
+    struct stat about;
+    return fstat(fd, &about) == 0 && S_ISREG(about.st_mode) &&
+           syscall(SYS_faccessat2, fd, "", X_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
+}
+
+bool may_read(int fd)
+{
+    return syscall(SYS_faccessat2, fd, "", R_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
+}
+
+seen_path path_of(int fd, const caller& who)
+{
+    seen_path path{path_behind(fd), false};
+    if (path.text.empty())
+        return {"/" + std::string(PATH_MAX, '?'), false};
+
+    constexpr std::string_view suffix = " (deleted)";
+    if (path.text.ends_with(suffix)) {
+        // Or the file really is called that.
+        struct stat named;
+        struct stat pinned;
+        path.deleted = lstat(path.text.c_str(), &named) != 0 || fstat(fd, &pinned) != 0 ||
+                       named.st_ino != pinned.st_ino || named.st_dev != pinned.st_dev;
+        if (path.deleted)
+            path.text.resize(path.text.size() - suffix.size());
+    }
+
+    if (!who.has_own_root())
+        return path;
+    const unique_fd root = who.root();
+    const std::string root_text = root ? path_behind(root.get()) : "/";
+    if (root_text.size() > 1 && (path.text + "/").starts_with(root_text + "/")) {
+        path.text.erase(0, root_text.size());
+        path.text += path.text.empty() ? "/" : "";
+        path.above = root_text;
+    }
+    return path;
+}
+
+platform::file_handle pinned_file(int fd, const seen_path& path)
+{
+    return platform::make_pinned_file(unique_fd(fcntl(fd, F_DUPFD_CLOEXEC, 0)), path.text, path.deleted);
+}
+
+std::array<char, program_head_size> read_head(int fd)
+{
+    std::array<char, program_head_size> head = {};
+    const unique_fd file = open_to_read(fd);
+    if (file && pread(file.get(), head.data(), head.size(), 0) < 0)
+        head = {};
+    return head;
+}
+
+} // namespace session

@@ -1,0 +1,54 @@
+#ifndef SORVANIC_SESSION_TASK_RESOLVE_H
+#define SORVANIC_SESSION_TASK_RESOLVE_H
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "session/task/caller.h"
+
+// What names mean to a supervised task. "/proc/self" and "/proc/thread-self" are the task, of any
+// mount of proc; links to open files lead to those. All is done with the task's rights.
+
+namespace session {
+
+/// An O_PATH descriptor, or an empty one and the error number that the kernel would give.
+struct resolved {
+    unique_fd file;
+    int error = 0;
+    struct statx about = {}; ///< of the file, where the walk had to look; with an empty mask elsewhere
+};
+
+/// Finds what `name` means to `who`: from its working directory, or the directory that its
+/// descriptor `directory` is open on (AT_FDCWD: the former), within its root. Of `flags` these
+/// count: AT_EMPTY_PATH (an empty name is the descriptor itself) and AT_SYMLINK_NOFOLLOW (the last
+/// component may be a link itself).
+resolved resolve(const caller& who, int directory, std::string_view name, int flags);
+
+/// The directory in which the last component of a name stands, found or not.
+struct resolved_parent {
+    unique_fd directory;
+    std::string last; ///< with a "/" at its end when the name has one there
+    int error = 0;
+
+    /// Whether the last component can be made, taken away or renamed at all; calls on "/", "." and
+    /// ".." always fail, each in its way.
+    bool is_name() const;
+};
+
+resolved_parent resolve_parent(const caller& who, int directory, std::string_view name);
+
+/// The same from a directory on, as it is done for a link's text.
+resolved_parent resolve_parent_from(const caller& who, const unique_fd& start, std::string_view name);
+
+/// What the link at `last` in `directory`, pinned as `link`, leads to.
+resolved resolve_link(const caller& who, const unique_fd& directory, const std::string& last);
+
+/// Whether the host's fs.protected_symlinks lets `who` follow a link in that directory.
+bool may_follow(const credentials& who, int directory, int link);
+
+} // namespace session
+
+#endif

@@ -1,0 +1,40 @@
+#ifndef SORVANIC_SESSION_TASK_TRACEE_MEMORY_H
+#define SORVANIC_SESSION_TASK_TRACEE_MEMORY_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+// Reading a supervised task's memory. All of it is the task's own word: it may change while it
+// is read, and only what the kernel does with it counts.
+
+namespace session {
+
+/// The text at `address`, without its terminator; nothing when memory ends first, when it may
+/// not be read, or when the first `limit` bytes hold no terminator.
+std::optional<std::string> read_text(pid_t task, std::uint64_t address, std::size_t limit);
+
+/// A file name at `address`, as a system call reads it. 0, or the call's error: EFAULT, ENAMETOOLONG.
+int read_name(pid_t task, std::uint64_t address, std::string& into);
+
+/// An object of that size at `address`; false when not all of it may be read.
+bool read_memory(pid_t task, std::uint64_t address, void* into, std::size_t size);
+
+/// Whether the host lets us read its memory at all.
+bool may_read_memory(pid_t task);
+
+/// Copies the other way round.
+bool write_memory(pid_t task, std::uint64_t address, const void* from, std::size_t size);
+
+/// The program name that the kernel gave the task's present program (AT_EXECFN), or nothing.
+std::optional<std::string> program_name(pid_t process);
+
+/// The first `limit` bytes of the arguments of the task's present program, each with its terminator.
+std::string program_arguments(pid_t process, std::size_t limit);
+
+} // namespace session
+
+#endif

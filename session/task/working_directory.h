@@ -1,0 +1,65 @@
+#ifndef SORVANIC_SESSION_TASK_WORKING_DIRECTORY_H
+#define SORVANIC_SESSION_TASK_WORKING_DIRECTORY_H
+
+#include <memory>
+#include <mutex>
+
+#include "host/unique_fd.h"
+
+namespace session {
+
+/// Where the relative names of tasks begin that have that in common, kept between their calls:
+/// opening it costs more than most of what they do there. What one of them is about to change is
+/// not kept before that is done. Any thread.
+class working_directory {
+public:
+    using descriptor = std::shared_ptr<const platform::unique_fd>;
+
+    /// What is kept, or what `open` returns.
+    template <typename Open>
+    descriptor get(Open open)
+    {
+        unsigned before = 0;
+        {
+            const std::lock_guard guard(lock_);
+            if (kept_ != nullptr)
+                return kept_;
+            before = changes_;
+        }
+        auto opened = std::make_shared<const platform::unique_fd>(open());
+        const std::lock_guard guard(lock_);
+        if (*opened && changes_ == before && movers_ == 0)
+            kept_ = opened;
+        return opened;
+    }
+
+    /// A task's way from one to another, from before the host begins with it until it has ended.
+    class move {
+    public:
+        explicit move(working_directory& of) : of_(of) { of_.count(1); }
+        ~move() { of_.count(-1); }
+        move(const move&) = delete;
+        move& operator=(const move&) = delete;
+
+    private:
+        working_directory& of_;
+    };
+
+private:
+    void count(int movers)
+    {
+        const std::lock_guard guard(lock_);
+        movers_ += movers;
+        ++changes_; // at the end, too: who has looked meanwhile may have seen either
+        kept_.reset();
+    }
+
+    std::mutex lock_;
+    descriptor kept_; // all under lock_
+    int movers_ = 0;
+    unsigned changes_ = 0;
+};
+
+} // namespace session
+
+#endif
