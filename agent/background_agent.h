@@ -11,7 +11,7 @@
 namespace agent {
 
 /// An agent in a thread of the calling process, from construction to destruction. For a supervisor,
-/// whose module is in the same process: it addresses records to the supervisor's process id.
+/// whose engine is in the same process: it addresses records to the supervisor's process id.
 class background_agent {
 public:
     /// Sends the helo; the caller sees to it that it is handled before the first decision whose

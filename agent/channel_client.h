@@ -14,12 +14,12 @@ namespace agent {
 
 /// Where a session is reached, and who answers there.
 struct channel_address {
-    std::uint32_t port; ///< netlink port id of its module
+    std::uint32_t port; ///< netlink port id of its engine
     pid_t process;      ///< the supervisor, as the host knows it
 };
 
 /// A process's end of a session's channel: a netlink socket at a port id of its own, by which the
-/// module addresses it. Sending and receiving may be done by two threads.
+/// engine addresses it. Sending and receiving may be done by two threads.
 class channel_client {
 public:
     /// Opens the socket at port id `own`, which is to be the process's id (or that of a process for

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "bench/benchmarks.h"
-#include "bench/loaded_module.h"
+#include "bench/loaded_engine.h"
 #include "bench/ratio.h"
 #include "channel/audit_messages.h"
 #include "channel/audit_records.h"
@@ -71,10 +71,10 @@ std::string message(kernel::u16 type, const Payload& payload, const std::string&
            std::string(reinterpret_cast<const char*>(&payload), sizeof payload) + rest;
 }
 
-/// The module with its socket at one port, the agent at this process's, and a peer at a third.
-class connected_module {
+/// The engine with its socket at one port, the agent at this process's, and a peer at a third.
+class connected_engine {
 public:
-    connected_module()
+    connected_engine()
     {
         const auto own = static_cast<std::uint32_t>(::getpid());
         port = own | 0x40000000;
@@ -84,7 +84,7 @@ public:
         agent.send(message(message_helo, std::uint32_t{0}), port);
         platform::netlink_pump();
     }
-    ~connected_module()
+    ~connected_engine()
     {
         module_.unload();
         platform::use_netlink_bus();
@@ -97,12 +97,12 @@ public:
     socket peer{static_cast<std::uint32_t>(::getpid()) | 0x20000000};
 
 private:
-    bench::loaded_module module_;
+    bench::loaded_engine module_;
 };
 
 void audit_send(benchmark::State& state)
 {
-    connected_module machine;
+    connected_engine machine;
     if (!machine.agent.bound() || !machine.peer.bound())
         return state.SkipWithError("skipped: no NETLINK_USERSOCK on this machine");
     const auto own = static_cast<std::uint32_t>(::getpid());
@@ -141,7 +141,7 @@ void audit_send(benchmark::State& state)
 
 void login(benchmark::State& state)
 {
-    connected_module machine;
+    connected_engine machine;
     if (!machine.agent.bound() || !machine.peer.bound())
         return state.SkipWithError("skipped: no NETLINK_USERSOCK on this machine");
     const auto own = static_cast<std::uint32_t>(::getpid());

@@ -34,7 +34,7 @@ private:
     std::filesystem::path path_;
 };
 
-/// A private directory that the module knows under another path.
+/// A private directory that the engine knows under another path.
 class mounted_directory : public directory {
 public:
     explicit mounted_directory(std::string_view at) { platform::mount_directory(at, *this / ""); }

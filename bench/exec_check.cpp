@@ -6,7 +6,7 @@
 
 #include "bench/benchmarks.h"
 #include "bench/directory.h"
-#include "bench/loaded_module.h"
+#include "bench/loaded_engine.h"
 #include "bench/ratio.h"
 #include "digest/digest_key.h"
 #include "digest/file_digest.h"
@@ -67,7 +67,7 @@ public:
 
 private:
     bench::directory programs_;
-    bench::loaded_module module_;
+    bench::loaded_engine module_;
 };
 
 /// The seconds of `repeats` checks. A wrong answer is put into `problem`.

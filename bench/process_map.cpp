@@ -68,14 +68,14 @@ constexpr const char* peer_name = "std::map, shared_mutex";
 template <>
 constexpr const char* peer_name<abseil_peer> = "absl map, shared_mutex";
 
-/// The module's map behind the same three calls.
-struct module_map {
+/// The engine's map behind the same three calls.
+struct engine_map {
     int insert(s64 pid, const char* name) { return process_map.insert(pid, name); }
     int search(s64 pid, char* name) { return process_map.search(pid, name); }
     int erase(s64 pid) { return process_map.erase(pid); }
 };
 
-/// The module's map and the peer, holding the first half of the pids.
+/// The engine's map and the peer, holding the first half of the pids.
 template <typename Peer>
 class filled_maps {
 public:
@@ -91,7 +91,7 @@ public:
     filled_maps(const filled_maps&) = delete;
     filled_maps& operator=(const filled_maps&) = delete;
 
-    module_map ours;
+    engine_map ours;
     Peer peer;
 };
 
@@ -111,7 +111,7 @@ pid_row usual_pids(std::size_t records)
     return pids;
 }
 
-/// Pids that all share one of the module's sixteen buckets, and so one lock and one tree.
+/// Pids that all share one of the engine's sixteen buckets, and so one lock and one tree.
 pid_row pids_of_one_bucket(std::size_t records)
 {
     pid_row pids;

@@ -94,7 +94,7 @@ key_row keys_of_one_bucket(std::size_t count)
     return keys;
 }
 
-/// The module's white list, loaded with the first half of the keys.
+/// The engine's white list, loaded with the first half of the keys.
 class loaded_whitelist {
 public:
     explicit loaded_whitelist(const key_row& keys)

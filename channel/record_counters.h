@@ -5,7 +5,7 @@
 
 #include "platform/kernel/types.h"
 
-// What became of audit records that the agent has not got, since the module's code was loaded.
+// What became of audit records that the agent has not got, since the engine's code was loaded.
 // Nothing is decided by these.
 
 /// Lost: nobody was there to receive them, sending failed, or there was no memory.

@@ -7,7 +7,7 @@
 #include "platform/kernel/netlink.h"
 #include "platform/kernel/types.h"
 
-// The module's one netlink socket: opening, sending, closing, and who the agent is.
+// The engine's one netlink socket: opening, sending, closing, and who the agent is.
 
 inline constexpr int netlink_protocol = 31;
 

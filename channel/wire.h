@@ -5,7 +5,7 @@
 
 #include "platform/kernel/types.h"
 
-// What travels between the module and user space, byte for byte: one netlink message a datagram,
+// What travels between the engine and user space, byte for byte: one netlink message a datagram,
 // a header and its payload, all numbers in host byte order. The structs are copied in and out
 // with memcpy; a message in memory need not be aligned for them.
 
@@ -14,8 +14,8 @@ struct wire_header {
     kernel::u32 nlmsg_len;   ///< header and payload, without padding
     kernel::u16 nlmsg_type;  ///< one of message_* below
     kernel::u16 nlmsg_flags; ///< to the agent: the kind of an audit record, else 0; from it: ignored
-    kernel::u32 nlmsg_seq;   ///< from the module: 0
-    kernel::u32 nlmsg_pid;   ///< from the module: the port id it goes to
+    kernel::u32 nlmsg_seq;   ///< from the engine: 0
+    kernel::u32 nlmsg_pid;   ///< from the engine: the port id it goes to
 };
 
 static_assert(sizeof(wire_header) == 16);
@@ -25,18 +25,18 @@ static_assert(offsetof(wire_header, nlmsg_flags) == 6);
 static_assert(offsetof(wire_header, nlmsg_seq) == 8);
 static_assert(offsetof(wire_header, nlmsg_pid) == 12);
 
-/// What the module sends is filled up with zeros to a multiple of this; nlmsg_len does not say so.
+/// What the engine sends is filled up with zeros to a multiple of this; nlmsg_len does not say so.
 inline constexpr kernel::u32 message_alignment = 4;
 
 // Message types. Any other is reported and dropped.
-inline constexpr kernel::u16 message_helo = 16;        ///< to the module: the sender becomes the agent
-inline constexpr kernel::u16 message_quit = 17;        ///< to the module: the sender stops being the agent
-inline constexpr kernel::u16 message_policy = 18;      ///< to the module: a reload or a login
-inline constexpr kernel::u16 message_audit = 19;       ///< from the module: an audit record
-inline constexpr kernel::u16 message_login_done = 22;  ///< from the module: the answer to a login, no payload
-inline constexpr kernel::u16 message_install_end = 23; ///< to the module: the install phase is over
-inline constexpr kernel::u16 message_silent = 25;      ///< to the module: nothing, and nothing is said
-inline constexpr kernel::u16 message_shell_reset = 26; ///< to the module: the protected-shell switch goes off
+inline constexpr kernel::u16 message_helo = 16;        ///< to the engine: the sender becomes the agent
+inline constexpr kernel::u16 message_quit = 17;        ///< to the engine: the sender stops being the agent
+inline constexpr kernel::u16 message_policy = 18;      ///< to the engine: a reload or a login
+inline constexpr kernel::u16 message_audit = 19;       ///< from the engine: an audit record
+inline constexpr kernel::u16 message_login_done = 22;  ///< from the engine: the answer to a login, no payload
+inline constexpr kernel::u16 message_install_end = 23; ///< to the engine: the install phase is over
+inline constexpr kernel::u16 message_silent = 25;      ///< to the engine: nothing, and nothing is said
+inline constexpr kernel::u16 message_shell_reset = 26; ///< to the engine: the protected-shell switch goes off
 
 // Sub-types of a policy request: the first word of its payload.
 inline constexpr kernel::u32 policy_reload = 1;

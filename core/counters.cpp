@@ -23,7 +23,7 @@ void read_switches(const indexed_status_ops& table, u32 (&into)[count])
 
 } // namespace
 
-void read_module_counters(module_counters* into)
+void read_engine_counters(engine_counters* into)
 {
     into->system_status = sorvanic_kernel_statusctl_module.getstatus();
     into->install_status = sorvanic_kernel_installctl_module.getstatus();

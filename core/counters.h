@@ -4,11 +4,11 @@
 #include "platform/kernel/types.h"
 #include "policy/uactivate.h"
 
-// What the module tells of itself to those who run it: read-only, and nothing is decided by it.
+// What the engine tells of itself to those who run it: read-only, and nothing is decided by it.
 // The words are read one by one, while hooks and reloads run: they need not fit together. So may
 // be asked who must set a password (read_confined_users).
 
-struct module_counters {
+struct engine_counters {
     kernel::s32 system_status;
     kernel::s32 install_status;
     kernel::u32 audit_switches[7];
@@ -27,7 +27,7 @@ struct table_state {
 };
 
 /// Any thread, between start-up and shut-down; neither sleeps nor takes a lock.
-void read_module_counters(module_counters* into);
+void read_engine_counters(engine_counters* into);
 
 /// The table at `index` (from 0 on) in the order in which the policy is loaded. False when there
 /// are no more. As above.

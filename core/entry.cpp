@@ -16,7 +16,7 @@
 
 using namespace kernel;
 
-constinit security_operations* sorvanic_security_ops = nullptr; // set while the module is loaded
+constinit security_operations* sorvanic_security_ops = nullptr; // set while the engine is loaded
 constinit u64 sorvanic_security_cr0 = 0;                        // CR0 as it was before the window
 
 int sorvanic_init()

@@ -4,7 +4,7 @@
 #include "platform/kernel/security.h"
 #include "platform/kernel/types.h"
 
-// The module's functions for the fourteen hooks: each turns the kernel's arguments into a call
+// The engine's functions for the fourteen hooks: each turns the kernel's arguments into a call
 // of the enforcement code and its answer into what the kernel expects, 0 to let the operation
 // go on and -1 to refuse it. All run in the context of the acting process, on any processor at
 // once, and keep no state. All may sleep, except inode_free_security and task_kill.

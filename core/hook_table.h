@@ -15,7 +15,7 @@ struct sorvanic_hook_operations {
     /// Closes the window: writes `cr0` to the processor's CR0.
     void (*recover_mask)(kernel::u64 cr0);
 
-    /// Saves the fourteen entries of `ops` and writes the module's functions in their place,
+    /// Saves the fourteen entries of `ops` and writes the engine's functions in their place,
     /// each in one store, so that a concurrent call sees the old or the new. Returns 0. Needs
     /// the window.
     int (*set_newhook)(kernel::security_operations* ops);

@@ -3,7 +3,7 @@
 
 #include "platform/kernel/types.h"
 
-// Mask bits of the module's own, above the kernel's.
+// Mask bits of the engine's own, above the kernel's.
 inline constexpr int may_remove = 0x100;
 inline constexpr int may_rename = 0x200;
 

@@ -13,11 +13,11 @@
 
 namespace session {
 
-/// The module, loaded into the stand-in kernel with this session's files around it, from
+/// The engine, loaded into the stand-in kernel with this session's files around it, from
 /// construction to destruction.
 class engine {
 public:
-    /// Throws trouble when a directory or file is not as it must be, or when the module refuses
+    /// Throws trouble when a directory or file is not as it must be, or when the engine refuses
     /// to start.
     explicit engine(const options& wanted);
     ~engine();

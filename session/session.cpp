@@ -29,10 +29,10 @@ int run(const options& wanted)
 {
     try {
         check_proc();
-        engine module(wanted);
+        engine loaded(wanted);
         const supervisor_signals signals;
         refusals told(!wanted.quiet && isatty(STDERR_FILENO) != 0);
-        const int status = supervise(wanted, module, signals, told);
+        const int status = supervise(wanted, loaded, signals, told);
         told.add_up();
         return status;
     } catch (const trouble& reason) {

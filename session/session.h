@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// A supervised session: one command and everything it starts, each exec decided by the module.
+// A supervised session: one command and everything it starts, each exec decided by the engine.
 
 namespace session {
 
@@ -42,8 +42,8 @@ struct options {
     std::vector<std::string> command; ///< program (searched in PATH as execvp does) and arguments; not empty
 };
 
-/// Starts the module, runs the command under it, waits until the last process of its tree has
-/// ended, and stops the module. Returns the exit status. Failures of sorvanic's own are told on
+/// Starts the engine, runs the command under it, waits until the last process of its tree has
+/// ended, and stops the engine. Returns the exit status. Failures of sorvanic's own are told on
 /// standard error in one line that names what is missing and what to do. To be called once, in
 /// a process that has no other threads; signal dispositions are put back before it returns.
 int run(const options& options);

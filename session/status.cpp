@@ -31,7 +31,7 @@ std::string time_of_day()
     return text;
 }
 
-json switches_of(const module_counters& counters)
+json switches_of(const engine_counters& counters)
 {
     json modules = json::array();
     for (const kernel::u32 value : counters.module_switches)
@@ -71,24 +71,24 @@ json recent_senders()
 
 } // namespace
 
-status_board::status_board(const options& wanted, const engine& module, const refusals& told)
-    : module_(module), told_(told), command_(wanted.command), started_(time_of_day())
+status_board::status_board(const options& wanted, const engine& loaded, const refusals& told)
+    : engine_(loaded), told_(told), command_(wanted.command), started_(time_of_day())
 {
     publish();
     // Last: who finds it finds everything.
-    module_.status().publish_port(module_.port());
+    engine_.status().publish_port(engine_.port());
 }
 
 std::string status_board::session_text() const
 {
     // First, so that whoever sees that a request was handled sees what it did.
     json senders = recent_senders();
-    module_counters counters;
-    read_module_counters(&counters);
+    engine_counters counters;
+    read_engine_counters(&counters);
     const platform::netlink_counts channel = platform::netlink_statistics();
     const json all = {
         {"pid", getpid()},
-        {"port", module_.port()},
+        {"port", engine_.port()},
         {"command", command_},
         {"started", started_},
         {"switches", switches_of(counters)},
@@ -111,7 +111,7 @@ void status_board::put(const char* name, std::string text)
     std::string& published = published_[name];
     if (published == text)
         return;
-    module_.status().publish(name, text);
+    engine_.status().publish(name, text);
     published = std::move(text);
 }
 

@@ -73,10 +73,10 @@ void handle_signal(const siginfo_t& info, int root_handle, pid_t root, lifecycle
         syscall(SYS_pidfd_send_signal, root_handle, signal, nullptr, 0);
 }
 
-module_counters counters()
+engine_counters counters()
 {
-    module_counters now;
-    read_module_counters(&now);
+    engine_counters now;
+    read_engine_counters(&now);
     return now;
 }
 
@@ -89,7 +89,7 @@ public:
             return;
         agent_ = wanted.make_agent(port);
         platform::netlink_settle(getpid());
-        const module_counters now = counters();
+        const engine_counters now = counters();
         if (now.agent != static_cast<kernel::u32>(getpid()))
             throw trouble(fmt::format("the session's own agent could not connect (connected is process {}, 0 "
                                       "being none); end that one, or start the session without --audit",
@@ -116,7 +116,7 @@ private:
 
 } // namespace
 
-int supervise(const options& wanted, engine& module, const supervisor_signals& signals, refusals& told)
+int supervise(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
 {
     launcher first(wanted.command, signals, wanted.rules);
     const unique_fd root_handle(static_cast<int>(syscall(SYS_pidfd_open, first.pid(), 0)));
@@ -124,8 +124,8 @@ int supervise(const options& wanted, engine& module, const supervisor_signals& s
     known_tasks tasks;
     lifecycle tree(first.pid(), pending, told, tasks);
     const supervisor_process self;
-    module.add_first_process(first.pid());
-    status_board board(wanted, module, told);
+    loaded.add_first_process(first.pid());
+    status_board board(wanted, loaded, told);
 
     int status = 0;
     std::exception_ptr failure;
@@ -135,12 +135,12 @@ int supervise(const options& wanted, engine& module, const supervisor_signals& s
                 tree.requests_handled();
             board.publish();
         });
-        const connected_agent agent(wanted, module.port());
+        const connected_agent agent(wanted, loaded.port());
         if (!wanted.user.empty())
-            log_in(first.pid(), wanted.user, module.port());
+            log_in(first.pid(), wanted.user, loaded.port());
         const signal_watch watch(
             [&](const siginfo_t& info) { handle_signal(info, root_handle.get(), first.pid(), tree); });
-        session_parts parts{pending, told, tasks, module.state_directory(), wanted.rules};
+        session_parts parts{pending, told, tasks, loaded.state_directory(), wanted.rules};
         std::optional<notifications> workers;
         // Beside the tracing: the first process can be stopped, by a signal for one, at any step.
         std::jthread starter([&] {

@@ -9,7 +9,7 @@
 //
 // Shut-down first takes the entries out of the kernel, then waits here, then frees. A call that
 // a processor has fetched from the kernel's table but not yet counted is not waited for: whoever
-// unloads the module ends that window by means of its own. (A session has no caller left by
+// unloads the engine ends that window by means of its own. (A session has no caller left by
 // then; a kernel waits for its tasks to leave the patched functions.)
 
 extern constinit std::atomic<kernel::u32> calls_in_flight;

@@ -10,7 +10,7 @@ namespace kernel {
 struct ctl_table_header;
 
 /// An entry of a sysctl directory: a value, or a directory (child not null). A table is an
-/// array of them, ended by an all-zero one. Owned by the module for as long as it is
+/// array of them, ended by an all-zero one. Owned by the engine for as long as it is
 /// registered. An entry has no binary number: `ctl_name` is 0.
 struct ctl_table {
     int ctl_name;

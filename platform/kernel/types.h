@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 
-// The kernel as the module sees it: objects it may only point at, and functions over them.
+// The kernel as the engine sees it: objects it may only point at, and functions over them.
 //
 // Every function of platform/kernel/ has the link name k_<name>, fixed by an asm label, so
 // that a C++ file in user space and a C file inside a kernel can both implement it. No
-// object below has a layout here: the module reads them through accessors, whatever kernel
+// object below has a layout here: the engine reads them through accessors, whatever kernel
 // is underneath.
 
 namespace kernel {

@@ -12,7 +12,7 @@
 #include "host/unique_fd.h"
 #include "session/session.h"
 
-// How agents and commands reach the module: netlink, at a port id of the session's own. Root and
+// How agents and commands reach the engine: netlink, at a port id of the session's own. Root and
 // the supervisor's user are heard, and whoever the options name; of the supervised processes only
 // root's under a root supervisor, unless the options say otherwise: they could rename their user.
 
@@ -25,15 +25,15 @@ using platform::unique_fd;
 /// the wanted port id is taken.
 std::uint32_t prepare_channel(const options& wanted);
 
-/// Returns when all that the process of `task` has asked of the module so far is done. Before
+/// Returns when all that the process of `task` has asked of the engine so far is done. Before
 /// each decision about it; may take as long as a reload.
 void settle_requests_of(pid_t task);
 
-/// The thread that brings messages to a started module, until destruction. Reloads run in it.
+/// The thread that brings messages to a started engine, until destruction. Reloads run in it.
 class channel {
 public:
     /// `look` is called on that thread after each batch of messages, and every 100 ms. Throws
-    /// trouble when the module has not got its port.
+    /// trouble when the engine has not got its port.
     explicit channel(std::function<void(bool handled)> look);
     ~channel();
     channel(const channel&) = delete;

@@ -53,7 +53,7 @@ private:
     bool bound_ = false;
 };
 
-/// A module on the host's netlink, at a port of its own.
+/// An engine on the host's netlink, at a port of its own.
 class host_netlink : public testing::Test {
 protected:
     void SetUp() override

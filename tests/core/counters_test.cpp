@@ -46,12 +46,12 @@ TEST(counters, a_record_that_nobody_got_is_not_counted)
     support::machine m("statlabel=3 modllabel=2222 auditlabel=5:2\n2:7");
     m.write("/bin/other", "x");
     m.process(10, 1, "");
-    module_counters before;
-    read_module_counters(&before);
+    engine_counters before;
+    read_engine_counters(&before);
     const auto counted = [&](const char* what, kernel::u64 dropped, kernel::u64 suppressed,
                              kernel::u64 undecided) {
-        module_counters now;
-        read_module_counters(&now);
+        engine_counters now;
+        read_engine_counters(&now);
         EXPECT_EQ(now.records_dropped - before.records_dropped, dropped) << what;
         EXPECT_EQ(now.records_suppressed - before.records_suppressed, suppressed) << what;
         EXPECT_EQ(now.execs_undecided - before.execs_undecided, undecided) << what;

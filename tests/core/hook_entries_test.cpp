@@ -88,8 +88,8 @@ TEST(hook_entries, a_freed_inode_loses_its_mark_once)
     platform::security().inode_free_security(inode);
 }
 
-// A hook that still runs when the module goes uses tables that exit would free.
-TEST(module_exit, waits_for_a_hook_that_is_still_running)
+// A hook that still runs when the engine goes uses tables that exit would free.
+TEST(engine_exit, waits_for_a_hook_that_is_still_running)
 {
     support::machine m("statlabel=3 modllabel=2222 blacklist=bad");
     m.write("/bin/bad", "bad");

@@ -30,7 +30,7 @@ struct file_machine : support::machine {
         platform::clear_mounts();
     }
 
-    /// Loads the module and connects an agent. A user of "" is none that is known.
+    /// Loads the engine and connects an agent. A user of "" is none that is known.
     void start(const std::string& comm, const std::string& user)
     {
         ASSERT_EQ(load(), 0);

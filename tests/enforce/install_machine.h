@@ -50,7 +50,7 @@ struct install_machine : support::machine {
         platform::clear_mounts();
     }
 
-    /// Loads the module and connects an agent; the log is empty then.
+    /// Loads the engine and connects an agent; the log is empty then.
     void start()
     {
         agent_.reset();

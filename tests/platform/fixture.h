@@ -41,7 +41,7 @@ protected:
     const temporary_directory root_;
 };
 
-/// At most `size` bytes at `position`, as the module reads them; "error -N" when that fails.
+/// At most `size` bytes at `position`, as the engine reads them; "error -N" when that fails.
 inline std::string read_at(kernel::file* file, std::size_t size, kernel::s64& position)
 {
     const kernel::kernel_limit limit;

@@ -34,7 +34,7 @@ TEST_F(netlink, BrokenContractsEndTheProcess)
     EXPECT_DEATH(kernel::skb_put(message, 1), "skb_put of 1 bytes into a message with room for 0");
     kernel::kfree_skb(message);
     kernel::sock* socket = open_socket();
-    EXPECT_DEATH(platform::set_netlink_port(1), "while the module's socket is open");
+    EXPECT_DEATH(platform::set_netlink_port(1), "while the engine's socket is open");
     EXPECT_DEATH(send_under_spin_lock(socket), "netlink_unicast may sleep");
     kernel::netlink_kernel_release(socket);
     EXPECT_DEATH(kernel::netlink_kernel_release(socket), "not open");

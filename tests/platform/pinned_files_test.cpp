@@ -121,7 +121,7 @@ TEST_F(pinned_files, WhatIsAttachedToAFileIsLostOrPassesToAnother)
     root_.write("program", "new");
     EXPECT_EQ(mark_of("program"), nullptr);
     platform::inode_gone(held.get());
-    kernel::kfree(mark); // no module here that would have done it
+    kernel::kfree(mark); // no engine here that would have done it
 
     void* const last = mark_of("program", true);
     EXPECT_EQ(mark_of("program"), last);

@@ -108,7 +108,7 @@ int about_nothing(unsigned hook, const std::string& text)
     return add(hook, text);
 }
 
-/// Puts the recorder in the module's place; its exit takes it out again.
+/// Puts the recorder in the engine's place; its exit takes it out again.
 void take_the_hooks()
 {
     kernel::preempt_disable();
@@ -235,11 +235,11 @@ TEST(calls, a_call_does_not_reach_its_hooks_or_goes_past_one_that_refuses)
     }
     wanted.command = {"/bin/sh", "-c", "cd '" + record().place + "'; exec " + made + " > ../out"};
     try {
-        engine module(wanted);
+        engine loaded(wanted);
         take_the_hooks();
         const supervisor_signals signals;
         refusals told(false);
-        ASSERT_EQ(supervise(wanted, module, signals, told), 0);
+        ASSERT_EQ(supervise(wanted, loaded, signals, told), 0);
     } catch (const trouble& forbidden) {
         GTEST_SKIP() << forbidden.what();
     }

@@ -21,10 +21,10 @@ TEST(tree, a_task_stays_in_the_table)
     wanted.command = {VICTIM_DIRECTORY "/fork_from_threads", "100"};
     wanted.user = "alice";
     try {
-        engine module(wanted);
+        engine loaded(wanted);
         const supervisor_signals signals;
         refusals told(false);
-        EXPECT_EQ(supervise(wanted, module, signals, told), 0);
+        EXPECT_EQ(supervise(wanted, loaded, signals, told), 0);
         EXPECT_EQ(platform::task_count(), 1u) << "of which task 1 is one";
     } catch (const trouble& forbidden) {
         GTEST_SKIP() << forbidden.what();

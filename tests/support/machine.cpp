@@ -44,7 +44,7 @@ machine::~machine()
 {
     for (std::size_t kind = 0; kind < platform::fault_kinds; ++kind)
         platform::fail_call(static_cast<platform::fault>(kind), 0);
-    platform::empty_inode_cache(); // while the module is there to free its marks
+    platform::empty_inode_cache(); // while the engine is there to free its marks
     if (loaded_)
         unload();
     platform::reset_tasks();

@@ -18,11 +18,11 @@ namespace support {
 
 /// A machine of a test's own: a root directory, policy files, a process table and a kernel log.
 /// Absolute paths given to it are paths on that machine. The destructor asserts that the
-/// module, unloaded, has left nothing behind.
+/// engine, unloaded, has left nothing behind.
 class machine {
 public:
     machine();
-    /// The module is loaded, with these policy files (see policy).
+    /// The engine is loaded, with these policy files (see policy).
     explicit machine(const std::string& files);
     ~machine();
     machine(const machine&) = delete;
@@ -42,7 +42,7 @@ public:
     /// programs contain, with commas between.
     void policy(const std::string& files);
 
-    // The module.
+    // The engine.
     int load();
     void unload();
     bool loaded() const { return loaded_; }

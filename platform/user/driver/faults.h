@@ -29,7 +29,7 @@ bool fault_fired();
 /// Leaves a name out of symbol_text(), so that looking it up fails; an empty name brings all back.
 void hide_symbol(std::string_view name);
 
-/// What the module holds at this moment. A driver's handles (objects.h, tasks.h) do not count.
+/// What the engine holds at this moment. A driver's handles (objects.h, tasks.h) do not count.
 struct live_counts {
     std::size_t allocations; ///< from kmalloc; message buffers, the netlink socket, sysctl tables
     std::size_t files;       ///< from filp_open, not closed

@@ -5,14 +5,14 @@
 #include <string>
 #include <string_view>
 
-// Where the kernel paths that the module opens lead: the mount map.
+// Where the kernel paths that the engine opens lead: the mount map.
 //
 // A kernel path is absolute. The entry whose `at` is the longest leading part of it (ending at
 // a "/" or at the path's end) serves it; without one, filp_open gives -ENOENT. A path that
 // d_path handed out for an object pinned by the running event, or for a running program, does
 // not go through the map: it opens that very object (see objects.h).
 //
-// Set up before the module is started; not to be changed while hooks run.
+// Set up before the engine is started; not to be changed while hooks run.
 
 namespace platform {
 

@@ -14,7 +14,7 @@
 
 #include "platform/kernel/types.h"
 
-// The driver's side of netlink: what stands behind the socket that the module opens, and how
+// The driver's side of netlink: what stands behind the socket that the engine opens, and how
 // messages reach it.
 //
 // In a kernel a message is handled while its sender is still sending it. In memory it is so
@@ -24,7 +24,7 @@
 
 namespace platform {
 
-/// What the module's next socket is made on; both for the next start-up, with no socket open.
+/// What the engine's next socket is made on; both for the next start-up, with no socket open.
 /// In memory (the default): peers are netlink_peer objects of this program.
 void use_netlink_bus();
 /// The host's: a NETLINK_USERSOCK socket bound to `port`, to which user-space processes send; each
@@ -45,7 +45,7 @@ netlink_senders default_netlink_senders();
 /// Readable when netlink_pump() has something to do; -1 without an open socket.
 int netlink_descriptor();
 
-/// Hands all messages that have arrived so far to the module, in the order they came in, and
+/// Hands all messages that have arrived so far to the engine, in the order they came in, and
 /// returns when they have been handled. Each is handled with its sender as the current task;
 /// a sender that is no known task is one for just that long.
 void netlink_pump();
@@ -60,7 +60,7 @@ void netlink_settle(pid_t pid);
 bool netlink_is_settled(pid_t pid);
 
 struct netlink_counts {
-    std::size_t handled; ///< handed to the module
+    std::size_t handled; ///< handed to the engine
     std::size_t dropped; ///< sender not let through
     std::size_t lost;    ///< times the host ran out of room before we came
 };
@@ -96,7 +96,7 @@ private:
     std::shared_ptr<peer_queue> queue_;
 };
 
-/// Sends a datagram to the module as process `pid`, on the calling thread: returns when it has
+/// Sends a datagram to the engine as process `pid`, on the calling thread: returns when it has
 /// been handled. 0, or -111 when no socket is open.
 int netlink_send(std::string_view datagram, pid_t pid);
 

@@ -99,7 +99,7 @@ name_space& kernel_names();
 
 inode_facts facts_of(const struct stat& of);
 
-// References that are not counted as the module's.
+// References that are not counted as the engine's.
 kernel::dentry* hold(kernel::dentry* held);
 kernel::vfsmount* hold(kernel::vfsmount* held);
 void drop(kernel::dentry* dropped);

@@ -24,7 +24,7 @@ namespace {
 // An open never waits for the other end of a fifo, makes no terminal ours, and is not passed on.
 constexpr int host_flags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
-constexpr int module_flags =
+constexpr int engine_flags =
     kernel::open_access_mask | kernel::open_create | kernel::open_truncate | kernel::open_append;
 
 kernel::file* error_value(int error)
@@ -63,7 +63,7 @@ kernel::file* open_host_path(const std::string& host_path, const char* path, int
     // its owner.
     if (geteuid() != 0)
         mode |= S_IRUSR | S_IWUSR;
-    unique_fd fd(::open(host_path.c_str(), (flags & module_flags) | host_flags, mode));
+    unique_fd fd(::open(host_path.c_str(), (flags & engine_flags) | host_flags, mode));
     if (!fd)
         return error_value(-errno);
     return open_descriptor(std::move(fd), kernel_names(), path, flags);

@@ -5,7 +5,7 @@
 #include "platform/user/files/entries.h"
 
 // The inode objects of what the host has: one for a file, however often and by whatever name it
-// comes up, so that what the module attaches to it is found again. Private to platform/user/.
+// comes up, so that what the engine attaches to it is found again. Private to platform/user/.
 
 namespace platform {
 

@@ -40,7 +40,7 @@ struct file {
 
 namespace platform {
 
-// References that are not counted as the module's.
+// References that are not counted as the engine's.
 kernel::file* hold(kernel::file* held);
 void drop(kernel::file* dropped);
 

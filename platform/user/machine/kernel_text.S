@@ -1,4 +1,4 @@
-# The kernel text that the module patches: do_fork and do_exit, in a page of their own, each with
+# The kernel text that the engine patches: do_fork and do_exit, in a page of their own, each with
 # one near call to rewrite. Written in assembly because a compiler may inline such a call, or drop
 # arguments that it sees nobody use.
 #

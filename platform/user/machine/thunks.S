@@ -1,4 +1,4 @@
-# Where the module's object makes its indirect calls and returns. A kernel fills these with what
+# Where the engine's object makes its indirect calls and returns. A kernel fills these with what
 # its processor needs; here they only jump and return.
 
         .text

@@ -61,7 +61,7 @@ void choose(bool on_host, kernel::u32 port)
     open_socket& one = the_socket();
     const std::lock_guard guard(one.lock);
     if (one.socket != nullptr)
-        die("netlink is to change its kind while the module's socket is open");
+        die("netlink is to change its kind while the engine's socket is open");
     one.next_on_host = on_host;
     one.next_port = port;
 }

@@ -301,7 +301,7 @@ void close_host_netlink()
 {
     host_channel& channel = the_channel();
     std::unique_lock guard(channel.lock);
-    // What waits finds the module's socket closed: it is thrown away, and its senders go on.
+    // What waits finds the engine's socket closed: it is thrown away, and its senders go on.
     handle_up_to(channel, guard, channel.taken_in);
     channel.socket.reset();
     channel.left_over.reset();
@@ -319,7 +319,7 @@ void set_host_send_timeout(long timeout)
 
 int deliver_on_host(std::string_view datagram, kernel::u32 port, bool nonblock)
 {
-    // The descriptor is good without the lock: the module's socket is open, or this is not called.
+    // The descriptor is good without the lock: the engine's socket is open, or this is not called.
     host_channel& channel = the_channel();
     int socket = -1;
     long timeout = -1;

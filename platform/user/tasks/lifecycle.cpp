@@ -35,7 +35,7 @@ kernel::task_struct* copy_process(unsigned long clone_flags, unsigned long /*sta
         kernel::task_struct* made = platform::clone_task(parent, clone_flags, announced_child);
         return made != nullptr ? made : error_value(-EAGAIN);
     } catch (const std::bad_alloc&) {
-        // The caller may be the module, which no exception passes through.
+        // The caller may be the engine, which no exception passes through.
         return error_value(-ENOMEM);
     }
 }

@@ -34,7 +34,7 @@ struct task_struct {
 
 namespace platform {
 
-// References that are not counted as the module's.
+// References that are not counted as the engine's.
 kernel::task_struct* hold(kernel::task_struct* held);
 void drop(kernel::task_struct* dropped);
 kernel::mm_struct* hold(kernel::mm_struct* held);

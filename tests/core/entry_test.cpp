@@ -19,7 +19,7 @@ namespace {
 using support::machine;
 using support::user_of;
 
-/// Everything of the kernel that the module writes: both patched functions and the entries.
+/// Everything of the kernel that the engine writes: both patched functions and the entries.
 std::vector<unsigned char> kernel_state()
 {
     std::vector<unsigned char> state;
@@ -33,7 +33,7 @@ std::vector<unsigned char> kernel_state()
     return state;
 }
 
-TEST(module_start, a_missing_symbol_refuses_the_load_and_changes_nothing)
+TEST(engine_start, a_missing_symbol_refuses_the_load_and_changes_nothing)
 {
     for (const std::string hidden :
          {"security_ops", "do_fork", "do_exit", "copy_process", "profile_task_exit"}) {
@@ -50,7 +50,7 @@ TEST(module_start, a_missing_symbol_refuses_the_load_and_changes_nothing)
     }
 }
 
-TEST(module_start, goes_on_without_a_policy_a_channel_or_a_switch_and_unloads_to_the_byte)
+TEST(engine_start, goes_on_without_a_policy_a_channel_or_a_switch_and_unloads_to_the_byte)
 {
     struct {
         platform::fault fault;
@@ -81,7 +81,7 @@ TEST(module_start, goes_on_without_a_policy_a_channel_or_a_switch_and_unloads_to
 }
 
 // A load is refused, and then has changed nothing, or is up and unloads cleanly.
-TEST(module_start, survives_every_failed_call)
+TEST(engine_start, survives_every_failed_call)
 {
     int without_events = 0;
     for (const auto& [kind, step] : {std::pair(platform::fault::allocation, 1u),

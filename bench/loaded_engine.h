@@ -1,5 +1,5 @@
-#ifndef SORVANIC_BENCH_LOADED_MODULE_H
-#define SORVANIC_BENCH_LOADED_MODULE_H
+#ifndef SORVANIC_BENCH_LOADED_ENGINE_H
+#define SORVANIC_BENCH_LOADED_ENGINE_H
 
 #include <stdexcept>
 
@@ -8,21 +8,21 @@
 
 namespace bench {
 
-/// The module over policy files of its own. At the end of the scope it is unloaded, and all that
+/// The engine over policy files of its own. At the end of the scope it is unloaded, and all that
 /// was mounted is unmounted.
-class loaded_module {
+class loaded_engine {
 public:
-    loaded_module() { platform::mount_memory("/etc/sorvanic/kernel"); }
-    ~loaded_module() { unload(); }
-    loaded_module(const loaded_module&) = delete;
-    loaded_module& operator=(const loaded_module&) = delete;
+    loaded_engine() { platform::mount_memory("/etc/sorvanic/kernel"); }
+    ~loaded_engine() { unload(); }
+    loaded_engine(const loaded_engine&) = delete;
+    loaded_engine& operator=(const loaded_engine&) = delete;
 
     void write(std::string_view name, std::string_view content) const { policy_.write(name, content); }
 
     void load()
     {
         if (sorvanic_init() != 0)
-            throw std::runtime_error("the module does not start");
+            throw std::runtime_error("the engine does not start");
         loaded_ = true;
     }
 
