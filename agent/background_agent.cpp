@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "agent/failure.h"
+#include "host/text.h"
 
 namespace agent {
 
@@ -25,7 +26,7 @@ background_agent::background_agent(std::uint32_t port, record_output output, rec
       reader_(channel_, output_, std::move(tell)), ended_(eventfd(0, EFD_CLOEXEC))
 {
     if (!ended_)
-        throw failure(fmt::format("no event descriptor for the agent: {}", error_text(errno)));
+        throw failure(fmt::format("no event descriptor for the agent: {}", host::error_text(errno)));
     channel_.helo();
     thread_ = std::thread([this] { run(); });
 }

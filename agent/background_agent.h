@@ -30,7 +30,7 @@ private:
     record_output output_;
     channel_client channel_;
     record_reader reader_;
-    platform::unique_fd ended_;
+    host::unique_fd ended_;
     std::thread thread_;
 };
 

@@ -50,7 +50,7 @@ public:
 private:
     void send(std::uint16_t type, std::string_view payload = {}) const;
 
-    platform::unique_fd socket_;
+    host::unique_fd socket_;
     channel_address session_;
     std::uint64_t overruns_ = 0;
 };

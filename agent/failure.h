@@ -3,7 +3,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <system_error>
 
 namespace agent {
 
@@ -13,12 +12,6 @@ class failure : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
-
-/// The text of an error number.
-inline std::string error_text(int number)
-{
-    return std::generic_category().message(number);
-}
 
 } // namespace agent
 

@@ -14,7 +14,7 @@
 #include "agent/failure.h"
 #include "agent/record_json.h"
 #include "agent/record_text.h"
-#include "agent/visible.h"
+#include "host/text.h"
 
 namespace agent {
 
@@ -48,13 +48,13 @@ record_output::record_output(form wanted, std::string file, teller tell)
         file_.clear();
     opened_ = open_file();
     if (!opened_)
-        throw failure(
-            fmt::format("{}: {}", file_.empty() ? "standard output" : visible(file_), error_text(errno)));
+        throw failure(fmt::format("{}: {}", file_.empty() ? "standard output" : host::visible(file_),
+                                  host::error_text(errno)));
 }
 
-platform::unique_fd record_output::open_file() const
+host::unique_fd record_output::open_file() const
 {
-    return platform::unique_fd(
+    return host::unique_fd(
         file_.empty() ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
                       : open(file_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
 }
@@ -78,7 +78,7 @@ void record_output::write(const record& received, std::chrono::system_clock::tim
 {
     const std::string time = time_text(when);
     const std::string line = form_ == form::json ? json_line(received, time) : time + " " + to_text(received);
-    const std::string where = file_.empty() ? "standard output" : visible(file_);
+    const std::string where = file_.empty() ? "standard output" : host::visible(file_);
     if (put((torn_ ? "\n" : "") + line + "\n")) {
         if (lost_in_a_row_ > 0)
             tell_(fmt::format("{} can be written again; {} record{} missing in it", where, lost_in_a_row_,
@@ -89,16 +89,17 @@ void record_output::write(const record& received, std::chrono::system_clock::tim
     closed_ = errno == EPIPE;
     ++lost_;
     if (lost_in_a_row_++ == 0)
-        tell_(fmt::format("{}: {}; records are being lost", where, error_text(errno)));
+        tell_(fmt::format("{}: {}; records are being lost", where, host::error_text(errno)));
 }
 
 void record_output::reopen()
 {
     if (file_.empty())
         return;
-    platform::unique_fd next = open_file();
+    host::unique_fd next = open_file();
     if (!next) {
-        tell_(fmt::format("{}: {}; going on in the former file", visible(file_), error_text(errno)));
+        tell_(fmt::format("{}: {}; going on in the former file", host::visible(file_),
+                          host::error_text(errno)));
         return;
     }
     opened_ = std::move(next);

@@ -36,13 +36,13 @@ public:
     std::uint64_t lost() const { return lost_; }
 
 private:
-    platform::unique_fd open_file() const;
+    host::unique_fd open_file() const;
     bool put(const std::string& line);
 
     form form_;
     std::string file_;
     teller tell_;
-    platform::unique_fd opened_;
+    host::unique_fd opened_;
     std::uint64_t lost_ = 0;
     std::uint64_t lost_in_a_row_ = 0;
     bool closed_ = false;

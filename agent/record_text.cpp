@@ -6,7 +6,7 @@
 #include <ctime>
 
 #include "agent/key_text.h"
-#include "agent/visible.h"
+#include "host/text.h"
 
 namespace agent {
 
@@ -34,21 +34,21 @@ const char* decision_word(std::uint32_t decision)
 
 std::string line(const untp_event& event)
 {
-    return fmt::format("unknown program {} (key {}), started by {} [{}]", visible(event.path),
-                       key_text(event.key), visible(event.process), path_class_word(event.path_class));
+    return fmt::format("unknown program {} (key {}), started by {} [{}]", host::visible(event.path),
+                       key_text(event.key), host::visible(event.process), path_class_word(event.path_class));
 }
 
 std::string line(const access_event& event)
 {
     const bool program = event.decided == access_event::by::program_rules;
     return fmt::format("{} {}: user {}, program {}, {} [{}]", program ? "program rule" : "access rule",
-                       decision_word(event.decision), visible(event.user), visible(event.process),
-                       visible(event.path), path_class_word(event.path_class));
+                       decision_word(event.decision), host::visible(event.user), host::visible(event.process),
+                       host::visible(event.path), path_class_word(event.path_class));
 }
 
 std::string line(const plau_event& event)
 {
-    return fmt::format("reload {:#x} asked for by {}", event.mask, visible(event.user));
+    return fmt::format("reload {:#x} asked for by {}", event.mask, host::visible(event.user));
 }
 
 std::string line(const syst_event& event)

@@ -19,14 +19,14 @@
 
 #include "agent/failure.h"
 #include "agent/status_files.h"
-#include "agent/visible.h"
+#include "host/text.h"
 
 namespace agent {
 
 namespace {
 
 namespace fs = std::filesystem;
-using platform::unique_fd;
+using host::unique_fd;
 
 constexpr std::chrono::seconds start_limit(5);
 constexpr std::chrono::milliseconds start_pause(10);
@@ -83,7 +83,7 @@ std::vector<std::string> live_sessions(const std::string& base)
     }
     if (error && error != std::errc::no_such_file_or_directory)
         throw failure(fmt::format("no session can be looked for in {}: {}; name its directory with --state",
-                                  visible(base), error.message()));
+                                  host::visible(base), error.message()));
     std::ranges::sort(live);
     return live;
 }
@@ -94,7 +94,7 @@ std::string command_of(const std::string& state)
     try {
         const session_status status = session_files(state).status();
         for (const auto& argument : status.document().at("command"))
-            command += " " + visible(argument.get<std::string>());
+            command += " " + host::visible(argument.get<std::string>());
     } catch (const std::exception&) {
         // It has ended meanwhile.
     }
@@ -133,18 +133,18 @@ session_files::session_files(std::string state) : state_(std::move(state))
     port_file_ = open_file(path);
     if (!port_file_) {
         if (errno == ENOENT || errno == ENOTDIR)
-            throw failure(
-                fmt::format("no session has its state in {}; see sorvanic run --state", visible(state_)));
-        throw failure(
-            fmt::format("{}: {}; the session's user and root may look", visible(path), error_text(errno)));
+            throw failure(fmt::format("no session has its state in {}; see sorvanic run --state",
+                                      host::visible(state_)));
+        throw failure(fmt::format("{}: {}; the session's user and root may look", host::visible(path),
+                                  host::error_text(errno)));
     }
     if (!is_locked(port_file_.get()))
-        throw failure(fmt::format("the session in {} has ended", visible(state_)));
+        throw failure(fmt::format("the session in {} has ended", host::visible(state_)));
     // It writes its port id when all the rest is there.
     const auto end = std::chrono::steady_clock::now() + start_limit;
     while ((channel_.port = port_in(content_of(port_file_.get()).value_or(""))) == 0) {
         if (std::chrono::steady_clock::now() > end || !is_locked(port_file_.get()))
-            throw failure(fmt::format("the session in {} has not started", visible(state_)));
+            throw failure(fmt::format("the session in {} has not started", host::visible(state_)));
         std::this_thread::sleep_for(start_pause);
     }
     channel_.process = session_status(read(session_file_name)).process();
@@ -164,7 +164,7 @@ std::string session_files::read(const char* name) const
     if (file)
         content = content_of(file.get());
     if (!content)
-        throw failure(fmt::format("{}: {}", visible(path), error_text(errno)));
+        throw failure(fmt::format("{}: {}", host::visible(path), host::error_text(errno)));
     return *std::move(content);
 }
 
@@ -196,12 +196,12 @@ session_files find_session(const std::string& state, const std::string& base)
     if (live.empty())
         throw failure(fmt::format("no session runs below {}; start one with sorvanic run, or name its "
                                   "directory with --state",
-                                  visible(base)));
+                                  host::visible(base)));
     if (live.size() == 1)
         return session_files(live.front());
     std::string list;
     for (const std::string& each : live)
-        list += fmt::format("\n  --state {}  #{}", visible(each), command_of(each));
+        list += fmt::format("\n  --state {}  #{}", host::visible(each), command_of(each));
     throw failure("several sessions run; name one of them:" + list);
 }
 

@@ -63,7 +63,7 @@ private:
     std::string read(const char* name) const;
 
     std::string state_;
-    platform::unique_fd port_file_;
+    host::unique_fd port_file_;
     channel_address channel_ = {};
 };
 

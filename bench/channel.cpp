@@ -56,7 +56,7 @@ private:
         return made;
     }
 
-    platform::unique_fd fd_;
+    host::unique_fd fd_;
     bool bound_ = false;
     char buffer_[4096];
 };

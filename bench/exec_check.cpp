@@ -62,7 +62,7 @@ public:
     platform::file_handle open(const std::string& name) const
     {
         return platform::make_pinned_file(
-            platform::unique_fd(::open((programs_ / name).c_str(), O_PATH | O_CLOEXEC)), "/bin/" + name);
+            host::unique_fd(::open((programs_ / name).c_str(), O_PATH | O_CLOEXEC)), "/bin/" + name);
     }
 
 private:

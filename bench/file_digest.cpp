@@ -21,7 +21,7 @@ using context_handle = std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)>;
 
 int openssl_digest(const char* path, kernel::u8* digest)
 {
-    const platform::unique_fd file(::open(path, O_RDONLY | O_CLOEXEC));
+    const host::unique_fd file(::open(path, O_RDONLY | O_CLOEXEC));
     if (!file)
         return -1;
     const context_handle context(EVP_MD_CTX_new(), EVP_MD_CTX_free);

@@ -17,9 +17,9 @@
 #include "agent/pending_request.h"
 #include "agent/record_output.h"
 #include "agent/record_reader.h"
-#include "agent/visible.h"
 #include "cli/commands.h"
 #include "cli/session_access.h"
+#include "host/text.h"
 
 namespace cli {
 
@@ -74,7 +74,7 @@ public:
         signal(SIGPIPE, SIG_IGN);
         descriptor_.reset(signalfd(-1, &all, SFD_CLOEXEC | SFD_NONBLOCK));
         if (!descriptor_)
-            throw agent::failure(fmt::format("no descriptor for signals: {}", agent::error_text(errno)));
+            throw agent::failure(fmt::format("no descriptor for signals: {}", host::error_text(errno)));
     }
 
     int descriptor() const { return descriptor_.get(); }
@@ -88,7 +88,7 @@ public:
     }
 
 private:
-    platform::unique_fd descriptor_;
+    host::unique_fd descriptor_;
 };
 
 /// The agent of a session, while it is connected.
@@ -141,7 +141,7 @@ connection::connection(const agent::session_files& session, agent::record_output
         send_quit(); // the helo may be heard yet, and then nobody else would be taken
         throw;
     }
-    tell(fmt::format("connected to the session in {}", agent::visible(session.state())));
+    tell(fmt::format("connected to the session in {}", host::visible(session.state())));
 }
 
 void connection::serve(const told_signals& signals)

@@ -1,23 +1,17 @@
 #include "cli/line_text.h"
 
+#include <charconv>
+
 #include <fmt/format.h>
 
-#include <charconv>
+#include "host/text.h"
 
 namespace cli {
 
 std::string shown(std::string_view text)
 {
     constexpr std::size_t most = 60;
-    std::string result = "\"";
-    for (const char byte : text.substr(0, most)) {
-        const auto code = static_cast<unsigned char>(byte);
-        if (code < 0x20 || code == 0x7f)
-            result += fmt::format("\\x{:02x}", code);
-        else
-            result += byte;
-    }
-    return result + (text.size() > most ? "...\"" : "\"");
+    return fmt::format("\"{}{}\"", host::visible(text.substr(0, most)), text.size() > most ? "..." : "");
 }
 
 std::optional<std::int32_t> number(std::string_view text)

@@ -13,9 +13,9 @@
 #include "agent/channel_client.h"
 #include "agent/failure.h"
 #include "agent/pending_request.h"
-#include "agent/visible.h"
 #include "cli/commands.h"
 #include "cli/session_access.h"
+#include "host/text.h"
 
 namespace cli {
 
@@ -79,11 +79,11 @@ int log_in(const agent::session_files& session, const request& wanted)
     if (!answered)
         throw agent::failure(
             "the session has handled the login and not acknowledged it; its kernel log has more");
-    fmt::print("login of {} by process {} acknowledged{}\n", agent::visible(wanted.user), wanted.process,
+    fmt::print("login of {} by process {} acknowledged{}\n", host::visible(wanted.user), wanted.process,
                gets_answer ? "" : " to it: it has a netlink socket of its own");
     if (wanted.first && !is_confined(after, wanted.user))
         fmt::print(stderr, "sorvanic login: {} is not in the session's platuser: no password is demanded\n",
-                   agent::visible(wanted.user));
+                   host::visible(wanted.user));
     return exit_done;
 }
 

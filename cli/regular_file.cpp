@@ -14,7 +14,7 @@ namespace cli {
 std::optional<std::string> read_regular_file(const std::string& path,
                                              const std::function<void(std::string_view)>& take)
 {
-    const platform::unique_fd opened(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const host::unique_fd opened(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat facts {};
     if (!opened || ::fstat(opened.get(), &facts) != 0)
         return std::strerror(errno);

@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "agent/visible.h"
 #include "cli/commands.h"
 #include "cli/policy_files.h"
 #include "cli/session_access.h"
+#include "host/text.h"
 
 namespace cli {
 
@@ -50,7 +50,7 @@ std::string wrong_with(const std::string& name)
 {
     if (bits_of(name) != 0)
         return {};
-    return fmt::format("there is no table '{}'; did you mean {}? Tables: {}", agent::visible(name),
+    return fmt::format("there is no table '{}'; did you mean {}? Tables: {}", host::visible(name),
                        nearest_policy_file(name).name, table_names());
 }
 

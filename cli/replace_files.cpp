@@ -31,7 +31,7 @@ public:
         const bool replaces = ::lstat(path_.c_str(), &old) == 0;
         if (replaces && S_ISDIR(old.st_mode))
             fail(path_, EISDIR);
-        const platform::unique_fd fd(::mkostemp(temporary_.data(), O_CLOEXEC));
+        const host::unique_fd fd(::mkostemp(temporary_.data(), O_CLOEXEC));
         if (!fd) {
             temporary_.clear();
             fail(path_);
@@ -95,7 +95,7 @@ void replace_files(const std::string& directory, const std::vector<new_file>& fi
 {
     if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST)
         fail(directory);
-    const platform::unique_fd opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const host::unique_fd opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!opened)
         fail(directory);
 

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "agent/failure.h"
-#include "agent/visible.h"
 #include "cli/commands.h"
 #include "cli/session_access.h"
+#include "host/text.h"
 
 namespace cli {
 
@@ -54,7 +54,7 @@ std::string command_line(const json& arguments)
 {
     std::string text;
     for (const json& each : arguments)
-        text += (text.empty() ? "" : " ") + agent::visible(each.get<std::string>());
+        text += (text.empty() ? "" : " ") + host::visible(each.get<std::string>());
     return text;
 }
 
@@ -99,7 +99,7 @@ void print_text(const json& status)
 {
     line("session", fmt::format("{} (process {}, since {})", command_line(status.at("command")),
                                 status.at("pid").dump(), status.at("started").get<std::string>()));
-    line("state", agent::visible(status.at("state").get<std::string>()));
+    line("state", host::visible(status.at("state").get<std::string>()));
     line("port", status.at("port").dump());
     const json& connected = status.at("agent");
     line("agent", connected.at("connected").get<bool>() ? "process " + connected.at("pid").dump() : "none");
@@ -107,10 +107,10 @@ void print_text(const json& status)
     const json& shell = status.at("shell");
     line("shell", shell.at("mode") == "0"
                       ? "off"
-                      : fmt::format("on for {}", agent::visible(shell.at("user").get<std::string>())));
+                      : fmt::format("on for {}", host::visible(shell.at("user").get<std::string>())));
     for (const json& user : status.at("confined"))
         line("confined",
-             fmt::format("{} {}", agent::visible(user.at("user").get<std::string>()),
+             fmt::format("{} {}", host::visible(user.at("user").get<std::string>()),
                          user.at("state") == 0 ? "must set a password" : "is setting a password"));
     print_figures(status);
     print_tables(status.at("tables"));

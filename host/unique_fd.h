@@ -1,11 +1,15 @@
 #ifndef SORVANIC_HOST_UNIQUE_FD_H
 #define SORVANIC_HOST_UNIQUE_FD_H
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
 
-namespace platform {
+// What every hosted folder needs and no stand-in kernel should own: descriptors, what proc tells
+// of processes, texts of errors, and foreign bytes made fit to be shown.
+
+namespace host {
 
 /// Owns one file descriptor; -1 is none.
 class unique_fd {
@@ -37,6 +41,17 @@ private:
     int fd_ = -1;
 };
 
-} // namespace platform
+/// A second descriptor of what `fd` has open, closed on exec. Empty, and errno, on failure.
+inline unique_fd duplicate(int fd)
+{
+    return unique_fd(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+}
+
+inline unique_fd duplicate(const unique_fd& of)
+{
+    return duplicate(of.get());
+}
+
+} // namespace host
 
 #endif

@@ -19,7 +19,7 @@ namespace replay {
 
 namespace {
 
-using platform::unique_fd;
+using host::unique_fd;
 
 constexpr std::string_view policy_place = "/etc/sorvanic";
 

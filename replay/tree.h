@@ -31,11 +31,11 @@ public:
     static kernel::inode* directory_of(const platform::dentry_handle& entry);
 
 private:
-    platform::unique_fd open(const std::string& path, bool follow) const;
+    host::unique_fd open(const std::string& path, bool follow) const;
     std::string without_links(const std::string& path, last_link at_end) const;
 
-    platform::unique_fd root_;
-    platform::unique_fd policy_;
+    host::unique_fd root_;
+    host::unique_fd policy_;
     std::string real_root_; ///< where the root is on the host; "" for the host's own
     platform::file_handle root_file_;
 };

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "core/entry.h"
+#include "host/text.h"
 #include "platform/user/driver/files.h"
 #include "platform/user/driver/machine.h"
 #include "platform/user/driver/netlink.h"
@@ -31,7 +32,7 @@ void check_user(const std::string& user)
         throw trouble(
             fmt::format("user name {} is longer than {} characters, which is all that is recorded; give a "
                         "shorter one with --user",
-                        printable(user), longest));
+                        host::visible(user), longest));
 }
 
 engine::engine(const options& wanted)
@@ -74,7 +75,7 @@ void engine::open_log(const std::string& path)
         log_.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
     if (!log_)
         throw trouble(
-            fmt::format("kernel log {}: {}; name another file with --log", path, error_text(errno)));
+            fmt::format("kernel log {}: {}; name another file with --log", path, host::error_text(errno)));
     platform::set_kernel_log([fd = log_.get()](std::string_view text) {
         [[maybe_unused]] const ssize_t written = ::write(fd, text.data(), text.size());
     });

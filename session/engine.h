@@ -40,7 +40,7 @@ private:
     void open_log(const std::string& path);
 
     std::optional<status_directory> status_;
-    platform::unique_fd log_;
+    host::unique_fd log_;
     std::uint32_t port_ = 0;
     std::string state_directory_;
 };

@@ -15,6 +15,7 @@
 
 #include <fmt/format.h>
 
+#include "host/text.h"
 #include "session/calls/filter.h"
 #include "session/session.h"
 #include "session/state/trouble.h"
@@ -142,7 +143,7 @@ std::string filter_trouble(int error)
                "a "
                "profile that allows seccomp";
     default:
-        return fmt::format("the system-call filter could not be put on: {}", error_text(error));
+        return fmt::format("the system-call filter could not be put on: {}", host::error_text(error));
     }
 }
 
@@ -153,12 +154,12 @@ launcher::launcher(const std::vector<std::string>& command, const supervisor_sig
 {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
-        throw trouble(fmt::format("no socket for the command: {}", error_text(errno)));
+        throw trouble(fmt::format("no socket for the command: {}", host::error_text(errno)));
     channel_.reset(ends[0]);
     unique_fd far_end(ends[1]);
     pid_ = fork();
     if (pid_ < 0)
-        throw trouble(fmt::format("no process for the command: {}", error_text(errno)));
+        throw trouble(fmt::format("no process for the command: {}", host::error_text(errno)));
     if (pid_ == 0) {
         channel_.reset();
         signals.restore();

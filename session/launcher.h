@@ -13,7 +13,7 @@
 
 namespace session {
 
-using platform::unique_fd;
+using host::unique_fd;
 
 /// The first process of a session, from its fork to its exec. It is a child of the supervisor
 /// and does one step at a time, as it is told. The destructor ends it unless it was handed over.

@@ -16,6 +16,7 @@
 #include <fmt/format.h>
 
 #include "core/counters.h"
+#include "host/text.h"
 #include "platform/user/driver/netlink.h"
 #include "session/calls/notifications.h"
 #include "session/launcher.h"
@@ -161,7 +162,8 @@ int supervise(const options& wanted, engine& loaded, const supervisor_signals& s
     if (failure)
         std::rethrow_exception(failure);
     if (const auto error = first.start_error())
-        say(fmt::format("cannot run {}: {}", printable(wanted.command.front()), error_text(*error)));
+        say(fmt::format("cannot run {}: {}", host::visible(wanted.command.front()),
+                        host::error_text(*error)));
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 

@@ -311,7 +311,7 @@ answer open_file(notification& call, open_request wanted)
         return answer::fail(ENOTDIR);
     if (is_off_limits(object, call.parts()))
         return answer::fail(EPERM);
-    return hand_over(unique_fd(fcntl(object.file().get(), F_DUPFD_CLOEXEC, 0)), wanted.flags);
+    return hand_over(host::duplicate(object.file()), wanted.flags);
 }
 
 answer open_by_name(notification& call, int directory, int name, int flags, mode_t mode)

@@ -21,6 +21,7 @@
 
 #include <fmt/format.h>
 
+#include "host/proc.h"
 #include "platform/user/driver/machine.h"
 #include "session/calls/handlers.h"
 #include "session/task/program_file.h"
@@ -47,13 +48,11 @@ platform::task_handle task_of(pid_t target)
 {
     if (platform::task_handle known = platform::find_task(target))
         return known;
-    std::string name;
-    std::getline(std::ifstream(fmt::format("/proc/{}/comm", target)), name);
     const caller stranger(target);
     platform::file_handle program;
     if (const unique_fd file = stranger.program())
         program = pinned_file(file.get(), path_of(file.get(), stranger));
-    return platform::outside_task(target, name, program.get());
+    return platform::outside_task(target, host::command_name(target), program.get());
 }
 
 /// Whether the target may get a signal at all. A session that could be ended from inside would

@@ -17,6 +17,7 @@
 
 #include <fmt/format.h>
 
+#include "host/proc.h"
 #include "session/task/own_descriptors.h"
 #include "session/terminal.h"
 
@@ -57,22 +58,12 @@ private:
 /// thread may take, so that this counts only when there is none.
 bool has_signal(pid_t task)
 {
-    std::ifstream status(fmt::format("/proc/{}/status", task));
-    std::uint64_t pending = 0;
-    std::uint64_t blocked = 0;
-    std::uint64_t caught = 0;
-    int threads = 0;
-    for (std::string name; status >> name;) {
-        std::uint64_t set = 0;
-        if (name == "Threads:")
-            status >> threads;
-        else if (name == "SigPnd:" || name == "SigBlk:" || name == "SigCgt:" ||
-                 (name == "ShdPnd:" && threads == 1)) {
-            status >> std::hex >> set >> std::dec;
-            (name == "SigBlk:" ? blocked : name == "SigCgt:" ? caught : pending) |= set;
-        }
-    }
-    return (pending & ~blocked & caught) != 0;
+    const auto status = host::proc_status::of(task);
+    if (!status)
+        return false;
+    const auto set = [&](const char* name) { return status->number<std::uint64_t>(name, 0, 16); };
+    const std::uint64_t of_process = status->number("Threads", 0) == 1 ? set("ShdPnd") : 0;
+    return ((set("SigPnd") | of_process) & ~set("SigBlk") & set("SigCgt")) != 0;
 }
 
 dev_t terminal_of(pid_t task)

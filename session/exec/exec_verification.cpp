@@ -37,7 +37,7 @@ struct new_image {
     {
         if (!file)
             return unreadable_program({fmt::format("/proc/{}/exe", who.task()), false});
-        return {unique_fd(fcntl(file.get(), F_DUPFD_CLOEXEC, 0)), path_of(file.get(), who)};
+        return {host::duplicate(file), path_of(file.get(), who)};
     }
 
     const caller& who;

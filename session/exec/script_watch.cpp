@@ -88,9 +88,8 @@ std::optional<std::string> script_watch::opened(int descriptor, const std::strin
     if (std::erase_if(scripts_, has_name) == 0)
         return std::nullopt;
     const seen_path path = path_of(file.get(), who);
-    found_program program = is_regular(file.get())
-                                ? found_program{unique_fd(fcntl(file.get(), F_DUPFD_CLOEXEC, 0)), path}
-                                : unreadable_program(path);
+    found_program program =
+        is_regular(file.get()) ? found_program{host::duplicate(file), path} : unreadable_program(path);
     const platform::task_handle task = platform::find_task(process_);
     if (task && ask_hook(task.get(), program, program_name_))
         return std::nullopt;

@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 
 #include "channel/wire.h"
+#include "host/text.h"
 #include "platform/user/driver/netlink.h"
 #include "platform/user/driver/tasks.h"
 #include "session/state/trouble.h"
@@ -46,7 +47,7 @@ unique_fd open_socket()
             fmt::format("the host has no netlink for user space (NETLINK_USERSOCK: {}), by which agents and "
                         "commands reach a session; start it where kernel and container permit AF_NETLINK "
                         "sockets",
-                        error_text(errno)));
+                        host::error_text(errno)));
     return socket;
 }
 
@@ -70,8 +71,9 @@ std::uint32_t free_port()
         if (error != EADDRINUSE)
             break;
     }
-    throw trouble(fmt::format(
-        "no netlink port id to be had for the session: {}; name one with --channel-port", error_text(error)));
+    throw trouble(
+        fmt::format("no netlink port id to be had for the session: {}; name one with --channel-port",
+                    host::error_text(error)));
 }
 
 std::uint32_t wanted_port(std::uint32_t port)
@@ -82,7 +84,7 @@ std::uint32_t wanted_port(std::uint32_t port)
                                   port));
     if (const int error = try_port(port); error != 0)
         throw trouble(fmt::format("channel port {}: {}; name another with --channel-port, or none", port,
-                                  error_text(error)));
+                                  host::error_text(error)));
     return port;
 }
 
@@ -119,7 +121,7 @@ channel::channel(std::function<void(bool)> look) : look_(std::move(look)), ended
         throw trouble("the engine could not open its netlink socket; the kernel log has no more on that; "
                       "start the session again");
     if (!ended_)
-        throw trouble(fmt::format("no event descriptor for the channel: {}", error_text(errno)));
+        throw trouble(fmt::format("no event descriptor for the channel: {}", host::error_text(errno)));
     thread_ = std::thread([this] { run(); });
 }
 
@@ -165,7 +167,7 @@ void log_in(pid_t process, const std::string& user, std::uint32_t port)
                  sizeof to) < 0)
         throw trouble(
             fmt::format("the login user could not be recorded over netlink: {}; start the session again",
-                        error_text(errno)));
+                        host::error_text(errno)));
     platform::netlink_settle(getpid());
 }
 

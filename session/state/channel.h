@@ -18,7 +18,7 @@
 
 namespace session {
 
-using platform::unique_fd;
+using host::unique_fd;
 
 /// Prepares the host's netlink for a module that is going to be started: where it listens, and
 /// who is heard. Returns the port id. Throws trouble where the host has no such netlink, or when

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "host/text.h"
 #include "host/unique_fd.h"
 #include "session/state/trouble.h"
 
@@ -34,15 +35,15 @@ void check_file(const std::string& path)
         if (errno == ENOENT)
             return;
         throw trouble(
-            fmt::format("policy file {}: {}; make it readable or remove it", path, error_text(errno)));
+            fmt::format("policy file {}: {}; make it readable or remove it", path, host::error_text(errno)));
     }
     if (!S_ISREG(about.st_mode))
         throw trouble(fmt::format(
             "policy file {} is not a regular file; put the policy's file there or remove it", path));
-    const platform::unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const host::unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file)
         throw trouble(
-            fmt::format("policy file {}: {}; make it readable for this user", path, error_text(errno)));
+            fmt::format("policy file {}: {}; make it readable for this user", path, host::error_text(errno)));
 }
 
 } // namespace
@@ -52,12 +53,12 @@ void check_policy_directory(const std::string& path)
     struct stat about;
     if (stat(path.c_str(), &about) != 0)
         throw trouble(
-            fmt::format("policy directory {}: {}; name one with --policy", path, error_text(errno)));
+            fmt::format("policy directory {}: {}; name one with --policy", path, host::error_text(errno)));
     if (!S_ISDIR(about.st_mode))
         throw trouble(fmt::format("policy directory {} is not a directory; name one with --policy", path));
     if (access(path.c_str(), X_OK) != 0)
         throw trouble(fmt::format("policy directory {}: {}; make it accessible for this user", path,
-                                  error_text(errno)));
+                                  host::error_text(errno)));
     for (const char* name : policy_files)
         check_file(path + "/" + name);
     for (const char* name : {"statlabel", "modllabel"}) {

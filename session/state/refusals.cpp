@@ -1,9 +1,9 @@
 #include "session/state/refusals.h"
 
-#include <fstream>
-
 #include <fmt/format.h>
 
+#include "host/proc.h"
+#include "host/text.h"
 #include "session/state/trouble.h"
 
 namespace session {
@@ -13,9 +13,8 @@ void refusals::add(const std::string& path, pid_t task, bool killed)
     count_.fetch_add(1, std::memory_order_relaxed);
     if (!shown_)
         return;
-    std::string command;
-    std::getline(std::ifstream(fmt::format("/proc/{}/comm", task)), command);
-    say(fmt::format("refused: {} (pid {}, {}){}", printable(path), task, printable(command),
+    say(fmt::format("refused: {} (pid {}, {}){}", host::visible(path), task,
+                    host::visible(host::command_name(task)),
                     killed ? ", ended: it came in the place of another program" : ""));
 }
 

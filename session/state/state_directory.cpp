@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "host/text.h"
 #include "session/state/trouble.h"
 
 namespace session {
@@ -31,8 +32,8 @@ void make(const std::string& path)
     for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         const std::string part = path.substr(0, end);
         if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST)
-            throw trouble(
-                fmt::format("state directory {}: {}; name another with --state", part, error_text(errno)));
+            throw trouble(fmt::format("state directory {}: {}; name another with --state", part,
+                                      host::error_text(errno)));
         if (end == std::string::npos)
             break;
     }

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "agent/status_files.h"
+#include "host/text.h"
 #include "session/state/trouble.h"
 
 namespace session {
@@ -31,7 +32,7 @@ status_directory::status_directory(const std::string& state)
     : path_(state + "/" + agent::status_directory_name)
 {
     const auto fail = [this](const char* remedy) {
-        throw trouble(fmt::format("status directory {}: {}; {}", path_, error_text(errno), remedy));
+        throw trouble(fmt::format("status directory {}: {}; {}", path_, host::error_text(errno), remedy));
     };
     if (mkdir(path_.c_str(), 0755) != 0 && errno != EEXIST)
         fail("name another place with --state");
@@ -61,7 +62,7 @@ void status_directory::publish(const std::string& name, const std::string& text)
     const std::string whole = path_ + "/" + name;
     const std::string next = path_ + "/." + name + ".new";
     unlink(next.c_str()); // of a supervisor that was killed
-    const platform::unique_fd file(
+    const host::unique_fd file(
         open(next.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, for_reading));
     if (!file || fchmod(file.get(), for_reading) != 0 || !write_whole(file.get(), text) ||
         rename(next.c_str(), whole.c_str()) != 0)

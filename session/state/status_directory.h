@@ -24,7 +24,7 @@ public:
 
 private:
     std::string path_;
-    platform::unique_fd port_file_;
+    host::unique_fd port_file_;
 };
 
 } // namespace session

@@ -13,14 +13,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The text of an error number.
-std::string error_text(int number);
-
 /// Writes "sorvanic: TEXT" and a line end to standard error.
 void say(const std::string& text);
-
-/// `text` with every byte that a terminal could take for a command as a \ooo escape.
-std::string printable(const std::string& text);
 
 } // namespace session
 

@@ -13,7 +13,7 @@
 
 namespace session {
 
-using platform::unique_fd;
+using host::unique_fd;
 
 /// Opens "/proc/TASK/NAME", with the supervisor's own rights or, where the host denies it, with the
 /// task's (a root supervisor without CAP_SYS_PTRACE may look at tasks of its ids only). Empty

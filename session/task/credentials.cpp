@@ -6,64 +6,15 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <charconv>
-#include <string_view>
-
 #include <fmt/format.h>
 
-#include "host/unique_fd.h"
+#include "host/proc.h"
 
 namespace session {
 
 namespace {
 
 thread_local bool rights_taken = false;
-
-/// The numbers of one line of a status file.
-class numbers {
-public:
-    explicit numbers(std::string_view text) : rest_(text) {}
-
-    template <typename Number>
-    bool next(Number& into, int base = 10)
-    {
-        const std::size_t begin = rest_.find_first_not_of("\t ");
-        if (begin == std::string_view::npos)
-            return false;
-        rest_.remove_prefix(begin);
-        const auto [end, error] = std::from_chars(rest_.data(), rest_.data() + rest_.size(), into, base);
-        if (error != std::errc())
-            return false;
-        rest_.remove_prefix(static_cast<std::size_t>(end - rest_.data()));
-        return true;
-    }
-
-private:
-    std::string_view rest_;
-};
-
-void read_line(std::string_view name, numbers fields, task_status& into)
-{
-    credentials& rights = into.rights;
-    unsigned saved_group = 0;
-    if (name == "Umask")
-        fields.next(into.umask, 8);
-    else if (name == "Tgid")
-        fields.next(into.process);
-    else if (name == "Uid")
-        fields.next(rights.real_user) && fields.next(rights.effective_user) && fields.next(into.saved_user) &&
-            fields.next(rights.user);
-    else if (name == "Gid")
-        fields.next(rights.real_group) && fields.next(rights.effective_group) && fields.next(saved_group) &&
-            fields.next(rights.group);
-    else if (name == "Groups")
-        for (gid_t group = 0; fields.next(group);)
-            rights.groups.push_back(group);
-    else if (name == "CapPrm")
-        fields.next(rights.permitted, 16);
-    else if (name == "CapEff")
-        fields.next(rights.capabilities, 16);
-}
 
 void set_capabilities(std::uint64_t effective)
 {
@@ -100,31 +51,30 @@ credentials credentials::of_real_user() const
 
 std::optional<task_status> read_status(pid_t task)
 {
-    const platform::unique_fd file(
-        ::open(fmt::format("/proc/{}/status", task).c_str(), O_RDONLY | O_CLOEXEC));
-    std::string text;
-    char buffer[4096];
-    for (ssize_t got; file && (got = ::read(file.get(), buffer, sizeof buffer)) > 0;)
-        text.append(buffer, static_cast<std::size_t>(got));
-
-    task_status status = {};
-    std::string_view rest = text;
-    while (!rest.empty()) {
-        const std::string_view line = rest.substr(0, rest.find('\n'));
-        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-        const std::size_t colon = line.find(':');
-        if (colon == std::string_view::npos)
-            continue;
-        const std::string_view name = line.substr(0, colon);
-        read_line(name, numbers(line.substr(colon + 1)), status);
-        if (name != "CapEff")
-            continue;
-        // In a namespace of its own it has them over nothing that is outside.
-        if ((status.rights.permitted | status.rights.capabilities) != 0 && has_other_users(task))
-            status.rights.permitted = status.rights.capabilities = 0;
-        return status;
-    }
-    return std::nullopt;
+    const auto status = host::proc_status::of(task);
+    if (!status)
+        return std::nullopt;
+    task_status seen = {};
+    credentials& rights = seen.rights;
+    gid_t saved_group = 0;
+    host::numbers users(status->field("Uid"));
+    host::numbers groups(status->field("Gid"));
+    // Without any of these it is no whole status, and what it lacks must not count as root's.
+    if (!users.next(rights.real_user) || !users.next(rights.effective_user) || !users.next(seen.saved_user) ||
+        !users.next(rights.user) || !groups.next(rights.real_group) || !groups.next(rights.effective_group) ||
+        !groups.next(saved_group) || !groups.next(rights.group))
+        return std::nullopt;
+    host::numbers supplementary(status->field("Groups"));
+    for (gid_t group = 0; supplementary.next(group);)
+        rights.groups.push_back(group);
+    rights.permitted = status->number<std::uint64_t>("CapPrm", 0, 16);
+    rights.capabilities = status->number<std::uint64_t>("CapEff", 0, 16);
+    // In a namespace of its own it has them over nothing that is outside.
+    if ((rights.permitted | rights.capabilities) != 0 && has_other_users(task))
+        rights.permitted = rights.capabilities = 0;
+    seen.umask = status->number<mode_t>("Umask", 0, 8);
+    seen.process = status->number<pid_t>("Tgid", task);
+    return seen;
 }
 
 const credentials& own_credentials()

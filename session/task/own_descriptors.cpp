@@ -10,7 +10,7 @@ namespace session {
 
 namespace {
 
-using platform::unique_fd;
+using host::unique_fd;
 
 // Kept open: each file that a session opens is looked up here twice, and the way from the root to
 // the links costs more than the links.

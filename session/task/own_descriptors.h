@@ -13,7 +13,7 @@ namespace session {
 std::string link_to(int fd);
 
 /// Opens the object anew, with the calling thread's rights. Empty, and errno, on failure.
-platform::unique_fd reopen(int fd, int flags);
+host::unique_fd reopen(int fd, int flags);
 
 /// Its path, with " (deleted)" at its end when that is gone. Empty when the host cannot tell.
 std::string path_behind(int fd);

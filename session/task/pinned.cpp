@@ -29,11 +29,6 @@ namespace {
 
 constexpr ino_t proc_root = 1;
 
-unique_fd duplicate(const unique_fd& of)
-{
-    return unique_fd(fcntl(of.get(), F_DUPFD_CLOEXEC, 0));
-}
-
 /// What handlers ask about.
 struct stat as_stat(const struct statx& of)
 {
@@ -99,7 +94,7 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
     std::string path = directory.path.text == "/" ? "" : directory.path.text;
     path += "/" + last.substr(0, last.find('/'));
     return platform::make_entry_in(directory.entry.get(), std::move(path),
-                                   object ? duplicate(object) : unique_fd());
+                                   object ? host::duplicate(object) : unique_fd());
 }
 
 bool is_off_limits(const pinned_object& object, const session_parts& parts, bool only_to_read)

@@ -126,7 +126,7 @@ seen_path path_of(int fd, const caller& who)
 
 platform::file_handle pinned_file(int fd, const seen_path& path)
 {
-    return platform::make_pinned_file(unique_fd(fcntl(fd, F_DUPFD_CLOEXEC, 0)), path.text, path.deleted);
+    return platform::make_pinned_file(host::duplicate(fd), path.text, path.deleted);
 }
 
 std::array<char, program_head_size> read_head(int fd)

@@ -48,11 +48,6 @@ bool is_proc_root(int fd)
     return is_proc(fd) && fstat(fd, &about) == 0 && about.st_ino == 1;
 }
 
-unique_fd duplicate(int fd)
-{
-    return unique_fd(fcntl(fd, F_DUPFD_CLOEXEC, 0));
-}
-
 unique_fd open_at(int directory, const std::string& name, int flags)
 {
     return unique_fd(openat(directory, name.c_str(), O_PATH | O_CLOEXEC | flags));
@@ -132,7 +127,7 @@ private:
     {
         const std::size_t begin = rest_.find_first_not_of('/');
         if (!started_)
-            go_to(duplicate(root_.get()));
+            go_to(host::duplicate(root_));
         else if (!is_directory())
             fail(ENOTDIR);
         started_ = true;
@@ -222,7 +217,7 @@ resolved walk_from(const caller& who, int start, std::string_view name, bool fol
     if (!root)
         return {{}, EACCES};
     const as_caller rights(who.rights());
-    return walk(who, root).run(duplicate(start < 0 ? root.get() : start), name, follow_last);
+    return walk(who, root).run(host::duplicate(start < 0 ? root.get() : start), name, follow_last);
 }
 
 /// Where a name begins.
@@ -291,7 +286,7 @@ resolved resolve(const caller& who, int directory, std::string_view name, int fl
     if (start.error != 0)
         return {{}, start.error};
     if (name.empty())
-        return {duplicate(start.fd())};
+        return {host::duplicate(start.fd())};
     return walk_from(who, start.fd(), name, (flags & AT_SYMLINK_NOFOLLOW) == 0);
 }
 

@@ -13,7 +13,7 @@ namespace session {
 /// not kept before that is done. Any thread.
 class working_directory {
 public:
-    using descriptor = std::shared_ptr<const platform::unique_fd>;
+    using descriptor = std::shared_ptr<const host::unique_fd>;
 
     /// What is kept, or what `open` returns.
     template <typename Open>
@@ -26,7 +26,7 @@ public:
                 return kept_;
             before = changes_;
         }
-        auto opened = std::make_shared<const platform::unique_fd>(open());
+        auto opened = std::make_shared<const host::unique_fd>(open());
         const std::lock_guard guard(lock_);
         if (*opened && changes_ == before && movers_ == 0)
             kept_ = opened;

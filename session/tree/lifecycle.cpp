@@ -20,6 +20,8 @@
 
 #include <fmt/format.h>
 
+#include "host/proc.h"
+#include "host/text.h"
 #include "platform/user/driver/netlink.h"
 #include "session/calls/calls.h"
 #include "session/exec/exec_verification.h"
@@ -69,24 +71,6 @@ std::optional<unsigned long> clone_flags(pid_t task)
     }
 }
 
-std::string command_name(pid_t task)
-{
-    std::string name;
-    std::getline(std::ifstream(fmt::format("/proc/{}/comm", task)), name);
-    return name;
-}
-
-/// A process id in the task's status; 0 when the task is gone.
-pid_t status_field(pid_t task, const std::string& name)
-{
-    std::ifstream status(fmt::format("/proc/{}/status", task));
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(name))
-            return static_cast<pid_t>(std::stol(line.substr(name.size())));
-    }
-    return 0;
-}
-
 bool stops_a_group(int signal)
 {
     return signal == SIGSTOP || signal == SIGTSTP || signal == SIGTTIN || signal == SIGTTOU;
@@ -98,7 +82,7 @@ std::string tracing_forbidden(int error)
         "the host does not let it trace the command (ptrace: {}); start the session outside of debuggers, "
         "tracers and other sessions, and see that no container profile and no "
         "kernel.yama.ptrace_scope=3 forbids ptrace",
-        error_text(error));
+        host::error_text(error));
 }
 
 } // namespace
@@ -147,8 +131,9 @@ void lifecycle::wait_with_held()
             lost.push_back(task);
     }
     for (const pid_t task : lost) {
-        const pid_t group = status_field(task, "Tgid:");
-        const pid_t maker = group != task ? group : status_field(task, "PPid:");
+        const auto status = host::proc_status::of(task);
+        const pid_t group = status ? status->number<pid_t>("Tgid", 0) : 0;
+        const pid_t maker = group != task ? group : status ? status->number<pid_t>("PPid", 0) : 0;
         birth(platform::find_task(maker) ? maker : root_, group != task ? CLONE_THREAD | CLONE_VM : 0, task);
     }
 }
@@ -323,7 +308,8 @@ void lifecycle::unreported_births(pid_t parent)
     }
     for (const pid_t child : born) {
         // Not those that have been followed to their end and wait for this parent only.
-        if (status_field(child, "TracerPid:") != 0)
+        const auto status = host::proc_status::of(child);
+        if (status && status->number("TracerPid", 0) != 0)
             birth(parent, *flags, child);
     }
 }
@@ -348,7 +334,7 @@ void lifecycle::exec_done(pid_t process)
 
     known_.executed(process, former);
     exec_outcome outcome = verify_exec(caller(process, known_.look_up(process)), former, pending_);
-    platform::replace_program(process, former, outcome.program.get(), command_name(process));
+    platform::replace_program(process, former, outcome.program.get(), host::command_name(process));
     if (outcome.watch || !of->watch || !of->watch->outlives_exec())
         of->watch = std::move(outcome.watch);
     if (outcome.refused)

@@ -62,7 +62,7 @@ private:
         return made;
     }
 
-    platform::unique_fd socket_;
+    host::unique_fd socket_;
     bool bound_ = false;
 };
 
@@ -122,7 +122,7 @@ TEST_F(agent_channel, an_agent_that_leaves_loses_what_is_under_way_or_keeps_its_
     const stranger session(port); // as far as the agent's program can tell
     const temporary_directory state;
     const std::string port_file = state.write("status/port", std::to_string(port) + "\n");
-    const platform::unique_fd held(::open(port_file.c_str(), O_RDWR | O_CLOEXEC));
+    const host::unique_fd held(::open(port_file.c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(flock(held.get(), LOCK_EX | LOCK_NB), 0);
     const auto show = [&](pid_t connected, pid_t sender, int handled) {
         const std::string json =

@@ -23,11 +23,11 @@ protected:
                R"("records":{"dropped":0},"handled_by":{"7":3}})";
     }
     /// A session's files; it lives as long as the result.
-    platform::unique_fd live(const std::string& name, const std::string& port = "77\n", int process = 5) const
+    host::unique_fd live(const std::string& name, const std::string& port = "77\n", int process = 5) const
     {
         base.write(name + "/status/session.json", document(process));
         const std::string shown = base.write(name + "/status/port", port);
-        platform::unique_fd file(::open(shown.c_str(), O_RDWR | O_CLOEXEC));
+        host::unique_fd file(::open(shown.c_str(), O_RDWR | O_CLOEXEC));
         EXPECT_EQ(flock(file.get(), LOCK_EX | LOCK_NB), 0);
         return file;
     }
@@ -55,13 +55,13 @@ TEST_F(session_directories, the_wrong_session_is_found)
     says("no session runs below " + base.path());
     says("no session has its state in /nowhere", "/nowhere");
     {
-        const platform::unique_fd ended = live("a");
+        const host::unique_fd ended = live("a");
     }
     says("no session runs below");
     says("has ended", base / "a");
-    const platform::unique_fd second = live("b", "78\n");
+    const host::unique_fd second = live("b", "78\n");
     EXPECT_EQ(found(), "b at 78");
-    const platform::unique_fd third = live("c", "79\n");
+    const host::unique_fd third = live("c", "79\n");
     says("several sessions run; name one of them:\n  --state " + base / "b" +
          "  # make \\x1B[2J\n  --state " + base / "c" + "  # make");
     EXPECT_EQ(found(base / "c"), "c at 79");
@@ -69,7 +69,7 @@ TEST_F(session_directories, the_wrong_session_is_found)
 
 TEST_F(session_directories, a_session_that_starts_or_ends_is_taken_for_another)
 {
-    platform::unique_fd starting = live("a", "8"); // not written to its end
+    host::unique_fd starting = live("a", "8"); // not written to its end
     std::thread publisher([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         EXPECT_EQ(::write(starting.get(), "80\n", 3), 3);
@@ -87,7 +87,7 @@ TEST_F(session_directories, a_session_that_starts_or_ends_is_taken_for_another)
     starting.reset();
     EXPECT_FALSE(session->alive());
     // Its successor, at the same port id.
-    const platform::unique_fd successor = live("a", "80\n", 6);
+    const host::unique_fd successor = live("a", "80\n", 6);
     EXPECT_THROW(session->status(), agent::failure);
 }
 

@@ -49,7 +49,7 @@ public:
     }
 
 private:
-    platform::unique_fd fd_;
+    host::unique_fd fd_;
     bool bound_ = false;
 };
 

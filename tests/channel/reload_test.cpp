@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    platform::unique_fd events_;
+    host::unique_fd events_;
 };
 
 int request(std::uint32_t mask)

@@ -102,7 +102,7 @@ TEST_F(file_io, AFifoWithoutAWriterDoesNotHang)
     const kernel::open_file fifo("/d/fifo", kernel::open_read_only, 0);
     ASSERT_TRUE(fifo.is_open());
     EXPECT_EQ(read_from_start(fifo.get()), "");
-    const platform::unique_fd writer(::open((root_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC));
+    const host::unique_fd writer(::open((root_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC));
     EXPECT_EQ(read_from_start(fifo.get()), "error -11");
     ASSERT_EQ(::write(writer.get(), "through", 7), 7);
     EXPECT_EQ(read_from_start(fifo.get()), "through");

@@ -33,9 +33,9 @@ protected:
     }
 
     /// A file of the directory, pinned.
-    platform::unique_fd pin(std::string_view name) const
+    host::unique_fd pin(std::string_view name) const
     {
-        return platform::unique_fd(::open((root_ / name).c_str(), O_PATH | O_CLOEXEC));
+        return host::unique_fd(::open((root_ / name).c_str(), O_PATH | O_CLOEXEC));
     }
 
     const temporary_directory root_;

@@ -115,7 +115,7 @@ TEST_F(pinned_files, WhatIsAttachedToAFileIsLostOrPassesToAnother)
     EXPECT_EQ(platform::live().allocations, 1U);
 
     // A file that takes its number over is another one.
-    const platform::unique_fd held = pin("program");
+    const host::unique_fd held = pin("program");
     std::filesystem::remove(root_ / "program");
     std::filesystem::remove(root_ / "other-name");
     root_.write("program", "new");

@@ -46,7 +46,7 @@ TEST(process_name, a_program_is_named_by_its_file_and_a_kernel_thread_by_nothing
     EXPECT_EQ(name_of(10, nullptr, sorvanic_name_of_program), "(none)");
     EXPECT_TRUE(platform::fault_fired());
 
-    platform::unique_fd fd(::open(m.real("/bin/tool").c_str(), O_PATH | O_CLOEXEC));
+    host::unique_fd fd(::open(m.real("/bin/tool").c_str(), O_PATH | O_CLOEXEC));
     const platform::file_handle deleted = platform::make_pinned_file(std::move(fd), "/gone", true);
     const platform::task_handle task = platform::add_task(12, 1, "gone", deleted.get());
     EXPECT_EQ(name_of(12, nullptr, sorvanic_name_of_program), "/gone (deleted)") << "it keeps the suffix";

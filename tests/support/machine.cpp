@@ -132,7 +132,7 @@ void machine::unload()
 
 platform::file_handle machine::open(std::string_view path) const
 {
-    platform::unique_fd fd(::open(real(path).c_str(), O_PATH | O_CLOEXEC));
+    host::unique_fd fd(::open(real(path).c_str(), O_PATH | O_CLOEXEC));
     if (!fd)
         return nullptr;
     return platform::make_pinned_file(std::move(fd), std::string(path));

@@ -66,7 +66,7 @@ struct dentry {
     std::atomic<bool> inode_known = true;
     platform::name_space* space = nullptr;           ///< null when built by hand
     const platform::thread_state* made_by = nullptr; ///< the thread whose event it was made for
-    std::shared_ptr<const platform::unique_fd> pin;  ///< the object that its path text opens
+    std::shared_ptr<const host::unique_fd> pin;      ///< the object that its path text opens
 };
 
 struct vfsmount {

@@ -23,7 +23,7 @@ struct file {
     path where = {nullptr, nullptr}; ///< owns a reference on both
 
     // What it reads and writes: a descriptor, a memory file, or neither.
-    platform::unique_fd fd;
+    host::unique_fd fd;
     std::shared_ptr<platform::memory_node> memory;
     bool directory = false;
     bool buffered = false;         ///< a regular file: reads go through the read-ahead buffer

@@ -10,6 +10,8 @@
 
 namespace platform {
 
+using host::unique_fd;
+
 /// What the paths that d_path gave during one event stand for. Used by the event's thread only.
 class pinned_names {
 public:

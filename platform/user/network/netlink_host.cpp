@@ -24,6 +24,8 @@
 
 namespace platform {
 
+using host::unique_fd;
+
 namespace {
 
 struct datagram {
