@@ -56,8 +56,8 @@ std::string visible(std::string_view text)
         const std::size_t size = character_size(text);
         const std::string_view character = text.substr(0, std::max<std::size_t>(size, 1));
         if (size == 0 || is_control(character)) {
-            for (const unsigned char byte : character)
-                safe += fmt::format("\\x{:02X}", byte);
+            for (const char byte : character)
+                safe += fmt::format("\\x{:02X}", static_cast<unsigned char>(byte));
         } else {
             safe += character == "\\" ? "\\\\" : character;
         }

@@ -172,7 +172,7 @@ TEST_F(at_terminal, a_refusal_is_not_told_or_told_in_spite_of_quiet)
 {
     const fs::path start = victim("start_program");
     const fs::path bad = unlisted("un\033[31mlisted", read_file(victim("exit_with")) + "x");
-    const std::string told = "sorvanic: refused: " + (directory() / "un\\033[31mlisted").string() + " (pid ";
+    const std::string told = "sorvanic: refused: " + (directory() / "un\\x1B[31mlisted").string() + " (pid ";
 
     terminal user(session({start, "fork", bad}));
     EXPECT_EQ(user.wait(), 0);
