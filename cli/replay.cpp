@@ -12,7 +12,7 @@
 #include <system_error>
 
 #include "cli/commands.h"
-#include "session/state/policy_directory.h"
+#include "session/session.h"
 
 namespace cli {
 

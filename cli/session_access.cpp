@@ -10,8 +10,7 @@
 #include "agent/failure.h"
 #include "agent/pending_request.h"
 #include "cli/commands.h"
-#include "session/state/state_directory.h"
-#include "session/state/trouble.h"
+#include "session/session.h"
 
 namespace cli {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "host/unique_fd.h"
-#include "session/session.h"
+#include "session/state/options.h"
 #include "session/state/status_directory.h"
 
 namespace session {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "session/engine.h"
-#include "session/session.h"
+#include "session/state/options.h"
 #include "session/state/refusals.h"
 
 namespace session {

@@ -2,7 +2,7 @@
 #define SORVANIC_SESSION_SUPERVISE_H
 
 #include "session/engine.h"
-#include "session/session.h"
+#include "session/state/options.h"
 #include "session/state/refusals.h"
 #include "session/terminal.h"
 

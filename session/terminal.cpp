@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <utility>
 
+#include "session/state/wake_signal.h"
+
 namespace session {
 
 namespace {

@@ -14,7 +14,7 @@ namespace session {
 
 /// Holds the calling process's signals as a supervisor needs them, from construction to
 /// destruction: SIGINT, SIGQUIT, SIGTERM and SIGHUP are blocked (signal_watch takes them), so is
-/// SIGCHLD (lifecycle waits for it); SIGTTOU, SIGTTIN and SIGPIPE are ignored; `wake_signal`
+/// SIGCHLD (lifecycle waits for it); SIGTTOU, SIGTTIN and SIGPIPE are ignored; wake_signal
 /// interrupts a blocking call and does nothing else. SIGTSTP stays as it was.
 class supervisor_signals {
 public:
@@ -25,8 +25,6 @@ public:
 
     /// Puts everything back as it was found. Safe in a forked child.
     void restore() const;
-
-    static constexpr int wake_signal = SIGURG;
 
 private:
     struct changed {

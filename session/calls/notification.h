@@ -8,7 +8,7 @@
 #include <string>
 
 #include "platform/user/driver/tasks.h"
-#include "session/session.h"
+#include "session/state/options.h"
 #include "session/task/caller.h"
 
 namespace session {

@@ -13,7 +13,7 @@
 
 #include "session/calls/calls.h"
 #include "session/exec/exec_decision.h"
-#include "session/terminal.h"
+#include "session/state/wake_signal.h"
 
 namespace session {
 
@@ -51,7 +51,7 @@ notifications::~notifications()
             const std::lock_guard guard(lock_);
             want_one_.notify_all();
             for (std::thread& thread : threads_)
-                pthread_kill(thread.native_handle(), supervisor_signals::wake_signal);
+                pthread_kill(thread.native_handle(), wake_signal);
         }
         const timespec moment = {0, 1'000'000};
         nanosleep(&moment, nullptr);
@@ -111,7 +111,7 @@ void notifications::work()
 {
     sigset_t wake;
     sigemptyset(&wake);
-    sigaddset(&wake, supervisor_signals::wake_signal);
+    sigaddset(&wake, wake_signal);
     pthread_sigmask(SIG_UNBLOCK, &wake, nullptr);
 
     std::vector<std::uint64_t> buffer(request_size_ / sizeof(std::uint64_t) + 1);

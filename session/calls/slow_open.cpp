@@ -18,8 +18,8 @@
 #include <fmt/format.h>
 
 #include "host/proc.h"
+#include "session/state/wake_signal.h"
 #include "session/task/own_descriptors.h"
-#include "session/terminal.h"
 
 namespace session {
 
@@ -34,7 +34,7 @@ public:
     {
         sigevent event = {};
         event.sigev_notify = SIGEV_THREAD_ID;
-        event.sigev_signo = supervisor_signals::wake_signal;
+        event.sigev_signo = wake_signal;
         event._sigev_un._tid = static_cast<pid_t>(syscall(SYS_gettid));
         made_ = timer_create(CLOCK_MONOTONIC, &event, &timer_) == 0;
         const itimerspec often = {{0, 20'000'000}, {0, 20'000'000}};

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "host/unique_fd.h"
-#include "session/session.h"
+#include "session/state/options.h"
 
 // How agents and commands reach the engine: netlink, at a port id of the session's own. Root and
 // the supervisor's user are heard, and whoever the options name; of the supervised processes only

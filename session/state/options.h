@@ -1,0 +1,42 @@
+#ifndef SORVANIC_SESSION_STATE_OPTIONS_H
+#define SORVANIC_SESSION_STATE_OPTIONS_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+// What a session is asked to be.
+
+namespace session {
+
+/// What a session decides beside what every one does.
+struct session_rules {
+    bool every_io = false;   ///< file_permission at each read and write, too
+    bool namespaces = false; ///< its processes may change mounts and namespaces
+};
+
+struct options {
+    std::string policy = "/etc/sorvanic"; ///< the directory that stands at "/etc/sorvanic"
+    std::string state;                    ///< local logs and the kernel log; empty: the default directory
+    std::string user;                     ///< login user recorded for the tree; empty: none
+    std::string log;                      ///< kernel log file; "-": standard error; empty: below `state`
+    std::uint32_t channel_port = 0;       ///< netlink port id of the agent channel; 0: a free one
+    std::vector<uid_t> channel_users;     ///< heard on it beside root and the supervisor's own user
+    bool channel_inside = false;          ///< supervised processes are heard, too
+    session_rules rules;                  ///< what is decided, beside what always is
+    bool quiet = false;                   ///< no line on standard error for each refusal
+    /// Makes an agent that gets the audit records, in this process; empty: none. Called with the
+    /// channel's port id before anything is decided, and sends the helo from a socket at the
+    /// supervisor's process id. The agent is destroyed when all is decided, and its quit heard.
+    /// What this throws ends the session.
+    std::function<std::shared_ptr<void>(std::uint32_t port)> make_agent;
+    std::vector<std::string> command; ///< program (searched in PATH as execvp does) and arguments; not empty
+};
+
+} // namespace session
+
+#endif
