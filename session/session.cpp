@@ -6,6 +6,7 @@
 #include <string>
 
 #include "session/engine.h"
+#include "session/state/notices.h"
 #include "session/state/refusals.h"
 #include "session/state/trouble.h"
 #include "session/supervise.h"

@@ -21,6 +21,7 @@
 #include "session/calls/notifications.h"
 #include "session/launcher.h"
 #include "session/state/channel.h"
+#include "session/state/notices.h"
 #include "session/state/trouble.h"
 #include "session/status.h"
 #include "session/tree/lifecycle.h"
@@ -120,6 +121,7 @@ private:
 int supervise(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
 {
     launcher first(wanted.command, signals, wanted.rules);
+    const notices lines(STDERR_FILENO);
     const unique_fd root_handle(static_cast<int>(syscall(SYS_pidfd_open, first.pid(), 0)));
     pending_execs pending;
     known_tasks tasks;

@@ -10,6 +10,7 @@
 
 #include "host/text.h"
 #include "host/unique_fd.h"
+#include "session/state/notices.h"
 #include "session/state/trouble.h"
 
 namespace session {

@@ -4,7 +4,7 @@
 
 #include "host/proc.h"
 #include "host/text.h"
-#include "session/state/trouble.h"
+#include "session/state/notices.h"
 
 namespace session {
 

@@ -13,9 +13,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Writes "sorvanic: TEXT" and a line end to standard error.
-void say(const std::string& text);
-
 } // namespace session
 
 #endif

@@ -25,6 +25,7 @@
 #include "platform/user/driver/netlink.h"
 #include "session/calls/calls.h"
 #include "session/exec/exec_verification.h"
+#include "session/state/notices.h"
 #include "session/state/trouble.h"
 
 namespace session {

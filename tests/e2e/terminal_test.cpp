@@ -199,4 +199,20 @@ TEST_F(at_terminal, what_is_left_running_is_not_told_or_not_ended_by_the_user)
 
 } // namespace
 
+TEST_F(at_terminal, a_stopped_screen_holds_no_decision_up)
+{
+    const fs::path bad = unlisted("unlisted", read_file(victim("exit_with")) + "x");
+    const fs::path done = directory() / "done";
+    of_machine("sleep");
+    const std::string script =
+        "sleep 0.3; for i in 1 2 3; do '" + bad.string() + "'; done 2>/dev/null; : >" + done.string();
+    terminal user(session(shell(script)));
+    user.type("\x13");
+    EXPECT_TRUE(eventually([&] { return fs::exists(done); }));
+    EXPECT_EQ(user.screen().find("refused"), std::string::npos);
+    user.type("\x11");
+    EXPECT_EQ(user.wait(), 0);
+    EXPECT_TRUE(user.shows("3 execs were refused in all")) << user.screen();
+}
+
 } // namespace e2e
