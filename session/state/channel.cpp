@@ -8,14 +8,17 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <random>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "channel/wire.h"
 #include "host/text.h"
+#include "platform/user/driver/machine.h"
 #include "platform/user/driver/netlink.h"
 #include "platform/user/driver/tasks.h"
 #include "session/state/trouble.h"
@@ -100,6 +103,27 @@ platform::netlink_senders senders(const options& wanted)
     return heard;
 }
 
+bool is_reload(std::string_view datagram)
+{
+    wire_header header = {};
+    reload_request request = {};
+    if (datagram.size() < sizeof header + sizeof request)
+        return false;
+    std::memcpy(&header, datagram.data(), sizeof header);
+    std::memcpy(&request, datagram.data() + sizeof header, sizeof request);
+    return header.nlmsg_type == message_policy && request.sub_type == policy_reload;
+}
+
+/// The switches stand at their defaults, which allow everything, while their files are read anew.
+/// No event is decided by them.
+void handle(std::string_view datagram, const std::function<void()>& go_on)
+{
+    std::optional<platform::hook_hold> events;
+    if (is_reload(datagram))
+        events.emplace();
+    go_on();
+}
+
 } // namespace
 
 std::uint32_t prepare_channel(const options& wanted)
@@ -107,6 +131,7 @@ std::uint32_t prepare_channel(const options& wanted)
     const std::uint32_t port = wanted.channel_port != 0 ? wanted_port(wanted.channel_port) : free_port();
     platform::set_netlink_port(port);
     platform::set_netlink_senders(senders(wanted));
+    platform::set_netlink_escort(handle);
     return port;
 }
 

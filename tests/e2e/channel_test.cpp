@@ -116,6 +116,23 @@ TEST_F(session_channel, an_exec_overtakes_its_own_reload)
     EXPECT_EQ(result.out, expected) << result.err;
 }
 
+TEST_F(session_channel, no_event_is_decided_by_the_switches_of_a_reload_in_progress)
+{
+    const fs::path closed = directory() / "closed";
+    fs::create_directory(closed);
+    std::ofstream(closed / "file") << "text\n";
+    encoded("dirctl", closed.string() + "\n");
+    const fs::path program = unlisted("program", read_file(victim("exit_with")) + "x");
+    const fs::path until = directory() / "until";
+    child_process supervisor(session({victim("try_meanwhile"), program, closed / "file", until}),
+                             directory());
+    const std::string switches = ":0x280"; // statlabel and modllabel
+    child_process agent(client({"reload-while:" + until.string() + switches}, port()), beside());
+    EXPECT_EQ(supervisor.wait(60s).out, "allowed 0\n");
+    EXPECT_EQ(agent.wait().err, "");
+    EXPECT_GT(count_of(kernel_log(), "Response Policy Request Success"), 100u);
+}
+
 TEST_F(session_channel, a_task_that_waits_for_its_request_is_forgotten)
 {
     const command supervised =

@@ -8,6 +8,7 @@ usage: netlink_client.py PORT STEP...
     login:USER[:MODE]                      a login of this very process
     read:COUNT                             waits for that many messages, at most 10 s for each
     drain                                  reads until nothing has come for half a second
+    reload-while:FILE:MASK                 makes the file and reloads until somebody removes it
     copy:FROM:TO                           copies a file
     run:PROGRAM[:MASK]                     runs it as a child, which asks for a reload first: its exit
                                            status, or the error of its exec
@@ -102,6 +103,11 @@ def main():
             run(program, lambda: mask and reload(mask))
         elif name == "reload":
             reload(rest)
+        elif name == "reload-while":
+            path, _, mask = rest.partition(":")
+            open(path, "w").close()
+            while os.path.exists(path):
+                reload(mask)
         elif name == "login":
             user, _, mode = rest.partition(":")
             payload = struct.pack("<III", 2, os.getpid(), int(mode or 0)) + user.encode() + b"\0"

@@ -27,6 +27,18 @@ void set_clock(std::optional<long long> seconds);
 /// What the kernel variable security_ops points at. Its pages are write-protected.
 const kernel::security_operations& security();
 
+/// While one of these lives, no call below begins: callers wait. What was at work when it began and
+/// then allows is asked again when it is over, so that no answer stands that rests on a state which
+/// only existed meanwhile. The constructor waits for a call that holds have crossed again and again.
+/// Any thread, several at a time; not from inside of a hook.
+class hook_hold {
+public:
+    hook_hold();
+    ~hook_hold();
+    hook_hold(const hook_hold&) = delete;
+    hook_hold& operator=(const hook_hold&) = delete;
+};
+
 /// The calls the kernel would make: each reads the entry once and calls it in the current
 /// task's context. An entry of the kernel's own (before load, after unload) allows.
 int call_bprm_check_security(kernel::linux_binprm* bprm);

@@ -42,6 +42,11 @@ struct netlink_senders {
 void set_netlink_senders(netlink_senders senders);
 netlink_senders default_netlink_senders();
 
+/// What stands around the handling of a datagram: called with its bytes, header first, and with what
+/// handles it, which it calls once. None at first; not while messages are handled.
+using netlink_escort = std::function<void(std::string_view datagram, const std::function<void()>& handle)>;
+void set_netlink_escort(netlink_escort escort);
+
 /// Readable when netlink_pump() has something to do; -1 without an open socket.
 int netlink_descriptor();
 

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/user/driver/machine.h"
+#include "platform/user/machine/hook_gate.h"
 #include "platform/user/machine/kernel_text.h"
 #include "platform/user/machine/thread_state.h"
 
@@ -80,6 +81,13 @@ Result call(Result (*kernel::security_operations::*entry)(Parameters...), Argume
     return __atomic_load_n(&(security_ops->*entry), __ATOMIC_ACQUIRE)(arguments...);
 }
 
+/// The same for an entry that answers, which a hold of the driver's holds up.
+template <typename... Parameters, typename... Arguments>
+int ask(int (*kernel::security_operations::*entry)(Parameters...), Arguments... arguments)
+{
+    return answer_of([&] { return call(entry, arguments...); });
+}
+
 // Protected from the first moment on, not only after the first window.
 [[maybe_unused]] const bool protected_from_start = (write_protect(true), true);
 
@@ -92,58 +100,58 @@ const kernel::security_operations& security()
 
 int call_bprm_check_security(kernel::linux_binprm* bprm)
 {
-    return call(&kernel::security_operations::bprm_check_security, bprm);
+    return ask(&kernel::security_operations::bprm_check_security, bprm);
 }
 
 int call_file_permission(kernel::file* opened, int mask)
 {
-    return call(&kernel::security_operations::file_permission, opened, mask);
+    return ask(&kernel::security_operations::file_permission, opened, mask);
 }
 
 int call_inode_permission(kernel::inode* asked, int mask)
 {
-    return call(&kernel::security_operations::inode_permission, asked, mask);
+    return ask(&kernel::security_operations::inode_permission, asked, mask);
 }
 
 int call_inode_create(kernel::inode* dir, kernel::dentry* entry, int mode)
 {
-    return call(&kernel::security_operations::inode_create, dir, entry, mode);
+    return ask(&kernel::security_operations::inode_create, dir, entry, mode);
 }
 
 int call_inode_unlink(kernel::inode* dir, kernel::dentry* entry)
 {
-    return call(&kernel::security_operations::inode_unlink, dir, entry);
+    return ask(&kernel::security_operations::inode_unlink, dir, entry);
 }
 
 int call_inode_link(kernel::dentry* old_entry, kernel::inode* dir, kernel::dentry* new_entry)
 {
-    return call(&kernel::security_operations::inode_link, old_entry, dir, new_entry);
+    return ask(&kernel::security_operations::inode_link, old_entry, dir, new_entry);
 }
 
 int call_inode_symlink(kernel::inode* dir, kernel::dentry* entry, const char* old_name)
 {
-    return call(&kernel::security_operations::inode_symlink, dir, entry, old_name);
+    return ask(&kernel::security_operations::inode_symlink, dir, entry, old_name);
 }
 
 int call_inode_rename(kernel::inode* old_dir, kernel::dentry* old_entry, kernel::inode* new_dir,
                       kernel::dentry* new_entry)
 {
-    return call(&kernel::security_operations::inode_rename, old_dir, old_entry, new_dir, new_entry);
+    return ask(&kernel::security_operations::inode_rename, old_dir, old_entry, new_dir, new_entry);
 }
 
 int call_inode_mkdir(kernel::inode* dir, kernel::dentry* entry, int mode)
 {
-    return call(&kernel::security_operations::inode_mkdir, dir, entry, mode);
+    return ask(&kernel::security_operations::inode_mkdir, dir, entry, mode);
 }
 
 int call_inode_rmdir(kernel::inode* dir, kernel::dentry* entry)
 {
-    return call(&kernel::security_operations::inode_rmdir, dir, entry);
+    return ask(&kernel::security_operations::inode_rmdir, dir, entry);
 }
 
 int call_inode_setattr(kernel::dentry* entry, kernel::iattr* attributes)
 {
-    return call(&kernel::security_operations::inode_setattr, entry, attributes);
+    return ask(&kernel::security_operations::inode_setattr, entry, attributes);
 }
 
 void call_inode_free_security(kernel::inode* freed)
@@ -153,12 +161,12 @@ void call_inode_free_security(kernel::inode* freed)
 
 int call_settime(kernel::timespec* time, kernel::timezone* zone)
 {
-    return call(&kernel::security_operations::settime, time, zone);
+    return ask(&kernel::security_operations::settime, time, zone);
 }
 
 int call_task_kill(kernel::task_struct* target, kernel::siginfo* info, int signal, kernel::u32 security_id)
 {
-    return call(&kernel::security_operations::task_kill, target, info, signal, security_id);
+    return ask(&kernel::security_operations::task_kill, target, info, signal, security_id);
 }
 
 } // namespace platform

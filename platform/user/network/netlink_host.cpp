@@ -41,6 +41,7 @@ struct host_channel {
     unique_fd readable;  ///< an epoll descriptor over both
     long send_timeout = -1;
     netlink_senders senders = default_netlink_senders();
+    netlink_escort escort; ///< does not change while messages are handled
     netlink_counts counts = {};
     std::vector<netlink_sender> recent; ///< the latest last
 
@@ -176,7 +177,12 @@ void handle_front(host_channel& channel, std::unique_lock<std::mutex>& guard)
     channel.busy = true;
     channel.in_hand = next.sender;
     guard.unlock();
-    const bool handled = hand_to_module(next.bytes, next.sender);
+    bool handled = false;
+    const auto handle = [&] { handled = hand_to_module(next.bytes, next.sender); };
+    if (channel.escort)
+        channel.escort(next.bytes, handle);
+    else
+        handle();
     guard.lock();
     channel.busy = false;
     if (handled)
@@ -218,6 +224,13 @@ void set_netlink_senders(netlink_senders senders)
     host_channel& channel = the_channel();
     const std::lock_guard guard(channel.lock);
     channel.senders = std::move(senders);
+}
+
+void set_netlink_escort(netlink_escort escort)
+{
+    host_channel& channel = the_channel();
+    const std::lock_guard guard(channel.lock);
+    channel.escort = std::move(escort);
 }
 
 int netlink_descriptor()
