@@ -125,7 +125,7 @@ int supervise(const options& wanted, engine& loaded, const supervisor_signals& s
     const unique_fd root_handle(static_cast<int>(syscall(SYS_pidfd_open, first.pid(), 0)));
     pending_execs pending;
     known_tasks tasks;
-    lifecycle tree(first.pid(), pending, told, tasks);
+    lifecycle tree(first.pid(), pending, told, tasks, wanted.rules);
     const supervisor_process self;
     loaded.add_first_process(first.pid());
     status_board board(wanted, loaded, told);

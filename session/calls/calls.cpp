@@ -249,13 +249,13 @@ std::span<const call_rule> call_rules()
     return rules;
 }
 
-const call_rule* notified_rule(int number, call_arguments arguments)
+const call_rule* notified_rule(int number, call_arguments arguments, const session_rules& wanted)
 {
     const auto at = static_cast<std::size_t>(number);
     if (number < 0 || at >= index_of_rules.size() || index_of_rules[at] == 0)
         return nullptr;
     const call_rule& rule = rules[index_of_rules[at] - 1];
-    return meets(rule.condition, arguments) ? &rule : nullptr;
+    return stands_in(rule, wanted) && meets(rule.condition, arguments) ? &rule : nullptr;
 }
 
 bool stands_in(const call_rule& rule, const session_rules& wanted)

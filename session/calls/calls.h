@@ -66,9 +66,9 @@ std::span<const call_rule> call_rules();
 
 bool stands_in(const call_rule& rule, const session_rules& wanted);
 
-/// The rule of a call that waits for the session's answer; null when calls like it do not, in any
-/// session.
-const call_rule* notified_rule(int number, call_arguments arguments);
+/// The rule by which a call waits for this session's answer; null when the kernel does calls like it
+/// without asking.
+const call_rule* notified_rule(int number, call_arguments arguments, const session_rules& wanted);
 
 /// Whether the kernel may still be at a call that the session has let go on: a signal that interrupts
 /// it then means what it always does.

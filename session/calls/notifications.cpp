@@ -137,7 +137,7 @@ void notifications::work()
 answer notifications::decide(const seccomp_notif& call)
 {
     parts_.tasks.begin_event(static_cast<pid_t>(call.pid));
-    const call_rule* rule = notified_rule(call.data.nr, call.data.args);
+    const call_rule* rule = notified_rule(call.data.nr, call.data.args, parts_.rules);
     if (rule == nullptr)
         return answer::fail(ENOSYS);
     notification waiting(call, listener_.get(), parts_);

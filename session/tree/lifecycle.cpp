@@ -88,8 +88,9 @@ std::string tracing_forbidden(int error)
 
 } // namespace
 
-lifecycle::lifecycle(pid_t root, pending_execs& pending, refusals& told, known_tasks& known)
-    : root_(root), pending_(pending), told_(told), known_(known), tracer_(pthread_self())
+lifecycle::lifecycle(pid_t root, pending_execs& pending, refusals& told, known_tasks& known,
+                     const session_rules& rules)
+    : root_(root), pending_(pending), told_(told), known_(known), rules_(rules), tracer_(pthread_self())
 {
     if (ptrace(PTRACE_SEIZE, root, nullptr, trace_options) != 0)
         throw trouble(tracing_forbidden(errno));
@@ -361,8 +362,9 @@ void lifecycle::system_call(pid_t process, tracee& of)
 }
 
 // A signal that finds a call still waiting to be taken up by the session makes the kernel give the
-// call up and, depending on the signal's handler, not restart it. Without a session such calls are
-// never interrupted there, so it is always restarted.
+// call up and, depending on the signal's handler, not restart it. Without a session no call is
+// interrupted before it has begun, so it is always restarted. A call that does not wait for the
+// session, or that the session has let go on, is the kernel's own affair.
 void lifecycle::signal_delivery(pid_t task, const tracee& of, int signal)
 {
     constexpr auto result_offset = static_cast<long>(sizeof(long)) * RAX;
@@ -374,7 +376,7 @@ void lifecycle::signal_delivery(pid_t task, const tracee& of, int signal)
         const unsigned long long arguments[] = {registers.rdi, registers.rsi, registers.rdx,
                                                 registers.r10, registers.r8,  registers.r9};
         const auto number = static_cast<int>(registers.orig_rax);
-        if (notified_rule(number, arguments) != nullptr && !known_.is_in_kernel(task, number))
+        if (notified_rule(number, arguments, rules_) != nullptr && !known_.is_in_kernel(task, number))
             ptrace(PTRACE_POKEUSER, task, result_offset, restart_always);
     }
     resume(task, of, signal);

@@ -13,6 +13,7 @@
 
 #include "session/exec/exec_decision.h"
 #include "session/exec/script_watch.h"
+#include "session/state/options.h"
 #include "session/state/refusals.h"
 #include "session/task/known_tasks.h"
 
@@ -25,7 +26,8 @@ class lifecycle {
 public:
     /// Takes hold of `root`, a child of the calling process that does nothing yet. Throws
     /// trouble where the host does not permit tracing.
-    lifecycle(pid_t root, pending_execs& pending, refusals& told, known_tasks& known);
+    lifecycle(pid_t root, pending_execs& pending, refusals& told, known_tasks& known,
+              const session_rules& rules);
 
     /// Follows the session until its last task is gone. Returns the root process's wait status.
     /// What cannot be followed may not run: running out of memory ends the supervisor, and so all.
@@ -74,6 +76,7 @@ private:
     pending_execs& pending_;
     refusals& told_;
     known_tasks& known_;
+    const session_rules rules_;
     int root_status_ = 0;
     std::atomic<bool> root_ended_{false};
     std::atomic<bool> ending_{false};

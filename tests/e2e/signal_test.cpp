@@ -160,7 +160,22 @@ TEST_F(signals, a_change_of_the_clock_is_not_reported)
         << told << result.out << result.err;
 }
 
-TEST_F(signals, a_call_is_done_twice_or_interrupted_without_need)
+TEST_F(signals, blocking_calls_are_interrupted_and_restarted_as_without_a_session)
+{
+    victim("block_in_calls");
+    const command run = shell("exec ./block_in_calls");
+    for (const uid_t user : users()) {
+        const outcome expected = child_process(run, directory(), user).wait();
+        EXPECT_EQ(count_of(expected.out, "interrupted"), 44U)
+            << expected.out << expected.status << expected.err;
+        for (const command& options : {command{}, command{"--every-io"}}) {
+            const outcome result = run_session(run, options, user);
+            EXPECT_EQ(result.out, expected.out) << user << options.size() << result.err;
+        }
+    }
+}
+
+TEST_F(signals, calls_are_neither_done_twice_nor_interrupted_before_they_begin)
 {
     const fs::path program = victim("storm_names");
     for (const uid_t user : users()) {

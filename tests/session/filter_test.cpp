@@ -83,7 +83,7 @@ TEST(filter, a_rule_reaches_other_calls_than_its_own)
                 EXPECT_EQ(result, expected_of(call)) << number;
                 if (result == SECCOMP_RET_USER_NOTIF) {
                     ++notified;
-                    const call_rule* rule = notified_rule(number, call.args);
+                    const call_rule* rule = notified_rule(number, call.args, rules);
                     EXPECT_TRUE(rule != nullptr && rule->handler != nullptr && rule->number == number);
                 }
             };
