@@ -18,7 +18,7 @@
 #include "core/counters.h"
 #include "host/text.h"
 #include "platform/user/driver/netlink.h"
-#include "session/calls/notifications.h"
+#include "session/calls/notification_pool.h"
 #include "session/launcher.h"
 #include "session/state/channel.h"
 #include "session/state/notices.h"
@@ -144,7 +144,7 @@ int supervise(const options& wanted, engine& loaded, const supervisor_signals& s
         const signal_watch watch(
             [&](const siginfo_t& info) { handle_signal(info, root_handle.get(), first.pid(), tree); });
         session_parts parts{pending, told, tasks, loaded.state_directory(), wanted.rules};
-        std::optional<notifications> workers;
+        std::optional<notification_pool> workers;
         // Beside the tracing: the first process can be stopped, by a signal for one, at any step.
         std::jthread starter([&] {
             try {

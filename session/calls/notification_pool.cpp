@@ -1,4 +1,4 @@
-#include "session/calls/notifications.h"
+#include "session/calls/notification_pool.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -30,7 +30,7 @@ constexpr unsigned long wake_on_this_processor = 1;
 
 } // namespace
 
-notifications::notifications(unique_fd listener, session_parts& parts)
+notification_pool::notification_pool(unique_fd listener, session_parts& parts)
     : listener_(std::move(listener)), parts_(parts)
 {
     seccomp_notif_sizes sizes = {};
@@ -43,7 +43,7 @@ notifications::notifications(unique_fd listener, session_parts& parts)
         add_thread();
 }
 
-notifications::~notifications()
+notification_pool::~notification_pool()
 {
     ended_.store(true);
     while (running_.load() > 0) {
@@ -61,7 +61,7 @@ notifications::~notifications()
 }
 
 /// Under lock_.
-void notifications::add_thread()
+void notification_pool::add_thread()
 {
     if (ended_.load() || threads_.size() >= thread_limit)
         return;
@@ -73,7 +73,7 @@ void notifications::add_thread()
     });
 }
 
-void notifications::stop_waiting()
+void notification_pool::stop_waiting()
 {
     const std::lock_guard guard(lock_);
     if (--waiting_ > 0)
@@ -90,7 +90,7 @@ void notifications::stop_waiting()
 /// Whether the calling thread is to wait for a call again, as soon as it has answered its own;
 /// otherwise to rest. Decided before that: the caller, going on, may call once more before the
 /// thread comes to anything.
-bool notifications::wait_again()
+bool notification_pool::wait_again()
 {
     const std::lock_guard guard(lock_);
     // Calls that come two at a time would have one rest and be woken again and again.
@@ -100,14 +100,14 @@ bool notifications::wait_again()
     return needed;
 }
 
-void notifications::rest()
+void notification_pool::rest()
 {
     std::unique_lock guard(lock_);
     want_one_.wait(guard, [this] { return wanted_ > 0 || ended_.load(); });
     --wanted_;
 }
 
-void notifications::work()
+void notification_pool::work()
 {
     sigset_t wake;
     sigemptyset(&wake);
@@ -134,7 +134,7 @@ void notifications::work()
     }
 }
 
-answer notifications::decide(const seccomp_notif& call)
+answer notification_pool::decide(const seccomp_notif& call)
 {
     parts_.tasks.begin_event(static_cast<pid_t>(call.pid));
     const call_rule* rule = notified_rule(call.data.nr, call.data.args, parts_.rules);
@@ -150,7 +150,7 @@ answer notifications::decide(const seccomp_notif& call)
     return given;
 }
 
-void notifications::send(const seccomp_notif& call, answer given)
+void notification_pool::send(const seccomp_notif& call, answer given)
 {
     if (given.what == answer::kind::descriptor) {
         seccomp_notif_addfd added = {};

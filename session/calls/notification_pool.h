@@ -1,5 +1,5 @@
-#ifndef SORVANIC_SESSION_CALLS_NOTIFICATIONS_H
-#define SORVANIC_SESSION_CALLS_NOTIFICATIONS_H
+#ifndef SORVANIC_SESSION_CALLS_NOTIFICATION_POOL_H
+#define SORVANIC_SESSION_CALLS_NOTIFICATION_POOL_H
 
 #include <linux/seccomp.h>
 
@@ -17,15 +17,15 @@ namespace session {
 /// There is always one more than are at work, so that a call may wait for another one of the
 /// session: an open for the other end of a fifo, a file for the process that serves it. Hardly ever are
 /// there two more: the kernel wakes all who wait for a call, not one of them.
-class notifications {
+class notification_pool {
 public:
-    notifications(unique_fd listener, session_parts& parts);
+    notification_pool(unique_fd listener, session_parts& parts);
 
     /// Ends them; what is being decided is finished first.
-    ~notifications();
+    ~notification_pool();
 
-    notifications(const notifications&) = delete;
-    notifications& operator=(const notifications&) = delete;
+    notification_pool(const notification_pool&) = delete;
+    notification_pool& operator=(const notification_pool&) = delete;
 
 private:
     void work();
