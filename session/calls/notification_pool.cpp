@@ -1,18 +1,19 @@
 #include "session/calls/notification_pool.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/ioctl.h>
-#include <sys/syscall.h>
-#include <time.h>
+#include <signal.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <new>
+#include <system_error>
 #include <utility>
-#include <vector>
 
-#include "session/calls/calls.h"
+#include <fmt/format.h>
+
+#include "host/text.h"
 #include "session/exec/exec_decision.h"
+#include "session/state/enforcing.h"
+#include "session/state/refusals.h"
+#include "session/state/trouble.h"
 #include "session/state/wake_signal.h"
 
 namespace session {
@@ -20,91 +21,118 @@ namespace session {
 namespace {
 
 constexpr std::size_t thread_limit = 1024;
-constexpr int waiting_limit = 2;
-constexpr int calls_until_quiet = 100;
-
-// Newer than the C library's headers. A kernel before 6.6 does not know it, and wakes the receiver
-// of a call on any processor, which takes longer where that one has to be woken, too.
-constexpr unsigned long set_flags = SECCOMP_IOW(4, __u64);
-constexpr unsigned long wake_on_this_processor = 1;
+constexpr int threads_at_first = 2;
 
 } // namespace
 
-notification_pool::notification_pool(unique_fd listener, session_parts& parts)
-    : listener_(std::move(listener)), parts_(parts)
+answer answer_by(const call_rule& rule, notification& call)
 {
-    seccomp_notif_sizes sizes = {};
-    syscall(SYS_seccomp, SECCOMP_GET_NOTIF_SIZES, 0, &sizes);
-    request_size_ = std::max(sizeof(seccomp_notif), std::size_t{sizes.seccomp_notif});
-    response_size_ = std::max(sizeof(seccomp_notif_resp), std::size_t{sizes.seccomp_notif_resp});
-    ioctl(listener_.get(), set_flags, wake_on_this_processor);
+    refusals& told = call.parts().told;
+    try {
+        answer given = rule.handler(call);
+        if (!call.is_unreadable())
+            return given;
+        // What it wants was not seen, and its program was decided as one that nothing is known of.
+        if (is_enforcing()) {
+            told.add_failure(refusals::failure::unreadable);
+            return answer::fail(EPERM);
+        }
+        told.add_undecided();
+        return answer::let_go_on();
+    } catch (const std::bad_alloc&) {
+        told.add_failure(refusals::failure::no_memory);
+        return answer::fail(ENOMEM);
+    } catch (...) {
+        told.add_failure(refusals::failure::other);
+        return answer::fail(EPERM);
+    }
+}
+
+notification_pool::notification_pool(listener& from, session_parts& parts) : from_(from), parts_(parts)
+{
     const std::lock_guard guard(lock_);
-    for (int i = 0; i < waiting_limit; ++i)
+    for (int i = 0; i < threads_at_first; ++i)
         add_thread();
+    if (threads_.empty())
+        throw trouble("no thread to be had for the session's decisions; raise the limit on processes "
+                      "(ulimit -u, or the container's)");
 }
 
 notification_pool::~notification_pool()
 {
+    while (!end(std::chrono::seconds(1))) {
+    }
+}
+
+bool notification_pool::end(std::chrono::milliseconds limit)
+{
+    const auto until = std::chrono::steady_clock::now() + limit;
     ended_.store(true);
     while (running_.load() > 0) {
+        if (std::chrono::steady_clock::now() > until)
+            return false;
         {
             const std::lock_guard guard(lock_);
             want_one_.notify_all();
             for (std::thread& thread : threads_)
                 pthread_kill(thread.native_handle(), wake_signal);
         }
-        const timespec moment = {0, 1'000'000};
-        nanosleep(&moment, nullptr);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     for (std::thread& thread : threads_)
         thread.join();
+    threads_.clear();
+    return true;
 }
 
-/// Under lock_.
-void notification_pool::add_thread()
+/// Under lock_. Whether there is one more.
+bool notification_pool::add_thread()
 {
     if (ended_.load() || threads_.size() >= thread_limit)
-        return;
-    ++waiting_;
+        return false;
     running_.fetch_add(1);
-    threads_.emplace_back([this] {
-        work();
+    try {
+        threads_.emplace_back([this] {
+            work();
+            running_.fetch_sub(1);
+        });
+    } catch (const std::system_error& error) {
         running_.fetch_sub(1);
-    });
+        if (!std::exchange(short_of_threads_, true))
+            say(fmt::format("no more than {} threads for decisions ({}): calls may have to wait for others; "
+                            "raise the limit on processes",
+                            threads_.size(), host::error_text(error.code().value())));
+        return false;
+    }
+    balance_.started();
+    return true;
 }
 
-void notification_pool::stop_waiting()
+void notification_pool::took_call()
 {
     const std::lock_guard guard(lock_);
-    if (--waiting_ > 0)
-        return;
-    calls_until_quiet_ = calls_until_quiet;
-    if (spare_ == 0)
-        return add_thread();
-    --spare_;
-    ++waiting_;
-    ++wanted_;
-    want_one_.notify_one();
+    switch (balance_.took_call()) {
+    case thread_balance::need::start_one:
+        add_thread();
+        break;
+    case thread_balance::need::wake_one:
+        want_one_.notify_one();
+        break;
+    case thread_balance::need::nothing:
+        break;
+    }
 }
 
-/// Whether the calling thread is to wait for a call again, as soon as it has answered its own;
-/// otherwise to rest. Decided before that: the caller, going on, may call once more before the
-/// thread comes to anything.
-bool notification_pool::wait_again()
+bool notification_pool::waits_again()
 {
     const std::lock_guard guard(lock_);
-    // Calls that come two at a time would have one rest and be woken again and again.
-    const bool needed = waiting_ < waiting_limit + (calls_until_quiet_ > 0 ? 1 : 0);
-    calls_until_quiet_ = std::max(calls_until_quiet_ - 1, 0);
-    ++(needed ? waiting_ : spare_);
-    return needed;
+    return balance_.waits_again();
 }
 
 void notification_pool::rest()
 {
     std::unique_lock guard(lock_);
-    want_one_.wait(guard, [this] { return wanted_ > 0 || ended_.load(); });
-    --wanted_;
+    want_one_.wait(guard, [this] { return ended_.load() || balance_.goes_back(); });
 }
 
 void notification_pool::work()
@@ -114,21 +142,20 @@ void notification_pool::work()
     sigaddset(&wake, wake_signal);
     pthread_sigmask(SIG_UNBLOCK, &wake, nullptr);
 
-    std::vector<std::uint64_t> buffer(request_size_ / sizeof(std::uint64_t) + 1);
     while (!ended_.load()) {
-        std::fill(buffer.begin(), buffer.end(), 0);
-        auto* const call = reinterpret_cast<seccomp_notif*>(buffer.data());
-        if (ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_RECV, call) != 0) {
+        seccomp_notif call = {};
+        if (const int error = from_.receive(call)) {
             // Nobody is left who could call, or only this caller is gone.
-            pollfd state = {listener_.get(), POLLIN, 0};
-            if (errno != EINTR && (poll(&state, 1, 0) < 0 || (state.revents & (POLLHUP | POLLERR)) != 0))
+            if (error != EINTR && from_.ended())
                 break;
             continue;
         }
-        stop_waiting();
-        answer given = decide(*call);
-        const bool goes_on = wait_again();
-        send(*call, std::move(given));
+        took_call();
+        answer given = decide(call);
+        // Before the answer: the caller, going on, may call once more before this thread comes to
+        // anything.
+        const bool goes_on = waits_again();
+        send(call, std::move(given));
         if (!goes_on)
             rest();
     }
@@ -136,44 +163,48 @@ void notification_pool::work()
 
 answer notification_pool::decide(const seccomp_notif& call)
 {
-    parts_.tasks.begin_event(static_cast<pid_t>(call.pid));
-    const call_rule* rule = notified_rule(call.data.nr, call.data.args, parts_.rules);
-    if (rule == nullptr)
-        return answer::fail(ENOSYS);
-    notification waiting(call, listener_.get(), parts_);
-    answer given = rule->handler(waiting);
-    // Its program was decided as one that nothing is known of.
-    if (waiting.is_unreadable())
-        return answer::let_go_on();
-    if (given.what == answer::kind::go_on && may_wait_in_kernel(*rule))
-        parts_.tasks.goes_to_kernel(static_cast<pid_t>(call.pid), call.data.nr);
-    return given;
+    const auto task = static_cast<pid_t>(call.pid);
+    try {
+        parts_.tasks.begin_event(task);
+        const call_rule* rule = notified_rule(call.data.nr, call.data.args, parts_.rules);
+        if (rule == nullptr)
+            return answer::fail(ENOSYS);
+        notification waiting(call, from_, parts_);
+        answer given = answer_by(*rule, waiting);
+        if (given.what == answer::kind::go_on && may_wait_in_kernel(*rule))
+            parts_.tasks.goes_to_kernel(task, call.data.nr);
+        return given;
+    } catch (...) { // before a handler had it: memory is short
+        parts_.told.add_failure(refusals::failure::no_memory);
+        return answer::fail(ENOMEM);
+    }
 }
 
 void notification_pool::send(const seccomp_notif& call, answer given)
 {
     if (given.what == answer::kind::descriptor) {
-        seccomp_notif_addfd added = {};
-        added.id = call.id;
-        added.flags = SECCOMP_ADDFD_FLAG_SEND;
-        added.srcfd = static_cast<__u32>(given.file.get());
-        added.newfd_flags = given.close_on_exec ? O_CLOEXEC : 0;
-        if (ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_ADDFD, &added) >= 0)
+        const int error = from_.hand_over(call.id, given.file.get(), given.close_on_exec);
+        if (error == 0)
             return;
-        given = answer::fail(errno); // no room for one more
+        given = answer::fail(error); // no room for one more
     }
-    std::vector<std::uint64_t> buffer(response_size_ / sizeof(std::uint64_t) + 1);
-    auto* const response = reinterpret_cast<seccomp_notif_resp*>(buffer.data());
-    response->id = call.id;
+    seccomp_notif_resp response = {};
+    response.id = call.id;
     if (given.what == answer::kind::go_on)
-        response->flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+        response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
     else if (given.value < 0)
-        response->error = static_cast<__s32>(given.value);
+        response.error = static_cast<__s32>(given.value);
     else
-        response->val = given.value;
+        response.val = given.value;
+    const int error = from_.send(response);
+    if (error == 0)
+        return;
     // A caller that has been killed meanwhile does nothing with its decision.
-    if (ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_SEND, response) != 0)
-        parts_.pending.take(static_cast<pid_t>(call.pid));
+    const auto task = static_cast<pid_t>(call.pid);
+    parts_.pending.take(task);
+    // Any other would wait for its answer for ever.
+    if (error != ENOENT)
+        kill(task, SIGKILL);
 }
 
 } // namespace session

@@ -4,51 +4,58 @@
 #include <linux/seccomp.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <list>
 #include <mutex>
 #include <thread>
 
+#include "session/calls/calls.h"
+#include "session/calls/listener.h"
 #include "session/calls/notification.h"
+#include "session/calls/thread_balance.h"
 
 namespace session {
 
-/// The threads that answer the calls of the table (calls.h), which wait in the kernel meanwhile.
-/// There is always one more than are at work, so that a call may wait for another one of the
-/// session: an open for the other end of a fifo, a file for the process that serves it. Hardly ever are
-/// there two more: the kernel wakes all who wait for a call, not one of them.
+/// What a rule's handler answers. Whatever it throws is an answer, too: ENOMEM when memory is short, EPERM
+/// for anything else; and a caller that cannot be read is refused while the engine enforces. Both
+/// are counted.
+answer answer_by(const call_rule& rule, notification& call);
+
+/// The threads that answer the calls of the table (calls.h), which wait in the kernel meanwhile: see
+/// thread_balance. When the host gives it no more threads it works with those it has, and says so.
 class notification_pool {
 public:
-    notification_pool(unique_fd listener, session_parts& parts);
-
-    /// Ends them; what is being decided is finished first.
+    /// Throws trouble when there is no thread at all to be had.
+    notification_pool(listener& from, session_parts& parts);
     ~notification_pool();
+
+    /// Ends the threads, once nobody is left who could call. Those that are deciding are interrupted.
+    /// False when some have not ended within the limit, in a host's call that cannot be interrupted:
+    /// then the pool and what it uses must not be destroyed.
+    bool end(std::chrono::milliseconds limit);
 
     notification_pool(const notification_pool&) = delete;
     notification_pool& operator=(const notification_pool&) = delete;
 
 private:
+    bool add_thread();
     void work();
-    void add_thread();
-    void stop_waiting();
-    bool wait_again();
+    void took_call();
+    bool waits_again();
     void rest();
     answer decide(const seccomp_notif& call);
     void send(const seccomp_notif& call, answer given);
 
-    unique_fd listener_;
+    listener& from_;
     session_parts& parts_;
-    std::size_t request_size_;
-    std::size_t response_size_;
 
     std::atomic<bool> ended_{false};
     std::atomic<int> running_{0};
     std::mutex lock_;
     std::list<std::thread> threads_; // these under lock_
-    int waiting_ = 0;                // for a call
-    int calls_until_quiet_ = 0;      // since nobody was left to wait for one
-    int spare_ = 0;                  // for one of those who wait for a call to get one
-    int wanted_ = 0;                 // of the spare ones
+    thread_balance balance_;
+    bool short_of_threads_ = false;
     std::condition_variable want_one_;
 };
 
