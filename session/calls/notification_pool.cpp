@@ -32,8 +32,8 @@ answer answer_by(const call_rule& rule, notification& call)
         answer given = rule.handler(call);
         if (!call.is_unreadable())
             return given;
-        // What it wants was not seen, and its program was decided as one that nothing is known of.
-        if (is_enforcing()) {
+        // What it wants was not seen. A program is decided once more when the kernel has started it.
+        if (is_enforcing() && (rule.hooks & on_exec) == 0) {
             told.add_failure(refusals::failure::unreadable);
             return answer::fail(EPERM);
         }
