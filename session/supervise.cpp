@@ -23,6 +23,7 @@
 #include "session/calls/notification_pool.h"
 #include "session/launcher.h"
 #include "session/state/channel.h"
+#include "session/state/notices.h"
 #include "session/state/trouble.h"
 #include "session/status.h"
 #include "session/tree/lifecycle.h"
@@ -124,6 +125,7 @@ class running_session {
 public:
     running_session(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
         : wanted_(wanted), loaded_(loaded), told_(told), first_(wanted.command, signals, wanted.rules),
+          lines_(std::in_place, STDERR_FILENO),
           root_handle_(static_cast<int>(syscall(SYS_pidfd_open, first_.pid(), 0))),
           tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules), parts_{pending_, told, tasks_,
                                                                      loaded.state_directory(), wanted.rules}
@@ -174,6 +176,9 @@ public:
 
     std::optional<int> start_error() { return first_.start_error(); }
 
+    /// The last lines for people are written; from then on they are as they are said.
+    void end_lines() { lines_.reset(); }
+
 private:
     static constexpr std::chrono::seconds end_limit{2};
 
@@ -195,6 +200,7 @@ private:
     engine& loaded_;
     refusals& told_;
     launcher first_;
+    std::optional<notices> lines_; // a thread, so after the fork
     const unique_fd root_handle_;
     pending_execs pending_;
     known_tasks tasks_;
@@ -226,6 +232,7 @@ int supervise(const options& wanted, engine& loaded, const supervisor_signals& s
     if (!idle) {
         say("a file server does not answer the supervisor, which ends without waiting for it");
         told.add_up();
+        session->end_lines();
         _exit(status);
     }
     session->rethrow_failure();

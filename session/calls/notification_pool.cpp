@@ -12,6 +12,7 @@
 #include "host/text.h"
 #include "session/exec/exec_decision.h"
 #include "session/state/enforcing.h"
+#include "session/state/notices.h"
 #include "session/state/refusals.h"
 #include "session/state/trouble.h"
 #include "session/state/wake_signal.h"

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "platform/user/driver/netlink.h"
-#include "session/state/trouble.h"
+#include "session/state/notices.h"
 #include "session/tree/lifecycle.h"
 
 namespace session {
