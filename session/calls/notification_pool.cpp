@@ -99,7 +99,7 @@ bool notification_pool::add_thread()
         });
     } catch (const std::system_error& error) {
         running_.fetch_sub(1);
-        if (!std::exchange(short_of_threads_, true))
+        if (!threads_.empty() && !std::exchange(short_of_threads_, true))
             say(fmt::format("no more than {} threads for decisions ({}): calls may have to wait for others; "
                             "raise the limit on processes",
                             threads_.size(), host::error_text(error.code().value())));

@@ -45,7 +45,7 @@ void lifecycle::exiting(pid_t task, tracee& of)
     of.watch.reset();
     // It runs no more code of its own. Let go, it is reported to its parent at the moment it ends, not
     // first to this process; and nobody waits for files that it closes.
-    if (host_.request(PTRACE_DETACH, task, 0, 0) != 0)
+    if (ask(PTRACE_DETACH, task) != 0)
         return; // it is being killed, and reported once more
     if (adopts_orphans_ && task != root_)
         let_go_.insert(task);
