@@ -128,7 +128,8 @@ public:
           lines_(std::in_place, STDERR_FILENO),
           root_handle_(static_cast<int>(syscall(SYS_pidfd_open, first_.pid(), 0))),
           tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules), parts_{pending_, told, tasks_,
-                                                                     loaded.state_directory(), wanted.rules}
+                                                                                   loaded.state_directory(),
+                                                                                   wanted.rules}
     {
         loaded.add_first_process(first_.pid());
         board_.emplace(wanted, loaded, told);

@@ -44,8 +44,7 @@ bool gets_orphans()
 lifecycle::lifecycle(tracer& host, pid_t root, pending_execs& pending, refusals& told, known_tasks& known,
                      const session_rules& rules)
     : host_(host), root_(root), pending_(pending), told_(told), known_(known), rules_(rules),
-      root_status_(SIGKILL),
-      errands_([this] {
+      root_status_(SIGKILL), errands_([this] {
           look_again_.store(true);
           host_.wake();
       }),

@@ -156,7 +156,7 @@ struct followed_tree {
     {
         host.reports = std::move(reports);
         EXPECT_TRUE(platform::add_task(root, 1, "root", nullptr));
-        lifecycle tree(host, root, pending, told, known);
+        lifecycle tree(host, root, pending, told, known, {});
         const int status = tree.run();
         EXPECT_TRUE(tree.end_errands(std::chrono::seconds(20)));
         for (const auto& [task, of] : host.standing)
@@ -275,7 +275,7 @@ TEST(lifecycle, says_when_tracing_is_forbidden)
     const support::machine m;
     followed_tree tree;
     tree.host.seize_error = EPERM;
-    EXPECT_THROW(lifecycle(tree.host, root, tree.pending, tree.told, tree.known), trouble);
+    EXPECT_THROW(lifecycle(tree.host, root, tree.pending, tree.told, tree.known, {}), trouble);
 }
 
 } // namespace
