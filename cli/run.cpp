@@ -1,5 +1,6 @@
 #include <fmt/core.h>
 
+#include <chrono>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -83,9 +84,16 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
                   "Write the audit records to this file, as sorvanic agent does; - is standard output")
             .typed("FILE");
     run.flag("--json", audit->as_json, "Write them as JSON lines").needs(file);
+    auto stop_timeout = std::make_shared<unsigned>(10);
+    run.value("--stop-timeout", *stop_timeout,
+              "Seconds from SIGTERM, which goes to every process, until what still runs is killed")
+        .typed("SECONDS")
+        .within(0, 1'000'000)
+        .shows_default();
     run.flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");
 
-    run.action([options, audit, &status] {
+    run.action([options, audit, stop_timeout, &status] {
+        options->stop_timeout = std::chrono::seconds(*stop_timeout);
         if (options->command.empty())
             misuse("no COMMAND; write it behind --, as in: sorvanic run -- ls -l");
         if (!audit->file.empty())

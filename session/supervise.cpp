@@ -22,6 +22,7 @@
 #include "session/calls/listener.h"
 #include "session/calls/notification_pool.h"
 #include "session/launcher.h"
+#include "session/session_signals.h"
 #include "session/state/channel.h"
 #include "session/state/notices.h"
 #include "session/state/trouble.h"
@@ -62,21 +63,6 @@ private:
     rlimit files_ = {};
     mode_t umask_ = 0;
 };
-
-/// What the session's signals mean to it.
-void handle_signal(const siginfo_t& info, int root_handle, pid_t root, lifecycle& tree)
-{
-    const int signal = info.si_signo;
-    if (tree.root_ended()) {
-        if (signal == SIGINT || signal == SIGTERM)
-            tree.end_all();
-        return;
-    }
-    // What the terminal sends, the command's own process group has got from it.
-    const bool got_it = info.si_code == SI_KERNEL && getpgid(root) == getpgrp();
-    if ((signal == SIGTERM || signal == SIGHUP) && !got_it)
-        syscall(SYS_pidfd_send_signal, root_handle, signal, nullptr, 0);
-}
 
 engine_counters counters()
 {
@@ -127,9 +113,9 @@ public:
         : wanted_(wanted), loaded_(loaded), told_(told), first_(wanted.command, signals, wanted.rules),
           lines_(std::in_place, STDERR_FILENO),
           root_handle_(static_cast<int>(syscall(SYS_pidfd_open, first_.pid(), 0))),
-          tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules), parts_{pending_, told, tasks_,
-                                                                                   loaded.state_directory(),
-                                                                                   wanted.rules}
+          tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules),
+          meaning_(tree_, first_.pid(), root_handle_.get(), wanted.stop_timeout),
+          parts_({pending_, told, tasks_, loaded.state_directory(), wanted.rules})
     {
         loaded.add_first_process(first_.pid());
         board_.emplace(wanted, loaded, told);
@@ -141,8 +127,7 @@ public:
         agent_.emplace(wanted, loaded.port());
         if (!wanted.user.empty())
             log_in(first_.pid(), wanted.user, loaded.port());
-        watch_.emplace(
-            [this](const siginfo_t& info) { handle_signal(info, root_handle_.get(), first_.pid(), tree_); });
+        watch_.emplace([this](const siginfo_t* info) { return meaning_.handle(info); });
         // Beside the tracing: the first process can be stopped, by a signal for one, at any step.
         starter_ = std::jthread([this] { start_command(); });
         first_.hand_over();
@@ -207,6 +192,7 @@ private:
     known_tasks tasks_;
     kernel_tracer host_;
     lifecycle tree_;
+    session_signals meaning_; ///< of signals
     const supervisor_process self_;
     session_parts parts_;
     std::optional<status_board> board_;

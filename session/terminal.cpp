@@ -1,5 +1,6 @@
 #include "session/terminal.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <utility>
 
@@ -13,7 +14,7 @@ sigset_t taken_signals()
 {
     sigset_t set;
     sigemptyset(&set);
-    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP})
+    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP})
         sigaddset(&set, number);
     return set;
 }
@@ -57,16 +58,17 @@ void supervisor_signals::restore() const
     pthread_sigmask(SIG_SETMASK, &found_mask_, nullptr);
 }
 
-signal_watch::signal_watch(std::function<void(const siginfo_t&)> handle)
+signal_watch::signal_watch(handler handle)
     : thread_([this, handle = std::move(handle)] {
           const sigset_t taken = taken_signals();
-          for (;;) {
+          constexpr std::chrono::milliseconds ever = std::chrono::hours(24);
+          std::chrono::milliseconds limit = ever;
+          while (!ended_.load()) {
               siginfo_t info;
-              if (sigwaitinfo(&taken, &info) < 0)
-                  continue;
-              if (ended_.load())
-                  return;
-              handle(info);
+              const timespec time = {limit.count() / 1000, limit.count() % 1000 * 1'000'000};
+              const int signal = sigtimedwait(&taken, &info, &time);
+              if (!ended_.load() && (signal > 0 || errno == EAGAIN))
+                  limit = handle(signal > 0 ? &info : nullptr).value_or(ever);
           }
       })
 {

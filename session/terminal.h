@@ -4,7 +4,9 @@
 #include <signal.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
+#include <optional>
 #include <thread>
 
 // Signals of the supervisor itself. It shares the command's process group, so the terminal sends
@@ -13,9 +15,9 @@
 namespace session {
 
 /// Holds the calling process's signals as a supervisor needs them, from construction to
-/// destruction: SIGINT, SIGQUIT, SIGTERM and SIGHUP are blocked (signal_watch takes them), so is
-/// SIGCHLD (lifecycle waits for it); SIGTTOU, SIGTTIN and SIGPIPE are ignored; wake_signal
-/// interrupts a blocking call and does nothing else. SIGTSTP stays as it was.
+/// destruction: SIGINT, SIGQUIT, SIGTERM, SIGHUP and SIGTSTP are blocked (signal_watch takes them), so
+/// is SIGCHLD (lifecycle waits for it); SIGTTOU, SIGTTIN and SIGPIPE are ignored; wake_signal
+/// interrupts a blocking call and does nothing else.
 class supervisor_signals {
 public:
     supervisor_signals();
@@ -36,10 +38,11 @@ private:
 };
 
 /// A thread that takes the supervisor's blocked signals and hands each to `handle`, on its own
-/// thread, until destruction.
+/// thread, until destruction; and null when the time that the last call returned is over.
 class signal_watch {
 public:
-    explicit signal_watch(std::function<void(const siginfo_t&)> handle);
+    using handler = std::function<std::optional<std::chrono::milliseconds>(const siginfo_t*)>;
+    explicit signal_watch(handler handle);
     ~signal_watch();
     signal_watch(const signal_watch&) = delete;
     signal_watch& operator=(const signal_watch&) = delete;

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -28,7 +29,8 @@ struct options {
     std::vector<uid_t> channel_users;     ///< heard on it beside root and the supervisor's own user
     bool channel_inside = false;          ///< supervised processes are heard, too
     session_rules rules;                  ///< what is decided, beside what always is
-    bool quiet = false;                   ///< no line on standard error for each refusal
+    std::chrono::milliseconds stop_timeout = std::chrono::seconds(10); ///< from SIGTERM to the kill
+    bool quiet = false; ///< no line on standard error for each refusal
     /// Makes an agent that gets the audit records, in this process; empty: none. Called with the
     /// channel's port id before anything is decided, and sends the helo from a socket at the
     /// supervisor's process id. The agent is destroyed when all is decided, and its quit heard.

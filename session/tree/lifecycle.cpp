@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 
@@ -150,10 +151,24 @@ void lifecycle::leave()
 void lifecycle::signal_all(int signal) const
 {
     const std::lock_guard guard(lock_);
+    std::unordered_set<pid_t> processes;
     for (const auto& [task, of] : tracees_) {
-        if (platform::process_of(task) == task)
-            kill(task, signal);
+        if (const pid_t process = platform::process_of(task))
+            processes.insert(process);
     }
+    for (const pid_t process : processes)
+        kill(process, signal);
+}
+
+bool lifecycle::has_stopped(bool whole_group) const
+{
+    const pid_t own = getpgrp();
+    const std::lock_guard guard(lock_);
+    const auto root = tracees_.find(root_);
+    return root != tracees_.end() && root->second.stopped &&
+           (!whole_group || std::ranges::all_of(tracees_, [own](const auto& entry) {
+               return entry.second.stopped || getpgid(entry.first) != own;
+           }));
 }
 
 // A request that fails for any other reason than that the task is being killed leaves it standing

@@ -54,6 +54,10 @@ public:
     /// Sends every process of the session a signal. Any thread.
     void signal_all(int signal) const;
 
+    /// Whether the command is stopped, and all of the supervisor's process group with it unless
+    /// `whole_group` is false. Any thread.
+    bool has_stopped(bool whole_group) const;
+
     /// Ends the work on other threads; see errands::end. After run.
     bool end_errands(std::chrono::milliseconds limit) { return errands_.end(limit); }
 
@@ -64,6 +68,7 @@ private:
     struct tracee {
         bool born = false; ///< has its record in the process table
         bool exited = false;
+        bool stopped = false; ///< with its group, by a signal
         std::shared_ptr<script_watch> watch;
     };
 

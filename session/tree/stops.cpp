@@ -42,9 +42,12 @@ void lifecycle::stopped(pid_t task, tracee& of, int status)
     case PTRACE_EVENT_EXIT:
         exiting(task, of);
         break;
-    case PTRACE_EVENT_STOP:
-        if (!stops_a_group(signal) || host_.request(PTRACE_LISTEN, task, 0, 0) != 0)
-            resume(task, of); // continued meanwhile, it stands in no group's stop
+    case PTRACE_EVENT_STOP: {
+        const std::lock_guard guard(lock_);
+        of.stopped = stops_a_group(signal) && host_.request(PTRACE_LISTEN, task, 0, 0) == 0;
+    }
+        if (!of.stopped) // or continued meanwhile, so that it stands in no group's stop
+            resume(task, of);
         break;
     default:
         if (signal == system_call_stop)

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
 
 #include "tests/e2e/session_fixture.h"
 
@@ -166,6 +167,32 @@ TEST_F(at_terminal, a_session_is_not_a_job_of_the_shell_around_it)
     }
     user.type("exit\n");
     EXPECT_EQ(user.wait(), 0) << user.screen();
+}
+
+TEST_F(at_terminal, one_stop_character_lets_a_program_put_its_screen_away_and_stops_it)
+{
+    const command bash = interactive();
+    // What it does for that has to be decided.
+    const std::string program = "echo st\"\"arted; trap 'for i in 1 2 3 4 5 6 7 8; do : < /dev/null; done; "
+                                "echo screen put away; trap - TSTP; kill -TSTP 0' TSTP; "
+                                "while :; do : < /dev/null; done";
+    std::ofstream(directory() / "program") << program;
+    std::string line;
+    for (const std::string& word : session({of_machine("bash"), (directory() / "program").string()}))
+        line += "'" + word + "' ";
+    terminal user(bash);
+    ASSERT_TRUE(user.shows("ready> ")) << user.screen();
+    user.type(line + "\n");
+    ASSERT_TRUE(user.shows("started")) << user.screen();
+    user.type("\x1a");
+    ASSERT_TRUE(user.shows("screen put away")) << user.screen();
+    ASSERT_TRUE(user.shows("Stopped")) << user.screen();
+    user.type("fg\n");
+    ASSERT_TRUE(user.shows("sorvanic")) << user.screen();
+    usleep(200'000);
+    user.type("\x03");
+    user.type("echo status $?\n");
+    ASSERT_TRUE(user.shows("status 130")) << user.screen();
 }
 
 TEST_F(at_terminal, a_refusal_is_not_told_or_told_in_spite_of_quiet)
