@@ -276,6 +276,8 @@ dentry* dentry_parent(const dentry* of)
     auto* entry = const_cast<dentry*>(of);
     // Above a task's own root the host goes on, and a kernel's entries do.
     const bool at_root = of->name == "/";
+    if (at_root && of->above.empty())
+        return entry;
     const std::string path(platform::parent_path(at_root ? of->above : of->name));
     const std::string above = at_root ? std::string() : of->above;
     const std::lock_guard guard(platform::entries_lock());
