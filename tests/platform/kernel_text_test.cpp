@@ -1,4 +1,4 @@
-#include "platform/user/machine/kernel_text.h"
+#include "platform/user/driver/kernel_text.h"
 
 #include <sys/wait.h>
 
