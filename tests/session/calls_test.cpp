@@ -10,8 +10,7 @@
 
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/text.h"
-#include "platform/user/files/entries.h"
-#include "platform/user/machine/kernel_text.h"
+#include "platform/user/driver/kernel_text.h"
 #include "session/engine.h"
 #include "session/state/trouble.h"
 #include "session/supervise.h"
