@@ -3,7 +3,11 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <new>
 #include <string>
+#include <system_error>
+
+#include <fmt/format.h>
 
 #include "session/engine.h"
 #include "session/state/notices.h"
@@ -38,8 +42,14 @@ int run(const options& wanted)
         return status;
     } catch (const trouble& reason) {
         say(reason.what());
-        return exit_failure;
+    } catch (const std::system_error& error) {
+        say(fmt::format("the host does not give it what it needs ({}); raise the limits on processes and "
+                        "memory",
+                        error.what()));
+    } catch (const std::bad_alloc&) {
+        say("no memory to start with; raise the limit on memory");
     }
+    return exit_failure;
 }
 
 } // namespace session

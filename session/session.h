@@ -19,7 +19,9 @@ inline constexpr int exit_not_found = 127; ///< the first program does not exist
 /// Starts the engine, runs the command under it, waits until the last process of its tree has
 /// ended, and stops the engine. Returns the exit status. Failures of sorvanic's own are told on
 /// standard error in one line that names what is missing and what to do. To be called once, in
-/// a process that has no other threads; signal dispositions are put back before it returns.
+/// a process that has no other threads; signal dispositions are put back before it returns. Does not
+/// return when a file server that does not answer holds one of its threads: the process then ends
+/// with that status.
 int run(const options& options);
 
 } // namespace session

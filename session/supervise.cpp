@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -18,13 +19,15 @@
 #include "core/counters.h"
 #include "host/text.h"
 #include "platform/user/driver/netlink.h"
-#include "session/calls/notifications.h"
+#include "session/calls/listener.h"
+#include "session/calls/notification_pool.h"
 #include "session/launcher.h"
 #include "session/state/channel.h"
 #include "session/state/notices.h"
 #include "session/state/trouble.h"
 #include "session/status.h"
 #include "session/tree/lifecycle.h"
+#include "session/tree/tracer.h"
 
 namespace session {
 
@@ -116,57 +119,125 @@ private:
     kernel::u64 dropped_before_ = 0;
 };
 
+/// A session from the first process's birth to its end. What is started one after the other here is
+/// ended in `end`, in the order that is told there.
+class running_session {
+public:
+    running_session(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
+        : wanted_(wanted), loaded_(loaded), told_(told), first_(wanted.command, signals, wanted.rules),
+          lines_(std::in_place, STDERR_FILENO),
+          root_handle_(static_cast<int>(syscall(SYS_pidfd_open, first_.pid(), 0))),
+          tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules), parts_{pending_, told, tasks_,
+                                                                                   loaded.state_directory(),
+                                                                                   wanted.rules}
+    {
+        loaded.add_first_process(first_.pid());
+        board_.emplace(wanted, loaded, told);
+        requests_.emplace([this](bool handled) {
+            if (handled)
+                tree_.requests_handled();
+            board_->publish();
+        });
+        agent_.emplace(wanted, loaded.port());
+        if (!wanted.user.empty())
+            log_in(first_.pid(), wanted.user, loaded.port());
+        watch_.emplace(
+            [this](const siginfo_t& info) { handle_signal(info, root_handle_.get(), first_.pid(), tree_); });
+        // Beside the tracing: the first process can be stopped, by a signal for one, at any step.
+        starter_ = std::jthread([this] { start_command(); });
+        first_.hand_over();
+    }
+
+    /// Follows the command to its end. Returns the wait status of the first process.
+    int follow() { return tree_.run(); }
+
+    /// Ends what the constructor has started. False when a thread is left that waits in the host for a
+    /// file: nothing that it uses may be destroyed then.
+    bool end()
+    {
+        starter_.join();
+        // Nobody is left to be ended by a signal.
+        watch_.reset();
+        // Nobody waits for an answer any more, so that what is being decided is given up.
+        const bool idle = (!workers_ || workers_->end(end_limit)) && tree_.end_errands(end_limit);
+        // All records are made. The engine must hear the agent's quit, so before the channel ends.
+        agent_.reset();
+        requests_.reset();
+        // With the last counts, and nobody else writes there now.
+        board_->publish();
+        return idle;
+    }
+
+    /// What kept the command from being started, if anything did; thrown.
+    void rethrow_failure() const
+    {
+        if (failure_)
+            std::rethrow_exception(failure_);
+    }
+
+    std::optional<int> start_error() { return first_.start_error(); }
+
+    /// The last lines for people are written; from then on they are as they are said.
+    void end_lines() { lines_.reset(); }
+
+private:
+    static constexpr std::chrono::seconds end_limit{2};
+
+    void start_command()
+    {
+        try {
+            if (unique_fd listener = first_.install_filter()) {
+                listener_.emplace(std::move(listener));
+                workers_.emplace(*listener_, parts_);
+                first_.start();
+            }
+        } catch (...) {
+            failure_ = std::current_exception();
+            tree_.end_all(); // it would wait for its start for ever
+        }
+    }
+
+    const options& wanted_;
+    engine& loaded_;
+    refusals& told_;
+    launcher first_;
+    std::optional<notices> lines_; // a thread, so after the fork
+    const unique_fd root_handle_;
+    pending_execs pending_;
+    known_tasks tasks_;
+    kernel_tracer host_;
+    lifecycle tree_;
+    const supervisor_process self_;
+    session_parts parts_;
+    std::optional<status_board> board_;
+    std::optional<channel> requests_;
+    std::optional<connected_agent> agent_;
+    std::optional<signal_watch> watch_;
+    std::optional<kernel_listener> listener_;
+    std::optional<notification_pool> workers_;
+    std::exception_ptr failure_;
+    std::jthread starter_;
+};
+
 } // namespace
 
 int supervise(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
 {
-    launcher first(wanted.command, signals, wanted.rules);
-    const notices lines(STDERR_FILENO);
-    const unique_fd root_handle(static_cast<int>(syscall(SYS_pidfd_open, first.pid(), 0)));
-    pending_execs pending;
-    known_tasks tasks;
-    lifecycle tree(first.pid(), pending, told, tasks, wanted.rules);
-    const supervisor_process self;
-    loaded.add_first_process(first.pid());
-    status_board board(wanted, loaded, told);
-
-    int status = 0;
-    std::exception_ptr failure;
-    {
-        const channel requests([&](bool handled) {
-            if (handled)
-                tree.requests_handled();
-            board.publish();
-        });
-        const connected_agent agent(wanted, loaded.port());
-        if (!wanted.user.empty())
-            log_in(first.pid(), wanted.user, loaded.port());
-        const signal_watch watch(
-            [&](const siginfo_t& info) { handle_signal(info, root_handle.get(), first.pid(), tree); });
-        session_parts parts{pending, told, tasks, loaded.state_directory(), wanted.rules};
-        std::optional<notifications> workers;
-        // Beside the tracing: the first process can be stopped, by a signal for one, at any step.
-        std::jthread starter([&] {
-            try {
-                if (unique_fd listener = first.install_filter()) {
-                    workers.emplace(std::move(listener), parts);
-                    first.start();
-                }
-            } catch (...) {
-                failure = std::current_exception();
-            }
-        });
-        first.hand_over();
-        status = tree.run();
-        starter.join();
-    }
-    board.publish();
-    if (failure)
-        std::rethrow_exception(failure);
-    if (const auto error = first.start_error())
+    auto session = std::make_unique<running_session>(wanted, loaded, signals, told);
+    int status = session->follow();
+    const bool idle = session->end();
+    status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    if (const auto error = session->start_error())
         say(fmt::format("cannot run {}: {}", host::visible(wanted.command.front()),
                         host::error_text(*error)));
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    if (!idle) {
+        say("a file server does not answer the supervisor, which ends without waiting for it");
+        told.add_up();
+        session->end_lines();
+        _exit(status);
+    }
+    session->rethrow_failure();
+    return status;
 }
 
 } // namespace session

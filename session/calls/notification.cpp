@@ -1,7 +1,5 @@
 #include "session/calls/notification.h"
 
-#include <sys/ioctl.h>
-
 #include <cerrno>
 
 #include "session/task/tracee_memory.h"
@@ -13,8 +11,8 @@ answer answer::of_host(long result)
     return result < 0 ? fail(errno) : succeed(result);
 }
 
-notification::notification(const seccomp_notif& call, int listener, session_parts& parts)
-    : call_(call), listener_(listener), parts_(parts),
+notification::notification(const seccomp_notif& call, listener& from, session_parts& parts)
+    : call_(call), from_(from), parts_(parts),
       who_(static_cast<pid_t>(call.pid), parts.tasks.look_up(static_cast<pid_t>(call.pid)))
 {
 }
@@ -45,7 +43,7 @@ kernel::task_struct* notification::task()
 
 bool notification::still_waits() const
 {
-    return ioctl(listener_, SECCOMP_IOCTL_NOTIF_ID_VALID, &call_.id) == 0;
+    return from_.is_waiting(call_.id);
 }
 
 } // namespace session

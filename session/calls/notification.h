@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/user/driver/tasks.h"
+#include "session/calls/listener.h"
 #include "session/state/options.h"
 #include "session/task/caller.h"
 
@@ -58,7 +59,7 @@ struct passed_name {
 /// One system call that waits for the session's answer.
 class notification {
 public:
-    notification(const seccomp_notif& call, int listener, session_parts& parts);
+    notification(const seccomp_notif& call, listener& from, session_parts& parts);
 
     int system_call() const { return call_.data.nr; }
     call_arguments arguments() const { return call_.data.args; }
@@ -91,7 +92,7 @@ public:
 
 private:
     const seccomp_notif& call_;
-    int listener_;
+    listener& from_;
     session_parts& parts_;
     caller who_;
     platform::task_handle task_;

@@ -93,6 +93,16 @@ void pending_execs::put(pid_t task, decided_exec decided)
     entries_.insert_or_assign(task, std::move(decided));
 }
 
+void pending_execs::moved(pid_t from, pid_t to)
+{
+    const std::lock_guard guard(lock_);
+    if (auto node = entries_.extract(from)) {
+        node.key() = to;
+        entries_.erase(to);
+        entries_.insert(std::move(node));
+    }
+}
+
 std::optional<decided_exec> pending_execs::take(pid_t task)
 {
     const std::lock_guard guard(lock_);

@@ -81,6 +81,9 @@ public:
     void put(pid_t task, decided_exec decided);
     std::optional<decided_exec> take(pid_t task);
 
+    /// The task goes on under another id.
+    void moved(pid_t from, pid_t to);
+
 private:
     std::mutex lock_;
     std::unordered_map<pid_t, decided_exec> entries_;

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <linux/limits.h>
-#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -59,12 +58,9 @@ bool script_watch::outlives_exec()
     return !finished() && !std::exchange(carried_, true);
 }
 
-std::optional<std::string> script_watch::at_system_call()
+std::optional<script_watch::opened_file> script_watch::at_system_call(const __ptrace_syscall_info& call)
 {
     ++stops_;
-    __ptrace_syscall_info call = {};
-    if (ptrace(PTRACE_GET_SYSCALL_INFO, process_, sizeof call, &call) <= 0)
-        return std::nullopt;
     if (call.op == PTRACE_SYSCALL_INFO_ENTRY) {
         open_name_ = opened_name(call);
         return std::nullopt;
@@ -72,13 +68,14 @@ std::optional<std::string> script_watch::at_system_call()
     const std::uint64_t address = std::exchange(open_name_, 0);
     if (call.op != PTRACE_SYSCALL_INFO_EXIT || call.exit.is_error || address == 0)
         return std::nullopt;
-    return opened(static_cast<int>(call.exit.rval), read_text(process_, address, PATH_MAX).value_or(""));
+    return opened_file{static_cast<int>(call.exit.rval), address};
 }
 
-std::optional<std::string> script_watch::opened(int descriptor, const std::string& name)
+std::optional<std::string> script_watch::refused(const opened_file& opened)
 {
+    const std::string name = read_text(process_, opened.name, PATH_MAX).value_or("");
     const caller who(process_);
-    const unique_fd file = who.descriptor(descriptor);
+    const unique_fd file = who.descriptor(opened.descriptor);
     const file_identity identity = identity_of(file.get());
     const auto is_decided = [&](const script_link& link) { return link.decided == identity; };
     if (file && std::erase_if(scripts_, is_decided) > 0)

@@ -1,6 +1,7 @@
 #ifndef SORVANIC_SESSION_EXEC_SCRIPT_WATCH_H
 #define SORVANIC_SESSION_EXEC_SCRIPT_WATCH_H
 
+#include <sys/ptrace.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -20,9 +21,19 @@ class script_watch {
 public:
     script_watch(pid_t process, std::string program_name, std::vector<script_link> scripts);
 
-    /// The path of a file that the interpreter has just opened for its script and that the hook
-    /// refuses, or nothing. To be called at each system-call stop of the process.
-    std::optional<std::string> at_system_call();
+    /// A file that the process has just opened.
+    struct opened_file {
+        int descriptor;
+        std::uint64_t name; ///< where the name that it gave stands
+    };
+
+    /// What the call at whose beginning or end the process is stopped has opened, if anything. To be
+    /// called at each system-call stop; touches no file.
+    std::optional<opened_file> at_system_call(const __ptrace_syscall_info& call);
+
+    /// The file's path if the interpreter has opened it for its script and the hook refuses it, else
+    /// nothing. Reads the file.
+    std::optional<std::string> refused(const opened_file& opened);
 
     /// Whether there is nothing left to wait for: all scripts have been opened, or the program
     /// has made so many calls without doing it that it never will.
@@ -36,8 +47,6 @@ public:
     bool outlives_exec();
 
 private:
-    std::optional<std::string> opened(int descriptor, const std::string& name);
-
     pid_t process_;
     std::string program_name_;
     std::vector<script_link> scripts_;

@@ -3,7 +3,9 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <string>
 
 namespace session {
@@ -15,6 +17,17 @@ public:
 
     /// `killed`: the kernel had started the program when it was refused, so its process is ended.
     void add(const std::string& path, pid_t task, bool killed);
+
+    /// Why a call was refused that could not be decided: the supervisor's own failures.
+    enum class failure : unsigned char { no_memory, unreadable, other };
+    void add_failure(failure why)
+    {
+        failures_[static_cast<std::size_t>(why)].fetch_add(1, std::memory_order_relaxed);
+    }
+    unsigned long failures(failure why) const
+    {
+        return failures_[static_cast<std::size_t>(why)].load(std::memory_order_relaxed);
+    }
 
     /// Something was let go on without a decision.
     void add_undecided() { undecided_.fetch_add(1, std::memory_order_relaxed); }
@@ -29,6 +42,7 @@ private:
     bool shown_;
     std::atomic<unsigned long> count_{0};
     std::atomic<unsigned long> undecided_{0};
+    std::array<std::atomic<unsigned long>, 3> failures_ = {};
 };
 
 } // namespace session

@@ -65,6 +65,10 @@ long run_do_fork(kernel::task_struct* parent, unsigned long flags, int child);
 /// children on.
 void run_do_exit(kernel::task_struct* task, long code);
 
+/// A thread other than its process's first has called exec, and goes on under that one's id: its task,
+/// known as `former_pid`, takes over `pid`. Nothing when the two are the same.
+void take_over_id(int pid, int former_pid);
+
 /// An exec has happened: `program` is what the task's new address space runs, `comm` its name.
 /// `former_pid` is the id under which the calling thread was known when a thread other than
 /// the leader called exec, else the task's own; the calling thread's task then takes over

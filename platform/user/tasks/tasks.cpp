@@ -100,24 +100,42 @@ bool has_process(int process)
                                [process](const auto& entry) { return entry.second->group == process; });
 }
 
+namespace {
+
+/// Under the table's change lock. The task, or null.
+kernel::task_struct* under_one_id(task_table& table, int pid, int former_pid)
+{
+    kernel::task_struct* task = table.find(former_pid);
+    if (task == nullptr || former_pid == pid)
+        return task;
+    if (kernel::task_struct* leader = table.find(pid)) {
+        // Never below what it takes over: attached threads may have been told apart as children.
+        set_parent(*task, leader->parent);
+        table.remove(leader, task);
+    }
+    table.tasks.erase(former_pid);
+    task->pid = pid;
+    task->group = pid;
+    table.tasks.emplace(pid, task);
+    return task;
+}
+
+} // namespace
+
+void take_over_id(int pid, int former_pid)
+{
+    task_table& table = the_table();
+    const table_change change;
+    under_one_id(table, pid, former_pid);
+}
+
 void replace_program(int pid, int former_pid, kernel::file* program, std::string_view comm)
 {
     task_table& table = the_table();
     const table_change change;
-    kernel::task_struct* task = table.find(former_pid);
+    kernel::task_struct* task = under_one_id(table, pid, former_pid);
     if (task == nullptr)
         return;
-    if (former_pid != pid) {
-        if (kernel::task_struct* leader = table.find(pid)) {
-            // Never below what it takes over: attached threads may have been told apart as children.
-            set_parent(*task, leader->parent);
-            table.remove(leader, task);
-        }
-        table.tasks.erase(former_pid);
-        task->pid = pid;
-        task->group = pid;
-        table.tasks.emplace(pid, task);
-    }
     set_comm(*task, comm);
     if (kernel::mm_struct* former = task->mm.exchange(make_mm(program)))
         drop(former);

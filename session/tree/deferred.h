@@ -1,0 +1,47 @@
+#ifndef SORVANIC_SESSION_TREE_DEFERRED_H
+#define SORVANIC_SESSION_TREE_DEFERRED_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+namespace session {
+
+/// Wait statuses that cannot be acted upon yet, one a task: what is reported of a task before its birth
+/// is, and births and ends that have to wait for what their process has asked of the engine. On the
+/// tracer's thread.
+class deferred_reports {
+public:
+    enum class until : unsigned char { birth, requests };
+
+    /// In place of an earlier one of the task: it has left that stop. Its age stays the earlier one's.
+    void put(pid_t task, int status, until what);
+
+    std::optional<int> take(pid_t task);
+
+    /// The same if it tells of the task's end.
+    std::optional<int> take_end(pid_t task);
+
+    /// The tasks whose reports wait for that, and for so long at least.
+    std::vector<pid_t> tasks(until what, std::chrono::milliseconds age = {}) const;
+
+    bool any(until what) const;
+    bool empty() const { return reports_.empty(); }
+
+private:
+    using clock = std::chrono::steady_clock;
+
+    struct report {
+        int status;
+        until what;
+        clock::time_point since;
+    };
+    std::unordered_map<pid_t, report> reports_;
+};
+
+} // namespace session
+
+#endif
