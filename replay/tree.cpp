@@ -7,13 +7,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
+#include <climits>
 #include <optional>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
+
+#include "replay/event.h"
 
 namespace replay {
 
@@ -41,32 +43,36 @@ unique_fd open_directory(const std::string& path)
     return opened;
 }
 
-std::string parent_of(const std::string& path)
+/// What a symbolic link says; nothing when `opened` is none.
+std::optional<std::string> target_of(const unique_fd& opened)
 {
-    const std::size_t slash = path.rfind('/');
-    return slash == 0 ? "/" : path.substr(0, slash);
+    char target[PATH_MAX];
+    const ssize_t size = opened ? ::readlinkat(opened.get(), "", target, sizeof target) : -1;
+    return size > 0 ? std::optional(std::string(target, static_cast<std::size_t>(size))) : std::nullopt;
 }
 
-std::string last_of(const std::string& path)
+std::string parent_of(const std::string& path)
 {
-    return path.substr(path.rfind('/') + 1);
+    return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
+}
+
+std::string below(const std::string& directory, std::string_view name)
+{
+    return fmt::format("{}/{}", directory == "/" ? "" : directory, name);
 }
 
 } // namespace
 
 tree::tree(const std::string& root, const std::string& policy)
     : root_(open_directory(root)), policy_(open_directory(policy)),
-      real_root_(std::filesystem::canonical(root).string())
+      root_file_(platform::make_pinned_file(host::duplicate(root_), "/"))
 {
-    if (real_root_ == "/")
-        real_root_.clear();
-    root_file_ = platform::make_pinned_file(unique_fd(::dup(root_.get())), "/");
 }
 
-unique_fd tree::open(const std::string& path, bool follow) const
+unique_fd tree::open(const std::string& path) const
 {
     open_how how = {};
-    how.flags = O_PATH | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW);
+    how.flags = O_PATH | O_CLOEXEC | O_NOFOLLOW;
     how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
     const auto inside = inside_policy(path);
     const unique_fd& from = inside ? policy_ : root_;
@@ -74,31 +80,45 @@ unique_fd tree::open(const std::string& path, bool follow) const
     return unique_fd(static_cast<int>(syscall(SYS_openat2, from.get(), name.c_str(), &how, sizeof how)));
 }
 
+// The host cannot do this walk: it knows nothing of the policy directory's place, which links lead
+// into and out of like any other.
 std::string tree::without_links(const std::string& path, last_link at_end) const
 {
-    if (inside_policy(path) || path == "/")
-        return path;
-    if (at_end == last_link::meant) {
-        const std::string parent = without_links(parent_of(path), last_link::followed);
-        return (parent == "/" ? "" : parent) + "/" + last_of(path);
+    constexpr int most_links = 40; // as in a kernel
+    std::string walked = "/";
+    std::string rest = path;
+    for (int links = 0; !rest.empty();) {
+        const std::size_t end = std::min(rest.find('/'), rest.size());
+        const std::string name = rest.substr(0, end);
+        rest.erase(0, end + 1);
+        if (name.empty() || name == ".")
+            continue;
+        if (name == "..") {
+            walked = parent_of(walked);
+            continue;
+        }
+        walked = below(walked, name);
+        if (at_end == last_link::meant && rest.empty())
+            break;
+        const std::optional<std::string> target = target_of(open(walked));
+        if (!target)
+            continue;
+        if (++links > most_links)
+            throw bad_event(fmt::format("the symbolic links at {} lead nowhere; name what is meant", path));
+        walked = target->starts_with('/') ? "/" : parent_of(walked);
+        rest = rest.empty() ? *target : *target + "/" + rest;
     }
-    const unique_fd found = open(path, true);
-    if (!found)
-        return parent_of(path) == "/" ? path : without_links(path, last_link::meant);
-    const std::string real = std::filesystem::read_symlink(fmt::format("/proc/self/fd/{}", found.get()));
-    if (!real.starts_with(real_root_))
-        return path;
-    return real.size() == real_root_.size() ? "/" : real.substr(real_root_.size());
+    return walked;
 }
 
 platform::dentry_handle tree::entry(const std::string& path, last_link at_end) const
 {
     const std::string whole = without_links(path, at_end);
-    platform::dentry_handle entry = platform::make_pinned_entry(unique_fd(::dup(root_.get())), "/");
+    platform::dentry_handle entry = platform::make_pinned_entry(host::duplicate(root_), "/");
     for (std::size_t end = 0; end != whole.size() && whole != "/";) {
         end = std::min(whole.find('/', end + 1), whole.size());
         const std::string part = whole.substr(0, end);
-        entry = platform::make_entry_in(entry.get(), part, open(part, false));
+        entry = platform::make_entry_in(entry.get(), part, open(part));
     }
     return entry;
 }

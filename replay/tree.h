@@ -8,7 +8,8 @@
 namespace replay {
 
 /// A directory of the host that stands for "/", and the policy directory that stands at
-/// "/etc/sorvanic" in it, as they are found. Absolute symbolic links begin at that root again.
+/// "/etc/sorvanic" in it, as they are found. Symbolic links lead from one into the other; absolute
+/// ones begin at that root again.
 class tree {
 public:
     /// Throws std::system_error when one of them cannot be opened.
@@ -18,10 +19,11 @@ public:
 
     /// The entry at `path` (absolute, no "." or ".."), with those of all directories above it. It has
     /// the path without symbolic links, the one at its end excepted when that is meant itself. What
-    /// does not exist, or may not be looked at, has an entry without an inode.
+    /// does not exist, or may not be looked at, has an entry without an inode. Throws bad_event when
+    /// links lead in a circle.
     platform::dentry_handle entry(const std::string& path, last_link at_end) const;
 
-    /// The program at `path`, opened; one that does not exist cannot be opened again.
+    /// The program at `path`, opened; one that does not exist cannot be opened again. Throws as entry.
     platform::file_handle program(const std::string& path) const;
 
     /// A file opened on an entry.
@@ -31,12 +33,11 @@ public:
     static kernel::inode* directory_of(const platform::dentry_handle& entry);
 
 private:
-    host::unique_fd open(const std::string& path, bool follow) const;
+    host::unique_fd open(const std::string& path) const;
     std::string without_links(const std::string& path, last_link at_end) const;
 
     host::unique_fd root_;
     host::unique_fd policy_;
-    std::string real_root_; ///< where the root is on the host; "" for the host's own
     platform::file_handle root_file_;
 };
 

@@ -13,13 +13,13 @@
 #include <filesystem>
 #include <future>
 #include <optional>
-#include <random>
 #include <utility>
 
 #include "agent/failure.h"
 #include "host/unique_fd.h"
 #include "tests/channel/messages.h"
 #include "tests/cli/commands.h"
+#include "tests/free_netlink_port.h"
 
 namespace {
 
@@ -29,9 +29,8 @@ public:
     explicit stranger(std::uint32_t port) : socket_(::socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK))
     {
         const sockaddr_nl own = address(port, 0);
-        bound_ = ::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0;
+        EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
     }
-    bool bound() const { return bound_; }
     bool send(const std::string& message, std::uint32_t port, std::uint32_t group = 0) const
     {
         const sockaddr_nl to = address(port, group);
@@ -63,39 +62,41 @@ private:
     }
 
     host::unique_fd socket_;
-    bool bound_ = false;
 };
 
 class agent_channel : public testing::Test {
 protected:
     void SetUp() override
     {
-        if (!stranger(port + 1).bound())
+        const auto found = free_netlink_port();
+        if (!found)
             GTEST_SKIP() << "no NETLINK_USERSOCK here";
+        port = *found;
     }
-    const std::uint32_t port = 0x40000000 | (std::random_device()() & 0x0ffffff0);
+    std::uint32_t port = 0; ///< of what stands for the session
     const pid_t own = ::getpid();
 };
 
-TEST_F(agent_channel, a_strangers_message_is_taken_for_the_sessions)
+TEST_F(agent_channel, takes_messages_of_its_session_only)
 {
     const std::string record = messages::of_type(19 | 8 << 16, messages::number(1) + messages::number(2));
     agent::channel_client client({port, own}, own);
     const stranger session(port);
-    const stranger other(port + 1);
+    const stranger other(free_netlink_port().value());
     ASSERT_TRUE(other.send(record, static_cast<std::uint32_t>(own)));
     EXPECT_EQ(client.receive(), std::nullopt);
     ASSERT_TRUE(session.send(record, static_cast<std::uint32_t>(own)));
     EXPECT_EQ(client.receive(), record);
 
     // The right port id, but the process that has it now is another one.
-    agent::channel_client wary({port, own + 1}, own + 2);
-    ASSERT_TRUE(session.send(record, static_cast<std::uint32_t>(own + 2)));
+    const std::uint32_t wary_port = free_netlink_port().value();
+    agent::channel_client wary({port, own + 1}, static_cast<pid_t>(wary_port));
+    ASSERT_TRUE(session.send(record, wary_port));
     EXPECT_EQ(wary.receive(), std::nullopt);
     EXPECT_THROW(agent::channel_client({port, own}, own), agent::failure);
 }
 
-TEST_F(agent_channel, an_overrun_is_not_noticed)
+TEST_F(agent_channel, notices_an_overrun)
 {
     agent::channel_client client({port, own}, own);
     const int small = 0;
@@ -116,7 +117,7 @@ TEST_F(agent_channel, an_overrun_is_not_noticed)
     EXPECT_EQ(client.overruns(), 1u);
 }
 
-TEST_F(agent_channel, an_agent_that_leaves_loses_what_is_under_way_or_keeps_its_place)
+TEST_F(agent_channel, leaves_its_place_without_losing_what_is_under_way)
 {
     constexpr int under_way = 300;
     const stranger session(port); // as far as the agent's program can tell

@@ -38,7 +38,7 @@ std::string line(int second)
            "Z, from 1970-01-01T00:00:00Z\n";
 }
 
-TEST_F(record_output, a_line_that_cannot_be_written_is_lost_without_a_word)
+TEST_F(record_output, tells_of_every_line_that_cannot_be_written)
 {
     fs::create_symlink("/dev/full", name);
     agent::record_output out = open(form::text);
@@ -63,7 +63,7 @@ TEST_F(record_output, a_line_that_cannot_be_written_is_lost_without_a_word)
     EXPECT_THROW(open(form::text), agent::failure);
 }
 
-TEST_F(record_output, a_torn_line_spoils_the_next_one)
+TEST_F(record_output, begins_a_new_line_after_a_torn_one)
 {
     rlimit found = {};
     getrlimit(RLIMIT_FSIZE, &found);
@@ -80,7 +80,7 @@ TEST_F(record_output, a_torn_line_spoils_the_next_one)
     EXPECT_NE(told.find("1 record is missing"), std::string::npos) << told;
 }
 
-TEST_F(record_output, an_object_lacks_what_only_the_agent_knows)
+TEST_F(record_output, adds_what_only_the_agent_knows)
 {
     agent::record_output out = open(form::json);
     put(out, 2);

@@ -43,7 +43,7 @@ std::string text_of(const std::string& datagram)
 const untp_record untp = {0x3b75655e, "/opt/\x1b[2Jx\n", "sh", 0, path_class_no_user};
 const access_record access_to_shadow = {"/etc/shadow", "vi", "bob", 2, path_class_system};
 
-TEST(record, each_kind_shows_all_its_fields)
+TEST(record, shows_all_fields_of_each_kind)
 {
     const struct {
         std::string datagram;
@@ -72,7 +72,7 @@ TEST(record, each_kind_shows_all_its_fields)
     }
 }
 
-TEST(record, bytes_that_are_no_text_are_kept)
+TEST(record, keeps_bytes_that_are_no_text)
 {
     untp_record latin = untp;
     std::snprintf(latin.path, sizeof latin.path, "/caf\xe9");
@@ -84,7 +84,7 @@ TEST(record, bytes_that_are_no_text_are_kept)
     EXPECT_FALSE(json.contains("process_hex"));
 }
 
-TEST(record, what_is_no_record_is_not_taken_for_one)
+TEST(record, refuses_what_is_no_record)
 {
     const std::string whole = message(audit_plau, plau_record{});
     std::string longer = whole; // says that it is longer than it is

@@ -46,7 +46,7 @@ protected:
     const temporary_directory base;
 };
 
-TEST_F(session_directories, the_wrong_session_is_found)
+TEST_F(session_directories, find_the_session_that_is_meant)
 {
     const auto says = [&](const std::string& text, const std::string& state = "") {
         const std::string got = found(state);
@@ -67,7 +67,7 @@ TEST_F(session_directories, the_wrong_session_is_found)
     EXPECT_EQ(found(base / "c"), "c at 79");
 }
 
-TEST_F(session_directories, a_session_that_starts_or_ends_is_taken_for_another)
+TEST_F(session_directories, tell_a_session_that_starts_or_ends_from_its_neighbours)
 {
     host::unique_fd starting = live("a", "8"); // not written to its end
     std::thread publisher([&] {

@@ -6,7 +6,6 @@
 
 #include <future>
 #include <mutex>
-#include <random>
 #include <string>
 #include <thread>
 
@@ -16,6 +15,7 @@
 #include "platform/user/driver/netlink.h"
 #include "policy/whitelist.h"
 #include "tests/channel/messages.h"
+#include "tests/free_netlink_port.h"
 #include "tests/support/machine.h"
 
 namespace {
@@ -58,10 +58,10 @@ class host_netlink : public testing::Test {
 protected:
     void SetUp() override
     {
-        if (::access("/proc/net/netlink", F_OK) != 0 || !client().bound())
+        const auto found = free_netlink_port();
+        if (!found)
             GTEST_SKIP() << "no NETLINK_USERSOCK here";
-        std::random_device random;
-        port = 0x40000000 | (random() & 0x0fffffff);
+        port = *found;
         platform::set_netlink_port(port);
     }
     void TearDown() override

@@ -15,7 +15,7 @@ using namespace cli_test;
 namespace {
 
 /// A policy and a file tree; every program of the tree is a file that holds its own path.
-struct replay_case : ::testing::Test {
+struct replay : ::testing::Test {
     void SetUp() override
     {
         std::string white;
@@ -31,10 +31,15 @@ struct replay_case : ::testing::Test {
             files.write("text/" + std::string(name), text);
     }
 
-    outcome replay(const std::string& events, std::vector<std::string> options = {})
+    void build()
+    {
+        expect_in(sorvanic({"policy", "build", files / "text", files / "built"}).out, {"statlabel"});
+    }
+
+    outcome ask(const std::string& events, std::vector<std::string> options = {})
     {
         if (!std::filesystem::exists(files / "built"))
-            expect_in(sorvanic({"policy", "build", files / "text", files / "built"}).out, {"statlabel"});
+            build();
         options.insert(options.begin(), {"replay", "--policy", files / "built", "--root", files / "tree",
                                          files.write("events", events)});
         return sorvanic(options);
@@ -55,14 +60,14 @@ std::string block(const std::string& name)
     return text.substr(at + start.size(), text.find("```\n", at + start.size()) - at - start.size());
 }
 
-TEST_F(replay_case, TheDocumentedExampleIsAnsweredAsDocumented)
+TEST_F(replay, answers_the_documented_example_as_documented)
 {
-    const outcome got = replay(block("events"), {"--agent"});
+    const outcome got = ask(block("events"), {"--agent"});
     EXPECT_EQ(got.status, 0) << got.err;
     EXPECT_EQ(got.out, block("answers"));
 }
 
-TEST_F(replay_case, EveryKindOfEventReachesTheEngineAndIsAnsweredWhole)
+TEST_F(replay, answers_every_kind_of_event_whole)
 {
     files.write("text/modllabel", "2020");
     files.write("text/auditlabel", "2:2\n3:2\n5:2\n");
@@ -111,12 +116,12 @@ TEST_F(replay_case, EveryKindOfEventReachesTheEngineAndIsAnsweredWhole)
         answers += R"({"n":)" + std::to_string(++n) + R"(,"result":)" + each.result + R"(,"log":[)" +
                    each.log + R"(],"audit":[)" + each.audit + "]}\n";
     }
-    const outcome got = replay(events, {"--now", "5"});
+    const outcome got = ask(events, {"--now", "5"});
     EXPECT_EQ(got.status, 0) << got.err;
     EXPECT_EQ(got.out, answers);
 }
 
-TEST_F(replay_case, ArgumentsMarksAndNamesLastBetweenEvents)
+TEST_F(replay, keeps_arguments_marks_and_names_between_events)
 {
     files.write("text/modllabel", "2020");
     files.write("tree/etc/shadow", "");
@@ -149,7 +154,7 @@ TEST_F(replay_case, ArgumentsMarksAndNamesLastBetweenEvents)
     std::string events;
     for (const auto& [event, result] : cases)
         events += std::string(event) + "\n";
-    const outcome got = replay(events);
+    const outcome got = ask(events);
     EXPECT_EQ(got.status, 0) << got.err;
     std::istringstream lines(got.out);
     for (const auto& [event, result] : cases) {
@@ -159,7 +164,62 @@ TEST_F(replay_case, ArgumentsMarksAndNamesLastBetweenEvents)
     }
 }
 
-TEST_F(replay_case, ALineThatIsNotUnderstoodStopsTheReplay)
+TEST_F(replay, judges_what_links_lead_to)
+{
+    files.write("text/modllabel", "2020");
+    files.write("text/dirctl", "/srv\n");
+    build();
+    const std::pair<const char*, const char*> links[] = {{"/etc/sorvanic", "tree/srv/policy"},
+                                                         {"../etc", "tree/srv/configuration"},
+                                                         {"statlabel", "built/inside"},
+                                                         {"../../srv", "built/outside"},
+                                                         {"/opt/none", "tree/opt/dangling"}};
+    for (const auto& [target, link] : links)
+        std::filesystem::create_symlink(target, files / link);
+    const auto file = [](const std::string& operation, const std::string& path) {
+        return R"({"event":"file","pid":100,"op":")" + operation + R"(","path":")" + path +
+               R"(","mask":2,"mode":33261})";
+    };
+    const std::pair<std::string, int> cases[] = {
+        {file("unlink", "/etc/sorvanic/whitelist"), -1},
+        {file("unlink", "/srv/policy/whitelist"), -1},
+        {file("unlink", "/srv/configuration/sorvanic/whitelist"), -1},
+        {file("inode_permission", "/srv/policy/inside"), -1},
+        {file("inode_permission", "/etc/sorvanic/outside/open"), -1}, // by the rule for /srv
+        {file("file_permission", "/etc/sorvanic/outside/open"), -1},
+        {file("unlink", "/etc/passwd"), 0},
+    };
+    std::string events = R"({"event":"task","pid":100,"parent":1,"comm":"editor","exe":"/bin/bash"})"
+                         "\n";
+    for (const auto& [event, result] : cases)
+        events += event + "\n";
+    const outcome got = ask(events);
+    EXPECT_EQ(got.status, 0) << got.err;
+    std::istringstream lines(got.out);
+    std::string line;
+    std::getline(lines, line);
+    for (const auto& [event, result] : cases) {
+        std::getline(lines, line);
+        expect_in(line, {"\"result\":" + std::to_string(result) + ","});
+        EXPECT_FALSE(HasFailure()) << event;
+    }
+}
+
+TEST_F(replay, gives_a_program_that_is_not_there_one_key_by_every_name)
+{
+    std::filesystem::create_symlink("/opt/none", files / "tree/opt/dangling");
+    const std::string start = R"({"event":"task","pid":100,"parent":1,"comm":"bash","exe":"/bin/bash"})"
+                              "\n";
+    const auto answer = [&](const std::string& path) {
+        const std::string got =
+            ask(start + R"({"event":"exec","pid":100,"path":")" + path + R"(","filename":"x"})", {"--agent"})
+                .out;
+        return got.substr(got.find('\n'));
+    };
+    EXPECT_EQ(answer("/opt/dangling"), answer("/opt/none"));
+}
+
+TEST_F(replay, stops_at_a_line_that_is_not_understood)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"{", "no JSON"},
@@ -177,14 +237,19 @@ TEST_F(replay_case, ALineThatIsNotUnderstoodStopsTheReplay)
         {R"({"event":"kill","pid":1,"target":7,"signal":9})", "there is no task 7"},
         {R"({"event":"exec","pid":1,"path":"x","filename":"x"})", "write a path from"},
         {R"({"event":"exec","pid":1,"path":"/a/../x","filename":"x"})", "write a path from"},
+        {R"({"event":"exec","pid":1,"path":"//a","filename":"a"})", "write a path from"},
+        {R"({"event":"exec","pid":1,"path":"/a/","filename":"a"})", "write a path from"},
+        {R"({"event":"file","pid":1,"op":"file_permission","path":"/x","mask":2147483648})", "to 2147483647"},
+        {R"({"event":"file","pid":1,"op":"unlink","path":"/circle/x"})", "lead nowhere"},
         {R"({"event":"exec","pid":1,"path":"/x","filename":null})", "\"filename\" is null; write a text"},
         {R"({"event":"file","pid":1,"op":"read","path":"/x"})", "there is no file operation \"read\""},
         {R"({"event":"file","pid":1,"op":"rename","path":"/x"})", "\"to\" is missing"},
         {R"({"event":"file","pid":1,"op":"setattr","path":"/x"})", "\"mode\" is missing"},
         {R"({"event":"task","pid":2,"parent":1,"comm":"a","exe":null,"args":["a",1]})", "\"args\" is 1"},
     };
+    std::filesystem::create_symlink("circle", files / "tree/circle");
     for (const auto& [line, told] : cases) {
-        const outcome got = replay("\n{\"event\":\"helo\",\"pid\":9}\n" + std::string(line) + "\n");
+        const outcome got = ask("\n{\"event\":\"helo\",\"pid\":9}\n" + std::string(line) + "\n");
         EXPECT_EQ(got.status, 1) << line;
         expect_in(got.err, {files / "events" + ":3: ", told});
         EXPECT_EQ(std::count(got.out.begin(), got.out.end(), '\n'), 1) << got.out;

@@ -103,7 +103,7 @@ TEST(install_log, a_line_that_is_lost_is_not_remembered)
     }
 }
 
-TEST(install_log, lines_are_appended_and_a_new_log_has_mode_600_in_decimal)
+TEST(install_log, appends_lines_and_gives_a_new_log_mode_600_in_decimal)
 {
     install_machine m;
     m.write("/var/host/old", "old line\n");
@@ -116,7 +116,7 @@ TEST(install_log, lines_are_appended_and_a_new_log_has_mode_600_in_decimal)
     EXPECT_EQ(m.read("/var/host/old"), "old line\n/m/a\n");
     struct stat made = {};
     ASSERT_EQ(::stat(m.real("/var/host/swinstall_exec.log").c_str(), &made), 0);
-    EXPECT_EQ(made.st_mode, S_IFREG | 01130u);
+    EXPECT_EQ(made.st_mode, S_IFREG | support::mode_on_host(01130));
 }
 
 TEST(install_log, a_program_is_known_by_its_key_text_and_by_zeros_when_it_cannot_be_read)

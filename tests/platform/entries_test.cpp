@@ -16,7 +16,7 @@ protected:
     platform::dentry_handle program_ = platform::make_entry(bin_.get(), "program", &regular);
 };
 
-TEST_F(entries, PathsGoThroughTheMount)
+TEST_F(entries, have_paths_through_their_mount)
 {
     const platform::mount_handle whole = platform::add_mount(root_entry_.get(), "/");
     const platform::mount_handle moved = platform::add_mount(root_entry_.get(), "/mnt");
@@ -37,7 +37,7 @@ TEST_F(entries, PathsGoThroughTheMount)
         EXPECT_EQ(path_text({c.mount.get(), c.entry.get()}), c.path);
 }
 
-TEST_F(entries, MountsAreVisitedInTheOrderTheyWereMadeUntilOneIsFound)
+TEST_F(entries, have_their_mounts_visited_in_the_order_they_were_made)
 {
     const platform::dentry_handle other = platform::make_root(directory);
     std::vector<platform::mount_handle> made;
@@ -68,7 +68,7 @@ TEST_F(entries, MountsAreVisitedInTheOrderTheyWereMadeUntilOneIsFound)
     kernel::mntput(kept);
 }
 
-TEST_F(entries, AnInodeIsFoundThroughALivingEntryOnly)
+TEST_F(entries, lead_from_an_inode_only_while_they_live)
 {
     kernel::inode* inode = kernel::dentry_inode(program_.get());
     kernel::dentry* alias = kernel::d_find_alias(inode);

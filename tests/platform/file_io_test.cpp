@@ -14,7 +14,7 @@ protected:
     file_io() { platform::mount_directory("/d", root_.path()); }
 };
 
-TEST_F(file_io, KernelBuffersNeedTheKernelLimit)
+TEST_F(file_io, reaches_kernel_buffers_with_the_kernel_limit_only)
 {
     root_.write("file", "text");
     const kernel::open_file file("/d/file", kernel::open_read_write, 0);
@@ -34,7 +34,7 @@ TEST_F(file_io, KernelBuffersNeedTheKernelLimit)
 }
 
 // Reads and writes of all sizes at all places, against a plain string.
-TEST_F(file_io, ReadAheadIsNotNoticed)
+TEST_F(file_io, reads_the_same_with_and_without_reading_ahead)
 {
     std::mt19937 random(7);
     std::string expected(300000, '\0');
@@ -65,7 +65,7 @@ TEST_F(file_io, ReadAheadIsNotNoticed)
     EXPECT_EQ(kernel::inode_size(kernel::file_inode(file.get())), static_cast<kernel::s64>(expected.size()));
 }
 
-TEST_F(file_io, AppendingIgnoresThePosition)
+TEST_F(file_io, appends_whatever_the_position_is)
 {
     root_.write("log", "first,");
     platform::mount_memory("/m");
@@ -84,7 +84,7 @@ TEST_F(file_io, AppendingIgnoresThePosition)
     }
 }
 
-TEST_F(file_io, DirectoriesOpenButCannotBeRead)
+TEST_F(file_io, opens_directories_and_does_not_read_them)
 {
     platform::mount_memory("/m");
     for (const char* path : {"/d", "/m"}) {
@@ -96,7 +96,7 @@ TEST_F(file_io, DirectoriesOpenButCannotBeRead)
     }
 }
 
-TEST_F(file_io, AFifoWithoutAWriterDoesNotHang)
+TEST_F(file_io, does_not_wait_for_the_writer_of_a_fifo)
 {
     ASSERT_EQ(::mkfifo((root_ / "fifo").c_str(), 0600), 0);
     const kernel::open_file fifo("/d/fifo", kernel::open_read_only, 0);

@@ -1,4 +1,4 @@
-#include "platform/user/machine/kernel_text.h"
+#include "platform/user/driver/kernel_text.h"
 
 #include <sys/wait.h>
 
@@ -104,7 +104,7 @@ bool faulted(int status)
 
 using kernel_text = platform_fixture;
 
-TEST_F(kernel_text, ARedirectedCallGetsAllItsArgumentsAndIsRestored)
+TEST_F(kernel_text, gives_a_redirected_call_all_its_arguments_and_is_restored)
 {
     const std::uintptr_t site = call_site(&do_fork, &copy_process);
     ASSERT_NE(site, 0U);
@@ -138,7 +138,7 @@ TEST_F(kernel_text, ARedirectedCallGetsAllItsArgumentsAndIsRestored)
     EXPECT_EQ(platform::find_task(5), nullptr);
 }
 
-TEST_F(kernel_text, WritesOutsideTheWindowFault)
+TEST_F(kernel_text, faults_on_writes_outside_the_window)
 {
     const std::uintptr_t site = call_site(&do_fork, &copy_process);
     const auto patch = [&] { kernel::write_text(reinterpret_cast<void*>(site + 1), word_at(site + 1)); };
@@ -154,7 +154,7 @@ TEST_F(kernel_text, WritesOutsideTheWindowFault)
     }
 }
 
-TEST_F(kernel_text, TheWindowBelongsToOneThreadWithPreemptionOff)
+TEST_F(kernel_text, opens_the_window_for_one_thread_with_preemption_off)
 {
     const unsigned long cr0 = kernel::read_cr0();
     EXPECT_NE(cr0 & kernel::cr0_write_protect, 0U);

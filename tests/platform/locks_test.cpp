@@ -32,7 +32,7 @@ void run_on_threads(int threads, Work work)
 }
 
 // Plain variables: the thread sanitizer sees whether the locks order what they should.
-TEST_F(locks, ExclusiveLocksExcludeEveryoneAndReadersOnlyWriters)
+TEST_F(locks, exclude_everyone_from_writers_and_writers_from_readers)
 {
     kernel::rwlock_t lock = {};
     kernel::spinlock_t spinlock = {};
@@ -70,7 +70,7 @@ TEST_F(locks, ExclusiveLocksExcludeEveryoneAndReadersOnlyWriters)
     std::thread([&] { const kernel::read_guard second(lock); }).join(); // beside the first
 }
 
-TEST_F(locks, AnUnbrokenRowOfReadersDoesNotStarveAWriter)
+TEST_F(locks, let_a_writer_in_between_readers_without_end)
 {
     kernel::rwlock_t lock = {};
     std::atomic<bool> stop = false;
@@ -105,7 +105,7 @@ TEST_F(locks, AnUnbrokenRowOfReadersDoesNotStarveAWriter)
         thread->join();
 }
 
-TEST_F(locks, AWaitingTableChangeDoesNotShutOutReadersForGood)
+TEST_F(locks, let_readers_in_while_a_table_change_waits)
 {
     std::atomic<bool> first_inside = false;
     std::atomic<bool> second_done = false;
@@ -132,7 +132,7 @@ TEST_F(locks, AWaitingTableChangeDoesNotShutOutReadersForGood)
     EXPECT_NE(platform::find_task(50), nullptr);
 }
 
-TEST_F(locks, TheProcessTreeStandsStillForReaders)
+TEST_F(locks, keep_the_process_tree_still_for_its_readers)
 {
     platform::add_task(10, 1, "root", nullptr);
     std::atomic<bool> stop = false;

@@ -13,7 +13,7 @@ namespace {
 using memory = platform_fixture;
 
 // What may sleep in a kernel ends the process wherever sleeping is forbidden.
-TEST_F(memory, SleepingInAtomicContextIsFatal)
+TEST_F(memory, ends_a_process_that_sleeps_where_it_must_not)
 {
     kernel::rwlock_t rwlock = {};
     kernel::spinlock_t spinlock = {};

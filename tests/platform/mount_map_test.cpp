@@ -7,7 +7,7 @@ namespace {
 
 using mount_map = platform_fixture;
 
-TEST_F(mount_map, TheLongestLeadingPartServes)
+TEST_F(mount_map, serves_a_path_by_its_longest_leading_part)
 {
     root_.write("etc/a", "real a");
     root_.write("etc/kernel/x", "hidden by the memory directory");
@@ -30,7 +30,7 @@ TEST_F(mount_map, TheLongestLeadingPartServes)
     EXPECT_EQ(read_path(("/" + std::string(5000, 'x')).c_str()), "error -36");
 }
 
-TEST_F(mount_map, NoPathClimbsOutOfADirectory)
+TEST_F(mount_map, lets_no_path_climb_out_of_a_directory)
 {
     root_.write("secret", "secret");
     root_.write("in/..hidden", "a name that begins with two dots");
@@ -41,7 +41,7 @@ TEST_F(mount_map, NoPathClimbsOutOfADirectory)
     EXPECT_EQ(read_path("/in/..hidden"), "a name that begins with two dots");
 }
 
-TEST_F(mount_map, MemoryFilesLiveAsLongAsTheMap)
+TEST_F(mount_map, keeps_memory_files_as_long_as_it_lives)
 {
     platform::mount_memory("/decoded");
     // Permission bits do not keep the engine out: it creates its files with mode 0.
@@ -72,7 +72,7 @@ TEST_F(mount_map, MemoryFilesLiveAsLongAsTheMap)
 }
 
 // The engine knows its directories by the inode numbers of the entries above their files.
-TEST_F(mount_map, EntriesAboveAFileAreTheRealDirectories)
+TEST_F(mount_map, gives_a_file_the_real_directories_above_it)
 {
     root_.write("etc/whitelist", "");
     platform::mount_directory("/etc/sorvanic", root_ / "etc");
@@ -103,7 +103,7 @@ TEST_F(mount_map, EntriesAboveAFileAreTheRealDirectories)
         kernel::filp_close(opened, nullptr);
 }
 
-TEST_F(mount_map, NumbersOfTwoFileSystemsDoNotCoincide)
+TEST_F(mount_map, tells_equal_numbers_of_two_file_systems_apart)
 {
     // Roots of proc instances and other virtual file systems all have number 1.
     platform::mount_directory("/", "/");

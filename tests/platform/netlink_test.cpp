@@ -27,7 +27,7 @@ void send_under_spin_lock(kernel::sock* socket) K_NO_THREAD_SAFETY_ANALYSIS
     kernel::netlink_unicast(socket, message, 1, 0);
 }
 
-TEST_F(netlink, BrokenContractsEndTheProcess)
+TEST_F(netlink, ends_the_process_on_a_broken_contract)
 {
     kernel::sk_buff* message = kernel::__alloc_skb(16, kernel::GFP_KERNEL);
     kernel::skb_put(message, 16);
@@ -42,7 +42,7 @@ TEST_F(netlink, BrokenContractsEndTheProcess)
                  "not registered");
 }
 
-TEST_F(netlink, ASenderThatWaitsForRoomGoesOnWhenThereIsSomeOrNobodyIsLeft)
+TEST_F(netlink, lets_a_waiting_sender_go_on_when_there_is_room_or_nobody_left)
 {
     kernel::sock* socket = open_socket();
     const auto send = [&] {

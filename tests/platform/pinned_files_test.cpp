@@ -14,7 +14,7 @@ protected:
     platform::task_handle task_ = platform::add_task(100, 1, "sh", nullptr);
 };
 
-TEST_F(pinned_files, TheNameMayBeReplacedOrRemovedMeanwhile)
+TEST_F(pinned_files, stay_what_was_pinned_when_their_name_is_replaced_or_removed)
 {
     root_.write("program", "decided");
     root_.write("other", "never seen");
@@ -31,7 +31,7 @@ TEST_F(pinned_files, TheNameMayBeReplacedOrRemovedMeanwhile)
     EXPECT_EQ(read_from_start(file.get()), "decided"); // already open, it is the very object too
 }
 
-TEST_F(pinned_files, PathsStandForObjectsInTheirEventOnly)
+TEST_F(pinned_files, are_opened_by_their_path_in_their_event_only)
 {
     root_.write("program", "pinned");
     platform::serve_text("/bin/program", "by name");
@@ -55,7 +55,7 @@ TEST_F(pinned_files, PathsStandForObjectsInTheirEventOnly)
     EXPECT_EQ(read_path("/bin/program"), "by name");
 }
 
-TEST_F(pinned_files, FactsComeFromTheObjectAndParentsFromTheirNames)
+TEST_F(pinned_files, have_the_objects_facts_and_the_parents_of_their_name)
 {
     const std::filesystem::path real = root_.write("dir/program", "12345");
     ::chmod(real.c_str(), 0751);
@@ -75,7 +75,13 @@ TEST_F(pinned_files, FactsComeFromTheObjectAndParentsFromTheirNames)
     }
 }
 
-TEST_F(pinned_files, RunningProgramsAreSharedOverFork)
+TEST_F(pinned_files, the_root_is_its_own_parent_wherever_it_lies)
+{
+    const platform::dentry_handle root = platform::make_pinned_entry(pin("."), "/");
+    EXPECT_EQ(kernel::dentry_parent(root.get()), root.get());
+}
+
+TEST_F(pinned_files, keep_a_running_program_over_fork)
 {
     root_.write("program", "the program");
     {
@@ -98,7 +104,7 @@ TEST_F(pinned_files, RunningProgramsAreSharedOverFork)
     EXPECT_EQ(kernel::get_task_mm(task_.get()), nullptr); // a kernel thread
 }
 
-TEST_F(pinned_files, WhatIsAttachedToAFileIsLostOrPassesToAnother)
+TEST_F(pinned_files, keep_what_is_attached_and_pass_it_to_no_other_file)
 {
     root_.write("program", "text");
     std::filesystem::create_hard_link(root_ / "program", root_ / "other-name");
@@ -130,7 +136,7 @@ TEST_F(pinned_files, WhatIsAttachedToAFileIsLostOrPassesToAnother)
     kernel::kfree(last);
 }
 
-TEST_F(pinned_files, AnotherThreadsNameOfTheFileIsTheOneDecided)
+TEST_F(pinned_files, are_decided_by_the_name_that_this_thread_uses)
 {
     root_.write("file", "text");
     const platform::dentry_handle refused = platform::make_pinned_entry(pin("file"), "/refused");

@@ -51,7 +51,7 @@ int black_height(const kernel::rb_node* node, const kernel::rb_node* parent)
     return left + (red(node) ? 0 : 1);
 }
 
-TEST(RedBlackTree, StaysBalancedAndOrderedUnderRandomChanges)
+TEST(red_black_tree, stays_balanced_and_ordered_under_random_changes)
 {
     std::mt19937 random(20240229);
     // Few numbers keep the tree small and its shapes changing; many make it deep.

@@ -35,7 +35,7 @@ protected:
     platform::file_handle file_;
 };
 
-TEST_F(tasks, ClonesBelongWhereTheirFlagsPutThem)
+TEST_F(tasks, belong_where_the_flags_of_clone_put_them)
 {
     ASSERT_EQ(fork(10, 0, 20), 20);
     constexpr unsigned long thread = CLONE_VM | CLONE_THREAD | CLONE_SIGHAND;
@@ -60,7 +60,7 @@ TEST_F(tasks, ClonesBelongWhereTheirFlagsPutThem)
     EXPECT_EQ(platform::task_count(), 8U);
 }
 
-TEST_F(tasks, OrphansGoToALivingThreadElseToTheFirstTask)
+TEST_F(tasks, leave_orphans_to_a_living_thread_else_to_the_first_task)
 {
     ASSERT_EQ(fork(10, 0, 20), 20);
     ASSERT_EQ(fork(20, CLONE_VM | CLONE_THREAD, 21), 21);
@@ -75,7 +75,7 @@ TEST_F(tasks, OrphansGoToALivingThreadElseToTheFirstTask)
     EXPECT_EQ(parent_of(1), 1);
 }
 
-TEST_F(tasks, AProcessOutlivesItsFirstTaskAndNoLineageBecomesACircle)
+TEST_F(tasks, keep_a_process_beyond_its_first_task_and_no_lineage_in_a_circle)
 {
     // A second thread whose parent is a child of the first: CLONE_PARENT of a grandchild.
     ASSERT_EQ(fork(10, CLONE_VM | CLONE_THREAD, 11), 11);
@@ -100,7 +100,7 @@ TEST_F(tasks, AProcessOutlivesItsFirstTaskAndNoLineageBecomesACircle)
     EXPECT_EQ(parent_of(21), 20);
 }
 
-TEST_F(tasks, AnExecFromAThreadTakesOverItsGroup)
+TEST_F(tasks, take_over_their_group_when_a_thread_calls_exec)
 {
     ASSERT_EQ(fork(10, CLONE_VM | CLONE_THREAD, 11), 11);
     ASSERT_EQ(fork(10, 0, 12), 12);
@@ -115,7 +115,7 @@ TEST_F(tasks, AnExecFromAThreadTakesOverItsGroup)
     EXPECT_EQ(parent_of(10), 1);
 }
 
-TEST_F(tasks, TheTreeIsReadInsideRcuOnlyAndChangedOutside)
+TEST_F(tasks, are_read_inside_rcu_only_and_changed_outside)
 {
     const platform::task_handle task = platform::find_task(10);
     EXPECT_DEATH(kernel::task_parent(task.get()), "outside rcu_read_lock");
@@ -123,7 +123,7 @@ TEST_F(tasks, TheTreeIsReadInsideRcuOnlyAndChangedOutside)
     EXPECT_DEATH(kernel::rcu_read_unlock(), "without rcu_read_lock");
 }
 
-TEST_F(tasks, ArgumentsGoWithTheAddressSpaceAndAreReadUnderItsSemaphore)
+TEST_F(tasks, keep_arguments_with_their_address_space)
 {
     const auto set = [](int pid, std::string area) {
         platform::set_arguments(platform::find_task(pid).get(), std::move(area));

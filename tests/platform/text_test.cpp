@@ -7,7 +7,7 @@
 namespace {
 
 // The whole table, built from the standard rather than from the function's own ranges.
-TEST(Text, CaseFoldsAsciiAndLatin1LettersOnly)
+TEST(kernel_strings, fold_the_case_of_ascii_and_latin_1_letters_only)
 {
     const auto lower = [](int byte) {
         if (byte >= 'A' && byte <= 'Z')
@@ -24,7 +24,7 @@ TEST(Text, CaseFoldsAsciiAndLatin1LettersOnly)
     }
 }
 
-TEST(Text, NumbersEndWhereTheKernelEndsThem)
+TEST(kernel_strings, end_numbers_where_a_kernel_does)
 {
     struct {
         const char* text;

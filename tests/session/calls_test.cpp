@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 
+#include <climits>
 #include <map>
 #include <mutex>
 #include <set>
@@ -10,8 +11,7 @@
 
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/text.h"
-#include "platform/user/files/entries.h"
-#include "platform/user/machine/kernel_text.h"
+#include "platform/user/driver/kernel_text.h"
 #include "session/engine.h"
 #include "session/state/trouble.h"
 #include "session/supervise.h"
@@ -43,12 +43,36 @@ recorder& record()
     return one;
 }
 
+/// As the engine finds it: through a mount of the entry's file system.
+std::string path_of_entry(const kernel::dentry* entry)
+{
+    struct search {
+        const kernel::dentry* root;
+        kernel::vfsmount* found = nullptr;
+    } mounted = {kernel::dentry_file_system_root(entry)};
+    kernel::iterate_mounts(
+        [](kernel::vfsmount* mount, void* argument) {
+            auto& wanted = *static_cast<search*>(argument);
+            if (kernel::mount_root(mount) != wanted.root)
+                return false;
+            wanted.found = kernel::mntget(mount);
+            return true;
+        },
+        &mounted);
+    const kernel::path place = {mounted.found, const_cast<kernel::dentry*>(entry)};
+    char buffer[PATH_MAX];
+    const std::string text = kernel::d_path(&place, buffer, sizeof buffer);
+    kernel::mntput(mounted.found);
+    return text;
+}
+
 std::string name_of(const kernel::dentry* entry)
 {
     const std::string before = record().place + "/" + record().running;
-    if (!entry->name.starts_with(before))
-        return entry->name;
-    return entry->name.size() == before.size() ? "." : entry->name.substr(before.size() + 1);
+    const std::string path = path_of_entry(entry);
+    if (!path.starts_with(before))
+        return path;
+    return path.size() == before.size() ? "." : path.substr(before.size() + 1);
 }
 
 int add(unsigned hook, const std::string& text)
@@ -79,7 +103,7 @@ int permission(kernel::inode* asked, int mask)
     {
         recorder& all = record();
         const std::lock_guard guard(all.lock);
-        const std::string& path = alias.get()->name;
+        const std::string path = path_of_entry(alias.get());
         if (path.starts_with(all.place + "/") && path.ends_with("/go") && mask == 0x24) {
             all.running = path.substr(all.place.size() + 1, path.size() - all.place.size() - 4);
             return 0;
@@ -93,7 +117,7 @@ int permission(kernel::inode* asked, int mask)
 int file(kernel::file* opened, int mask)
 {
     const kernel::dentry* entry = kernel::file_path(opened).dentry;
-    return entry->name.ends_with("/go") ? 0 : about_entry(on_file_permission, "file", entry, mask);
+    return path_of_entry(entry).ends_with("/go") ? 0 : about_entry(on_file_permission, "file", entry, mask);
 }
 
 int about_two(unsigned hook, const char* what, const kernel::dentry* one, const kernel::dentry* other)

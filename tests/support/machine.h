@@ -2,6 +2,7 @@
 #define SORVANIC_TESTS_SUPPORT_MACHINE_H
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -114,6 +115,13 @@ void fail_each_call(platform::fault kind, Act act, Check check, std::size_t step
 
 /// The digest key of a file with this content.
 std::uint32_t key_of(std::string_view content);
+
+/// The mode that a file of the host gets which the engine makes with mode `asked`: outside root the
+/// stand-in adds what its second opening needs (docs/platform.md).
+inline unsigned mode_on_host(unsigned asked)
+{
+    return ::geteuid() == 0 ? asked : asked | 0600;
+}
 
 } // namespace support
 

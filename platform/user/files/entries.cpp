@@ -13,34 +13,6 @@ namespace platform {
 
 namespace {
 
-// Guards every inode's aliases, and the looking up of what a named entry does not know yet.
-std::mutex& entries_lock()
-{
-    static auto* lock = new std::mutex;
-    return *lock;
-}
-
-kernel::inode* make_inode(const inode_facts& facts)
-{
-    auto* made = new kernel::inode;
-    made->number = facts.number;
-    made->mode = facts.mode;
-    made->size = facts.size;
-    return made;
-}
-
-void drop_inode(kernel::inode* dropped)
-{
-    if (dropped->cached ? drop_cached_inode(dropped) : dropped->references.fetch_sub(1) == 1)
-        free_inode(dropped);
-}
-
-void add_alias(kernel::inode* of, kernel::dentry* entry)
-{
-    of->aliases.push_back(entry);
-    entry->inode = of;
-}
-
 void attach(kernel::dentry* entry, const inode_facts* facts)
 {
     if (facts == nullptr)
@@ -50,13 +22,8 @@ void attach(kernel::dentry* entry, const inode_facts* facts)
 
 void free_entry(kernel::dentry* freed)
 {
-    if (kernel::inode* of = freed->inode) {
-        {
-            const std::lock_guard guard(entries_lock());
-            std::erase(of->aliases, freed);
-        }
-        drop_inode(of);
-    }
+    if (freed->inode != nullptr)
+        drop_alias(freed);
     kernel::dentry* parent = freed->parent;
     delete freed;
     if (parent != nullptr && parent != freed)
@@ -110,18 +77,6 @@ name_space& host_names()
 {
     static auto* names = new name_space(find_on_host);
     return *names;
-}
-
-void free_inode(kernel::inode* freed)
-{
-    // As a kernel does when an inode goes: whoever sits in the structure frees its mark.
-    __atomic_load_n(&security().inode_free_security, __ATOMIC_ACQUIRE)(freed);
-    delete freed;
-}
-
-inode_facts facts_of(const struct stat& of)
-{
-    return {unique_inode_number(of), of.st_mode, of.st_size};
 }
 
 kernel::dentry* hold(kernel::dentry* held)
@@ -226,34 +181,6 @@ void dput(dentry* released)
     platform::drop(released);
 }
 
-dentry* d_find_alias(inode* of)
-{
-    const std::lock_guard guard(platform::entries_lock());
-    const bool directory = (of->mode & S_IFMT) == S_IFDIR;
-    const auto take = [&](dentry* alias) {
-        if (alias->unhashed && !directory)
-            return false;
-        // An entry whose last reference is just being given back is no longer there.
-        long references = alias->references;
-        while (references != 0) {
-            if (alias->references.compare_exchange_weak(references, references + 1)) {
-                platform::count(platform::counted::references, 1);
-                return true;
-            }
-        }
-        return false;
-    };
-    for (dentry* alias : of->aliases) {
-        if (alias->made_by == &platform::this_thread() && take(alias))
-            return alias;
-    }
-    for (dentry* alias : of->aliases) {
-        if (take(alias))
-            return alias;
-    }
-    return nullptr;
-}
-
 inode* dentry_inode(const dentry* of)
 {
     if (of->inode_known.load(std::memory_order_acquire))
@@ -276,6 +203,8 @@ dentry* dentry_parent(const dentry* of)
     auto* entry = const_cast<dentry*>(of);
     // Above a task's own root the host goes on, and a kernel's entries do.
     const bool at_root = of->name == "/";
+    if (at_root && of->above.empty())
+        return entry;
     const std::string path(platform::parent_path(at_root ? of->above : of->name));
     const std::string above = at_root ? std::string() : of->above;
     const std::lock_guard guard(platform::entries_lock());
@@ -301,37 +230,6 @@ bool dentry_unhashed(const dentry* of)
 dentry* dentry_file_system_root(const dentry* of)
 {
     return of->root;
-}
-
-unsigned long inode_number(const inode* of)
-{
-    return of->number;
-}
-
-u32 inode_mode(const inode* of)
-{
-    return of->mode;
-}
-
-s64 inode_size(const inode* of)
-{
-    return of->size;
-}
-
-void* inode_security(const inode* of)
-{
-    return of->security;
-}
-
-void set_inode_security(inode* of, void* mark)
-{
-    of->security = mark;
-}
-
-void* claim_inode_security(inode* of, void* mark)
-{
-    void* held = nullptr;
-    return of->security.compare_exchange_strong(held, mark) ? mark : held;
 }
 
 } // namespace kernel

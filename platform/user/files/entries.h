@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -97,7 +98,18 @@ name_space& host_names();
 /// The names that filp_open knows.
 name_space& kernel_names();
 
+/// Guards every inode's aliases, and the looking up of what a named entry does not know yet.
+std::mutex& entries_lock();
+
 inode_facts facts_of(const struct stat& of);
+
+/// An inode with one reference, which the first entry that is made its alias takes over.
+kernel::inode* make_inode(const inode_facts& facts);
+/// `entry` becomes a name of `of` and takes over a reference on it. Under entries_lock once others
+/// can find `of`.
+void add_alias(kernel::inode* of, kernel::dentry* entry);
+/// `entry` is a name of its inode no longer, and its reference is given back. Takes entries_lock.
+void drop_alias(kernel::dentry* entry);
 
 // References that are not counted as the engine's.
 kernel::dentry* hold(kernel::dentry* held);

@@ -6,9 +6,10 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/kernel/mm.h"
+#include "platform/user/driver/kernel_text.h"
 #include "platform/user/driver/machine.h"
 #include "platform/user/machine/hook_gate.h"
-#include "platform/user/machine/kernel_text.h"
 #include "platform/user/machine/thread_state.h"
 
 namespace platform {
@@ -29,10 +30,10 @@ void free_nothing(kernel::inode*)
 
 union operations_page {
     kernel::security_operations operations;
-    char page[page_size];
+    char page[kernel::page_size];
 };
 
-alignas(page_size) constinit operations_page the_operations = {{
+alignas(kernel::page_size) constinit operations_page the_operations = {{
     .bprm_check_security = allow,
     .file_permission = allow,
     .inode_permission = allow,
@@ -51,7 +52,7 @@ alignas(page_size) constinit operations_page the_operations = {{
 
 void protect(void* page, int protection)
 {
-    if (::mprotect(page, page_size, protection) != 0)
+    if (::mprotect(page, kernel::page_size, protection) != 0)
         die("mprotect of kernel memory: %s", std::strerror(errno));
 }
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "platform/user/driver/faults.h"
+#include "platform/user/driver/kernel_text.h"
 #include "platform/user/driver/machine.h"
-#include "platform/user/machine/kernel_text.h"
 
 namespace platform {
 

@@ -78,7 +78,7 @@ void set_netlink_port(kernel::u32 port)
     choose(true, port);
 }
 
-bool hand_to_module(std::string_view datagram, pid_t pid)
+bool hand_to_engine(std::string_view datagram, pid_t pid)
 {
     open_socket& one = the_socket();
     kernel::sock* socket = nullptr;
@@ -107,7 +107,7 @@ bool hand_to_module(std::string_view datagram, pid_t pid)
 
 int netlink_send(std::string_view datagram, pid_t pid)
 {
-    return hand_to_module(datagram, pid) ? 0 : -ECONNREFUSED;
+    return hand_to_engine(datagram, pid) ? 0 : -ECONNREFUSED;
 }
 
 } // namespace platform

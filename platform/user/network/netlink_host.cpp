@@ -1,4 +1,3 @@
-#include <linux/netlink.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -6,9 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <deque>
 #include <mutex>
 #include <tuple>
@@ -16,6 +13,7 @@
 
 #include "host/unique_fd.h"
 #include "platform/user/driver/netlink.h"
+#include "platform/user/network/host_socket.h"
 #include "platform/user/network/netlink_socket.h"
 
 // The host's netlink. Datagrams are taken out of the socket into a queue of our own, because a
@@ -60,58 +58,11 @@ host_channel& the_channel()
     return *channel;
 }
 
-sockaddr_nl address_of(kernel::u32 port)
-{
-    sockaddr_nl address = {};
-    address.nl_family = AF_NETLINK;
-    address.nl_pid = port;
-    return address;
-}
-
 bool watch(const unique_fd& by, const unique_fd& watched)
 {
     epoll_event readable = {};
     readable.events = EPOLLIN;
     return ::epoll_ctl(by.get(), EPOLL_CTL_ADD, watched.get(), &readable) == 0;
-}
-
-/// One datagram with what the host says of its sender.
-struct arrival {
-    std::string bytes;
-    ucred sender;
-};
-
-/// The size of the next datagram, or a negative error number.
-ssize_t size_of_next(int socket)
-{
-    char unused = 0;
-    const ssize_t size = ::recv(socket, &unused, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
-    return size >= 0 ? size : -errno;
-}
-
-/// Receives the next datagram. Returns 0 or a negative error number.
-int receive_next(int socket, arrival& next)
-{
-    const ssize_t size = size_of_next(socket);
-    if (size < 0)
-        return static_cast<int>(size);
-    next.bytes.resize(static_cast<std::size_t>(size));
-    next.sender = {.pid = 0, .uid = static_cast<uid_t>(-1), .gid = static_cast<gid_t>(-1)};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))] = {};
-    iovec content = {.iov_base = next.bytes.data(), .iov_len = next.bytes.size()};
-    msghdr message = {};
-    message.msg_iov = &content;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    const ssize_t received = ::recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-    if (received < 0)
-        return -errno;
-    next.bytes.resize(static_cast<std::size_t>(received));
-    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part))
-        if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SCM_CREDENTIALS)
-            std::memcpy(&next.sender, CMSG_DATA(part), sizeof next.sender);
-    return 0;
 }
 
 /// A sender outside our process-id namespace has no id here and cannot be told from others.
@@ -178,7 +129,7 @@ void handle_front(host_channel& channel, std::unique_lock<std::mutex>& guard)
     channel.in_hand = next.sender;
     guard.unlock();
     bool handled = false;
-    const auto handle = [&] { handled = hand_to_module(next.bytes, next.sender); };
+    const auto handle = [&] { handled = hand_to_engine(next.bytes, next.sender); };
     if (channel.escort)
         channel.escort(next.bytes, handle);
     else
@@ -291,11 +242,8 @@ bool netlink_is_settled(pid_t pid)
 
 bool open_host_netlink(kernel::u32 port)
 {
-    unique_fd socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK));
-    const sockaddr_nl address = address_of(port);
-    const int on = 1;
-    if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0 ||
-        ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    unique_fd socket = open_host_socket(port);
+    if (!socket)
         return false;
     unique_fd left_over(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
     unique_fd readable(::epoll_create1(EPOLL_CLOEXEC));
@@ -343,19 +291,7 @@ int deliver_on_host(std::string_view datagram, kernel::u32 port, bool nonblock)
         socket = channel.socket.get();
         timeout = channel.send_timeout;
     }
-    const sockaddr_nl address = address_of(port);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
-    for (;;) {
-        const ssize_t sent = ::sendto(socket, datagram.data(), datagram.size(), nonblock ? MSG_DONTWAIT : 0,
-                                      reinterpret_cast<const sockaddr*>(&address), sizeof address);
-        if (sent >= 0)
-            return static_cast<int>(sent);
-        if (errno != EINTR)
-            return -errno;
-        // A signal of the driver's own begins the wait anew, but not for ever.
-        if (timeout >= 0 && std::chrono::steady_clock::now() >= end)
-            return -EAGAIN;
-    }
+    return send_to(socket, datagram, port, nonblock, timeout);
 }
 
 } // namespace platform

@@ -32,7 +32,7 @@ struct sock {
 namespace platform {
 
 /// Calls the open socket's input with the datagram as process `pid`. False when none is open.
-bool hand_to_module(std::string_view datagram, pid_t pid);
+bool hand_to_engine(std::string_view datagram, pid_t pid);
 
 // The two kinds. deliver returns the number of bytes or a negative error number.
 int deliver_on_bus(std::string_view datagram, kernel::u32 port, long timeout);

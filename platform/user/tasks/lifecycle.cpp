@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "platform/kernel/errno.h"
+#include "platform/user/driver/kernel_text.h"
 #include "platform/user/driver/tasks.h"
-#include "platform/user/machine/kernel_text.h"
 #include "platform/user/machine/thread_state.h"
 #include "platform/user/tasks/task_table.h"
 

@@ -1,44 +1,50 @@
 #ifndef SORVANIC_PLATFORM_USER_TASKS_TASK_TABLE_H
 #define SORVANIC_PLATFORM_USER_TASKS_TASK_TABLE_H
 
-#include <atomic>
 #include <memory>
 #include <string>
-#include <string_view>
+#include <unordered_map>
 
-#include "platform/kernel/task.h"
-#include "platform/user/driver/objects.h"
+#include "platform/user/tasks/task_objects.h"
 
-// What is behind kernel::task_struct and kernel::mm_struct. Private to platform/user/.
-
-namespace kernel {
-
-struct mm_struct {
-    std::atomic<long> references = 1;
-    std::atomic<int> readers = 0;                 ///< of the semaphore, which nobody takes for writing
-    platform::file_handle exe;                    ///< never changes: an exec makes a new address space
-    std::shared_ptr<const std::string> arguments; ///< null: none; under the table's lock
-};
-
-struct task_struct {
-    std::atomic<long> references = 1;
-    std::atomic<s32> pid = 0;
-    int group = 0;
-    char comm[16] = {};
-    std::atomic<task_struct*> parent = nullptr; ///< owns a reference, unless it is the task itself
-    std::atomic<mm_struct*> mm = nullptr;       ///< owns a reference; changes under the table's lock only
-    bool in_table = false;
-};
-
-} // namespace kernel
+// The process table. Private to platform/user/. Its lock is what rcu_read_lock takes: whoever reads
+// it holds a table_view, whoever changes it a table_change.
 
 namespace platform {
 
-// References that are not counted as the engine's.
-kernel::task_struct* hold(kernel::task_struct* held);
-void drop(kernel::task_struct* dropped);
-kernel::mm_struct* hold(kernel::mm_struct* held);
-void drop(kernel::mm_struct* dropped);
+inline constexpr int first_pid = 1;
+
+struct task_table {
+    kernel::u32 token = 0;                               ///< its lock
+    std::unordered_map<int, kernel::task_struct*> tasks; ///< owns a reference on each
+
+    kernel::task_struct* find(int pid) const; ///< borrowed; null when there is none
+
+    /// Takes the task out and hands its children to `heir`; null: to a task of its own group, else to
+    /// the first one. Nothing for a task that is no longer in the table.
+    void remove(kernel::task_struct* removed, kernel::task_struct* heir = nullptr);
+};
+
+/// Holds the first task from the start; never destroyed, because threads may outlive main.
+task_table& the_table();
+
+/// Nobody is inside RCU and nobody else changes the table while one of these exists. Ends the process
+/// when its own thread is inside RCU.
+class table_change {
+public:
+    table_change();
+    ~table_change();
+    table_change(const table_change&) = delete;
+    table_change& operator=(const table_change&) = delete;
+};
+
+class table_view {
+public:
+    table_view() { kernel::rcu_read_lock(); }
+    ~table_view() { kernel::rcu_read_unlock(); }
+    table_view(const table_view&) = delete;
+    table_view& operator=(const table_view&) = delete;
+};
 
 /// A copy of `parent` as a new process or thread makes one by clone's `flags`, in the table.
 /// Returns it, borrowed from the table, or null when `pid` is taken.

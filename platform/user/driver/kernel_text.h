@@ -1,11 +1,11 @@
-#ifndef SORVANIC_PLATFORM_USER_MACHINE_KERNEL_TEXT_H
-#define SORVANIC_PLATFORM_USER_MACHINE_KERNEL_TEXT_H
+#ifndef SORVANIC_PLATFORM_USER_DRIVER_KERNEL_TEXT_H
+#define SORVANIC_PLATFORM_USER_DRIVER_KERNEL_TEXT_H
 
 #include "platform/kernel/security.h"
 #include "platform/kernel/types.h"
 
-// The functions and the variable that the symbol file names, by the kernel's names. Private to
-// platform/user/ and its tests: drivers use run_do_fork and run_do_exit (tasks.h).
+// The functions and the variable that the symbol file names, by the kernel's names: real machine
+// code on write-protected pages. Drivers use run_do_fork and run_do_exit (tasks.h), which call them.
 
 extern "C" {
 
@@ -20,11 +20,5 @@ void profile_task_exit(kernel::task_struct* task);
 
 extern kernel::security_operations* security_ops;
 }
-
-namespace platform {
-
-inline constexpr unsigned long page_size = 4096;
-
-} // namespace platform
 
 #endif
