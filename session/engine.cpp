@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -40,16 +39,17 @@ engine::engine(const options& wanted)
     check_user(wanted.user);
     check_policy_directory(wanted.policy);
     const std::string state = make_state_directory(wanted.state);
-    status_.emplace(state);
-    state_directory_ = std::filesystem::canonical(state).string();
+    policy_.emplace("policy directory", wanted.policy);
+    state_.emplace("state directory", state);
+    status_.emplace(*state_);
     open_log(wanted.log.empty() ? state + "/kernel.log" : wanted.log);
 
     platform::unmount_all();
     platform::mount_directory("/", "/");
-    platform::mount_directory("/etc/sorvanic", std::filesystem::absolute(wanted.policy).string());
+    platform::mount_directory("/etc/sorvanic", policy_->link());
     // Decoded policy text stays out of every disk, and readable to an unprivileged supervisor.
     platform::mount_memory("/etc/sorvanic/kernel");
-    platform::mount_directory("/var/log", state + "/log");
+    platform::mount_directory("/var/log", state_->link() + "/log");
     platform::serve_text("/proc/kallsyms", platform::symbol_text());
     port_ = prepare_channel(wanted);
     if (sorvanic_init() != 0)

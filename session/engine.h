@@ -8,6 +8,7 @@
 #include <string>
 
 #include "host/unique_fd.h"
+#include "session/state/held_directory.h"
 #include "session/state/options.h"
 #include "session/state/status_directory.h"
 
@@ -33,16 +34,17 @@ public:
 
     const status_directory& status() const { return *status_; }
 
-    /// Without links.
-    const std::string& state_directory() const { return state_directory_; }
+    const held_directory& policy() const { return *policy_; }
+    const held_directory& state() const { return *state_; }
 
 private:
     void open_log(const std::string& path);
 
+    std::optional<held_directory> policy_;
+    std::optional<held_directory> state_;
     std::optional<status_directory> status_;
     host::unique_fd log_;
     std::uint32_t port_ = 0;
-    std::string state_directory_;
 };
 
 /// Throws trouble when the name cannot be recorded whole.

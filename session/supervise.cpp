@@ -115,7 +115,7 @@ public:
           root_handle_(static_cast<int>(syscall(SYS_pidfd_open, first_.pid(), 0))),
           tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules),
           meaning_(tree_, first_.pid(), root_handle_.get(), wanted.stop_timeout),
-          parts_({pending_, told, tasks_, loaded.state_directory(), wanted.rules})
+          parts_({pending_, told, tasks_, loaded.state(), loaded.policy(), wanted.rules})
     {
         loaded.add_first_process(first_.pid());
         board_.emplace(wanted, loaded, told);

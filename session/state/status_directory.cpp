@@ -28,11 +28,12 @@ bool write_whole(int fd, const std::string& text)
 
 } // namespace
 
-status_directory::status_directory(const std::string& state)
-    : path_(state + "/" + agent::status_directory_name)
+status_directory::status_directory(const held_directory& state)
+    : path_(state.link() + "/" + agent::status_directory_name)
 {
-    const auto fail = [this](const char* remedy) {
-        throw trouble(fmt::format("status directory {}: {}; {}", path_, host::error_text(errno), remedy));
+    const auto fail = [&](const char* remedy) {
+        throw trouble(fmt::format("status directory {}/{}: {}; {}", state.path(),
+                                  agent::status_directory_name, host::error_text(errno), remedy));
     };
     if (mkdir(path_.c_str(), 0755) != 0 && errno != EEXIST)
         fail("name another place with --state");
@@ -42,8 +43,9 @@ status_directory::status_directory(const std::string& state)
         fail("name another place with --state");
     if (flock(port_file_.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EWOULDBLOCK)
-            throw trouble(fmt::format(
-                "another session has the state directory {}; end it or name another with --state", state));
+            throw trouble(
+                fmt::format("another session has the state directory {}; end it or name another with --state",
+                            state.path()));
         fail("name another place with --state");
     }
     // A former session's.

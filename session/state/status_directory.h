@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/unique_fd.h"
+#include "session/state/held_directory.h"
 
 namespace session {
 
@@ -15,7 +16,7 @@ class status_directory {
 public:
     /// Makes it and takes the lock. Throws trouble when that cannot be done, or another session has
     /// it.
-    explicit status_directory(const std::string& state);
+    explicit status_directory(const held_directory& state);
 
     void publish_port(std::uint32_t port) const;
 
