@@ -22,6 +22,7 @@
 #include "session/calls/listener.h"
 #include "session/calls/notification_pool.h"
 #include "session/launcher.h"
+#include "session/session.h"
 #include "session/session_signals.h"
 #include "session/state/channel.h"
 #include "session/state/notices.h"
@@ -216,6 +217,10 @@ int supervise(const options& wanted, engine& loaded, const supervisor_signals& s
     if (const auto error = session->start_error())
         say(fmt::format("cannot run {}: {}", host::visible(wanted.command.front()),
                         host::error_text(*error)));
+    if (loaded.lost().any() && !wanted.lossy) {
+        say("logs are incomplete, so the exit status is not the command's (--lossy leaves it)");
+        status = exit_failure;
+    }
     if (!idle) {
         say("a file server does not answer the supervisor, which ends without waiting for it");
         told.add_up();

@@ -2,6 +2,7 @@
 #define SORVANIC_SESSION_STATE_STATUS_DIRECTORY_H
 
 #include <cstdint>
+#include <map>
 #include <string>
 
 #include "host/unique_fd.h"
@@ -20,11 +21,16 @@ public:
 
     void publish_port(std::uint32_t port) const;
 
-    /// Replaces a file in one step. What cannot be written is left as it was.
-    void publish(const std::string& name, const std::string& text) const;
+    /// Replaces a file in one step. Where there is no room for another file, the present one is written
+    /// over, in room that was reserved for that: whoever reads it just then sees a part of each.
+    /// Returns 0, or the error with which the file is left as it was.
+    int publish(const std::string& name, const std::string& text);
 
 private:
+    int replace(const std::string& name, const std::string& text);
+
     std::string path_;
+    std::map<std::string, host::unique_fd> present_; ///< the files that are there
     host::unique_fd port_file_;
 };
 
