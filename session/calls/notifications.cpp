@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "session/calls/calls.h"
+#include "session/calls/decision.h"
 #include "session/exec/exec_decision.h"
 #include "session/state/wake_signal.h"
 
@@ -141,13 +142,7 @@ answer notifications::decide(const seccomp_notif& call)
     if (rule == nullptr)
         return answer::fail(ENOSYS);
     notification waiting(call, listener_.get(), parts_);
-    answer given = rule->handler(waiting);
-    // Its program was decided as one that nothing is known of.
-    if (waiting.is_unreadable())
-        return answer::let_go_on();
-    if (given.what == answer::kind::go_on && may_wait_in_kernel(*rule))
-        parts_.tasks.goes_to_kernel(static_cast<pid_t>(call.pid), call.data.nr);
-    return given;
+    return session::decide(waiting, *rule);
 }
 
 void notifications::send(const seccomp_notif& call, answer given)
