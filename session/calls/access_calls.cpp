@@ -1,18 +1,16 @@
 #include <fcntl.h>
 #include <sys/inotify.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <utility>
 
 #include "platform/kernel/security.h"
-#include "platform/user/driver/machine.h"
-#include "session/calls/handlers.h"
-#include "session/task/pinned.h"
-#include "session/task/resolve.h"
+#include "session/calls/planners.h"
+#include "session/calls/target.h"
+#include "session/task/own_descriptors.h"
 
-// Calls that ask for permission only, that make a directory the place where names begin, or watch.
+// Calls that ask for permission only, that make a directory the place where names begin, or that watch.
 
 namespace session {
 
@@ -20,102 +18,118 @@ namespace {
 
 constexpr int may_access = 0x10; // the kernel's MAY_ACCESS
 
-bool may(notification& call, const pinned_object& object, int mask)
-{
-    kernel::task_struct* const task = call.task();
-    if (task == nullptr)
-        return false;
-    const platform::event running(task);
-    return platform::call_inode_permission(object.inode(), mask) == 0;
-}
-
-answer access(notification& call, int directory, int name, int mode, int flags)
+planned plan_access(notification& call, int directory, int name, int mode, int flags)
 {
     if ((mode & ~(R_OK | W_OK | X_OK)) != 0 ||
         (flags & ~(AT_EACCESS | AT_SYMLINK_NOFOLLOW | AT_EMPTY_PATH)) != 0)
-        return answer::fail(EINVAL);
-    const passed_name passed = call.name(name);
-    if (passed.error != 0)
-        return answer::fail(passed.error);
+        return fails(EINVAL);
     const caller who = (flags & AT_EACCESS) != 0 ? call.who() : call.who().as_real_user();
-    resolved found = resolve(who, directory, passed.text, flags);
-    if (found.error != 0)
-        return answer::fail(found.error);
-    const pinned_object object = pin(std::move(found), who);
-    if (const int error = access_error(who, object.file(), mode))
-        return answer::fail(error);
-    if (is_off_limits(object, call.parts(), (mode & W_OK) == 0) || !may(call, object, mode | may_access))
-        return answer::fail(EPERM);
-    return answer::succeed();
+    found_target found = named_target(call, who, directory, name, flags);
+    if (!found)
+        return tl::unexpected(std::move(found.error()));
+    const target& object = *found;
+    return plan{
+        .targets = {object},
+        .only_to_read = (mode & W_OK) == 0,
+        .rights = [who, object, mode] { return access_error(who, object->file(), mode); },
+        .questions = {access_to(object, mode | may_access)},
+        .carry_out = [] { return answer::succeed(); },
+    };
 }
 
-/// The kernel does it, and names the errors: also where the caller's own `rights` are missing.
-answer go_on_when_permitted(notification& call, unique_fd file, bool directories_only, int rights, int mask)
+/// The kernel does it once it has been decided, as nobody can for the caller.
+planned plan_entering(notification& call, found_target found)
 {
-    if (!file)
-        return answer::let_go_on();
-    const pinned_object object = pin(std::move(file), call.who());
-    if ((directories_only && !object.is_directory()) || access_error(call.who(), object.file(), rights) != 0)
-        return answer::let_go_on();
-    if (is_off_limits(object, call.parts()) || !may(call, object, mask))
-        return answer::fail(EPERM);
-    return answer::let_go_on();
-}
-
-answer enter(notification& call, unique_fd file)
-{
-    answer given = go_on_when_permitted(call, std::move(file), true, X_OK, kernel::may_exec | may_access);
-    if (given.what == answer::kind::go_on)
+    if (!found)
+        return tl::unexpected(std::move(found.error()));
+    const target& object = *found;
+    const auto rights = [&call, object] {
+        return object->is_directory() ? access_error(call.who(), object->file(), X_OK) : ENOTDIR;
+    };
+    const auto enter = [&call] {
         call.parts().tasks.changes_directory(call.who().task());
-    return given;
+        return answer::let_go_on();
+    };
+    return plan{
+        .targets = {object},
+        .rights = rights,
+        .questions = {access_to(object, kernel::may_exec | may_access)},
+        .carry_out = enter,
+        .own_rights = true,
+    };
 }
 
-unique_fd named(notification& call, int name, int flags)
+/// The host looks at a watch's other arguments before it looks at the name.
+int watch_error(const notification& call)
 {
-    const passed_name passed = call.name(name);
-    return passed.error != 0 ? unique_fd() : resolve(call.who(), AT_FDCWD, passed.text, flags).file;
+    const auto wanted = static_cast<unsigned>(call.argument(2));
+    if ((wanted & (IN_ALL_EVENTS | IN_UNMOUNT | IN_Q_OVERFLOW | IN_IGNORED | IN_ONLYDIR | IN_DONT_FOLLOW |
+                   IN_EXCL_UNLINK | IN_MASK_ADD | IN_MASK_CREATE | IN_ISDIR | IN_ONESHOT)) == 0 ||
+        ((wanted & IN_MASK_ADD) != 0 && (wanted & IN_MASK_CREATE) != 0))
+        return EINVAL;
+    const unique_fd watches = call.who().descriptor(call.number(0));
+    if (!watches)
+        return EBADF;
+    return path_behind(watches.get()) == "anon_inode:inotify" ? 0 : EINVAL;
 }
 
 } // namespace
 
-answer handle_access(notification& call)
+planned plan_access(notification& call)
 {
-    return access(call, AT_FDCWD, 0, call.number(1), 0);
+    return plan_access(call, AT_FDCWD, 0, call.number(1), 0);
 }
 
-answer handle_faccessat(notification& call)
+planned plan_faccessat(notification& call)
 {
-    return access(call, call.number(0), 1, call.number(2), 0);
+    return plan_access(call, call.number(0), 1, call.number(2), 0);
 }
 
-answer handle_faccessat2(notification& call)
+planned plan_faccessat2(notification& call)
 {
-    return access(call, call.number(0), 1, call.number(2), call.number(3));
+    return plan_access(call, call.number(0), 1, call.number(2), call.number(3));
 }
 
-answer handle_chdir(notification& call)
+planned plan_chdir(notification& call)
 {
-    return enter(call, named(call, 0, 0));
+    return plan_entering(call, named_target(call, AT_FDCWD, 0, 0));
 }
 
-answer handle_fchdir(notification& call)
+planned plan_fchdir(notification& call)
 {
-    return enter(call, call.who().descriptor(call.number(0)));
+    return plan_entering(call, any_target(call, call.number(0)));
 }
 
-answer handle_chroot(notification& call)
+planned plan_chroot(notification& call)
 {
-    answer given = enter(call, named(call, 0, 0));
-    if (given.what == answer::kind::go_on)
-        call.parts().tasks.changes_root(call.who().task());
-    return given;
+    planned made = plan_entering(call, named_target(call, AT_FDCWD, 0, 0));
+    if (made)
+        made->carry_out = [&call, enter = std::move(made->carry_out)] {
+            call.parts().tasks.changes_root(call.who().task());
+            return enter();
+        };
+    return made;
 }
 
-answer handle_inotify_add_watch(notification& call)
+planned plan_inotify_add_watch(notification& call)
 {
+    if (const int error = watch_error(call))
+        return fails(error);
     const int wanted = call.number(2);
-    unique_fd file = named(call, 1, (wanted & IN_DONT_FOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0);
-    return go_on_when_permitted(call, std::move(file), (wanted & IN_ONLYDIR) != 0, R_OK, kernel::may_read);
+    found_target found =
+        named_target(call, AT_FDCWD, 1, (wanted & IN_DONT_FOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0);
+    if (!found)
+        return tl::unexpected(std::move(found.error()));
+    const target& object = *found;
+    const auto rights = [&call, object, wanted] {
+        const bool fits = (wanted & IN_ONLYDIR) == 0 || object->is_directory();
+        return fits ? access_error(call.who(), object->file(), R_OK) : ENOTDIR;
+    };
+    return plan{
+        .targets = {object},
+        .rights = rights,
+        .questions = {access_to(object, kernel::may_read)},
+    };
 }
 
 } // namespace session

@@ -7,7 +7,7 @@
 
 #include <array>
 
-#include "session/calls/handlers.h"
+#include "session/calls/planners.h"
 
 #ifndef __x86_64__
 #error "system-call numbers and registers are those of x86-64"
@@ -45,10 +45,10 @@ constexpr call_condition without(unsigned argument, unsigned bits)
     return {call_condition::which::no_bit, argument, bits};
 }
 
-constexpr call_rule handled(const char* name, int number, answer (*handler)(notification&), unsigned hooks,
+constexpr call_rule handled(const char* name, int number, planned (*planner)(notification&), unsigned hooks,
                             call_condition condition = {})
 {
-    return {name, number, notify, condition, handler, hooks};
+    return {name, number, notify, condition, planner, hooks};
 }
 
 constexpr call_rule barred(const char* name, int number, call_action action, call_condition condition = {})
@@ -67,9 +67,9 @@ constexpr call_rule namespace_call(const char* name, int number, call_condition 
     return in_scope(call_scope::without_namespaces, barred(name, number, refuse, condition));
 }
 
-constexpr call_rule io_call(const char* name, int number, answer (*handler)(notification&))
+constexpr call_rule io_call(const char* name, int number, planned (*planner)(notification&))
 {
-    return in_scope(call_scope::every_io, handled(name, number, handler, on_file_permission));
+    return in_scope(call_scope::every_io, handled(name, number, planner, on_file_permission));
 }
 
 constexpr unsigned opening = on_inode_permission | on_create | on_setattr | on_file_permission;
@@ -78,92 +78,92 @@ constexpr unsigned changing = on_inode_permission | on_setattr;
 constexpr unsigned namespaces = CLONE_NEWNS | CLONE_NEWUSER | CLONE_NEWPID;
 
 constexpr call_rule rules[] = {
-    handled("execve", SYS_execve, handle_execve, on_exec),
-    handled("execveat", SYS_execveat, handle_execveat, on_exec),
+    handled("execve", SYS_execve, plan_execve, on_exec),
+    handled("execveat", SYS_execveat, plan_execveat, on_exec),
 
     // What O_PATH gives can neither be read nor written to.
-    handled("open", SYS_open, handle_open, opening, without(1, O_PATH)),
-    handled("openat", SYS_openat, handle_openat, opening, without(2, O_PATH)),
-    handled("openat2", SYS_openat2, handle_openat2, opening), // its flags are in memory
-    handled("creat", SYS_creat, handle_creat, opening),
-    handled("access", SYS_access, handle_access, on_inode_permission),
-    handled("faccessat", SYS_faccessat, handle_faccessat, on_inode_permission),
-    handled("faccessat2", SYS_faccessat2, handle_faccessat2, on_inode_permission),
-    handled("chdir", SYS_chdir, handle_chdir, on_inode_permission),
-    handled("fchdir", SYS_fchdir, handle_fchdir, on_inode_permission),
-    handled("chroot", SYS_chroot, handle_chroot, on_inode_permission),
-    handled("inotify_add_watch", SYS_inotify_add_watch, handle_inotify_add_watch, on_inode_permission),
+    handled("open", SYS_open, plan_open, opening, without(1, O_PATH)),
+    handled("openat", SYS_openat, plan_openat, opening, without(2, O_PATH)),
+    handled("openat2", SYS_openat2, plan_openat2, opening), // its flags are in memory
+    handled("creat", SYS_creat, plan_creat, opening),
+    handled("access", SYS_access, plan_access, on_inode_permission),
+    handled("faccessat", SYS_faccessat, plan_faccessat, on_inode_permission),
+    handled("faccessat2", SYS_faccessat2, plan_faccessat2, on_inode_permission),
+    handled("chdir", SYS_chdir, plan_chdir, on_inode_permission),
+    handled("fchdir", SYS_fchdir, plan_fchdir, on_inode_permission),
+    handled("chroot", SYS_chroot, plan_chroot, on_inode_permission),
+    handled("inotify_add_watch", SYS_inotify_add_watch, plan_inotify_add_watch, on_inode_permission),
 
-    handled("mknod", SYS_mknod, handle_mknod, on_inode_permission | on_create),
-    handled("mknodat", SYS_mknodat, handle_mknodat, on_inode_permission | on_create),
-    handled("mkdir", SYS_mkdir, handle_mkdir, on_inode_permission | on_mkdir),
-    handled("mkdirat", SYS_mkdirat, handle_mkdirat, on_inode_permission | on_mkdir),
-    handled("symlink", SYS_symlink, handle_symlink, on_inode_permission | on_symlink),
-    handled("symlinkat", SYS_symlinkat, handle_symlinkat, on_inode_permission | on_symlink),
-    handled("link", SYS_link, handle_link, on_inode_permission | on_link),
-    handled("linkat", SYS_linkat, handle_linkat, on_inode_permission | on_link),
-    handled("unlink", SYS_unlink, handle_unlink, losing | on_unlink),
-    handled("unlinkat", SYS_unlinkat, handle_unlinkat, losing | on_unlink | on_rmdir),
-    handled("rmdir", SYS_rmdir, handle_rmdir, losing | on_rmdir),
-    handled("rename", SYS_rename, handle_rename, losing | on_rename),
-    handled("renameat", SYS_renameat, handle_renameat, losing | on_rename),
-    handled("renameat2", SYS_renameat2, handle_renameat2, losing | on_rename),
+    handled("mknod", SYS_mknod, plan_mknod, on_inode_permission | on_create),
+    handled("mknodat", SYS_mknodat, plan_mknodat, on_inode_permission | on_create),
+    handled("mkdir", SYS_mkdir, plan_mkdir, on_inode_permission | on_mkdir),
+    handled("mkdirat", SYS_mkdirat, plan_mkdirat, on_inode_permission | on_mkdir),
+    handled("symlink", SYS_symlink, plan_symlink, on_inode_permission | on_symlink),
+    handled("symlinkat", SYS_symlinkat, plan_symlinkat, on_inode_permission | on_symlink),
+    handled("link", SYS_link, plan_link, on_inode_permission | on_link),
+    handled("linkat", SYS_linkat, plan_linkat, on_inode_permission | on_link),
+    handled("unlink", SYS_unlink, plan_unlink, losing | on_unlink),
+    handled("unlinkat", SYS_unlinkat, plan_unlinkat, losing | on_unlink | on_rmdir),
+    handled("rmdir", SYS_rmdir, plan_rmdir, losing | on_rmdir),
+    handled("rename", SYS_rename, plan_rename, losing | on_rename),
+    handled("renameat", SYS_renameat, plan_renameat, losing | on_rename),
+    handled("renameat2", SYS_renameat2, plan_renameat2, losing | on_rename),
 
-    handled("chmod", SYS_chmod, handle_chmod, on_setattr),
-    handled("fchmod", SYS_fchmod, handle_fchmod, on_setattr),
-    handled("fchmodat", SYS_fchmodat, handle_fchmodat, on_setattr),
-    handled("fchmodat2", SYS_fchmodat2, handle_fchmodat2, on_setattr),
-    handled("chown", SYS_chown, handle_chown, on_setattr),
-    handled("lchown", SYS_lchown, handle_lchown, on_setattr),
-    handled("fchown", SYS_fchown, handle_fchown, on_setattr),
-    handled("fchownat", SYS_fchownat, handle_fchownat, on_setattr),
-    handled("truncate", SYS_truncate, handle_truncate, changing),
-    handled("ftruncate", SYS_ftruncate, handle_ftruncate, on_setattr),
-    handled("utime", SYS_utime, handle_utime, changing),
-    handled("utimes", SYS_utimes, handle_utimes, changing),
-    handled("futimesat", SYS_futimesat, handle_futimesat, changing),
-    handled("utimensat", SYS_utimensat, handle_utimensat, changing),
-    handled("setxattr", SYS_setxattr, handle_setxattr, on_inode_permission),
-    handled("lsetxattr", SYS_lsetxattr, handle_lsetxattr, on_inode_permission),
-    handled("fsetxattr", SYS_fsetxattr, handle_fsetxattr, on_inode_permission),
-    handled("getxattr", SYS_getxattr, handle_getxattr, on_inode_permission),
-    handled("lgetxattr", SYS_lgetxattr, handle_lgetxattr, on_inode_permission),
-    handled("fgetxattr", SYS_fgetxattr, handle_fgetxattr, on_inode_permission),
-    handled("removexattr", SYS_removexattr, handle_removexattr, on_inode_permission),
-    handled("lremovexattr", SYS_lremovexattr, handle_lremovexattr, on_inode_permission),
-    handled("fremovexattr", SYS_fremovexattr, handle_fremovexattr, on_inode_permission),
+    handled("chmod", SYS_chmod, plan_chmod, on_setattr),
+    handled("fchmod", SYS_fchmod, plan_fchmod, on_setattr),
+    handled("fchmodat", SYS_fchmodat, plan_fchmodat, on_setattr),
+    handled("fchmodat2", SYS_fchmodat2, plan_fchmodat2, on_setattr),
+    handled("chown", SYS_chown, plan_chown, on_setattr),
+    handled("lchown", SYS_lchown, plan_lchown, on_setattr),
+    handled("fchown", SYS_fchown, plan_fchown, on_setattr),
+    handled("fchownat", SYS_fchownat, plan_fchownat, on_setattr),
+    handled("truncate", SYS_truncate, plan_truncate, changing),
+    handled("ftruncate", SYS_ftruncate, plan_ftruncate, on_setattr),
+    handled("utime", SYS_utime, plan_utime, changing),
+    handled("utimes", SYS_utimes, plan_utimes, changing),
+    handled("futimesat", SYS_futimesat, plan_futimesat, changing),
+    handled("utimensat", SYS_utimensat, plan_utimensat, changing),
+    handled("setxattr", SYS_setxattr, plan_setxattr, on_inode_permission),
+    handled("lsetxattr", SYS_lsetxattr, plan_lsetxattr, on_inode_permission),
+    handled("fsetxattr", SYS_fsetxattr, plan_fsetxattr, on_inode_permission),
+    handled("getxattr", SYS_getxattr, plan_getxattr, on_inode_permission),
+    handled("lgetxattr", SYS_lgetxattr, plan_lgetxattr, on_inode_permission),
+    handled("fgetxattr", SYS_fgetxattr, plan_fgetxattr, on_inode_permission),
+    handled("removexattr", SYS_removexattr, plan_removexattr, on_inode_permission),
+    handled("lremovexattr", SYS_lremovexattr, plan_lremovexattr, on_inode_permission),
+    handled("fremovexattr", SYS_fremovexattr, plan_fremovexattr, on_inode_permission),
     barred("setxattrat", SYS_setxattrat, absent),
     barred("getxattrat", SYS_getxattrat, absent),
     barred("removexattrat", SYS_removexattrat, absent),
     barred("file_setattr", SYS_file_setattr, absent),
 
-    handled("kill", SYS_kill, handle_kill, on_kill),
-    handled("tkill", SYS_tkill, handle_tkill, on_kill),
-    handled("tgkill", SYS_tgkill, handle_tgkill, on_kill),
-    handled("rt_sigqueueinfo", SYS_rt_sigqueueinfo, handle_rt_sigqueueinfo, on_kill),
-    handled("rt_tgsigqueueinfo", SYS_rt_tgsigqueueinfo, handle_rt_tgsigqueueinfo, on_kill),
-    handled("pidfd_send_signal", SYS_pidfd_send_signal, handle_pidfd_send_signal, on_kill),
+    handled("kill", SYS_kill, plan_kill, on_kill),
+    handled("tkill", SYS_tkill, plan_tkill, on_kill),
+    handled("tgkill", SYS_tgkill, plan_tgkill, on_kill),
+    handled("rt_sigqueueinfo", SYS_rt_sigqueueinfo, plan_rt_sigqueueinfo, on_kill),
+    handled("rt_tgsigqueueinfo", SYS_rt_tgsigqueueinfo, plan_rt_tgsigqueueinfo, on_kill),
+    handled("pidfd_send_signal", SYS_pidfd_send_signal, plan_pidfd_send_signal, on_kill),
 
-    handled("settimeofday", SYS_settimeofday, handle_settimeofday, on_settime),
-    handled("clock_settime", SYS_clock_settime, handle_clock_settime, on_settime),
-    handled("clock_adjtime", SYS_clock_adjtime, handle_clock_adjtime, on_settime),
-    handled("adjtimex", SYS_adjtimex, handle_adjtimex, on_settime),
+    handled("settimeofday", SYS_settimeofday, plan_settimeofday, on_settime),
+    handled("clock_settime", SYS_clock_settime, plan_clock_settime, on_settime),
+    handled("clock_adjtime", SYS_clock_adjtime, plan_clock_adjtime, on_settime),
+    handled("adjtimex", SYS_adjtimex, plan_adjtimex, on_settime),
 
-    io_call("read", SYS_read, handle_read),
-    io_call("pread64", SYS_pread64, handle_read),
-    io_call("readv", SYS_readv, handle_read),
-    io_call("preadv", SYS_preadv, handle_read),
-    io_call("preadv2", SYS_preadv2, handle_read),
-    io_call("getdents", SYS_getdents, handle_read),
-    io_call("getdents64", SYS_getdents64, handle_read),
-    io_call("write", SYS_write, handle_write),
-    io_call("pwrite64", SYS_pwrite64, handle_write),
-    io_call("writev", SYS_writev, handle_write),
-    io_call("pwritev", SYS_pwritev, handle_write),
-    io_call("pwritev2", SYS_pwritev2, handle_write),
-    io_call("sendfile", SYS_sendfile, handle_sendfile),
-    io_call("splice", SYS_splice, handle_splice),
-    io_call("copy_file_range", SYS_copy_file_range, handle_splice),
+    io_call("read", SYS_read, plan_read),
+    io_call("pread64", SYS_pread64, plan_read),
+    io_call("readv", SYS_readv, plan_read),
+    io_call("preadv", SYS_preadv, plan_read),
+    io_call("preadv2", SYS_preadv2, plan_read),
+    io_call("getdents", SYS_getdents, plan_read),
+    io_call("getdents64", SYS_getdents64, plan_read),
+    io_call("write", SYS_write, plan_write),
+    io_call("pwrite64", SYS_pwrite64, plan_write),
+    io_call("writev", SYS_writev, plan_write),
+    io_call("pwritev", SYS_pwritev, plan_write),
+    io_call("pwritev2", SYS_pwritev2, plan_write),
+    io_call("sendfile", SYS_sendfile, plan_sendfile),
+    io_call("splice", SYS_splice, plan_splice),
+    io_call("copy_file_range", SYS_copy_file_range, plan_splice),
 
     // A name would no longer lead where it did when it was decided, or a process id to another process.
     namespace_call("clone", SYS_clone, with(0, namespaces)),
@@ -181,25 +181,25 @@ constexpr call_rule rules[] = {
     namespace_call("fspick", SYS_fspick),
     namespace_call("mount_setattr", SYS_mount_setattr),
     namespace_call("pivot_root", SYS_pivot_root),
-    handled("pivot_root", SYS_pivot_root, handle_pivot_root, no_hook),
+    handled("pivot_root", SYS_pivot_root, plan_pivot_root, no_hook),
 
     // They change what the session remembers of the task.
-    handled("setuid", SYS_setuid, handle_rights, no_hook),
-    handled("setgid", SYS_setgid, handle_rights, no_hook),
-    handled("setreuid", SYS_setreuid, handle_rights, no_hook),
-    handled("setregid", SYS_setregid, handle_rights, no_hook),
-    handled("setresuid", SYS_setresuid, handle_rights, no_hook),
-    handled("setresgid", SYS_setresgid, handle_rights, no_hook),
-    handled("setfsuid", SYS_setfsuid, handle_rights, no_hook),
-    handled("setfsgid", SYS_setfsgid, handle_rights, no_hook),
-    handled("setgroups", SYS_setgroups, handle_rights, no_hook),
-    handled("capset", SYS_capset, handle_rights, no_hook),
-    handled("umask", SYS_umask, handle_umask, no_hook),
-    handled("unshare", SYS_unshare, handle_unshare, no_hook),
-    handled("setns", SYS_setns, handle_setns, no_hook),
+    handled("setuid", SYS_setuid, plan_change_of_rights, no_hook),
+    handled("setgid", SYS_setgid, plan_change_of_rights, no_hook),
+    handled("setreuid", SYS_setreuid, plan_change_of_rights, no_hook),
+    handled("setregid", SYS_setregid, plan_change_of_rights, no_hook),
+    handled("setresuid", SYS_setresuid, plan_change_of_rights, no_hook),
+    handled("setresgid", SYS_setresgid, plan_change_of_rights, no_hook),
+    handled("setfsuid", SYS_setfsuid, plan_change_of_rights, no_hook),
+    handled("setfsgid", SYS_setfsgid, plan_change_of_rights, no_hook),
+    handled("setgroups", SYS_setgroups, plan_change_of_rights, no_hook),
+    handled("capset", SYS_capset, plan_change_of_rights, no_hook),
+    handled("umask", SYS_umask, plan_umask, no_hook),
+    handled("unshare", SYS_unshare, plan_unshare, no_hook),
+    handled("setns", SYS_setns, plan_setns, no_hook),
 
     // Who cannot be read cannot be asked what it wants.
-    handled("prctl", SYS_prctl, handle_set_dumpable, no_hook,
+    handled("prctl", SYS_prctl, plan_set_dumpable, no_hook,
             {call_condition::which::equal, 0, PR_SET_DUMPABLE}),
 
     // A child made so reports neither its birth nor its execs.
@@ -268,11 +268,6 @@ bool stands_in(const call_rule& rule, const session_rules& wanted)
     default:
         return true;
     }
-}
-
-bool may_wait_in_kernel(const call_rule& rule)
-{
-    return rule.scope == call_scope::every_io;
 }
 
 } // namespace session

@@ -1,8 +1,11 @@
 #include <fcntl.h>
 
+#include <cerrno>
+#include <memory>
+#include <optional>
 #include <utility>
 
-#include "session/calls/handlers.h"
+#include "session/calls/planners.h"
 #include "session/exec/exec_decision.h"
 #include "session/state/refusals.h"
 
@@ -10,22 +13,10 @@ namespace session {
 
 namespace {
 
-answer decide(notification& call, passed_name name, int directory, int flags)
+answer decide(notification& call, found_program program, const exec_request& request)
 {
     const caller& who = call.who();
-    call.parts().pending.take(who.task());
-    const exec_request request{directory, std::move(name.text), flags};
-    std::optional<found_program> program;
-    if (name.error == 0)
-        program = find_program(who, request);
-    kernel::task_struct* const task = call.task();
-    if (task == nullptr)
-        return answer::fail(EPERM);
-    // The kernel fails it with its own error; should it not, the program is decided at its start.
-    if (!program)
-        return answer::let_go_on();
-
-    exec_answer decided = decide_exec(who, task, std::move(*program), request);
+    exec_answer decided = decide_exec(who, call.task(), std::move(program), request);
     if (decided.verdict == exec_verdict::refused) {
         call.parts().told.add(decided.refused, who.task(), false);
         return answer::fail(EPERM);
@@ -35,16 +26,33 @@ answer decide(notification& call, passed_name name, int directory, int flags)
     return answer::let_go_on();
 }
 
-} // namespace
-
-answer handle_execve(notification& call)
+planned plan_exec(notification& call, passed_name name, int directory, int flags)
 {
-    return decide(call, call.name(0), AT_FDCWD, 0);
+    call.parts().pending.take(call.who().task());
+    const exec_request request{directory, name.value_or(""), flags};
+    std::optional<found_program> program;
+    if (name)
+        program = find_program(call.who(), request);
+    // The kernel fails it with its own error; should it not, the program is decided at its start.
+    if (!program)
+        return goes_on();
+    const auto found = std::make_shared<found_program>(std::move(*program));
+    return plan{
+        .carry_out = [&call, found, request] { return decide(call, std::move(*found), request); },
+        .own_rights = true,
+    };
 }
 
-answer handle_execveat(notification& call)
+} // namespace
+
+planned plan_execve(notification& call)
 {
-    return decide(call, call.name(1), call.number(0), call.number(4));
+    return plan_exec(call, call.name(0), AT_FDCWD, 0);
+}
+
+planned plan_execveat(notification& call)
+{
+    return plan_exec(call, call.name(1), call.number(0), call.number(4));
 }
 
 } // namespace session

@@ -1,62 +1,62 @@
 #include <sys/stat.h>
 
-#include <cerrno>
+#include <initializer_list>
 #include <utility>
 
 #include "platform/kernel/security.h"
-#include "platform/user/driver/machine.h"
-#include "session/calls/handlers.h"
-#include "session/task/pinned.h"
+#include "session/calls/planners.h"
+#include "session/calls/target.h"
 
 // Reads and writes, where each of them is decided. The kernel does them: what the descriptor may be
-// exchanged for meanwhile has been decided when it was opened.
+// exchanged for meanwhile was decided when it was opened.
 
 namespace session {
 
 namespace {
 
-bool may(notification& call, int descriptor, int mask)
-{
-    unique_fd file = call.who().descriptor(descriptor);
-    struct stat about;
-    if (!file || fstat(file.get(), &about) != 0 || (!S_ISREG(about.st_mode) && !S_ISDIR(about.st_mode)))
-        return true; // no error of ours, or nothing with a name
-    const pinned_object object = pin(std::move(file), call.who());
-    kernel::task_struct* const task = call.task();
-    if (task == nullptr)
-        return false;
-    const platform::event running(task);
-    const platform::file_handle opened = platform::make_pinned_file(object.entry.get());
-    return platform::call_file_permission(opened.get(), mask) == 0;
-}
+struct use {
+    int descriptor;
+    int mask;
+};
 
-answer go_on_if(bool allowed)
+planned plan_uses(notification& call, std::initializer_list<use> uses)
 {
-    return allowed ? answer::let_go_on() : answer::fail(EPERM);
+    plan made;
+    for (const use& one : uses) {
+        unique_fd file = call.who().descriptor(one.descriptor);
+        struct stat about;
+        // Nothing else has a name; what is no descriptor the kernel fails.
+        if (file && fstat(file.get(), &about) == 0 && (S_ISREG(about.st_mode) || S_ISDIR(about.st_mode)))
+            made.questions.push_back({on_file_permission, one.mask, share(std::move(file), call.who())});
+    }
+    made.carry_out = [&call] {
+        call.parts().tasks.goes_to_kernel(call.who().task(), call.system_call());
+        return answer::let_go_on();
+    };
+    made.own_rights = true;
+    return made;
 }
 
 } // namespace
 
-answer handle_read(notification& call)
+planned plan_read(notification& call)
 {
-    return go_on_if(may(call, call.number(0), kernel::may_read));
+    return plan_uses(call, {{call.number(0), kernel::may_read}});
 }
 
-answer handle_write(notification& call)
+planned plan_write(notification& call)
 {
-    return go_on_if(may(call, call.number(0), kernel::may_write));
+    return plan_uses(call, {{call.number(0), kernel::may_write}});
 }
 
-answer handle_sendfile(notification& call)
+planned plan_sendfile(notification& call)
 {
-    return go_on_if(may(call, call.number(1), kernel::may_read) &&
-                    may(call, call.number(0), kernel::may_write));
+    return plan_uses(call, {{call.number(1), kernel::may_read}, {call.number(0), kernel::may_write}});
 }
 
-answer handle_splice(notification& call)
+planned plan_splice(notification& call)
 {
-    return go_on_if(may(call, call.number(0), kernel::may_read) &&
-                    may(call, call.number(2), kernel::may_write));
+    return plan_uses(call, {{call.number(0), kernel::may_read}, {call.number(2), kernel::may_write}});
 }
 
 } // namespace session

@@ -19,11 +19,13 @@ notification::notification(const seccomp_notif& call, listener& from, session_pa
 
 passed_name notification::name(int which) const
 {
-    passed_name passed;
-    passed.error = read_name(who_.task(), argument(which), passed.text);
-    if (passed.error == EFAULT)
+    std::string text;
+    const int error = read_name(who_.task(), argument(which), text);
+    if (error == EFAULT)
         unreadable_ |= !may_read_memory(who_.task());
-    return passed;
+    if (error != 0)
+        return tl::unexpected(error);
+    return text;
 }
 
 bool notification::read(std::uint64_t address, void* into, std::size_t size) const

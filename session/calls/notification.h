@@ -7,6 +7,8 @@
 #include <span>
 #include <string>
 
+#include <tl/expected.hpp>
+
 #include "platform/user/driver/tasks.h"
 #include "session/calls/listener.h"
 #include "session/state/held_directory.h"
@@ -36,6 +38,7 @@ struct answer {
         result,     ///< `value` is its result, a negative error number for a failure
         go_on,      ///< the kernel does it
         descriptor, ///< the caller gets `file`, and its number is the result
+        again,      ///< others have changed what it was decided for: it has to be decided anew
     } what;
     long value = 0;
     unique_fd file = {};
@@ -44,6 +47,7 @@ struct answer {
     static answer fail(int error) { return {kind::result, -error}; }
     static answer succeed(long value = 0) { return {kind::result, value}; }
     static answer let_go_on() { return {kind::go_on}; }
+    static answer once_more() { return {kind::again}; }
     static answer hand_over(unique_fd file, bool close_on_exec)
     {
         return {kind::descriptor, 0, std::move(file), close_on_exec};
@@ -52,11 +56,8 @@ struct answer {
     static answer of_host(long result);
 };
 
-/// A name that a call has passed, or the error with which such a call fails.
-struct passed_name {
-    std::string text;
-    int error = 0;
-};
+/// A name that a call has passed, or the error with which such a call fails: EFAULT, ENAMETOOLONG.
+using passed_name = tl::expected<std::string, int>;
 
 /// One system call that waits for the session's answer.
 class notification {

@@ -3,15 +3,14 @@
 #include <signal.h>
 
 #include <cerrno>
-#include <new>
 #include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "host/text.h"
+#include "session/calls/decision.h"
 #include "session/exec/exec_decision.h"
-#include "session/state/enforcing.h"
 #include "session/state/notices.h"
 #include "session/state/refusals.h"
 #include "session/state/trouble.h"
@@ -25,29 +24,6 @@ constexpr std::size_t thread_limit = 1024;
 constexpr int threads_at_first = 2;
 
 } // namespace
-
-answer answer_by(const call_rule& rule, notification& call)
-{
-    refusals& told = call.parts().told;
-    try {
-        answer given = rule.handler(call);
-        if (!call.is_unreadable())
-            return given;
-        // What it wants was not seen. A program is decided once more when the kernel has started it.
-        if (is_enforcing() && (rule.hooks & on_exec) == 0) {
-            told.add_failure(refusals::failure::unreadable);
-            return answer::fail(EPERM);
-        }
-        told.add_undecided();
-        return answer::let_go_on();
-    } catch (const std::bad_alloc&) {
-        told.add_failure(refusals::failure::no_memory);
-        return answer::fail(ENOMEM);
-    } catch (...) {
-        told.add_failure(refusals::failure::other);
-        return answer::fail(EPERM);
-    }
-}
 
 notification_pool::notification_pool(listener& from, session_parts& parts) : from_(from), parts_(parts)
 {
@@ -171,11 +147,8 @@ answer notification_pool::decide(const seccomp_notif& call)
         if (rule == nullptr)
             return answer::fail(ENOSYS);
         notification waiting(call, from_, parts_);
-        answer given = answer_by(*rule, waiting);
-        if (given.what == answer::kind::go_on && may_wait_in_kernel(*rule))
-            parts_.tasks.goes_to_kernel(task, call.data.nr);
-        return given;
-    } catch (...) { // before a handler had it: memory is short
+        return session::decide(waiting, *rule);
+    } catch (...) { // before it was a call under decision: memory is short
         parts_.told.add_failure(refusals::failure::no_memory);
         return answer::fail(ENOMEM);
     }

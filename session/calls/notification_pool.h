@@ -17,11 +17,6 @@
 
 namespace session {
 
-/// What a rule's handler answers. Whatever it throws is an answer, too: ENOMEM when memory is short, EPERM
-/// for anything else; and a caller that cannot be read is refused while the engine enforces. Both
-/// are counted.
-answer answer_by(const call_rule& rule, notification& call);
-
 /// The threads that answer the calls of the table (calls.h), which wait in the kernel meanwhile: see
 /// thread_balance. When the host gives it no more threads it works with those it has, and says so.
 class notification_pool {

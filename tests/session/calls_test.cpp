@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 
-#include <climits>
 #include <map>
 #include <mutex>
 #include <set>
@@ -43,33 +42,28 @@ recorder& record()
     return one;
 }
 
-/// As the engine finds it: through a mount of the entry's file system.
-std::string path_of_entry(const kernel::dentry* entry)
+/// As the engine finds it: through the mount that shows the entry's file system.
+std::string path_of(const kernel::dentry* entry)
 {
-    struct search {
-        const kernel::dentry* root;
-        kernel::vfsmount* found = nullptr;
-    } mounted = {kernel::dentry_file_system_root(entry)};
+    kernel::path where = {nullptr, const_cast<kernel::dentry*>(entry)};
     kernel::iterate_mounts(
         [](kernel::vfsmount* mount, void* argument) {
-            auto& wanted = *static_cast<search*>(argument);
-            if (kernel::mount_root(mount) != wanted.root)
+            auto* const sought = static_cast<kernel::path*>(argument);
+            if (kernel::mount_root(mount) != kernel::dentry_file_system_root(sought->dentry))
                 return false;
-            wanted.found = kernel::mntget(mount);
+            sought->mnt = mount;
             return true;
         },
-        &mounted);
-    const kernel::path place = {mounted.found, const_cast<kernel::dentry*>(entry)};
-    char buffer[PATH_MAX];
-    const std::string text = kernel::d_path(&place, buffer, sizeof buffer);
-    kernel::mntput(mounted.found);
-    return text;
+        &where);
+    char text[4096];
+    const char* const path = kernel::d_path(&where, text, sizeof text);
+    return kernel::is_error(path) ? "" : path;
 }
 
 std::string name_of(const kernel::dentry* entry)
 {
+    const std::string path = path_of(entry);
     const std::string before = record().place + "/" + record().running;
-    const std::string path = path_of_entry(entry);
     if (!path.starts_with(before))
         return path;
     return path.size() == before.size() ? "." : path.substr(before.size() + 1);
@@ -103,7 +97,7 @@ int permission(kernel::inode* asked, int mask)
     {
         recorder& all = record();
         const std::lock_guard guard(all.lock);
-        const std::string path = path_of_entry(alias.get());
+        const std::string path = path_of(alias.get());
         if (path.starts_with(all.place + "/") && path.ends_with("/go") && mask == 0x24) {
             all.running = path.substr(all.place.size() + 1, path.size() - all.place.size() - 4);
             return 0;
@@ -117,7 +111,7 @@ int permission(kernel::inode* asked, int mask)
 int file(kernel::file* opened, int mask)
 {
     const kernel::dentry* entry = kernel::file_path(opened).dentry;
-    return path_of_entry(entry).ends_with("/go") ? 0 : about_entry(on_file_permission, "file", entry, mask);
+    return path_of(entry).ends_with("/go") ? 0 : about_entry(on_file_permission, "file", entry, mask);
 }
 
 int about_two(unsigned hook, const char* what, const kernel::dentry* one, const kernel::dentry* other)
@@ -238,7 +232,7 @@ std::string shown(const std::vector<reached>& row)
     return all;
 }
 
-TEST(calls, a_call_does_not_reach_its_hooks_or_goes_past_one_that_refuses)
+TEST(calls, each_reaches_its_hooks_in_order_and_passes_none_that_refuses)
 {
     const temporary_directory directory;
     std::filesystem::create_directory(directory / "calls");

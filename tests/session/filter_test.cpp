@@ -57,7 +57,7 @@ unsigned result_of(const call_rule& rule)
     return SECCOMP_RET_ERRNO | (rule.action == call_action::absent ? ENOSYS : EPERM);
 }
 
-TEST(filter, a_rule_reaches_other_calls_than_its_own)
+TEST(filter, each_rule_reaches_its_own_calls_only)
 {
     for (const session_rules& rules : {session_rules{}, session_rules{true, true}}) {
         const std::vector<sock_filter> program = filter_program(rules);
@@ -84,7 +84,7 @@ TEST(filter, a_rule_reaches_other_calls_than_its_own)
                 if (result == SECCOMP_RET_USER_NOTIF) {
                     ++notified;
                     const call_rule* rule = notified_rule(number, call.args, rules);
-                    EXPECT_TRUE(rule != nullptr && rule->handler != nullptr && rule->number == number);
+                    EXPECT_TRUE(rule != nullptr && rule->planner != nullptr && rule->number == number);
                 }
             };
             check();

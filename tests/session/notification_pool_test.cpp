@@ -13,6 +13,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "session/calls/decision.h"
 #include "session/exec/exec_decision.h"
 #include "session/state/refusals.h"
 #include "session/state/trouble.h"
@@ -116,24 +117,24 @@ TEST(notification_pool, answers_each_call_once_whatever_fails_in_between)
     }
 }
 
-TEST(notification_pool, refuses_what_its_handler_fails_at)
+TEST(decision, refuses_a_call_that_cannot_be_planned)
 {
     const support::machine enforcing("statlabel=3 modllabel=2222");
     pool_parts of;
     scripted_listener from;
     const seccomp_notif call = {};
     notification waiting(call, from, of.parts);
-    const auto error_by = [&](answer (*handler)(notification&)) {
-        const call_rule rule = {"test", 0, call_action::notify, {}, handler};
-        const answer given = answer_by(rule, waiting);
+    const auto error_by = [&](planned (*planner)(notification&)) {
+        const call_rule rule = {"test", 0, call_action::notify, {}, planner};
+        const answer given = decide(waiting, rule);
         EXPECT_EQ(given.what, answer::kind::result);
         return -given.value;
     };
-    EXPECT_EQ(error_by([](notification&) -> answer { throw std::bad_alloc(); }), ENOMEM);
-    EXPECT_EQ(error_by([](notification&) -> answer { throw std::length_error("too long"); }), EPERM);
-    EXPECT_EQ(error_by([](notification&) -> answer { throw 1; }), EPERM);
-    EXPECT_EQ(of.told.failures(refusals::failure::no_memory), 1u);
-    EXPECT_EQ(of.told.failures(refusals::failure::other), 2u);
+    EXPECT_EQ(error_by([](notification&) -> planned { throw std::bad_alloc(); }), ENOMEM);
+    EXPECT_EQ(error_by([](notification&) -> planned { throw std::length_error("too long"); }), ENOMEM);
+    EXPECT_EQ(error_by([](notification&) -> planned { throw 1; }), EPERM);
+    EXPECT_EQ(of.told.failures(refusals::failure::no_memory), 2u);
+    EXPECT_EQ(of.told.failures(refusals::failure::other), 1u);
 }
 
 // In a process of its own, as the limit counts all of a user's processes.

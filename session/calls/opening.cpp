@@ -1,0 +1,110 @@
+#include "session/calls/opening.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "platform/kernel/security.h"
+#include "session/calls/slow_open.h"
+#include "session/calls/target.h"
+#include "session/task/own_descriptors.h"
+
+namespace session {
+
+namespace {
+
+constexpr int open_mask = 0x20; // the kernel's MAY_OPEN
+
+/// The accesses that inode_permission is asked about.
+int access_mask(const open_request& wanted)
+{
+    int mask = wanted.reads() ? kernel::may_read : 0;
+    if (wanted.writes() || wanted.has(O_TRUNC))
+        mask |= kernel::may_write;
+    if (wanted.has(O_APPEND))
+        mask |= kernel::may_append;
+    return mask;
+}
+
+/// The error of opening an object of this kind so, whoever does it.
+int kind_error(const struct stat& about, const open_request& wanted)
+{
+    const bool directory = S_ISDIR(about.st_mode);
+    if (wanted.has(O_CREAT) && directory)
+        return EISDIR;
+    if (wanted.has(O_DIRECTORY) && !directory)
+        return ENOTDIR;
+    if (S_ISLNK(about.st_mode))
+        return ELOOP;
+    return directory && (access_mask(wanted) & kernel::may_write) != 0 ? EISDIR : 0;
+}
+
+/// Opening these does nothing yet, and tells whether the caller may.
+bool opens_at_once(const pinned_object& object, const open_request& wanted)
+{
+    return (S_ISREG(object.about.st_mode) || object.is_directory()) && !wanted.has(O_TRUNC);
+}
+
+} // namespace
+
+answer hand_over(unique_fd file, const open_request& wanted)
+{
+    return answer::hand_over(std::move(file), wanted.has(O_CLOEXEC));
+}
+
+std::vector<question> questions_of_use(const question& about, const open_request& wanted)
+{
+    std::vector<question> all;
+    const auto ask = [&](int mask) {
+        all.push_back(about);
+        all.back().asked = on_file_permission;
+        all.back().value = mask;
+    };
+    if (wanted.reads())
+        ask(kernel::may_read);
+    if (wanted.writes())
+        ask(kernel::may_write);
+    return all;
+}
+
+planned plan_opening(notification& call, resolved found, const open_request& wanted)
+{
+    const target object = share(std::move(found), call.who());
+    if (const int error = kind_error(object->about, wanted))
+        return fails(error);
+    plan made{.targets = {object}};
+    made.only_to_read = (wanted.flags & (O_ACCMODE | O_TRUNC)) == O_RDONLY;
+
+    const int flags = (wanted.flags & ~(O_CREAT | O_EXCL | O_NOFOLLOW)) | O_CLOEXEC | O_NOCTTY;
+    const int mask = access_mask(wanted);
+    made.questions = {access_to(object, mask | open_mask)};
+    if (wanted.has(O_TRUNC))
+        made.questions.push_back(attributes_of(object, mode_without_rights(object->about)));
+    for (question& one : questions_of_use({.asked = on_file_permission, .object = object}, wanted))
+        made.questions.push_back(std::move(one));
+
+    if (opens_at_once(*object, wanted)) {
+        const auto opened = std::make_shared<unique_fd>();
+        made.rights = [&call, object, opened, flags] {
+            const as_caller rights(call.who().rights());
+            *opened = reopen(object->file().get(), flags);
+            return *opened ? 0 : errno;
+        };
+        made.carry_out = [opened, wanted] { return hand_over(std::move(*opened), wanted); };
+    } else {
+        made.rights = [&call, object, mask] {
+            return access_error(call.who(), object->file(), mask & ~kernel::may_append);
+        };
+        made.carry_out = [&call, object, flags, wanted] {
+            answer given = open_slowly(call, *object, flags);
+            given.close_on_exec = wanted.has(O_CLOEXEC);
+            return given;
+        };
+    }
+    made.own_rights = true;
+    return made;
+}
+
+} // namespace session

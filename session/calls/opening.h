@@ -1,0 +1,41 @@
+#ifndef SORVANIC_SESSION_CALLS_OPENING_H
+#define SORVANIC_SESSION_CALLS_OPENING_H
+
+#include <fcntl.h>
+
+#include <string>
+#include <vector>
+
+#include "session/calls/plan.h"
+#include "session/task/resolve.h"
+
+// What the ways to open a file have in common.
+
+namespace session {
+
+struct open_request {
+    int directory; ///< the caller's descriptor, or AT_FDCWD
+    std::string name;
+    int flags; ///< open's
+    mode_t mode;
+
+    bool has(int all) const { return (flags & all) == all; }
+    bool reads() const { return (flags & O_ACCMODE) != O_WRONLY; }
+    bool writes() const { return (flags & O_ACCMODE) != O_RDONLY; }
+};
+
+/// Opens what is there.
+planned plan_opening(notification& call, resolved found, const open_request& wanted);
+
+/// Opens what has the name, or makes a file of that name.
+planned plan_creation(notification& call, const open_request& wanted);
+
+/// What file_permission is asked about using a file as it is opened: once for each way. `about` says
+/// which file.
+std::vector<question> questions_of_use(const question& about, const open_request& wanted);
+
+answer hand_over(unique_fd file, const open_request& wanted);
+
+} // namespace session
+
+#endif

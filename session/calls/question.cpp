@@ -1,0 +1,156 @@
+#include "session/calls/question.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "host/proc.h"
+#include "platform/kernel/security.h"
+#include "platform/user/driver/machine.h"
+#include "platform/user/driver/tasks.h"
+#include "session/calls/changed_name.h"
+#include "session/calls/notification.h"
+#include "session/task/program_file.h"
+
+namespace session {
+
+namespace {
+
+/// The receiver of a signal as the engine knows it, or as somebody outside the session.
+platform::task_handle task_of(pid_t receiver)
+{
+    if (platform::task_handle known = platform::find_task(receiver))
+        return known;
+    const caller stranger(receiver);
+    platform::file_handle program;
+    if (const unique_fd file = stranger.program())
+        program = pinned_file(file.get(), path_of(file.get(), stranger));
+    return platform::outside_task(receiver, host::command_name(receiver), program.get());
+}
+
+/// The entry that is asked about; `made` owns it when it has to be made.
+kernel::dentry* entry_of(const question& asked, platform::dentry_handle& made)
+{
+    if (asked.object)
+        return asked.object->entry.get();
+    made = asked.name->entry();
+    return made.get();
+}
+
+bool allows_use(const question& asked)
+{
+    platform::dentry_handle made;
+    kernel::dentry* const entry = entry_of(asked, made);
+    if (entry == nullptr)
+        return false;
+    const platform::file_handle opened = platform::make_pinned_file(entry);
+    return platform::call_file_permission(opened.get(), asked.value) == 0;
+}
+
+bool allows_access(const question& asked)
+{
+    platform::dentry_handle made;
+    kernel::dentry* const entry = entry_of(asked, made);
+    return entry != nullptr && platform::call_inode_permission(kernel::dentry_inode(entry), asked.value) == 0;
+}
+
+bool allows_attributes(const question& asked)
+{
+    const platform::attribute_request request(static_cast<unsigned>(asked.value));
+    return platform::call_inode_setattr(asked.object->entry.get(), request.get()) == 0;
+}
+
+bool allows_signal(const question& asked)
+{
+    const platform::task_handle task = task_of(asked.receiver);
+    return platform::call_task_kill(task.get(), nullptr, asked.value, 0) == 0;
+}
+
+bool allows_clock_change(const question& asked)
+{
+    const platform::clock_request time(asked.seconds.value_or(0));
+    return platform::call_settime(asked.seconds ? time.get() : nullptr, nullptr) == 0;
+}
+
+bool allows_rename(const question& asked)
+{
+    const platform::dentry_handle from = asked.name->entry();
+    const platform::dentry_handle to = asked.new_name->entry();
+    return platform::call_inode_rename(asked.name->directory->inode(), from.get(),
+                                       asked.new_name->directory->inode(), to.get()) == 0;
+}
+
+bool allows_change(const question& asked)
+{
+    const platform::dentry_handle made = asked.name->entry();
+    kernel::dentry* const entry = made.get();
+    kernel::inode* const directory = asked.name->directory->inode();
+    switch (asked.asked) {
+    case on_create:
+        return platform::call_inode_create(directory, entry, asked.value) == 0;
+    case on_unlink:
+        return platform::call_inode_unlink(directory, entry) == 0;
+    case on_link:
+        return platform::call_inode_link(asked.object->entry.get(), directory, entry) == 0;
+    case on_symlink:
+        return platform::call_inode_symlink(directory, entry, asked.text.c_str()) == 0;
+    case on_mkdir:
+        return platform::call_inode_mkdir(directory, entry, asked.value) == 0;
+    case on_rmdir:
+        return platform::call_inode_rmdir(directory, entry) == 0;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+question access_to(target object, int mask)
+{
+    return {on_inode_permission, mask, std::move(object)};
+}
+
+question change_of_names(target directory)
+{
+    return access_to(std::move(directory), kernel::may_write | kernel::may_exec);
+}
+
+question attributes_of(target object, std::optional<mode_t> mode)
+{
+    const mode_t value = mode ? (*mode & 07777) | (object->about.st_mode & S_IFMT) : 0;
+    return {on_setattr, static_cast<int>(value), std::move(object)};
+}
+
+bool allows(const question& asked)
+{
+    switch (asked.asked) {
+    case on_inode_permission:
+        return allows_access(asked);
+    case on_file_permission:
+        return allows_use(asked);
+    case on_setattr:
+        return allows_attributes(asked);
+    case on_rename:
+        return allows_rename(asked);
+    case on_kill:
+        return allows_signal(asked);
+    case on_settime:
+        return allows_clock_change(asked);
+    default:
+        return allows_change(asked);
+    }
+}
+
+bool allowed(notification& call, std::span<const question> questions)
+{
+    kernel::task_struct* const task = call.task();
+    if (task == nullptr)
+        return false;
+    if (questions.empty())
+        return true;
+    const platform::event running(task);
+    return std::ranges::all_of(questions, allows);
+}
+
+} // namespace session

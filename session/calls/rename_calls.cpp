@@ -1,0 +1,144 @@
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <utility>
+
+#include "platform/kernel/security.h"
+#include "session/calls/changed_name.h"
+#include "session/calls/directory_lock.h"
+#include "session/calls/planners.h"
+
+// Calls that give a file another name, or exchange the names of two.
+
+namespace session {
+
+namespace {
+
+bool same_file(const changed_name& one, const changed_name& other)
+{
+    return one.exists() && other.exists() && one.about.st_ino == other.about.st_ino &&
+           one.about.st_dev == other.about.st_dev;
+}
+
+bool same_directory(const changed_name& one, const changed_name& other)
+{
+    return one.directory->about.st_ino == other.directory->about.st_ino &&
+           one.directory->about.st_dev == other.directory->about.st_dev;
+}
+
+std::uint64_t mount_of(const unique_fd& file)
+{
+    struct statx about = {};
+    return statx(file.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &about) == 0 ? about.stx_mnt_id : 0;
+}
+
+/// Whether the host would change anything: from one mount to another it moves nothing, and two names of
+/// one file it leaves as they are.
+bool changes_anything(const changed_name& from, const changed_name& to, unsigned flags)
+{
+    return from.certain && to.certain && mount_of(from.directory->file()) == mount_of(to.directory->file()) &&
+           ((flags & RENAME_NOREPLACE) != 0 || !same_file(from, to));
+}
+
+/// The error for names that are there and should not be, or the other way round; 0 for none.
+int presence_error(const changed_name& from, const changed_name& to, unsigned flags)
+{
+    if (!from.exists() || ((flags & RENAME_EXCHANGE) != 0 && !to.exists()))
+        return ENOENT;
+    return (flags & RENAME_NOREPLACE) != 0 && to.exists() ? EEXIST : 0;
+}
+
+/// What the caller's own rights say to it; 0 for nothing.
+int rights_error(const notification& call, const changed_name& from, const changed_name& to, unsigned flags)
+{
+    const bool exchange = (flags & RENAME_EXCHANGE) != 0;
+    const bool directory = S_ISDIR(from.about.st_mode);
+    if (const int error = taking_error(call, from, directory))
+        return error;
+    if (const int error = to.exists()
+                              ? taking_error(call, to, exchange ? S_ISDIR(to.about.st_mode) : directory)
+                              : changing_error(call, to.directory))
+        return error;
+    // Its ".." is going to change.
+    return directory && !same_directory(from, to) ? access_error(call.who(), from.object, W_OK) : 0;
+}
+
+std::vector<question> questions_about(const shared_name& from, const shared_name& to, bool exchange)
+{
+    std::vector<question> all = {change_of_names(from->directory), change_of_names(to->directory)};
+    const auto ask_about_move = [&](const shared_name& moved) {
+        if (!same_directory(*from, *to) && S_ISDIR(moved->about.st_mode))
+            all.push_back({.asked = on_inode_permission, .value = kernel::may_write, .name = moved});
+    };
+    ask_about_move(from);
+    if (exchange)
+        ask_about_move(to);
+    all.push_back({.asked = on_rename, .name = from, .new_name = to});
+    if (exchange)
+        all.push_back({.asked = on_rename, .name = to, .new_name = from});
+    return all;
+}
+
+planned rename(notification& call, int old_directory, int old_name, int directory, int name, unsigned flags)
+{
+    const bool exchange = (flags & RENAME_EXCHANGE) != 0;
+    if ((flags & ~unsigned{RENAME_NOREPLACE | RENAME_EXCHANGE | RENAME_WHITEOUT}) != 0 ||
+        (exchange && (flags & (RENAME_NOREPLACE | RENAME_WHITEOUT)) != 0))
+        return fails(EINVAL);
+    found_name old_place = named_place(call, old_directory, old_name);
+    if (!old_place)
+        return tl::unexpected(std::move(old_place.error()));
+    found_name new_place = named_place(call, directory, name);
+    if (!new_place)
+        return tl::unexpected(std::move(new_place.error()));
+    plan made;
+    made.alone = std::make_shared<const directory_lock>(*old_place->directory, *new_place->directory);
+    for (changed_name* const one : {&*old_place, &*new_place}) {
+        if (const int error = find_object(call, *one))
+            return fails(error);
+    }
+    const auto from = std::make_shared<const changed_name>(std::move(*old_place));
+    const auto to = std::make_shared<const changed_name>(std::move(*new_place));
+    if (changes_anything(*from, *to, flags)) {
+        if (const int error = presence_error(*from, *to, flags))
+            return fails(error);
+        made.targets = {from->directory, to->directory};
+        made.rights = [&call, from, to, flags] { return rights_error(call, *from, *to, flags); };
+        // A first password counts as set when its user's program renames the password file.
+        made.tells_arguments = true;
+        made.questions = questions_about(from, to, exchange);
+    }
+    made.carry_out = [from, to, flags] {
+        return answer::of_host(syscall(SYS_renameat2, from->directory->file().get(), from->last.c_str(),
+                                       to->directory->file().get(), to->last.c_str(), flags));
+    };
+    made.finish = [to](answer given) {
+        note_loss(*to);
+        return given;
+    };
+    return made;
+}
+
+} // namespace
+
+planned plan_rename(notification& call)
+{
+    return rename(call, AT_FDCWD, 0, AT_FDCWD, 1, 0);
+}
+
+planned plan_renameat(notification& call)
+{
+    return rename(call, call.number(0), 1, call.number(2), 3, 0);
+}
+
+planned plan_renameat2(notification& call)
+{
+    return rename(call, call.number(0), 1, call.number(2), 3, static_cast<unsigned>(call.argument(4)));
+}
+
+} // namespace session
