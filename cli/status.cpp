@@ -78,6 +78,13 @@ void print_figures(const json& status)
     line("decisions", fmt::format("{} in progress, {} refused, {} let go on without one", //
                                   status.at("in_flight").dump(), status.at("refusals").dump(),
                                   status.at("fail_open").dump()));
+    const json& failures = status.at("failures");
+    line("failures", fmt::format("refused for want of memory {}, as the caller could not be read {}, else {}",
+                                 failures.at("no_memory").dump(), failures.at("unreadable").dump(),
+                                 failures.at("other").dump()));
+    const json& lost = status.at("lost_writes");
+    line("lost", fmt::format("{} pieces of the kernel log, {} writes to other logs",
+                             lost.at("kernel_log").dump(), lost.at("engine_files").dump()));
     const json& channel = status.at("channel");
     line("messages",
          fmt::format("{} handled, {} dropped (who sent them may not talk), {} times no room",

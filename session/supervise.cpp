@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <exception>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -41,10 +42,15 @@ class supervisor_process {
 public:
     supervisor_process() : dumpable_(prctl(PR_GET_DUMPABLE))
     {
-        // Every decision holds descriptors; how many run at once is up to the command.
+        // Every decision holds descriptors, and every process two: how many there are is up to the
+        // command. Root may have as many as the host gives to anybody.
         getrlimit(RLIMIT_NOFILE, &files_);
+        rlim_t most = files_.rlim_max;
+        std::ifstream("/proc/sys/fs/nr_open") >> most;
+        const rlimit all = {most, most};
         const rlimit raised = {files_.rlim_max, files_.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &raised);
+        if (most <= files_.rlim_max || setrlimit(RLIMIT_NOFILE, &all) != 0)
+            setrlimit(RLIMIT_NOFILE, &raised);
         // Nobody of the same user reads or traces it.
         prctl(PR_SET_DUMPABLE, 0);
         // What it makes for its tasks gets their masks.
