@@ -1,6 +1,7 @@
 #include "agent/record_output.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -59,6 +60,19 @@ host::unique_fd record_output::open_file() const
                       : open(file_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
 }
 
+/// Cuts the part of a line that was written off again, so that there are whole lines only; false where
+/// that cannot be done: what is no file has been read already.
+bool record_output::take_back(std::size_t size) const
+{
+    const int failure = errno;
+    struct stat about = {};
+    const bool done = fstat(opened_.get(), &about) == 0 && S_ISREG(about.st_mode) &&
+                      about.st_size >= static_cast<off_t>(size) &&
+                      ftruncate(opened_.get(), about.st_size - static_cast<off_t>(size)) == 0;
+    errno = failure;
+    return done;
+}
+
 bool record_output::put(const std::string& line)
 {
     std::size_t done = 0;
@@ -69,8 +83,10 @@ bool record_output::put(const std::string& line)
         else if (errno != EINTR)
             break;
     }
-    if (done > 0)
-        torn_ = line[done - 1] != '\n';
+    if (done == line.size())
+        torn_ = false;
+    else if (done > 0)
+        torn_ = !take_back(done);
     return done == line.size(); // errno is the failure's
 }
 

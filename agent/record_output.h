@@ -38,6 +38,7 @@ public:
 private:
     host::unique_fd open_file() const;
     bool put(const std::string& line);
+    bool take_back(std::size_t size) const;
 
     form form_;
     std::string file_;

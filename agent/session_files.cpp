@@ -170,7 +170,19 @@ std::string session_files::read(const char* name) const
 
 session_status session_files::status() const
 {
-    session_status now(read(session_file_name));
+    // On a full disk the document is written over, and a part of each may be seen.
+    constexpr int attempts = 20;
+    session_status now = [this] {
+        for (int attempt = 1;; ++attempt) {
+            try {
+                return session_status(read(session_file_name));
+            } catch (const failure&) {
+                if (attempt == attempts)
+                    throw;
+            }
+            std::this_thread::sleep_for(start_pause);
+        }
+    }();
     if (now.process() != channel_.process)
         throw failure("the session has ended, and another one has its place");
     return now;

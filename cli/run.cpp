@@ -1,5 +1,6 @@
 #include <fmt/core.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <limits>
@@ -33,6 +34,7 @@ when it does not exist.)";
 struct audit_options {
     std::string file;
     bool as_json = false;
+    std::shared_ptr<std::atomic<bool>> incomplete = std::make_shared<std::atomic<bool>>(false);
 };
 
 void tell(const std::string& text)
@@ -45,7 +47,11 @@ void write_records(session::options& of, const audit_options& wanted)
 {
     using agent::record_output;
     const auto form = wanted.as_json ? record_output::form::json : record_output::form::text;
-    const auto output = std::make_shared<record_output>(form, wanted.file, tell);
+    const auto output = std::make_shared<record_output>(form, wanted.file,
+                                                        [incomplete = wanted.incomplete](const auto& text) {
+                                                            incomplete->store(true);
+                                                            tell(text);
+                                                        });
     of.make_agent = [output](std::uint32_t port) {
         return std::make_shared<agent::background_agent>(port, std::move(*output), tell);
     };
@@ -90,6 +96,8 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
         .typed("SECONDS")
         .within(0, 1'000'000)
         .shows_default();
+    run.flag("--lossy", options->lossy,
+             "Exit with COMMAND's status even if logs or audit records could not be written");
     run.flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");
 
     run.action([options, audit, stop_timeout, &status] {
@@ -99,6 +107,8 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
         if (!audit->file.empty())
             write_records(*options, *audit);
         status = session::run(*options);
+        if (audit->incomplete->load() && !options->lossy)
+            status = session::exit_failure;
     });
 }
 

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -17,6 +16,7 @@
 #include "platform/user/driver/objects.h"
 #include "platform/user/driver/tasks.h"
 #include "session/state/channel.h"
+#include "session/state/notices.h"
 #include "session/state/policy_directory.h"
 #include "session/state/state_directory.h"
 #include "session/state/trouble.h"
@@ -40,16 +40,17 @@ engine::engine(const options& wanted)
     check_user(wanted.user);
     check_policy_directory(wanted.policy);
     const std::string state = make_state_directory(wanted.state);
-    status_.emplace(state);
-    state_directory_ = std::filesystem::canonical(state).string();
+    policy_.emplace("policy directory", wanted.policy);
+    state_.emplace("state directory", state);
+    status_.emplace(*state_);
     open_log(wanted.log.empty() ? state + "/kernel.log" : wanted.log);
 
     platform::unmount_all();
     platform::mount_directory("/", "/");
-    platform::mount_directory("/etc/sorvanic", std::filesystem::absolute(wanted.policy).string());
+    platform::mount_directory("/etc/sorvanic", policy_->link());
     // Decoded policy text stays out of every disk, and readable to an unprivileged supervisor.
     platform::mount_memory("/etc/sorvanic/kernel");
-    platform::mount_directory("/var/log", state + "/log");
+    platform::mount_directory("/var/log", state_->link() + "/log");
     platform::serve_text("/proc/kallsyms", platform::symbol_text());
     port_ = prepare_channel(wanted);
     if (sorvanic_init() != 0)
@@ -69,16 +70,27 @@ engine::~engine()
 
 void engine::open_log(const std::string& path)
 {
-    if (path == "-")
-        log_.reset(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
-    else
-        log_.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
+    if (path == "-") {
+        platform::set_kernel_log([](std::string_view text) { show(std::string(text)); });
+        return;
+    }
+    log_.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
     if (!log_)
         throw trouble(
             fmt::format("kernel log {}: {}; name another file with --log", path, host::error_text(errno)));
-    platform::set_kernel_log([fd = log_.get()](std::string_view text) {
-        [[maybe_unused]] const ssize_t written = ::write(fd, text.data(), text.size());
-    });
+    platform::set_kernel_log([this](std::string_view text) { log(text); });
+}
+
+void engine::log(std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t written = ::write(log_.get(), text.data(), text.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return lost_.add(losses::kind::kernel_log, written < 0 ? errno : ENOSPC);
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
 }
 
 void engine::add_first_process(pid_t process)

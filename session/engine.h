@@ -6,8 +6,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "host/unique_fd.h"
+#include "session/state/held_directory.h"
+#include "session/state/losses.h"
 #include "session/state/options.h"
 #include "session/state/status_directory.h"
 
@@ -31,18 +34,24 @@ public:
     /// The port id of its netlink socket, if it has got it (see channel).
     std::uint32_t port() const { return port_; }
 
-    const status_directory& status() const { return *status_; }
+    status_directory& status() { return *status_; }
 
-    /// Without links.
-    const std::string& state_directory() const { return state_directory_; }
+    /// What it could not write so far.
+    losses& lost() { return lost_; }
+
+    const held_directory& policy() const { return *policy_; }
+    const held_directory& state() const { return *state_; }
 
 private:
     void open_log(const std::string& path);
+    void log(std::string_view text);
 
+    std::optional<held_directory> policy_;
+    std::optional<held_directory> state_;
     std::optional<status_directory> status_;
+    losses lost_;
     host::unique_fd log_;
     std::uint32_t port_ = 0;
-    std::string state_directory_;
 };
 
 /// Throws trouble when the name cannot be recorded whole.

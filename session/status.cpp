@@ -12,6 +12,7 @@
 
 #include "agent/status_files.h"
 #include "core/counters.h"
+#include "platform/user/driver/files.h"
 #include "platform/user/driver/netlink.h"
 #include "platform/user/driver/sysctl.h"
 
@@ -71,8 +72,9 @@ json recent_senders()
 
 } // namespace
 
-status_board::status_board(const options& wanted, const engine& loaded, const refusals& told)
-    : engine_(loaded), told_(told), command_(wanted.command), started_(time_of_day())
+status_board::status_board(const options& wanted, engine& loaded, const refusals& told)
+    : engine_(loaded), told_(told), command_(wanted.command), started_(time_of_day()),
+      failed_writes_(platform::writes_that_failed().count)
 {
     publish();
     // Last: who finds it finds everything.
@@ -104,6 +106,10 @@ std::string status_board::session_text() const
           {"other", told_.failures(refusals::failure::other)}}},
         {"channel", {{"handled", channel.handled}, {"dropped", channel.dropped}, {"lost", channel.lost}}},
         {"records", {{"dropped", counters.records_dropped}, {"suppressed", counters.records_suppressed}}},
+        {"lost_writes",
+         {{"kernel_log", engine_.lost().count(losses::kind::kernel_log)},
+          {"engine_files", engine_.lost().count(losses::kind::engine_files)},
+          {"status", engine_.lost().count(losses::kind::status)}}},
         {"handled_by", std::move(senders)},
     };
     // File names are bytes; JSON is UTF-8.
@@ -115,12 +121,17 @@ void status_board::put(const char* name, std::string text)
     std::string& published = published_[name];
     if (published == text)
         return;
-    engine_.status().publish(name, text);
-    published = std::move(text);
+    if (const int error = engine_.status().publish(name, text))
+        engine_.lost().add(losses::kind::status, error);
+    else
+        published = std::move(text);
 }
 
 void status_board::publish()
 {
+    const platform::failed_writes failed = platform::writes_that_failed();
+    if (const unsigned long more = failed.count - std::exchange(failed_writes_, failed.count); more != 0)
+        engine_.lost().add(losses::kind::engine_files, failed.error, more);
     put(agent::session_file_name, session_text());
     for (const char* name : {agent::shell_mode_file_name, agent::shell_user_file_name})
         put(name, platform::sysctl_read(std::string("sorvanic/") + name).value_or(""));

@@ -14,7 +14,7 @@ namespace session {
 /// time as itself.
 class status_board {
 public:
-    status_board(const options& wanted, const engine& loaded, const refusals& told);
+    status_board(const options& wanted, engine& loaded, const refusals& told);
 
     /// Writes what has changed since the last time. The files show counters that are read one by
     /// one: they need not fit together.
@@ -24,10 +24,11 @@ private:
     std::string session_text() const;
     void put(const char* name, std::string text);
 
-    const engine& engine_;
+    engine& engine_;
     const refusals& told_;
     const std::vector<std::string> command_;
     const std::string started_;
+    unsigned long failed_writes_;
     std::map<std::string, std::string> published_;
 };
 

@@ -22,6 +22,7 @@
 #include "session/calls/listener.h"
 #include "session/calls/notification_pool.h"
 #include "session/launcher.h"
+#include "session/session.h"
 #include "session/session_signals.h"
 #include "session/state/channel.h"
 #include "session/state/notices.h"
@@ -115,7 +116,7 @@ public:
           root_handle_(static_cast<int>(syscall(SYS_pidfd_open, first_.pid(), 0))),
           tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules),
           meaning_(tree_, first_.pid(), root_handle_.get(), wanted.stop_timeout),
-          parts_({pending_, told, tasks_, loaded.state_directory(), wanted.rules})
+          parts_({pending_, told, tasks_, loaded.state(), loaded.policy(), wanted.rules})
     {
         loaded.add_first_process(first_.pid());
         board_.emplace(wanted, loaded, told);
@@ -216,6 +217,10 @@ int supervise(const options& wanted, engine& loaded, const supervisor_signals& s
     if (const auto error = session->start_error())
         say(fmt::format("cannot run {}: {}", host::visible(wanted.command.front()),
                         host::error_text(*error)));
+    if (loaded.lost().any() && !wanted.lossy) {
+        say("logs are incomplete, so the exit status is not the command's (--lossy leaves it)");
+        status = exit_failure;
+    }
     if (!idle) {
         say("a file server does not answer the supervisor, which ends without waiting for it");
         told.add_up();

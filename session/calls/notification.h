@@ -11,6 +11,7 @@
 
 #include "platform/user/driver/tasks.h"
 #include "session/calls/listener.h"
+#include "session/state/held_directory.h"
 #include "session/state/options.h"
 #include "session/task/caller.h"
 
@@ -26,7 +27,8 @@ struct session_parts {
     pending_execs& pending;
     refusals& told;
     known_tasks& tasks;
-    std::string state_directory; ///< its path, without links
+    const held_directory& state;
+    const held_directory& policy;
     session_rules rules;
 };
 

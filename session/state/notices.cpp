@@ -28,11 +28,15 @@ std::atomic<notices*> speaker{nullptr};
 void say(const std::string& text)
 {
     // One piece, so that lines of the supervised programs do not come between.
-    const std::string line = "sorvanic: " + text + "\n";
+    show("sorvanic: " + text + "\n");
+}
+
+void show(std::string text)
+{
     if (notices* const at_work = speaker.load())
-        at_work->add(line);
+        at_work->add(std::move(text));
     else
-        std::ignore = ::write(STDERR_FILENO, line.data(), line.size());
+        std::ignore = ::write(STDERR_FILENO, text.data(), text.size());
 }
 
 notices::notices(int descriptor) : descriptor_(descriptor), ended_event_(eventfd(0, EFD_CLOEXEC))

@@ -16,6 +16,9 @@ namespace session {
 /// else in one write before it returns.
 void say(const std::string& text);
 
+/// The same without the beginning and the line end: a piece of the kernel log, for one.
+void show(std::string text);
+
 /// Text for people, which no decision waits for: a terminal that is stopped (^S) or a pipe that
 /// nobody reads would otherwise hold up whoever writes. A thread of its own writes what is added,
 /// in order, as soon as the descriptor takes it.

@@ -2,9 +2,11 @@
 #define SORVANIC_SESSION_STATE_STATUS_DIRECTORY_H
 
 #include <cstdint>
+#include <map>
 #include <string>
 
 #include "host/unique_fd.h"
+#include "session/state/held_directory.h"
 
 namespace session {
 
@@ -15,15 +17,20 @@ class status_directory {
 public:
     /// Makes it and takes the lock. Throws trouble when that cannot be done, or another session has
     /// it.
-    explicit status_directory(const std::string& state);
+    explicit status_directory(const held_directory& state);
 
     void publish_port(std::uint32_t port) const;
 
-    /// Replaces a file in one step. What cannot be written is left as it was.
-    void publish(const std::string& name, const std::string& text) const;
+    /// Replaces a file in one step. Where there is no room for another file, the present one is written
+    /// over, in room that was reserved for that: whoever reads it just then sees a part of each.
+    /// Returns 0, or the error with which the file is left as it was.
+    int publish(const std::string& name, const std::string& text);
 
 private:
+    int replace(const std::string& name, const std::string& text);
+
     std::string path_;
+    std::map<std::string, host::unique_fd> present_; ///< the files that are there
     host::unique_fd port_file_;
 };
 

@@ -104,8 +104,9 @@ bool is_off_limits(const pinned_object& object, const session_parts& parts, bool
         return path.starts_with(directory) &&
                (path.size() == directory.size() || path[directory.size()] == '/');
     };
-    if (is_below(parts.state_directory))
-        return !only_to_read || !is_below(parts.state_directory + "/" + agent::status_directory_name);
+    const std::string state = parts.state.path();
+    if (is_below(state))
+        return !only_to_read || !is_below(state + "/" + agent::status_directory_name);
     return is_of_supervisor(object.file(), path);
 }
 

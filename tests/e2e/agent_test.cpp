@@ -220,6 +220,31 @@ TEST_F(session_commands, a_reload_reads_other_tables_than_it_says)
     end(supervisor);
 }
 
+TEST_F(session_commands, a_session_keeps_its_directories_when_they_are_moved_and_replaced)
+{
+    child_process supervisor(session(listening()), directory());
+    port();
+    const fs::path moved = directory() / "moved";
+    for (const fs::path& each : {policy(), state()}) {
+        fs::create_directories(moved);
+        fs::rename(each, moved / each.filename());
+        fs::create_directory(each);
+    }
+    encoded("statlabel", "1\n"); // a forgery, which would allow everything
+    const auto tool_there = [&](command line) {
+        line.insert(line.begin(), SORVANIC_PROGRAM);
+        line.insert(line.end(), {"--state", (moved / state().filename()).string()});
+        return child_process(line, place()).wait();
+    };
+    const outcome result = tool_there({"reload", "all"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const json now = json::parse(tool_there({"status", "--json"}).out);
+    EXPECT_EQ(now.at("switches").at("system"), 3);
+    EXPECT_EQ(now.at("tables").at(0).at("generation"), 2);
+    EXPECT_TRUE(fs::is_empty(state()));
+    end(supervisor);
+}
+
 TEST_F(session_commands, a_login_or_a_phase_is_not_what_was_asked_for)
 {
     encoded("platuser", "alice\n");

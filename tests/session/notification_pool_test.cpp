@@ -90,7 +90,8 @@ struct pool_parts {
     pending_execs pending;
     refusals told{false};
     known_tasks tasks;
-    session_parts parts{pending, told, tasks, "/nowhere", {}};
+    held_directory somewhere{"directory", "/"};
+    session_parts parts{pending, told, tasks, somewhere, somewhere, {}};
 };
 
 TEST(notification_pool, answers_each_call_once_whatever_fails_in_between)

@@ -33,6 +33,13 @@ void unmount_all();
 /// The content of a memory file, or nothing when there is none at that path.
 std::optional<std::string> memory_file(std::string_view path);
 
+/// How many writes of the engine the host has failed or cut short so far, and the last one's error.
+struct failed_writes {
+    unsigned long count;
+    int error;
+};
+failed_writes writes_that_failed();
+
 } // namespace platform
 
 #endif

@@ -2,12 +2,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
 #include "platform/kernel/errno.h"
 #include "platform/user/files/entries.h"
 #include "platform/user/files/open_file.h"
+#include "platform/user/driver/files.h"
 #include "platform/user/machine/fault_points.h"
 #include "platform/user/machine/thread_state.h"
 
@@ -94,6 +96,9 @@ kernel::s64 read_descriptor(kernel::file& from, char* buffer, std::size_t size, 
     return read_host(from.fd.get(), buffer, size, position);
 }
 
+std::atomic<unsigned long> failed_write_count{0};
+std::atomic<int> last_write_error{0};
+
 /// Writes everything, or as much as there is room for, and moves `*position` behind it.
 kernel::s64 write_descriptor(kernel::file& to, const char* buffer, std::size_t size, kernel::s64* position)
 {
@@ -109,6 +114,10 @@ kernel::s64 write_descriptor(kernel::file& to, const char* buffer, std::size_t s
             put = ::write(to.fd.get(), buffer + done, size - done);
         if (put < 0 && errno == EINTR)
             continue;
+        if (put <= 0) {
+            last_write_error.store(put < 0 ? errno : ENOSPC);
+            failed_write_count.fetch_add(1);
+        }
         if (put <= 0)
             return done != 0 ? static_cast<kernel::s64>(done) : put < 0 ? -errno : 0;
         done += static_cast<std::size_t>(put);
@@ -128,6 +137,11 @@ void grow(kernel::file& to, kernel::s64 end)
 }
 
 } // namespace
+
+failed_writes writes_that_failed()
+{
+    return {failed_write_count.load(), last_write_error.load()};
+}
 
 } // namespace platform
 
