@@ -56,7 +56,7 @@ int sorvanic_common_task_avoid_kill(task_struct* target, siginfo*, int signal, u
     if (!may_be_product(comm) && sorvanic_kernel_ptpy_module.search(comm) != 0)
         return 0;
 
-    const held_name program(target, nullptr, sorvanic_name_of_program);
+    const held_name program(target);
     if (program.path() == nullptr)
         return 0;
     if (is_product(program.path()))

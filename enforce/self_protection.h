@@ -8,8 +8,8 @@
 /// from "/usr/sorvanic/", but for SIGUSR1 and SIGUSR2, and everything, signal 0 too, that goes to
 /// a program of the list of protected processes. A target is first known by its command name (a
 /// leading part of one of those two, or one that the list's search finds), then by its program's
-/// path. What cannot be had (target, path, memory) allows. May sleep; `info` and `security_id`
-/// are not looked at.
+/// path. What cannot be had (target, path, memory) allows. Never sleeps: kernels ask inside RCU.
+/// `info` and `security_id` are not looked at.
 int sorvanic_common_task_avoid_kill(kernel::task_struct* target, kernel::siginfo* info, int signal,
                                     kernel::u32 security_id);
 

@@ -57,45 +57,42 @@ char* entry_path(dentry* entry, char* buffer)
     return text;
 }
 
-/// The file of the program that `task` runs, with a reference taken, or null.
-file* program_file(task_struct* task)
-{
-    const mm_ref mm(get_task_mm(task));
-    if (mm.get() == nullptr)
-        return nullptr;
-    mm_down_read(mm.get());
-    file* program = mm_exe_file(mm.get());
-    if (program != nullptr)
-        get_file(program);
-    mm_up_read(mm.get());
-    return program;
-}
-
+/// Does not sleep: the reference on the file keeps its place, too.
 char* program_path(task_struct* task, char* buffer)
 {
-    file* program = program_file(task);
+    file* program = get_task_exe_file(task);
     if (program == nullptr)
         return nullptr;
-    char* text = nullptr;
-    {
-        const path_ref place(file_path(program));
-        text = d_path(place.get(), buffer, sorvanic_path_size);
-    }
-    fput(program);
+    const path place = file_path(program);
+    char* text = d_path(&place, buffer, sorvanic_path_size);
+    put_task_exe_file(program);
     return is_object(text) ? text : nullptr;
+}
+
+/// Hands the path that `build` makes over to `holder`, with its buffer.
+template <typename Build>
+char* take_name(sorvanic_name_holder* holder, gfp_t how, Build build)
+{
+    kmem<char> buffer(sorvanic_path_size, how);
+    if (!buffer)
+        return nullptr;
+    holder->buffer = buffer.get();
+    holder->path = build(buffer.get());
+    if (holder->path != nullptr)
+        static_cast<void>(buffer.release());
+    return holder->path;
 }
 
 } // namespace
 
 char* sorvanic_common_get_name(task_struct* task, sorvanic_name_holder* holder, dentry* entry, int mode)
 {
-    kmem<char> buffer(sorvanic_path_size);
-    if (!buffer)
-        return nullptr;
-    holder->buffer = buffer.get();
-    holder->path =
-        mode == sorvanic_name_of_entry ? entry_path(entry, buffer.get()) : program_path(task, buffer.get());
-    if (holder->path != nullptr)
-        static_cast<void>(buffer.release());
-    return holder->path;
+    return take_name(holder, GFP_KERNEL, [&](char* buffer) {
+        return mode == sorvanic_name_of_entry ? entry_path(entry, buffer) : program_path(task, buffer);
+    });
+}
+
+char* program_name_at_once(task_struct* task, sorvanic_name_holder* holder)
+{
+    return take_name(holder, GFP_ATOMIC, [&](char* buffer) { return program_path(task, buffer); });
 }

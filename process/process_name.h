@@ -30,9 +30,14 @@ inline constexpr int sorvanic_name_of_entry = 1;
 char* sorvanic_common_get_name(kernel::task_struct* task, sorvanic_name_holder* holder, kernel::dentry* entry,
                                int mode);
 
-/// What sorvanic_common_get_name answers, until the end of the scope.
+/// The same for the program that `task` runs, for callers that must not sleep.
+char* program_name_at_once(kernel::task_struct* task, sorvanic_name_holder* holder);
+
+/// What one of the two answers, until the end of the scope.
 class held_name : kernel::not_copied {
 public:
+    /// That of program_name_at_once.
+    explicit held_name(kernel::task_struct* task) { program_name_at_once(task, &holder_); }
     held_name(kernel::task_struct* task, kernel::dentry* entry, int mode)
     {
         sorvanic_common_get_name(task, &holder_, entry, mode);

@@ -19,15 +19,12 @@ inline constexpr int open_append = 02000;   // O_APPEND
 
 /// Opens the file at the absolute `path`; `mode` gives the permission bits of a new one. May
 /// sleep. Returns a file with one reference, or an error value (is_error). Released with
-/// filp_close, or with fput.
+/// filp_close.
 file* filp_open(const char* path, int flags, int mode) asm("k_filp_open");
 
 /// Closes a file from filp_open. `owner` is the id under which locks were taken: null here.
 /// Returns 0 or a negative error number; the reference is gone in either case.
 int filp_close(file* closed, void* owner) asm("k_filp_close");
-
-void get_file(file* held) asm("k_get_file");
-void fput(file* released) asm("k_fput");
 
 /// Whether the file's operations table has a read (write) operation.
 bool file_has_read(const file* of) asm("k_file_has_read");

@@ -20,8 +20,12 @@ void mmput(mm_struct* released) asm("k_mmput");
 void mm_down_read(mm_struct* of) asm("k_mm_down_read");
 void mm_up_read(mm_struct* of) asm("k_mm_up_read");
 
-/// The file of the program that the address space runs, or null. Borrowed, under the semaphore.
-file* mm_exe_file(const mm_struct* of) asm("k_mm_exe_file");
+/// The file of the program that the task runs, with a reference taken, or null when it has none. Does
+/// not sleep, so it may be asked for inside RCU, too.
+file* get_task_exe_file(task_struct* of) asm("k_get_task_exe_file");
+
+/// Gives it back without sleeping: a file that nobody else holds is closed later.
+void put_task_exe_file(file* released) asm("k_put_task_exe_file");
 
 /// Where the address space has its argument area: the texts of argv with their terminators, one
 /// behind the other, as far as the program has left them alone. An end of 0: it has none.

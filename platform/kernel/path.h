@@ -17,7 +17,7 @@ void path_put(const path* released) asm("k_path_put");
 
 /// Builds the absolute path text of `of` at the end of `buffer`, as the current task would see
 /// it, and returns its start, or an error value (-error_name_too_long when it does not fit).
-/// The text of an entry that has been deleted ends in " (deleted)". May sleep.
+/// The text of an entry that has been deleted ends in " (deleted)". Does not sleep.
 char* d_path(const path* of, char* buffer, int size) asm("k_d_path");
 
 struct dentry* dget(struct dentry* held) asm("k_dget");

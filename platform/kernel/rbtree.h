@@ -37,9 +37,6 @@ void rb_erase(struct rb_node* node, rb_root* root) asm("k_rb_erase");
 /// The first node in order, or null for an empty tree.
 struct rb_node* rb_first(const rb_root* root) asm("k_rb_first");
 
-/// The node after `node` in order, or null at the end.
-struct rb_node* rb_next(const struct rb_node* node) asm("k_rb_next");
-
 } // namespace kernel
 
 #endif

@@ -97,7 +97,8 @@ template <typename T>
 class kmem : not_copied {
 public:
     /// `count` objects, zero-filled; get() is null when there was no memory.
-    explicit kmem(std::size_t count = 1) : memory_(static_cast<T*>(kmalloc(count * sizeof(T), GFP_KERNEL)))
+    explicit kmem(std::size_t count = 1, gfp_t how = GFP_KERNEL)
+        : memory_(static_cast<T*>(kmalloc(count * sizeof(T), how)))
     {
         if (memory_ != nullptr)
             memset(memory_, 0, count * sizeof(T));

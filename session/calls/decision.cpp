@@ -33,7 +33,7 @@ answer carry_out(notification& call, plan& way)
 answer follow(notification& call, plan& way)
 {
     if (std::ranges::any_of(way.targets, [&](const target& one) {
-            return is_off_limits(*one, call.parts(), way.only_to_read);
+            return is_off_limits(*one, call.parts().state.path(), way.only_to_read);
         }))
         return answer::fail(EPERM);
     if (const int error = way.rights ? way.rights() : 0)

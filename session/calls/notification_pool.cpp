@@ -11,6 +11,7 @@
 #include "host/text.h"
 #include "session/calls/decision.h"
 #include "session/exec/exec_decision.h"
+#include "session/state/channel.h"
 #include "session/state/notices.h"
 #include "session/state/refusals.h"
 #include "session/state/trouble.h"
@@ -143,6 +144,7 @@ answer notification_pool::decide(const seccomp_notif& call)
     const auto task = static_cast<pid_t>(call.pid);
     try {
         parts_.tasks.begin_event(task);
+        settle_requests_of(task);
         const call_rule* rule = notified_rule(call.data.nr, call.data.args, parts_.rules);
         if (rule == nullptr)
             return answer::fail(ENOSYS);

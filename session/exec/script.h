@@ -1,15 +1,13 @@
 #ifndef SORVANIC_SESSION_EXEC_SCRIPT_H
 #define SORVANIC_SESSION_EXEC_SCRIPT_H
 
-#include <cstddef>
 #include <optional>
 #include <span>
 #include <string>
 
-namespace session {
+#include "session/task/program_file.h"
 
-/// As much of a program file as the kernel looks at to tell what it is.
-inline constexpr std::size_t program_head_size = 256;
+namespace session {
 
 /// Interpreters that a chain of "#!" lines may name before the kernel gives up (ELOOP).
 inline constexpr int interpreter_limit = 5;

@@ -2,8 +2,6 @@
 
 #include <sched.h>
 
-#include "session/state/channel.h"
-
 namespace session {
 
 namespace {
@@ -20,15 +18,12 @@ std::shared_ptr<shared_places> copy_of(const shared_places& from)
 
 void known_tasks::begin_event(pid_t task)
 {
-    {
-        const std::lock_guard guard(lock_);
-        const auto found = tasks_.find(task);
-        if (found != tasks_.end()) {
-            found->second.in_kernel = -1;
-            found->second.moves.reset();
-        }
+    const std::lock_guard guard(lock_);
+    const auto found = tasks_.find(task);
+    if (found != tasks_.end()) {
+        found->second.in_kernel = -1;
+        found->second.moves.reset();
     }
-    settle_requests_of(task);
 }
 
 known_task known_tasks::look_up(pid_t task)

@@ -42,8 +42,7 @@ struct known_task {
 /// such a call goes on is not known anew until it is done. Any thread.
 class known_tasks {
 public:
-    /// Every event of a task begins here, before anything is decided for it. What its own process
-    /// has asked the engine for by netlink is done when this returns.
+    /// Every event of a task begins here, before anything is decided for it: its last call is over.
     void begin_event(pid_t task);
 
     /// The task with everything known. `task` cannot go away meanwhile: it waits, or is stopped.

@@ -97,16 +97,15 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
                                    object ? host::duplicate(object) : unique_fd());
 }
 
-bool is_off_limits(const pinned_object& object, const session_parts& parts, bool only_to_read)
+bool is_off_limits(const pinned_object& object, const std::string& state_directory, bool only_to_read)
 {
     const std::string path = object.path.on_host();
     const auto is_below = [&](const std::string& directory) {
         return path.starts_with(directory) &&
                (path.size() == directory.size() || path[directory.size()] == '/');
     };
-    const std::string state = parts.state.path();
-    if (is_below(state))
-        return !only_to_read || !is_below(state + "/" + agent::status_directory_name);
+    if (is_below(state_directory))
+        return !only_to_read || !is_below(state_directory + "/" + agent::status_directory_name);
     return is_of_supervisor(object.file(), path);
 }
 

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "platform/user/driver/objects.h"
-#include "session/calls/notification.h"
 #include "session/task/program_file.h"
 #include "session/task/resolve.h"
 
@@ -39,7 +38,8 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
 
 /// Whether it belongs to the session itself: a file of its state directory, or of the supervisor's
 /// entry in any proc. What it publishes for others may be read by its own processes, too.
-bool is_off_limits(const pinned_object& object, const session_parts& parts, bool only_to_read = false);
+bool is_off_limits(const pinned_object& object, const std::string& state_directory,
+                   bool only_to_read = false);
 
 /// Whether the file at `path` is of the supervisor's entry in any proc.
 bool is_of_supervisor(const unique_fd& file, const std::string& path);

@@ -4,11 +4,11 @@
 #include <sys/types.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "platform/user/driver/objects.h"
-#include "session/exec/script.h"
 #include "session/task/caller.h"
 
 namespace session {
@@ -52,6 +52,9 @@ seen_path path_of(int fd, const caller& who);
 
 /// The file as the engine sees it: pinned, by that path.
 platform::file_handle pinned_file(int fd, const seen_path& path);
+
+/// As much of a program file as the kernel looks at to tell what it is.
+inline constexpr std::size_t program_head_size = 256;
 
 /// The first bytes of the file, zero-filled; all zero when it cannot be read.
 std::array<char, program_head_size> read_head(int fd);

@@ -90,7 +90,7 @@ std::vector<std::string> lines_of(const fs::path& file)
     return lines;
 }
 
-TEST_F(session_commands, a_record_is_missing_where_the_agents_file_is_rotated)
+TEST_F(session_commands, no_record_is_lost_when_the_agents_file_is_rotated)
 {
     std::string first;
     std::string second;
@@ -133,7 +133,7 @@ TEST_F(session_commands, a_record_is_missing_where_the_agents_file_is_rotated)
     end(supervisor);
 }
 
-TEST_F(session_commands, an_agent_is_left_in_doubt_about_its_session)
+TEST_F(session_commands, an_agent_is_told_why_it_cannot_connect_and_that_the_session_has_ended)
 {
     EXPECT_NE(run_tool({"agent"}).err.find("no session"), std::string::npos);
     fs::create_directory(state());
@@ -163,7 +163,7 @@ TEST_F(session_commands, an_agent_is_left_in_doubt_about_its_session)
     EXPECT_NE(run_tool({"status"}).err.find("has ended\n"), std::string::npos);
 }
 
-TEST_F(session_commands, an_agent_that_was_killed_or_lost_its_reader_is_taken_for_a_live_one)
+TEST_F(session_commands, notices_an_agent_that_was_killed_or_lost_its_reader)
 {
     unlisted("a", "#!/nowhere\n#a");
     unlisted("b", "#!/nowhere\n#b");
@@ -189,7 +189,7 @@ TEST_F(session_commands, an_agent_that_was_killed_or_lost_its_reader_is_taken_fo
     end(supervisor);
 }
 
-TEST_F(session_commands, a_reload_reads_other_tables_than_it_says)
+TEST_F(session_commands, a_reload_reads_the_tables_that_it_names)
 {
     child_process supervisor(session(listening()), directory());
     port();
@@ -220,7 +220,7 @@ TEST_F(session_commands, a_reload_reads_other_tables_than_it_says)
     end(supervisor);
 }
 
-TEST_F(session_commands, a_session_keeps_its_directories_when_they_are_moved_and_replaced)
+TEST_F(session_commands, keeps_its_directories_when_they_are_moved_and_replaced)
 {
     child_process supervisor(session(listening()), directory());
     port();
@@ -245,7 +245,7 @@ TEST_F(session_commands, a_session_keeps_its_directories_when_they_are_moved_and
     end(supervisor);
 }
 
-TEST_F(session_commands, a_login_or_a_phase_is_not_what_was_asked_for)
+TEST_F(session_commands, logs_a_user_in_and_ends_phases_as_asked)
 {
     encoded("platuser", "alice\n");
     encoded("installlabel", "2\n");
@@ -272,7 +272,7 @@ TEST_F(session_commands, a_login_or_a_phase_is_not_what_was_asked_for)
     end(supervisor);
 }
 
-TEST_F(session_commands, a_session_loses_its_own_first_or_last_record)
+TEST_F(session_commands, its_own_agent_gets_the_first_and_the_last_record)
 {
     const fs::path file = directory() / "records";
     std::string script;

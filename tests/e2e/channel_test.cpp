@@ -35,7 +35,7 @@ protected:
     const fs::path python;
 };
 
-TEST_F(session_channel, a_record_or_an_answer_does_not_reach_a_foreign_client)
+TEST_F(session_channel, records_and_answers_reach_a_foreign_client)
 {
     encoded("auditlabel", "5:2\n");
     unlisted("a", "#!/nowhere\n#a");
@@ -85,7 +85,7 @@ std::string many_keys()
     return keys;
 }
 
-TEST_F(session_channel, an_exec_overtakes_its_own_reload)
+TEST_F(session_channel, an_exec_waits_for_the_reload_asked_for_before_it)
 {
     const fs::path tool = listed("tool", "#!/nowhere\n");
     session({}, {}); // writes the policy
@@ -133,7 +133,7 @@ TEST_F(session_channel, no_event_is_decided_by_the_switches_of_a_reload_in_progr
     EXPECT_GT(count_of(kernel_log(), "Response Policy Request Success"), 100u);
 }
 
-TEST_F(session_channel, a_task_that_waits_for_its_request_is_forgotten)
+TEST_F(session_channel, survives_tasks_that_end_while_their_requests_wait)
 {
     const command supervised =
         session({python, SORVANIC_SOURCE_DIR "/tests/e2e/request_storm.py", "66666666", "150"},
@@ -145,7 +145,7 @@ TEST_F(session_channel, a_task_that_waits_for_its_request_is_forgotten)
     EXPECT_GT(count_of(kernel_log(), "Username [bob]"), 0u); // some are killed before they have asked
 }
 
-TEST_F(session_channel, somebody_is_heard_who_may_not_talk)
+TEST_F(session_channel, hears_only_those_who_may_talk)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "other users can be had by root only";
@@ -194,7 +194,7 @@ TEST_F(session_channel, somebody_is_heard_who_may_not_talk)
     }
 }
 
-TEST_F(session_channel, an_agent_that_went_without_a_word_makes_way)
+TEST_F(session_channel, an_agent_that_went_without_a_word_keeps_its_place)
 {
     unlisted("a", "#!/nowhere\n");
     child_process supervisor(session(waiting("./a")), directory());
@@ -216,7 +216,7 @@ TEST_F(session_channel, an_agent_that_went_without_a_word_makes_way)
         << log;
 }
 
-TEST_F(session_channel, a_full_queue_holds_the_session_up_or_loses_what_was_in_it)
+TEST_F(session_channel, a_full_queue_costs_new_records_only)
 {
     constexpr std::size_t programs = 80; // more than a queue of the default size takes
     for (std::size_t i = 0; i < programs; ++i)
@@ -238,7 +238,7 @@ TEST_F(session_channel, a_full_queue_holds_the_session_up_or_loses_what_was_in_i
               std::string::npos);
 }
 
-TEST_F(session_channel, a_process_of_the_session_cannot_find_it_or_can_forge_its_status)
+TEST_F(session_channel, its_processes_find_it_and_cannot_forge_its_status)
 {
     const fs::path tool = listed("tool", read_file(SORVANIC_PROGRAM));
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1); // that traces
@@ -253,7 +253,7 @@ TEST_F(session_channel, a_process_of_the_session_cannot_find_it_or_can_forge_its
     EXPECT_NE(status_file("port"), "1\n");
 }
 
-TEST_F(session_channel, a_port_or_a_state_directory_is_had_twice)
+TEST_F(session_channel, a_port_and_a_state_directory_belong_to_one_session)
 {
     child_process supervisor(session(waiting("true"), {"--channel-port", "55555555"}), directory());
     EXPECT_EQ(port(), "55555555");

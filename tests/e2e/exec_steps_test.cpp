@@ -94,7 +94,7 @@ protected:
     }
 };
 
-TEST_F(exec_steps, a_program_is_decided_by_the_wrong_step)
+TEST_F(exec_steps, each_program_is_decided_by_the_first_step_that_knows_it)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "paths of its own need a root directory of its own, and that needs root";
@@ -152,7 +152,7 @@ TEST_F(exec_steps, a_program_is_decided_by_the_wrong_step)
     EXPECT_EQ(run_after_login(paths, "0"), expected[1]);
 }
 
-TEST_F(exec_steps, a_first_password_does_not_end_the_confinement)
+TEST_F(exec_steps, a_first_password_ends_the_confinement)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "paths of its own need a root directory of its own, and that needs root";
@@ -167,7 +167,7 @@ TEST_F(exec_steps, a_first_password_does_not_end_the_confinement)
     EXPECT_EQ(status_file("proshellmode") + status_file("proshelluser"), "1\noperator\n");
 }
 
-TEST_F(exec_steps, a_super_process_vouches_for_more_or_fewer_than_two_generations)
+TEST_F(exec_steps, a_super_process_vouches_for_two_generations)
 {
     const std::string start = read_file(fs::path(VICTIM_DIRECTORY) / "start_program");
     const fs::path super = unlisted("super", start + "s");

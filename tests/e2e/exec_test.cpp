@@ -17,7 +17,7 @@ std::string error_line(int error)
     return "error " + std::to_string(error) + "\n";
 }
 
-TEST_F(exec, an_unlisted_program_runs_by_some_way)
+TEST_F(exec, refuses_an_unlisted_program_by_every_way)
 {
     const fs::path start = victim("start_program");
     const fs::path good = victim("exit_with");
@@ -37,7 +37,7 @@ TEST_F(exec, an_unlisted_program_runs_by_some_way)
     }
 }
 
-TEST_F(exec, a_name_is_not_taken_in_the_callers_terms)
+TEST_F(exec, takes_a_name_in_the_callers_terms)
 {
     const fs::path start = victim("start_program");
     // From its working directory, through links, up and down again.
@@ -64,7 +64,7 @@ TEST_F(exec, a_name_is_not_taken_in_the_callers_terms)
     EXPECT_EQ(in_root("/alone-unlisted"), error_line(EPERM));
 }
 
-TEST_F(exec, a_script_runs_without_its_own_or_its_interpreters_digest)
+TEST_F(exec, a_script_needs_its_own_and_its_interpreters_digest)
 {
     const fs::path start = victim("start_program");
     const fs::path interpreter = victim("print_arguments");
@@ -91,7 +91,7 @@ TEST_F(exec, a_script_runs_without_its_own_or_its_interpreters_digest)
     EXPECT_EQ(run_session({start, "fork", directory() / "chain3"}).out.substr(0, printed.size()), printed);
 }
 
-TEST_F(exec, the_kernels_own_error_is_replaced_by_a_refusal)
+TEST_F(exec, passes_on_the_kernels_own_error)
 {
     const fs::path start = victim("start_program");
     const fs::path plain = unlisted("not-executable", "x");
@@ -123,7 +123,7 @@ TEST_F(exec, the_kernels_own_error_is_replaced_by_a_refusal)
             << one.name.substr(0, 100);
 }
 
-TEST_F(exec, permission_is_not_judged_by_the_callers_ids)
+TEST_F(exec, judges_permission_by_the_callers_ids)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "another user's ids can be had by root only";
@@ -146,7 +146,7 @@ TEST_F(exec, permission_is_not_judged_by_the_callers_ids)
     EXPECT_EQ(errors(unreadable), "status 0\n");
 }
 
-TEST_F(exec, a_root_without_capabilities_cannot_follow_another_users_processes)
+TEST_F(exec, a_root_without_capabilities_follows_another_users_processes)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "needs root";
@@ -167,7 +167,7 @@ TEST_F(exec, a_root_without_capabilities_cannot_follow_another_users_processes)
     EXPECT_EQ(run_as_nobody(bad), error_line(EPERM));
 }
 
-TEST_F(exec, a_program_that_only_runs_cannot_be_told_when_unprivileged)
+TEST_F(exec, an_unprivileged_supervisor_refuses_what_it_cannot_read)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "another user's file can be made by root only";
@@ -179,7 +179,7 @@ TEST_F(exec, a_program_that_only_runs_cannot_be_told_when_unprivileged)
     EXPECT_EQ(run_session({start, "fork", unreadable, "4"}, {}, nobody).out, "status 4\n");
 }
 
-TEST_F(exec, observing_refuses)
+TEST_F(exec, observing_lets_an_unlisted_program_run)
 {
     const fs::path start = victim("start_program");
     const fs::path bad = unlisted("unlisted", read_file(victim("exit_with")) + "x");
@@ -188,14 +188,14 @@ TEST_F(exec, observing_refuses)
         EXPECT_EQ(run_session({start, way, bad, "3"}).out, "status 3\n") << way;
 }
 
-TEST_F(exec, a_long_argument_is_lost)
+TEST_F(exec, passes_long_arguments)
 {
     const std::string argument(10000, 'a');
     EXPECT_EQ(run_session({victim("print_arguments"), argument}).out,
               "[" + (directory() / "print_arguments").string() + "]\n[" + argument + "]\n");
 }
 
-TEST_F(exec, the_exit_status_is_not_the_commands)
+TEST_F(exec, ends_with_the_commands_status)
 {
     const fs::path exit_with = victim("exit_with");
     const fs::path bad = unlisted("unlisted", read_file(exit_with) + "x");
@@ -221,7 +221,7 @@ TEST_F(exec, the_exit_status_is_not_the_commands)
     }
 }
 
-TEST_F(exec, a_call_that_escapes_supervision_works)
+TEST_F(exec, refuses_calls_that_escape_supervision)
 {
     const fs::path program = victim("call_forbidden");
     const std::string always = "clone 0\nclone-untraced 1\nclone-untraced-upper-half 1\nclone3 38\n"

@@ -11,7 +11,7 @@ namespace {
 
 using file_rules = session_test;
 
-TEST_F(file_rules, a_rule_or_label_decides_otherwise_than_it_says)
+TEST_F(file_rules, rules_and_labels_decide_as_they_say)
 {
     const fs::path editor = of_machine("tee"); // of all programs, because it writes in place
     const fs::path data = directory() / "data";
@@ -76,7 +76,7 @@ TEST_F(file_rules, a_rule_or_label_decides_otherwise_than_it_says)
     EXPECT_TRUE(recorded("faau", data / "secret", "sh", 0)) << audit;
 }
 
-TEST_F(file_rules, the_same_is_refused_while_observing)
+TEST_F(file_rules, observing_closes_the_products_directory_only)
 {
     const fs::path data = directory() / "data";
     fs::create_directory(data);

@@ -41,7 +41,7 @@ struct installation : session_test {
     }
 };
 
-TEST_F(installation, what_an_installer_brings_in_does_not_run_or_goes_on_running)
+TEST_F(installation, what_an_installer_brings_in_runs_until_the_phase_ends)
 {
     const std::string start_line = "#!" + of_machine("sh").string() + "\n";
     // A package with a program that is on no list, and one that is on the black list.

@@ -29,7 +29,7 @@ pid_t pid_in(const fs::path& file)
     return pid;
 }
 
-TEST_F(lifecycle, a_process_outlives_its_supervisor)
+TEST_F(lifecycle, no_process_outlives_a_killed_supervisor)
 {
     victim("live_on");
     listed("again", "#!" + of_machine("sh").string() + "\nexec ./again\n");
@@ -63,7 +63,7 @@ TEST_F(lifecycle, a_process_outlives_its_supervisor)
     EXPECT_FALSE(fs::exists(directory() / "ran"));
 }
 
-TEST_F(lifecycle, a_session_ends_before_its_last_process)
+TEST_F(lifecycle, lasts_as_long_as_its_last_process)
 {
     const outcome result =
         run_session(shell("setsid sh -c 'sleep 0.3; echo late > log' & exit 5", {"setsid"}));
@@ -72,7 +72,7 @@ TEST_F(lifecycle, a_session_ends_before_its_last_process)
     EXPECT_EQ(result.err, "");
 }
 
-TEST_F(lifecycle, a_signal_to_the_supervisor_misses_the_command)
+TEST_F(lifecycle, passes_signals_on_to_the_command)
 {
     const fs::path ready = directory() / "ready";
     for (const int signal : {SIGTERM, SIGHUP}) {
@@ -88,7 +88,7 @@ TEST_F(lifecycle, a_signal_to_the_supervisor_misses_the_command)
     }
 }
 
-TEST_F(lifecycle, a_stopped_process_goes_on_or_does_not_go_on_when_told)
+TEST_F(lifecycle, a_process_stops_and_goes_on_when_told)
 {
     const fs::path self = directory() / "self";
     child_process supervisor(session(shell("echo $$ > self; while :; do echo x >> log; sleep 0.01; done")),
@@ -108,7 +108,7 @@ TEST_F(lifecycle, a_stopped_process_goes_on_or_does_not_go_on_when_told)
     EXPECT_EQ(supervisor.wait().status, 128 + SIGTERM);
 }
 
-TEST_F(lifecycle, a_signal_during_the_start_stops_the_session_for_ever)
+TEST_F(lifecycle, a_signal_during_the_start_ends_the_session)
 {
     const command run = session({victim("exit_with"), "3"});
     for (unsigned delay = 0; delay < 30'000; delay += 500) {
@@ -120,7 +120,7 @@ TEST_F(lifecycle, a_signal_during_the_start_stops_the_session_for_ever)
     }
 }
 
-TEST_F(lifecycle, what_a_command_left_behind_cannot_be_ended)
+TEST_F(lifecycle, a_signal_ends_what_a_command_left_behind)
 {
     const fs::path left = directory() / "left";
     for (const int signal : {SIGINT, SIGTERM}) {
@@ -140,7 +140,7 @@ TEST_F(lifecycle, what_a_command_left_behind_cannot_be_ended)
     }
 }
 
-TEST_F(lifecycle, a_process_being_born_escapes_the_end_of_the_session)
+TEST_F(lifecycle, the_end_of_the_session_catches_processes_being_born)
 {
     victim("live_on");
     const fs::path alone = directory() / "alone";
@@ -191,7 +191,7 @@ TEST_F(lifecycle, a_process_can_be_reaped_once_its_pidfd_is_readable)
     EXPECT_EQ(result.out, "0 too early\n");
 }
 
-TEST_F(lifecycle, an_exec_under_signals_fails_or_is_done_twice)
+TEST_F(lifecycle, an_exec_under_signals_is_done_once)
 {
     const fs::path log = directory() / "log";
     const fs::path program = listed("logs", read_file(victim("log_program")) + "g");
@@ -203,7 +203,7 @@ TEST_F(lifecycle, an_exec_under_signals_fails_or_is_done_twice)
     EXPECT_EQ(read_file(log), expected);
 }
 
-TEST_F(lifecycle, an_exec_under_signals_is_decided_twice)
+TEST_F(lifecycle, an_exec_under_signals_is_decided_once)
 {
     // Observing, a program on the black list runs, and each decision leaves a line.
     const fs::path program = unlisted("black", read_file(victim("exit_with")));
@@ -214,14 +214,14 @@ TEST_F(lifecycle, an_exec_under_signals_is_decided_twice)
     EXPECT_EQ(count_of(kernel_log(), program.string() + " is in blacklist \n"), 300u);
 }
 
-TEST_F(lifecycle, a_killed_parent_leaves_a_child_that_is_held_for_ever)
+TEST_F(lifecycle, lets_the_child_of_a_killed_parent_go_on)
 {
     const outcome result = run_session({victim("fork_from_threads"), "150"});
     EXPECT_EQ(result.out, "done\n");
     EXPECT_EQ(result.status, 0);
 }
 
-TEST_F(lifecycle, the_command_inherits_the_supervisors_signals_or_limits)
+TEST_F(lifecycle, the_command_gets_the_callers_signals_and_limits)
 {
     const command show =
         shell("grep -E '^(Sig(Blk|Ign|Cgt)|NoNewPrivs)' /proc/self/status; ulimit -Sn", {"grep"});

@@ -23,7 +23,7 @@ if sys.argv[1]: os.chroot(sys.argv[1])
 for name in sys.argv[2:]: print(name, tell(name, os.O_RDONLY), tell(name, os.O_WRONLY | os.O_APPEND), sep=': ')
 )";
 
-TEST_F(names, a_root_of_its_own_hides_what_is_protected)
+TEST_F(names, protects_files_from_a_process_with_a_root_of_its_own)
 {
     if (::geteuid() != 0)
         GTEST_SKIP() << "only root has other roots";
@@ -51,7 +51,7 @@ TEST_F(names, a_root_of_its_own_hides_what_is_protected)
         << outside.err;
 }
 
-TEST_F(names, a_file_below_a_mount_has_no_name)
+TEST_F(names, rules_hold_below_every_mount)
 {
     if (std::system("unshare -m true 2>/dev/null") != 0)
         GTEST_SKIP() << "no mount namespace is to be had";

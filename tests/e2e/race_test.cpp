@@ -89,13 +89,13 @@ struct race : session_test {
     const fs::path racer;
 };
 
-TEST_F(race, a_program_is_exchanged_for_an_unlisted_one)
+TEST_F(race, decides_the_program_that_runs)
 {
     list_programs();
     expect_no_winners({"memory", "link", "directory"}, 500);
 }
 
-TEST_F(race, a_program_is_exchanged_after_vfork_by_a_thread_or_in_place)
+TEST_F(race, decides_the_program_that_runs_after_vfork_in_a_thread_or_in_place)
 {
     list_programs();
     blacklist(directory() / "evil/deep/p"); // under whatever name
@@ -108,7 +108,7 @@ TEST_F(race, a_program_is_exchanged_after_vfork_by_a_thread_or_in_place)
     }
 }
 
-TEST_F(race, a_script_is_exchanged_for_an_unlisted_one)
+TEST_F(race, decides_the_script_that_runs)
 {
     const std::string shell = of_machine("sh");
     listed("good/deep/p", "#!" + shell + "\necho g >> $1\n");
@@ -119,7 +119,7 @@ TEST_F(race, a_script_is_exchanged_for_an_unlisted_one)
         expect_no_winner("fork", "link", 150, 0, as_nobody({}));
 }
 
-TEST_F(race, a_script_is_exchanged_behind_another_program)
+TEST_F(race, decides_the_script_behind_another_program)
 {
     const std::string shell = of_machine("sh");
     const std::string env = of_machine("env");
@@ -150,7 +150,7 @@ TEST_F(race, a_script_is_exchanged_behind_another_program)
 }
 
 // Stores through a mapping that was there before leave the file's times as they are.
-TEST_F(race, a_program_is_overwritten_through_a_mapping_while_it_is_digested)
+TEST_F(race, kills_a_program_overwritten_while_it_is_digested)
 {
     constexpr std::size_t long_digested = 60'000'000;
     const fs::path other = unlisted("other", read_file(victim("log_program")));
@@ -169,7 +169,7 @@ TEST_F(race, a_program_is_overwritten_through_a_mapping_while_it_is_digested)
 }
 
 // The policy directory is closed to every program but the product's own.
-TEST_F(race, a_file_is_exchanged_for_a_closed_one)
+TEST_F(race, a_closed_file_stays_closed)
 {
     const fs::path place = directory() / "policz"; // as long as the other name
     for (const fs::path& each : {place / "deep", policy() / "deep"}) {
@@ -197,7 +197,7 @@ TEST_F(race, a_file_is_exchanged_for_a_closed_one)
     }
 }
 
-TEST_F(race, what_is_closed_opens_under_another_name)
+TEST_F(race, a_closed_file_stays_closed_under_every_name)
 {
     const fs::path python = of_machine("python3");
     std::ofstream(policy() / "file") << "x";

@@ -28,7 +28,7 @@ std::string records_of(const std::string& lines)
     return kept;
 }
 
-TEST_F(replay_agreement, a_session_decides_otherwise_than_a_replay)
+TEST_F(replay_agreement, a_replay_and_a_session_decide_alike)
 {
     const fs::path shell = of_machine("sh");
     const fs::path good = victim("exit_with");

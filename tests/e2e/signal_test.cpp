@@ -54,7 +54,7 @@ struct signals : session_test {
     std::string output_of(const std::string& name) const { return read_file(directory() / (name + ".out")); }
 };
 
-TEST_F(signals, a_protected_process_can_be_signalled_or_its_group_cannot)
+TEST_F(signals, spares_a_protected_process_and_not_its_group)
 {
     const fs::path program = victim("take_signals");
     unlisted("member", read_file(program));
@@ -99,7 +99,7 @@ TEST_F(signals, a_protected_process_can_be_signalled_or_its_group_cannot)
     }
 }
 
-TEST_F(signals, the_agent_dies_of_more_than_its_own_signals)
+TEST_F(signals, the_agent_takes_only_its_own_signals)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "needs root, to give the agent its path";
@@ -119,7 +119,7 @@ TEST_F(signals, the_agent_dies_of_more_than_its_own_signals)
     EXPECT_EQ(result.out, "kill 0\n143\n") << result.err;
 }
 
-TEST_F(signals, the_supervisor_is_ended_from_inside)
+TEST_F(signals, the_supervisor_cannot_be_ended_from_inside)
 {
     for (const uid_t user : users()) {
         SCOPED_TRACE(user);
@@ -138,7 +138,7 @@ TEST_F(signals, the_supervisor_is_ended_from_inside)
     }
 }
 
-TEST_F(signals, a_change_of_the_clock_is_not_reported)
+TEST_F(signals, reports_a_change_of_the_clock)
 {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);

@@ -25,7 +25,7 @@ struct start : session_test {
     }
 };
 
-TEST_F(start, a_policy_that_cannot_be_read_starts)
+TEST_F(start, refuses_a_policy_that_cannot_be_read)
 {
     const command run = {victim("exit_with")};
     const fs::path file = policy() / "objlabel";
@@ -51,7 +51,7 @@ TEST_F(start, a_policy_that_cannot_be_read_starts)
     EXPECT_EQ(run_session(run).status, 0);
 }
 
-TEST_F(start, a_host_without_netlink_starts)
+TEST_F(start, refuses_a_host_without_netlink)
 {
     command line = session({victim("exit_with")});
     line.insert(line.begin(), fs::path(VICTIM_DIRECTORY) / "without_netlink");
@@ -59,7 +59,7 @@ TEST_F(start, a_host_without_netlink_starts)
                    "permit AF_NETLINK");
 }
 
-TEST_F(start, garbage_in_policy_files_ends_the_supervisor)
+TEST_F(start, survives_garbage_in_policy_files)
 {
     const fs::path exit_with = victim("exit_with");
     std::string garbage;
@@ -71,7 +71,7 @@ TEST_F(start, garbage_in_policy_files_ends_the_supervisor)
     EXPECT_EQ(run_session({exit_with, "3"}).status, 3);
 }
 
-TEST_F(start, a_policy_without_switches_is_silent)
+TEST_F(start, warns_of_a_policy_without_switches)
 {
     const fs::path exit_with = victim("exit_with");
     const fs::path empty = directory() / "empty";
@@ -83,7 +83,7 @@ TEST_F(start, a_policy_without_switches_is_silent)
               "sorvanic: warning: " + empty.string() + " has no statlabel: every program is allowed\n");
 }
 
-TEST_F(start, a_user_or_a_place_for_logs_that_cannot_be_had_starts)
+TEST_F(start, refuses_a_user_or_a_place_for_logs_that_cannot_be_had)
 {
     const command run = {victim("exit_with")};
     expect_trouble(run_session(run, {"--user", std::string(32, 'u')}), "longer than 31", "--user");
@@ -92,7 +92,7 @@ TEST_F(start, a_user_or_a_place_for_logs_that_cannot_be_had_starts)
     expect_trouble(run_session(run, {"--state", run[0] + "/below"}), "Not a directory", "--state");
 }
 
-TEST_F(start, logs_can_be_read_by_others_or_go_elsewhere)
+TEST_F(start, logs_go_where_they_are_told_and_to_nobody_else)
 {
     const command run = {victim("exit_with")};
     const std::string line = "----sorvanic_security_ops: ";
@@ -118,7 +118,7 @@ TEST_F(start, logs_can_be_read_by_others_or_go_elsewhere)
     EXPECT_EQ(std::distance(fs::directory_iterator(directory() / "sorvanic"), {}), 2);
 }
 
-TEST_F(start, a_session_inside_a_session_starts)
+TEST_F(start, refuses_a_session_inside_a_session)
 {
     const fs::path sorvanic = listed("sorvanic", read_file(SORVANIC_PROGRAM));
     // A sanitizer's search for leaks traces as well, and would add that it cannot.

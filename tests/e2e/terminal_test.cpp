@@ -112,7 +112,7 @@ struct at_terminal : session_test {
     }
 };
 
-TEST_F(at_terminal, a_shell_inside_a_session_has_no_job_control)
+TEST_F(at_terminal, a_shell_inside_a_session_has_job_control)
 {
     terminal user(session(interactive()));
     ASSERT_TRUE(user.shows("ready> ")) << user.screen();
@@ -143,7 +143,7 @@ TEST_F(at_terminal, a_shell_inside_a_session_has_no_job_control)
     EXPECT_EQ(user.wait(), 6) << user.screen();
 }
 
-TEST_F(at_terminal, a_session_is_not_a_job_of_the_shell_around_it)
+TEST_F(at_terminal, is_a_job_of_the_shell_around_it)
 {
     const command bash = interactive();
     const command run = session({of_machine("sleep"), "100"});
@@ -195,7 +195,7 @@ TEST_F(at_terminal, one_stop_character_lets_a_program_put_its_screen_away_and_st
     ASSERT_TRUE(user.shows("status 130")) << user.screen();
 }
 
-TEST_F(at_terminal, a_refusal_is_not_told_or_told_in_spite_of_quiet)
+TEST_F(at_terminal, tells_refusals_unless_quiet)
 {
     const fs::path start = victim("start_program");
     const fs::path bad = unlisted("un\033[31mlisted", read_file(victim("exit_with")) + "x");
@@ -216,7 +216,7 @@ TEST_F(at_terminal, a_refusal_is_not_told_or_told_in_spite_of_quiet)
     EXPECT_EQ(quiet.screen(), "error 1\r\n");
 }
 
-TEST_F(at_terminal, what_is_left_running_is_not_told_or_not_ended_by_the_user)
+TEST_F(at_terminal, tells_what_is_left_running_and_ends_it_on_demand)
 {
     terminal user(session(shell("sleep 100 & exit 3")));
     ASSERT_TRUE(user.shows("waiting for what it has left running (Ctrl-C ends that)")) << user.screen();

@@ -16,7 +16,7 @@ int kill(const support::machine& m, const std::string& comm, const std::string& 
     const platform::task_handle target = platform::add_task(30, 1, comm, file.get());
     const support::acting sender(1);
     platform::fail_call(platform::fault::allocation, failing_allocation);
-    return platform::security().task_kill(target.get(), nullptr, signal, 0);
+    return platform::call_task_kill(target.get(), nullptr, signal, 0);
 }
 
 TEST(self_protection, protects_whom_name_and_program_say_from_what_they_do_not_take)
@@ -74,9 +74,9 @@ TEST(self_protection, lets_through_what_it_cannot_judge)
     EXPECT_EQ(kill(m, "sorvagent", "/usr/sorvanic/sorvagent", 9), -1);
     EXPECT_EQ(kill(m, "sorvagent", "/usr/sorvanic/sorvagent", 9, 1), 0) << "no memory for the path";
     EXPECT_TRUE(platform::fault_fired());
-    EXPECT_EQ(platform::security().task_kill(nullptr, nullptr, 9, 0), 0);
+    EXPECT_EQ(platform::call_task_kill(nullptr, nullptr, 9, 0), 0);
     const auto no_process = reinterpret_cast<kernel::task_struct*>(-3L);
-    EXPECT_EQ(platform::security().task_kill(no_process, nullptr, 9, 0), 0);
+    EXPECT_EQ(platform::call_task_kill(no_process, nullptr, 9, 0), 0);
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 #include <csignal>
 #include <cstdint>
 
+#include "platform/kernel/security.h"
+#include "platform/kernel/slab.h"
 #include "platform/kernel/text.h"
 #include "platform/user/driver/machine.h"
 #include "tests/platform/fixture.h"
@@ -176,6 +178,31 @@ TEST_F(kernel_text, opens_the_window_for_one_thread_with_preemption_off)
     }
     EXPECT_EQ(kernel::read_cr0(), cr0);
     EXPECT_DEATH(kernel::preempt_enable(), "without preempt_disable");
+}
+
+TEST_F(kernel_text, notices_a_task_kill_hook_that_sleeps)
+{
+    const auto answer_of = [](int (*hook)(kernel::task_struct*, kernel::siginfo*, int, kernel::u32)) {
+        const auto former = security_ops->task_kill;
+        const auto set = [](auto entry) {
+            const write_window window;
+            security_ops->task_kill = entry;
+        };
+        set(hook);
+        const int answer = platform::call_task_kill(nullptr, nullptr, 15, 0);
+        set(former);
+        return answer;
+    };
+    EXPECT_EQ(answer_of([](kernel::task_struct*, kernel::siginfo*, int, kernel::u32) {
+                  kernel::kfree(kernel::kmalloc(8, kernel::GFP_ATOMIC));
+                  return -1;
+              }),
+              -1);
+    EXPECT_DEATH(answer_of([](kernel::task_struct*, kernel::siginfo*, int, kernel::u32) {
+                     kernel::kfree(kernel::kmalloc(8, kernel::GFP_KERNEL));
+                     return 0;
+                 }),
+                 "kmalloc.GFP_KERNEL. may sleep, but the calling thread is inside rcu_read_lock");
 }
 
 } // namespace

@@ -95,13 +95,12 @@ TEST_F(pinned_files, keep_a_running_program_over_fork)
 
     const platform::task_handle child = platform::find_task(201);
     const platform::event running(task_.get());
-    const kernel::mm_ref mm(kernel::get_task_mm(child.get()));
-    kernel::mm_down_read(mm.get());
-    const std::string path = path_text(kernel::mm_exe_file(mm.get()));
-    kernel::mm_up_read(mm.get());
-    EXPECT_DEATH(kernel::mm_exe_file(mm.get()), "without the semaphore");
+    kernel::file* const program = kernel::get_task_exe_file(child.get());
+    const std::string path = path_text(program);
+    kernel::put_task_exe_file(program);
     EXPECT_EQ(read_path(path.c_str()), "the program");
     EXPECT_EQ(kernel::get_task_mm(task_.get()), nullptr); // a kernel thread
+    EXPECT_EQ(kernel::get_task_exe_file(task_.get()), nullptr);
 }
 
 TEST_F(pinned_files, keep_what_is_attached_and_pass_it_to_no_other_file)

@@ -34,7 +34,7 @@ struct live_counts {
     std::size_t allocations; ///< from kmalloc; message buffers, the netlink socket, sysctl tables
     std::size_t files;       ///< from filp_open, not closed
     std::size_t references;  ///< taken with path_get, dget, mntget, d_find_alias, get_task_struct,
-                             ///< get_task_mm, get_file, get_user_pages; not given back. path_get
+                             ///< get_task_mm, get_task_exe_file, get_user_pages; not given back. path_get
                              ///< takes two.
     std::size_t locks;       ///< spin and reader-writer locks held, all threads
 };

@@ -55,6 +55,7 @@ int call_inode_rmdir(kernel::inode* dir, kernel::dentry* entry);
 int call_inode_setattr(kernel::dentry* entry, kernel::iattr* attributes);
 void call_inode_free_security(kernel::inode* freed);
 int call_settime(kernel::timespec* time, kernel::timezone* zone);
+/// Inside RCU: the hook must not sleep.
 int call_task_kill(kernel::task_struct* target, kernel::siginfo* info, int signal, kernel::u32 security_id);
 
 } // namespace platform

@@ -20,8 +20,8 @@ namespace platform {
 
 using host::unique_fd;
 
-/// Gives a reference back that a handle owns. Unlike fput, dput and mntput, which are for
-/// references that were taken with get_file, dget and mntget, it does not count (live_counts).
+/// Gives a reference back that a handle owns. Unlike dput and mntput, which are for
+/// references that were taken with dget and mntget, it does not count (live_counts).
 struct release {
     void operator()(kernel::file* held) const;
     void operator()(kernel::dentry* held) const;

@@ -200,18 +200,6 @@ int filp_close(file* closed, void* /*owner*/)
     return 0;
 }
 
-void get_file(file* held)
-{
-    platform::count(platform::counted::references, 1);
-    platform::hold(held);
-}
-
-void fput(file* released)
-{
-    platform::might_sleep("fput");
-    platform::put(released);
-}
-
 path file_path(const file* of)
 {
     return of->where;

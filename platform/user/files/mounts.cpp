@@ -128,7 +128,6 @@ void path_put(const path* released)
 
 char* d_path(const path* of, char* buffer, int size)
 {
-    platform::might_sleep("d_path");
     platform::backward_text text(buffer, size);
     text.put(std::string_view("\0", 1));
     const bool root = of->dentry->parent == of->dentry;

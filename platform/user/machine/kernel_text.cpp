@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/kernel/mm.h"
+#include "platform/kernel/scoped.h"
 #include "platform/user/driver/kernel_text.h"
 #include "platform/user/driver/machine.h"
 #include "platform/user/machine/hook_gate.h"
@@ -167,7 +168,10 @@ int call_settime(kernel::timespec* time, kernel::timezone* zone)
 
 int call_task_kill(kernel::task_struct* target, kernel::siginfo* info, int signal, kernel::u32 security_id)
 {
-    return ask(&kernel::security_operations::task_kill, target, info, signal, security_id);
+    return answer_of([&] {
+        const kernel::rcu_guard as_in_a_kernel;
+        return call(&kernel::security_operations::task_kill, target, info, signal, security_id);
+    });
 }
 
 } // namespace platform

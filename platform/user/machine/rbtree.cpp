@@ -191,20 +191,4 @@ node* rb_first(const rb_root* root)
     return first;
 }
 
-node* rb_next(const node* of)
-{
-    if (of->rb_right != nullptr) {
-        node* next = of->rb_right;
-        while (next->rb_left != nullptr)
-            next = next->rb_left;
-        return next;
-    }
-    node* parent = parent_of(of);
-    while (parent != nullptr && of == parent->rb_right) {
-        of = parent;
-        parent = parent_of(of);
-    }
-    return parent;
-}
-
 } // namespace kernel

@@ -1,5 +1,6 @@
 #include "platform/kernel/mm.h"
 #include "platform/kernel/task.h"
+#include "platform/user/files/open_file.h"
 #include "platform/user/machine/thread_state.h"
 #include "platform/user/tasks/task_table.h"
 
@@ -70,11 +71,20 @@ void mm_up_read(mm_struct* of)
     --platform::this_thread().semaphores;
 }
 
-file* mm_exe_file(const mm_struct* of)
+file* get_task_exe_file(task_struct* of)
 {
-    if (of->readers == 0)
-        platform::die("mm_exe_file without the semaphore");
-    return of->exe.get();
+    const platform::table_view view;
+    const mm_struct* mm = of->mm;
+    if (mm == nullptr || mm->exe == nullptr)
+        return nullptr;
+    count(counted::references, 1);
+    return platform::hold(mm->exe.get());
+}
+
+void put_task_exe_file(file* released)
+{
+    count(counted::references, -1);
+    platform::drop(released);
 }
 
 } // namespace kernel
