@@ -85,6 +85,9 @@ planned plan_rt_sigqueueinfo(notification& call);
 planned plan_rt_tgsigqueueinfo(notification& call);
 planned plan_pidfd_send_signal(notification& call);
 
+// lock_calls.cpp
+planned plan_lock(notification& call);
+
 // clock_calls.cpp
 planned plan_settimeofday(notification& call);
 planned plan_clock_settime(notification& call);
