@@ -208,6 +208,30 @@ constexpr call_rule rules[] = {
     // Who cannot be read cannot be asked what it wants.
     handled("prctl", SYS_prctl, plan_set_dumpable, no_hook, equal(0, PR_SET_DUMPABLE)),
 
+    // Limits and priorities of others, not of the caller itself (0).
+    handled("prlimit64", SYS_prlimit64, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("sched_setaffinity", SYS_sched_setaffinity, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("sched_setscheduler", SYS_sched_setscheduler, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("sched_setparam", SYS_sched_setparam, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("sched_setattr", SYS_sched_setattr, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("migrate_pages", SYS_migrate_pages, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("move_pages", SYS_move_pages, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("setpriority", SYS_setpriority, plan_setpriority, no_hook, with(0, ~0U)),
+    handled("setpriority", SYS_setpriority, plan_setpriority, no_hook, with(1, ~0U)),
+    handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, no_hook, with(0, 2)), // a group or a user
+    handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, no_hook, with(1, ~0U)),
+
+    // What the supervisor opens for a caller would not be held to the caller's domain.
+    barred("landlock_create_ruleset", SYS_landlock_create_ruleset, absent),
+    barred("landlock_add_rule", SYS_landlock_add_rule, absent),
+    barred("landlock_restrict_self", SYS_landlock_restrict_self, absent),
+    // The kernel opens and writes files for these, and asks nobody.
+    barred("fanotify_init", SYS_fanotify_init, refuse),
+    barred("acct", SYS_acct, refuse),
+    // A queue of reads and writes that are not decided one by one.
+    in_scope(call_scope::every_io, barred("io_setup", SYS_io_setup, absent)),
+    in_scope(call_scope::every_io, barred("io_submit", SYS_io_submit, absent)),
+
     // A child made so reports neither its birth nor its execs.
     barred("clone", SYS_clone, refuse, with(0, CLONE_UNTRACED)),
     // The flags are in memory, which can change under the filter's eyes.
