@@ -51,6 +51,11 @@ public:
         const rlimit raised = {files_.rlim_max, files_.rlim_max};
         if (most <= files_.rlim_max || setrlimit(RLIMIT_NOFILE, &all) != 0)
             setrlimit(RLIMIT_NOFILE, &raised);
+        // Nor is the size of its files the command's affair; at its own limit a write fails.
+        getrlimit(RLIMIT_FSIZE, &size_);
+        const rlimit largest = {size_.rlim_max, size_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &largest);
+        beyond_size_ = signal(SIGXFSZ, SIG_IGN);
         // Nobody of the same user reads or traces it.
         prctl(PR_SET_DUMPABLE, 0);
         // What it makes for its tasks gets their masks.
@@ -60,6 +65,8 @@ public:
     {
         umask(umask_);
         prctl(PR_SET_DUMPABLE, dumpable_);
+        signal(SIGXFSZ, beyond_size_);
+        setrlimit(RLIMIT_FSIZE, &size_);
         setrlimit(RLIMIT_NOFILE, &files_);
     }
     supervisor_process(const supervisor_process&) = delete;
@@ -68,6 +75,8 @@ public:
 private:
     int dumpable_;
     rlimit files_ = {};
+    rlimit size_ = {};
+    sighandler_t beyond_size_;
     mode_t umask_ = 0;
 };
 

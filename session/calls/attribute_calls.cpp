@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "platform/kernel/security.h"
+#include "session/calls/caller_limits.h"
+#include "session/calls/interruption.h"
 #include "session/calls/planners.h"
 #include "session/calls/target.h"
 #include "session/task/own_descriptors.h"
@@ -52,6 +54,18 @@ planned change_owner(notification& call, found_target found, int user, int group
         .questions = {attributes_of(object, mode_without_rights(object->about))},
         .carry_out = change,
     };
+}
+
+/// Whoever holds a lease on the file may keep the caller waiting.
+answer set_size(notification& call, const pinned_object& object, off_t size)
+{
+    struct stat about = {};
+    if (fstat(object.file().get(), &about) != 0)
+        return answer::fail(errno);
+    if (const int error = file_size_error(call.who(), about.st_size, size))
+        return answer::fail(error);
+    return until_interrupted(
+        call, [&] { return answer::of_host(truncate(link_to(object.file().get()).c_str(), size)); });
 }
 
 } // namespace
@@ -121,8 +135,7 @@ planned plan_truncate(notification& call)
         .rights = rights,
         .questions = {access_to(object, kernel::may_write),
                       attributes_of(object, mode_without_rights(object->about))},
-        .carry_out =
-            [object, size] { return answer::of_host(truncate(link_to(object->file().get()).c_str(), size)); },
+        .carry_out = [&call, object, size] { return set_size(call, *object, size); },
     };
 }
 

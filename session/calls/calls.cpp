@@ -45,6 +45,11 @@ constexpr call_condition without(unsigned argument, unsigned bits)
     return {call_condition::which::no_bit, argument, bits};
 }
 
+constexpr call_condition equal(unsigned argument, unsigned value)
+{
+    return {call_condition::which::equal, argument, value};
+}
+
 constexpr call_rule handled(const char* name, int number, planned (*planner)(notification&), unsigned hooks,
                             call_condition condition = {})
 {
@@ -144,6 +149,11 @@ constexpr call_rule rules[] = {
     handled("rt_tgsigqueueinfo", SYS_rt_tgsigqueueinfo, plan_rt_tgsigqueueinfo, on_kill),
     handled("pidfd_send_signal", SYS_pidfd_send_signal, plan_pidfd_send_signal, on_kill),
 
+    handled("flock", SYS_flock, plan_lock, no_hook),
+    handled("fcntl", SYS_fcntl, plan_lock, no_hook, equal(1, F_OFD_SETLK)),
+    handled("fcntl", SYS_fcntl, plan_lock, no_hook, equal(1, F_OFD_SETLKW)),
+    handled("fcntl", SYS_fcntl, plan_lock, no_hook, equal(1, F_SETLEASE)),
+
     handled("settimeofday", SYS_settimeofday, plan_settimeofday, on_settime),
     handled("clock_settime", SYS_clock_settime, plan_clock_settime, on_settime),
     handled("clock_adjtime", SYS_clock_adjtime, plan_clock_adjtime, on_settime),
@@ -167,9 +177,6 @@ constexpr call_rule rules[] = {
 
     // A name would no longer lead where it did when it was decided, or a process id to another process.
     namespace_call("clone", SYS_clone, with(0, namespaces)),
-    namespace_call("unshare", SYS_unshare, with(0, namespaces)),
-    namespace_call("setns", SYS_setns, with(1, namespaces)),
-    namespace_call("setns", SYS_setns, {call_condition::which::equal, 1, 0}), // whatever its descriptor is of
     namespace_call("mount", SYS_mount),
     namespace_call("umount2", SYS_umount2),
     namespace_call("move_mount", SYS_move_mount),
@@ -199,8 +206,31 @@ constexpr call_rule rules[] = {
     handled("setns", SYS_setns, plan_setns, no_hook),
 
     // Who cannot be read cannot be asked what it wants.
-    handled("prctl", SYS_prctl, plan_set_dumpable, no_hook,
-            {call_condition::which::equal, 0, PR_SET_DUMPABLE}),
+    handled("prctl", SYS_prctl, plan_set_dumpable, no_hook, equal(0, PR_SET_DUMPABLE)),
+
+    // Limits and priorities of others, not of the caller itself (0).
+    handled("prlimit64", SYS_prlimit64, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("sched_setaffinity", SYS_sched_setaffinity, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("sched_setscheduler", SYS_sched_setscheduler, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("sched_setparam", SYS_sched_setparam, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("sched_setattr", SYS_sched_setattr, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("migrate_pages", SYS_migrate_pages, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("move_pages", SYS_move_pages, plan_change_of_task, no_hook, with(0, ~0U)),
+    handled("setpriority", SYS_setpriority, plan_setpriority, no_hook, with(0, ~0U)),
+    handled("setpriority", SYS_setpriority, plan_setpriority, no_hook, with(1, ~0U)),
+    handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, no_hook, with(0, 2)), // a group or a user
+    handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, no_hook, with(1, ~0U)),
+
+    // What the supervisor opens for a caller would not be held to the caller's domain.
+    barred("landlock_create_ruleset", SYS_landlock_create_ruleset, absent),
+    barred("landlock_add_rule", SYS_landlock_add_rule, absent),
+    barred("landlock_restrict_self", SYS_landlock_restrict_self, absent),
+    // The kernel opens and writes files for these, and asks nobody.
+    barred("fanotify_init", SYS_fanotify_init, refuse),
+    barred("acct", SYS_acct, refuse),
+    // A queue of reads and writes that are not decided one by one.
+    in_scope(call_scope::every_io, barred("io_setup", SYS_io_setup, absent)),
+    in_scope(call_scope::every_io, barred("io_submit", SYS_io_submit, absent)),
 
     // A child made so reports neither its birth nor its execs.
     barred("clone", SYS_clone, refuse, with(0, CLONE_UNTRACED)),
@@ -232,15 +262,15 @@ bool meets(const call_condition& condition, call_arguments arguments)
     }
 }
 
-/// The notified rules by number, found without a search.
+/// Where the rules of each number begin, found without a search. 0: nowhere.
 constexpr auto index_of_rules = [] {
     std::array<unsigned char, 512> index = {};
-    for (std::size_t i = 0; i < std::size(rules); ++i) {
-        if (rules[i].action == notify)
-            index[static_cast<std::size_t>(rules[i].number)] = static_cast<unsigned char>(i + 1);
-    }
+    for (std::size_t i = std::size(rules); i > 0; --i)
+        index[static_cast<std::size_t>(rules[i - 1].number)] = static_cast<unsigned char>(i);
     return index;
 }();
+
+static_assert(std::size(rules) < 256);
 
 } // namespace
 
@@ -254,8 +284,12 @@ const call_rule* notified_rule(int number, call_arguments arguments, const sessi
     const auto at = static_cast<std::size_t>(number);
     if (number < 0 || at >= index_of_rules.size() || index_of_rules[at] == 0)
         return nullptr;
-    const call_rule& rule = rules[index_of_rules[at] - 1];
-    return stands_in(rule, wanted) && meets(rule.condition, arguments) ? &rule : nullptr;
+    for (std::size_t i = index_of_rules[at] - 1U; i < std::size(rules); ++i) {
+        const call_rule& rule = rules[i];
+        if (rule.number == number && stands_in(rule, wanted) && meets(rule.condition, arguments))
+            return rule.action == notify ? &rule : nullptr;
+    }
+    return nullptr;
 }
 
 bool stands_in(const call_rule& rule, const session_rules& wanted)

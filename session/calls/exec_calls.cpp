@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "session/calls/handover.h"
 #include "session/calls/planners.h"
 #include "session/exec/exec_decision.h"
 #include "session/state/refusals.h"
@@ -15,6 +16,7 @@ namespace {
 
 answer decide(notification& call, found_program program, const exec_request& request)
 {
+    wait_for_handovers(); // a program that was just written must not seem to be still
     const caller& who = call.who();
     exec_answer decided = decide_exec(who, call.task(), std::move(program), request);
     if (decided.verdict == exec_verdict::refused) {

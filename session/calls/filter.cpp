@@ -13,8 +13,6 @@ namespace session {
 
 namespace {
 
-constexpr unsigned first_x32_number = 0x40000000;
-
 constexpr sock_filter load(std::size_t offset)
 {
     return BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offset));
@@ -58,7 +56,7 @@ std::vector<sock_filter> filter_program(const session_rules& rules)
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AUDIT_ARCH_X86_64, 1, 0),
         give(fail_with(ENOSYS)),
         load_number,
-        unless(BPF_JGE, first_x32_number, 1),
+        unless(BPF_JGE, newest_call + 1, 1), // those of the x32 numbering are higher
         give(fail_with(ENOSYS)),
     };
     for (const call_rule& rule : call_rules()) {

@@ -10,7 +10,7 @@
 namespace session {
 
 /// The table of calls (calls.h) as a seccomp program. Calls of a foreign architecture and of the
-/// x32 numbering are absent: their numbers mean other calls.
+/// x32 numbering are absent: their numbers mean other calls. So are those above newest_call.
 std::vector<sock_filter> filter_program(const session_rules& rules);
 
 } // namespace session

@@ -10,6 +10,7 @@
 
 #include "host/text.h"
 #include "session/calls/decision.h"
+#include "session/calls/handover.h"
 #include "session/exec/exec_decision.h"
 #include "session/state/channel.h"
 #include "session/state/notices.h"
@@ -159,7 +160,9 @@ answer notification_pool::decide(const seccomp_notif& call)
 void notification_pool::send(const seccomp_notif& call, answer given)
 {
     if (given.what == answer::kind::descriptor) {
+        const handover running;
         const int error = from_.hand_over(call.id, given.file.get(), given.close_on_exec);
+        given.file.reset();
         if (error == 0)
             return;
         given = answer::fail(error); // no room for one more

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "session/calls/caller_limits.h"
 #include "session/calls/changed_name.h"
 #include "session/calls/opening.h"
 #include "session/calls/planners.h"
@@ -66,6 +67,9 @@ planned plan_reference(notification& call, const open_request& wanted)
 
 planned plan_open(notification& call, open_request wanted)
 {
+    if ((wanted.flags & (O_CREAT | O_TRUNC)) != 0 && !wanted.has(O_PATH) &&
+        !has_room_for_descriptor(call.who()))
+        return fails(EMFILE);
     if (wanted.has(O_PATH)) {
         wanted.flags &= O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
         return plan_reference(call, wanted);

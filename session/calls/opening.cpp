@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/kernel/security.h"
+#include "session/calls/caller_limits.h"
 #include "session/calls/slow_open.h"
 #include "session/calls/target.h"
 #include "session/task/own_descriptors.h"
@@ -45,6 +46,25 @@ int kind_error(const struct stat& about, const open_request& wanted)
 bool opens_at_once(const pinned_object& object, const open_request& wanted)
 {
     return (S_ISREG(object.about.st_mode) || object.is_directory()) && !wanted.has(O_TRUNC);
+}
+
+/// Opens it unless somebody holds a lease on it, who has to be waited for; then nothing is opened. 0, or
+/// the error.
+int open_without_waiting(const pinned_object& object, int flags, unique_fd& opened)
+{
+    opened = reopen(object.file().get(), flags | O_NONBLOCK);
+    if (!opened)
+        return errno == EWOULDBLOCK && (flags & O_NONBLOCK) == 0 ? 0 : errno;
+    if ((flags & O_NONBLOCK) == 0)
+        fcntl(opened.get(), F_SETFL, flags & ~O_NONBLOCK);
+    return 0;
+}
+
+answer open_with_time(notification& call, const pinned_object& object, int flags, const open_request& wanted)
+{
+    answer given = open_slowly(call, object, flags);
+    given.close_on_exec = wanted.has(O_CLOEXEC);
+    return given;
 }
 
 } // namespace
@@ -89,18 +109,19 @@ planned plan_opening(notification& call, resolved found, const open_request& wan
         const auto opened = std::make_shared<unique_fd>();
         made.rights = [&call, object, opened, flags] {
             const as_caller rights(call.who().rights());
-            *opened = reopen(object->file().get(), flags);
-            return *opened ? 0 : errno;
+            return open_without_waiting(*object, flags, *opened);
         };
-        made.carry_out = [opened, wanted] { return hand_over(std::move(*opened), wanted); };
+        made.carry_out = [&call, object, opened, flags, wanted] {
+            return *opened ? hand_over(std::move(*opened), wanted)
+                           : open_with_time(call, *object, flags, wanted);
+        };
     } else {
         made.rights = [&call, object, mask] {
             return access_error(call.who(), object->file(), mask & ~kernel::may_append);
         };
         made.carry_out = [&call, object, flags, wanted] {
-            answer given = open_slowly(call, *object, flags);
-            given.close_on_exec = wanted.has(O_CLOEXEC);
-            return given;
+            return has_room_for_descriptor(call.who()) ? open_with_time(call, *object, flags, wanted)
+                                                       : answer::fail(EMFILE);
         };
     }
     made.own_rights = true;

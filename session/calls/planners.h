@@ -85,6 +85,14 @@ planned plan_rt_sigqueueinfo(notification& call);
 planned plan_rt_tgsigqueueinfo(notification& call);
 planned plan_pidfd_send_signal(notification& call);
 
+// process_calls.cpp
+planned plan_change_of_task(notification& call);
+planned plan_setpriority(notification& call);
+planned plan_ioprio_set(notification& call);
+
+// lock_calls.cpp
+planned plan_lock(notification& call);
+
 // clock_calls.cpp
 planned plan_settimeofday(notification& call);
 planned plan_clock_settime(notification& call);

@@ -33,14 +33,18 @@ known_task known_tasks::look_up(pid_t task)
         const std::lock_guard guard(lock_);
         seen = tasks_[task];
     }
-    if (seen.process != 0 && seen.rights != nullptr && seen.places->umask.load() >= 0)
+    if (seen.process != 0 && seen.rights != nullptr && seen.places->umask.load() >= 0 &&
+        seen.places->certain.load())
         return seen;
     const auto status = read_status(task);
     if (!status)
         return seen;
     // Unless another thread has just set it.
     int unknown = -1;
-    seen.places->umask.compare_exchange_strong(unknown, static_cast<int>(status->umask));
+    if (!seen.places->certain.load())
+        seen.places->umask.store(static_cast<int>(status->umask));
+    else
+        seen.places->umask.compare_exchange_strong(unknown, static_cast<int>(status->umask));
     seen.process = status->process;
     seen.rights = std::make_shared<const credentials>(status->rights);
     const std::lock_guard guard(lock_);
@@ -132,7 +136,14 @@ void known_tasks::unshares_places(pid_t task)
 {
     const std::lock_guard guard(lock_);
     known_task& of = tasks_[task];
+    // The table and the call have it.
+    if (of.places.use_count() <= 2)
+        return;
+    // Should the kernel fail it, others still change what this one remembers.
+    of.places->certain.store(false);
+    of.places->own_root.store(true);
     of.places = copy_of(*of.places);
+    of.places->certain.store(false);
 }
 
 } // namespace session

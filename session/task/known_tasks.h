@@ -18,6 +18,7 @@ namespace session {
 struct shared_places {
     std::atomic<int> umask{-1};        ///< -1: not known
     std::atomic<bool> own_root{false}; ///< may have another root than the supervisor, since some time
+    std::atomic<bool> certain{true};   ///< false: who has them in common is not known, so ask each time
     working_directory directory;
 };
 

@@ -26,8 +26,11 @@ bool read_bytes(pid_t task, std::uint64_t address, char* buffer, std::size_t siz
     iovec local = {buffer, size};
     iovec remote = {reinterpret_cast<void*>(address), size};
     const auto wanted = static_cast<ssize_t>(size);
-    if (process_vm_readv(task, &local, 1, &remote, 1, 0) == wanted)
-        return true;
+    if (const ssize_t got = process_vm_readv(task, &local, 1, &remote, 1, 0); got >= 0)
+        return got == wanted;
+    // The second way would also read what the task's own page permissions keep from it.
+    if (errno != EPERM && errno != EACCES)
+        return false;
     const unique_fd memory = open_proc(task, "mem", O_RDONLY);
     return memory && pread(memory.get(), buffer, size, static_cast<off_t>(address)) == wanted;
 }

@@ -175,6 +175,20 @@ TEST_F(signals, blocking_calls_are_interrupted_and_restarted_as_without_a_sessio
     }
 }
 
+TEST_F(signals, calls_at_their_edges_come_out_as_without_a_session)
+{
+    victim("edge_calls");
+    const command run = shell("exec ./edge_calls");
+    for (const uid_t user : users()) {
+        const outcome expected = child_process(run, directory(), user).wait();
+        EXPECT_EQ(count_of(expected.out, " ended "), 9U) << expected.out << expected.err;
+        for (const command& options : {command{}, command{"--every-io"}}) {
+            const outcome result = run_session(run, options, user);
+            EXPECT_EQ(result.out, expected.out) << user << options.size() << result.err;
+        }
+    }
+}
+
 TEST_F(signals, calls_are_neither_done_twice_nor_interrupted_before_they_begin)
 {
     const fs::path program = victim("storm_names");
