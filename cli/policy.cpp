@@ -14,7 +14,8 @@ namespace {
 
 constexpr const char* build_help =
     R"(SRC holds text files that have the names of the policy files; a line that begins with # is a
-comment. Nothing is written unless every file is right; then each is replaced atomically.
+comment. Nothing is written unless every file is right. Then each file of DST is replaced
+atomically, and a policy file that SRC does not have is removed from DST.
 
   whitelist blacklist supertrustfile    programs: the absolute path of one, or 8 hexadecimal
                                         digits of key text (sorvanic digest), on each line
@@ -46,8 +47,7 @@ void print_summary(const build_request& request, const build_report& report)
         fmt::print("\n");
     }
     if (!report.others.empty())
-        fmt::print("not in {}, {}: {}\n", request.source,
-                   request.prune ? "so removed" : "left as they were (--prune removes them)",
+        fmt::print("not in {}, {}: {}\n", request.source, request.keep ? "left as they were" : "so removed",
                    fmt::join(report.others, " "));
     if (!report.absent.empty())
         fmt::print("every program is allowed as long as there is no {}\n",
@@ -86,7 +86,7 @@ void add_policy(const command& program, int& status)
     compile.value("DST", request->destination, "Policy directory; made when it is missing")
         .required()
         .typed("");
-    compile.flag("--prune", request->prune, "Remove policy files of DST that SRC does not have");
+    compile.flag("--keep", request->keep, "Leave policy files of DST that SRC does not have");
     compile.action([request, &status] { status = build(*request); });
 }
 

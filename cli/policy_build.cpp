@@ -91,7 +91,7 @@ build_report build_policy(const build_request& request)
                                            [&](const new_file& built) { return built.name == file.name; });
         if (in_source || !fs::exists(fs::symlink_status(path)))
             continue;
-        if (request.prune)
+        if (!request.keep)
             fs::remove(path);
         report.others.emplace_back(file.name);
     }

@@ -12,7 +12,7 @@ namespace cli {
 struct build_request {
     std::string source;      ///< directory of text files named as the policy files are
     std::string destination; ///< the policy directory to be filled
-    bool prune = false;      ///< remove policy files of `destination` that `source` lacks
+    bool keep = false;       ///< leave policy files of `destination` that `source` lacks
 };
 
 struct built_file {
@@ -26,7 +26,7 @@ struct build_report {
         errors; ///< "file:line: reason" or "file: reason"; when not empty, nothing was changed
     std::vector<built_file> built;
     std::vector<std::string>
-        others; ///< policy files that only `destination` has: kept, or removed with `prune`
+        others; ///< policy files that only `destination` had: removed, or left with `keep`
     std::vector<std::string>
         absent; ///< of statlabel and modllabel, without which the engine allows everything
 };

@@ -143,7 +143,7 @@ TEST_F(PolicyBuild, WhatCannotBeBuiltLeavesTheDestinationAsItWas)
     EXPECT_FALSE(std::filesystem::exists(files_ / "dst"));
 
     files_.write("dst/whitelist", "former");
-    EXPECT_EQ(build({"--prune"}).status, 1);
+    EXPECT_EQ(build().status, 1);
     EXPECT_EQ(built("whitelist"), "former");
     EXPECT_EQ(names_in_destination(), std::set<std::string>{"whitelist"});
 
@@ -171,7 +171,7 @@ TEST_F(PolicyBuild, SourcesThatAreNoFilesAreToldAndNotWaitedFor)
     clear_source();
     expect_error(build(), {files_ / "src" + ": No such file or directory"});
     std::filesystem::create_directories(files_ / "src");
-    expect_error(build({"--prune"}), {"holds no policy file"});
+    expect_error(build(), {"holds no policy file"});
 }
 
 TEST_F(PolicyBuild, KeyTextAndPathOfOneProgramGiveOneRecord)
@@ -262,7 +262,7 @@ TEST_F(PolicyBuild, AReaderKeepsTheOldFileAndTheNewOneKeepsItsMode)
     EXPECT_EQ(mode("workdir"), 0600U);
 }
 
-TEST_F(PolicyBuild, FilesThatTheSourceLacksStayUnlessPruned)
+TEST_F(PolicyBuild, removes_a_table_whose_source_is_gone_unless_told_to_keep_it)
 {
     source("whitelist", "5E65753B\n");
     ASSERT_EQ(build().status, 0);
@@ -270,9 +270,9 @@ TEST_F(PolicyBuild, FilesThatTheSourceLacksStayUnlessPruned)
 
     files_.write("dst/dac", "former");
     files_.write("dst/notes", "not a policy file");
-    expect_in(build().out, {"left as they were (--prune removes them): dac\n"});
+    expect_in(build({"--keep"}).out, {"left as they were: dac\n"});
     EXPECT_EQ(built("dac"), "former");
-    expect_in(build({"--prune"}).out, {"so removed: dac\n"});
+    expect_in(build().out, {"so removed: dac\n"});
     EXPECT_EQ(names_in_destination(), (std::set<std::string>{"notes", "whitelist"}));
 }
 
