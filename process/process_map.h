@@ -13,7 +13,8 @@
 inline constexpr int sorvanic_user_name_size = 32;
 
 /// Operations of the process map. `pid` is the per-task id, sign-extended. All but init may run
-/// on any processor at once; each takes one bucket's lock, and only insert may sleep (before it).
+/// on any processor at once. Each takes one bucket's lock at a time and sleeps under none; insert, and
+/// handler through it, may sleep before.
 struct sorvanic_process_map_operations {
     /// Makes the map empty; before anything else can use it. Returns 0.
     int (*init)();

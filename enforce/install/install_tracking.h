@@ -7,7 +7,7 @@
 #include "platform/kernel/types.h"
 
 // The install phase: from the start of the installer, which the execution check records, to the
-// agent's word that it has ended. Meanwhile what the installer's descendants create or make
+// agent's word that it has ended. Meanwhile what descends from the launcher's children creates or makes
 // executable is listed (install_log.h) and marked, and runs although no list knows it.
 
 /// Who installs at the moment, and which phase it is. Every word is read and written on its
@@ -40,8 +40,9 @@ inline constexpr kernel::s32 install_origin_created = 0;
 inline constexpr kernel::s32 install_origin_attributes = -1;
 
 /// Whether the current task is inside the installation of an open phase: it is the launcher, or
-/// the launcher is its grandparent or a more distant ancestor. A child of the launcher, such as
-/// the installer itself, is not. Takes the lock of the ancestor walk.
+/// the launcher is its grandparent or a more distant ancestor: what another child of the launcher
+/// starts is inside, too. A child of the launcher, such as the installer itself, is not. Takes the lock of
+/// the ancestor walk.
 bool inside_installation();
 
 /// Whether the inode (null is none) carries a mark of the current generation.

@@ -4,6 +4,7 @@
 #include "channel/socket.h"
 #include "core/base/proshell.h"
 #include "enforce/install/install_tracking.h"
+#include "platform/user/driver/machine.h"
 #include "platform/user/driver/netlink.h"
 #include "policy/uactivate.h"
 #include "process/process_map.h"
@@ -151,6 +152,20 @@ TEST(receive, a_login_is_recorded_once_and_always_answered)
               accepted + "Username [" + name + "] Login ID [303] current PID [303] Mode [0]\n");
     EXPECT_EQ(user_of(303), long_name);
     EXPECT_EQ(state_of(long_name), 2) << "that is another user";
+}
+
+TEST(receive, serves_one_policy_request_at_a_time)
+{
+    machine m("statlabel=3 auditlabel=5:2");
+    std::string held;
+    platform::set_kernel_log([&](std::string_view text) {
+        if (text.starts_with("Username") || text.starts_with("send plau") || text.starts_with("Recv Msg"))
+            held += sorvanic_kernel_socket_lock.token != 0 ? text.substr(0, 4) : "free";
+    });
+    platform::netlink_send(messages::login(300, 0, "bob"), 300);
+    platform::netlink_send(messages::reload(0), 77);
+    platform::netlink_send(of_type(18, number(3)), 77);
+    EXPECT_EQ(held, "UsersendRecv");
 }
 
 TEST(receive, the_install_phase_ends_only_where_installs_are_permitted)

@@ -2,7 +2,11 @@
 
 #include <sched.h>
 
+#include <atomic>
+#include <chrono>
+#include <functional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -11,7 +15,9 @@
 #include "platform/user/driver/machine.h"
 #include "platform/user/driver/netlink.h"
 #include "platform/user/driver/sysctl.h"
+#include "policy/statusctl.h"
 #include "process/process_map.h"
+#include "tests/channel/messages.h"
 #include "tests/support/machine.h"
 
 namespace {
@@ -78,6 +84,55 @@ TEST(engine_start, goes_on_without_a_policy_a_channel_or_a_switch_and_unloads_to
         EXPECT_EQ(platform::netlink_send("", 100), -111);
         EXPECT_EQ(platform::sysctl_read("sorvanic/proshellmode"), std::nullopt);
     }
+}
+
+/// What the kernel log gets, and something done at the first text with that beginning.
+void at_log_line(const char* beginning, const std::function<void()>& act)
+{
+    platform::set_kernel_log([=, done = false](std::string_view text) mutable {
+        if (!done && text.starts_with(beginning)) {
+            done = true;
+            act();
+        }
+    });
+}
+
+TEST(engine_start, loads_the_whole_policy_before_it_takes_the_hooks)
+{
+    machine m;
+    m.policy("statlabel=3 platuser=bob");
+    const auto before = kernel_state();
+    int status = 0, user_state = -1;
+    std::vector<unsigned char> then;
+    at_log_line("----sorvanic_security_ops", [&] {
+        status = sorvanic_kernel_statusctl_module.getstatus();
+        user_state = support::state_of("bob");
+        then = kernel_state();
+    });
+    ASSERT_EQ(m.load(), 0);
+    EXPECT_EQ(status, 3);
+    EXPECT_NE(user_state, -1);
+    EXPECT_EQ(then, before);
+}
+
+TEST(engine_exit, keeps_the_policy_until_the_last_request_is_answered)
+{
+    machine m("platuser=bob");
+    std::atomic<bool> inside = false, gone = false;
+    int state = -1;
+    at_log_line("Response Policy Request Success", [&] {
+        inside = true;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+        while (!gone && std::chrono::steady_clock::now() < end)
+            state = support::state_of("bob");
+    });
+    std::thread request([] { platform::netlink_send(messages::reload(0), 77); });
+    while (!inside)
+        std::this_thread::yield();
+    m.unload();
+    gone = true;
+    request.join();
+    EXPECT_NE(state, -1);
 }
 
 // A load is refused, and then has changed nothing, or is up and unloads cleanly.

@@ -110,6 +110,13 @@ TEST_F(klib, what_cannot_be_done_says_why)
     EXPECT_EQ(klib_fread(&byte, -1, text), -22);
     EXPECT_EQ(machine_.read("/tmp/text"), "ab\ncdefg\nlast");
 
+    const platform::dentry_handle root = platform::make_root({.number = 1, .mode = 040755});
+    const platform::mount_handle mount = platform::add_mount(root.get(), "/");
+    const platform::file_handle nowhere = platform::make_file(mount.get(), nullptr);
+    EXPECT_EQ(klib_fread(&byte, 1, nowhere.get()), -38) << "it has no operations";
+    EXPECT_EQ(klib_fwrite(&byte, 1, nowhere.get()), -38);
+    platform::clear_mounts();
+
     EXPECT_EQ(klib_fread(&byte, 1, nullptr), -2);
     EXPECT_EQ(klib_fwrite(&byte, 1, nullptr), -2);
     EXPECT_EQ(klib_fgetc(nullptr), -2);

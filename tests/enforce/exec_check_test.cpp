@@ -7,17 +7,18 @@
 
 namespace {
 
-/// An enforcing machine with a shell (10) below an init script (9) below a daemon (8), and programs
-/// whose content is their name.
+/// An enforcing machine with a shell (10) below an init script (9) below a daemon (8) below the
+/// first program (7), and programs whose content is their name.
 struct exec_machine : support::machine {
     explicit exec_machine(const std::string& files)
     {
         for (const char* path :
-             {"/bin/daemon", "/bin/rc", "/bin/sh", "/bin/listed", "/bin/other", "/opt/work/tool",
-              "/opt/workshop", "/usr/bin/gdmflexiserver", "/usr/bin/g", "/usr/sorvanic/sorvagent",
-              "/usr/sorvanic/sorvagent2", "/usr/sorvanic/sorva"})
+             {"/bin/first", "/bin/daemon", "/bin/rc", "/bin/sh", "/bin/listed", "/bin/other",
+              "/opt/work/tool", "/opt/workshop", "/usr/bin/gdmflexiserver", "/usr/bin/g",
+              "/usr/sorvanic/sorvagent", "/usr/sorvanic/sorvagent2", "/usr/sorvanic/sorva"})
             write(path, path);
-        process(8, 1, "/bin/daemon");
+        process(7, 1, "/bin/first");
+        process(8, 7, "/bin/daemon");
         process(9, 8, "/bin/rc");
         process(10, 9, "/bin/sh");
         policy("statlabel=3 modllabel=2222 " + files);
@@ -75,6 +76,7 @@ TEST(exec_check, the_lists_are_asked_in_order)
         {"the caller's own program does not count", "supertrustfile=/bin/sh", other, -1, "", reported},
         {"the parent does", "supertrustfile=/bin/rc", other, 0, "/bin/rc is in sprolist\n"},
         {"the grandparent does", "supertrustfile=/bin/daemon", other, 0, "/bin/daemon is in sprolist\n"},
+        {"who is further up does not", "supertrustfile=/bin/first", other, -1, "", reported},
     });
 }
 

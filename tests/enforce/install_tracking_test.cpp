@@ -70,6 +70,17 @@ TEST(install_tracking, a_creation_is_listed_and_an_executable_is_marked_too)
     EXPECT_EQ(m.log(), "[sorvall] load success,pid [20]\n");
 }
 
+TEST(install_tracking, a_creation_that_is_refused_leaves_no_trace)
+{
+    install_machine m;
+    m.policy("dirctl=/srv dac=/srv:SYSTEM:4 appevp=/srv:*:4");
+    m.start();
+    m.begin_install();
+    EXPECT_EQ(m.create(30, "/srv/refused"), -1);
+    EXPECT_EQ(m.create(30, "/free"), 0);
+    EXPECT_EQ(m.install_log(), "/free\n");
+}
+
 TEST(install_tracking, a_mark_counts_for_its_own_phase_and_can_be_renewed)
 {
     install_machine m;

@@ -33,18 +33,19 @@ struct slow_mark {
     void store(std::uint8_t value, std::memory_order order) { mark.store(value, order); }
 };
 
-kernel::list_head head[2];
-kernel::rwlock_t rwlock[2];
+constexpr std::size_t lists = 3;
+kernel::list_head head[2 * lists];
+kernel::rwlock_t rwlock[2 * lists];
 slow_mark used_mark;
 table_mark idle_mark;
 table_counters counters = {"", 0, 0, {}};
 using copies = table_copies<entry, head, rwlock, used_mark, idle_mark, counters>;
 
-void append(int value)
+void append(int value, std::size_t list = 0)
 {
     kernel::kmem<entry> added;
     added->value = value;
-    copies::append(added.release());
+    copies::append(added.release(), list);
 }
 
 bool found(int value)
@@ -75,6 +76,31 @@ TEST_F(table, a_reader_held_up_for_a_reload_and_a_half_starts_over)
         copies::unload();
     };
     EXPECT_TRUE(found(1));
+}
+
+TEST_F(table, every_list_waits_for_its_reader_before_it_is_emptied)
+{
+    for (std::size_t list = 0; list < lists; ++list) {
+        append(1, list);
+        copies::sync();
+        std::atomic<bool> inside = false, emptied = false;
+        std::thread reader([&] {
+            copies::walk(list, [&](const entry&) {
+                inside = true;
+                const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+                while (!emptied && std::chrono::steady_clock::now() < end)
+                    std::this_thread::yield();
+                EXPECT_FALSE(emptied) << "list " << list;
+                return true;
+            });
+        });
+        while (!inside)
+            std::this_thread::yield();
+        copies::sync();
+        copies::unload();
+        emptied = true;
+        reader.join();
+    }
 }
 
 TEST_F(table, an_unchanged_entry_is_never_missed)

@@ -41,6 +41,9 @@ TEST_F(process_map, what_is_absent_stays_untouched)
     char name[sorvanic_user_name_size] = "operator";
     EXPECT_EQ(map.handler(5, name), 0);
     EXPECT_EQ(user_of(5), "operator");
+    char later[sorvanic_user_name_size] = "somebody else";
+    EXPECT_EQ(map.handler(5, later), 0);
+    EXPECT_EQ(user_of(5), "operator") << "a record stays";
     platform::fail_call(platform::fault::allocation, 1);
     EXPECT_EQ(map.insert(6, "lost"), -1);
     platform::fail_call(platform::fault::allocation, 1);

@@ -18,8 +18,9 @@ namespace platform {
 namespace {
 
 // A fresh inode has no mark to free, and nothing else is refused or done: the kernel's own
-// functions before anyone takes the entries over.
-template <typename... Arguments>
+// functions before anyone takes the entries over. Each entry has one of its own, so that a function given
+// back to the wrong entry shows.
+template <int entry, typename... Arguments>
 int allow(Arguments...)
 {
     return 0;
@@ -35,20 +36,20 @@ union operations_page {
 };
 
 alignas(kernel::page_size) constinit operations_page the_operations = {{
-    .bprm_check_security = allow,
-    .file_permission = allow,
-    .inode_permission = allow,
-    .inode_create = allow,
-    .inode_unlink = allow,
-    .inode_link = allow,
-    .inode_symlink = allow,
-    .inode_rename = allow,
-    .inode_mkdir = allow,
-    .inode_rmdir = allow,
-    .inode_setattr = allow,
+    .bprm_check_security = allow<1>,
+    .file_permission = allow<2>,
+    .inode_permission = allow<3>,
+    .inode_create = allow<4>,
+    .inode_unlink = allow<5>,
+    .inode_link = allow<6>,
+    .inode_symlink = allow<7>,
+    .inode_rename = allow<8>,
+    .inode_mkdir = allow<9>,
+    .inode_rmdir = allow<10>,
+    .inode_setattr = allow<11>,
     .inode_free_security = free_nothing,
-    .settime = allow,
-    .task_kill = allow,
+    .settime = allow<12>,
+    .task_kill = allow<13>,
 }};
 
 void protect(void* page, int protection)
