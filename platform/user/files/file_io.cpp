@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "platform/kernel/errno.h"
+#include "platform/user/driver/files.h"
 #include "platform/user/files/entries.h"
 #include "platform/user/files/open_file.h"
-#include "platform/user/driver/files.h"
 #include "platform/user/machine/fault_points.h"
 #include "platform/user/machine/thread_state.h"
 
