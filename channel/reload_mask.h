@@ -4,7 +4,7 @@
 #include "platform/kernel/types.h"
 
 /// Runs the reload of each policy table whose bit is set in `mask`, one after the other, always in
-/// the same order (reload_mask.cpp is the one place where bits and order are written); other bits
+/// the same order (policy/catalogue.h has bits and order); other bits
 /// are ignored. Not while another call runs. Reads files, so it sleeps, possibly for long.
 void reload_tables(kernel::u32 mask);
 

@@ -45,7 +45,7 @@ inline constexpr kernel::u32 policy_login = 2;
 /// Payload of a reload request.
 struct reload_request {
     kernel::u32 sub_type;
-    kernel::u32 mask; ///< which tables; see reload_mask.h
+    kernel::u32 mask; ///< which tables; see policy/catalogue.h
 };
 
 static_assert(sizeof(reload_request) == 8);

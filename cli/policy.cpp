@@ -39,7 +39,7 @@ void print_summary(const build_request& request, const build_report& report)
 {
     fmt::print("{}:\n", request.destination);
     for (const built_file& built : report.built) {
-        const bool programs = built.file->kind == policy_kind::programs;
+        const bool programs = built.file->form == policy_form::programs;
         fmt::print("  {:<15}{:>6} {}{}", built.file->name, built.entries, programs ? "program" : "line",
                    built.entries == 1 ? "" : "s");
         if (built.duplicates > 0)

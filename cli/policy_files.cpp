@@ -1,6 +1,7 @@
 #include "cli/policy_files.h"
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 #include <vector>
 
@@ -29,14 +30,14 @@ std::size_t distance(std::string_view a, std::string_view b)
 
 const policy_file* find_policy_file(std::string_view name)
 {
-    const auto* found = std::find_if(policy_files.begin(), policy_files.end(),
+    const auto* found = std::find_if(std::begin(policy_files), std::end(policy_files),
                                      [&](const policy_file& file) { return file.name == name; });
-    return found == policy_files.end() ? nullptr : found;
+    return found == std::end(policy_files) ? nullptr : found;
 }
 
 const policy_file& nearest_policy_file(std::string_view name)
 {
-    return *std::min_element(policy_files.begin(), policy_files.end(),
+    return *std::min_element(std::begin(policy_files), std::end(policy_files),
                              [&](const policy_file& a, const policy_file& b) {
                                  return distance(name, a.name) < distance(name, b.name);
                              });

@@ -56,29 +56,29 @@ std::optional<std::string> wrong_line(const policy_file& file, std::string_view 
         return "ends in a blank, which would count as a part of the line; remove it";
     if (line[line.find_first_not_of(blanks)] == '#' && line.front() != '#')
         return "a comment begins in the first column; remove the blanks before #";
-    switch (file.kind) {
-    case policy_kind::directories:
+    switch (file.form) {
+    case policy_form::directories:
         return wrong_directory(line);
-    case policy_kind::status:
+    case policy_form::status:
         return wrong_status(line);
-    case policy_kind::audit_switches:
+    case policy_form::audit_switches:
         return wrong_audit_switch(line);
-    case policy_kind::module_switches:
+    case policy_form::module_switches:
         return wrong_module_switches(line);
-    case policy_kind::subject_labels:
+    case policy_form::subject_labels:
         return wrong_subject_label(line);
-    case policy_kind::object_labels:
+    case policy_form::object_labels:
         return wrong_object_label(line);
-    case policy_kind::user_rules:
+    case policy_form::user_rules:
         return wrong_user_rule(line);
-    case policy_kind::privileges:
+    case policy_form::privileges:
         return wrong_privilege(line);
-    case policy_kind::program_rules:
+    case policy_form::program_rules:
         return wrong_program_rule(line);
-    case policy_kind::users:
+    case policy_form::users:
         return wrong_user(line.substr(0, line.find(':')));
-    case policy_kind::programs:
-    case policy_kind::process_names:
+    case policy_form::programs:
+    case policy_form::process_names:
         return std::nullopt;
     }
     return std::nullopt;

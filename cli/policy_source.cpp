@@ -64,7 +64,7 @@ std::optional<std::uint32_t> program_key(std::string_view line, std::string& rea
 
 std::string too_many(const policy_file& file)
 {
-    if (file.kind == policy_kind::programs)
+    if (file.form == policy_form::programs)
         return fmt::format("more than {} programs, and the engine would ignore the whole list; "
                            "leave programs out",
                            file.most_entries);
@@ -97,7 +97,7 @@ public:
         if (line.starts_with('#') || without_trailing_blanks(line).empty())
             return;
         const std::size_t before = result_.entries;
-        const std::optional<std::string> reason = file_.kind == policy_kind::programs
+        const std::optional<std::string> reason = file_.form == policy_form::programs
                                                       ? take_program(without_trailing_blanks(line))
                                                       : take_line(line);
         if (reason)
@@ -109,7 +109,7 @@ public:
     compiled_file finish(std::size_t last_line)
     {
         const bool one_value =
-            file_.kind == policy_kind::status || file_.kind == policy_kind::module_switches;
+            file_.form == policy_form::status || file_.form == policy_form::module_switches;
         if (one_value && result_.entries == 0 && result_.errors.empty())
             result_.errors.push_back({last_line, "no value; write one, or leave the file out"});
         if (file_.encoded)

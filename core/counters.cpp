@@ -38,11 +38,11 @@ void read_engine_counters(engine_counters* into)
 
 bool read_table_state(u32 index, table_state* into)
 {
-    const table_counters* of = counters_of_table(index);
-    if (of == nullptr)
+    if (index >= policy_tables)
         return false;
-    into->file = of->file;
-    into->entries = of->entries.load(std::memory_order_relaxed);
-    into->generation = of->generation.load(std::memory_order_relaxed);
+    const table_counters& of = policy_counters[index];
+    into->file = policy_files[index].name;
+    into->entries = of.entries.load(std::memory_order_relaxed);
+    into->generation = of.generation.load(std::memory_order_relaxed);
     return true;
 }

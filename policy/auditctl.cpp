@@ -43,7 +43,7 @@ static int sorvanic_kernel_auditctl_module_unload()
 
 static int sorvanic_kernel_auditctl_module_sync()
 {
-    sorvanic_kernel_auditctl_counters.made_active(switches);
+    counters_of(policy_table::auditlabel).made_active(switches);
     return 0;
 }
 

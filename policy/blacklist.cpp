@@ -13,11 +13,11 @@ static constinit table_mark sorvanic_kernel_blacklist_idle_mark{0};
 
 using copies = table_copies<digest_entry, sorvanic_kernel_blacklist_head, sorvanic_kernel_blacklist_rwlock,
                             sorvanic_kernel_blacklist_used_mark, sorvanic_kernel_blacklist_idle_mark,
-                            sorvanic_kernel_blacklist_counters>;
+                            policy_table::blacklist>;
 
 static constexpr digest_file source = {
     .path = "/etc/sorvanic/blacklist",
-    .most_records = 4096,
+    .most_records = most_records_of(policy_table::blacklist),
     .whole_records = false,
 };
 

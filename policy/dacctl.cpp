@@ -12,9 +12,9 @@ static rwlock_t sorvanic_kernel_dacctl_rwlock[2];
 static constinit table_mark sorvanic_kernel_dacctl_used_mark{1};
 static constinit table_mark sorvanic_kernel_dacctl_idle_mark{0};
 
-using copies = table_copies<user_rule, sorvanic_kernel_dacctl_head, sorvanic_kernel_dacctl_rwlock,
-                            sorvanic_kernel_dacctl_used_mark, sorvanic_kernel_dacctl_idle_mark,
-                            sorvanic_kernel_dacctl_counters>;
+using copies =
+    table_copies<user_rule, sorvanic_kernel_dacctl_head, sorvanic_kernel_dacctl_rwlock,
+                 sorvanic_kernel_dacctl_used_mark, sorvanic_kernel_dacctl_idle_mark, policy_table::dac>;
 
 static int sorvanic_kernel_dacctl_module_init()
 {

@@ -5,6 +5,7 @@
 #include "platform/kernel/list.h"
 #include "platform/kernel/printk.h"
 #include "platform/kernel/scoped.h"
+#include "policy/catalogue.h"
 #include "policy/file_size.h"
 
 // What the three lists of program digests share: binary files of 4-byte digest keys, held in
@@ -21,6 +22,12 @@ struct digest_file {
     kernel::s32 most_records; ///< a file of more is ignored as a whole
     bool whole_records;       ///< ignore a file with 1 to 3 bytes at its end, instead of those bytes
 };
+
+/// How many keys the table's file may have.
+constexpr kernel::s32 most_records_of(policy_table table)
+{
+    return static_cast<kernel::s32>(file_of(table).most_entries);
+}
 
 /// The key's list among `lists` (a power of two): h = 33 * h + byte over the key's bytes, from
 /// the least significant on, starting at 0.

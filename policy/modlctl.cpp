@@ -40,7 +40,7 @@ static int sorvanic_kernel_modlctl_module_unload()
 
 static int sorvanic_kernel_modlctl_module_sync()
 {
-    sorvanic_kernel_modlctl_counters.made_active(switches);
+    counters_of(policy_table::modllabel).made_active(switches);
     return 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/string.h"
+#include "policy/catalogue.h"
 #include "policy/path_rules.h"
 #include "policy/table_copies.h"
 #include "policy/text_source.h"
@@ -10,6 +11,7 @@ using namespace kernel;
 
 /// Of a line: hence every path fits.
 static constexpr std::size_t longest_object_label = sizeof(object_label::path) - 1;
+static_assert(file_of(policy_table::objlabel).longest_line == longest_object_label);
 
 static list_head sorvanic_kernel_objlabel_head[2];
 static rwlock_t sorvanic_kernel_objlabel_rwlock[2];
@@ -18,7 +20,7 @@ static constinit table_mark sorvanic_kernel_objlabel_idle_mark{0};
 
 using copies = table_copies<object_label, sorvanic_kernel_objlabel_head, sorvanic_kernel_objlabel_rwlock,
                             sorvanic_kernel_objlabel_used_mark, sorvanic_kernel_objlabel_idle_mark,
-                            sorvanic_kernel_objlabel_counters>;
+                            policy_table::objlabel>;
 
 static int sorvanic_kernel_objlabel_module_init()
 {

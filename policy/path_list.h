@@ -6,6 +6,7 @@
 #include "platform/kernel/list.h"
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/string.h"
+#include "policy/catalogue.h"
 #include "policy/path_rules.h"
 #include "policy/text_source.h"
 
@@ -22,6 +23,13 @@ inline constexpr std::size_t longest_path_line = sizeof(path_entry::text) - 1;
 
 /// The most lines that are taken from a file; the rest is not read.
 inline constexpr unsigned most_path_lines = 8193;
+
+static_assert(file_of(policy_table::dirctl).most_entries == most_path_lines &&
+              file_of(policy_table::workdir).most_entries == most_path_lines &&
+              file_of(policy_table::ptpylist).most_entries == most_path_lines);
+static_assert(file_of(policy_table::dirctl).longest_line == longest_path_line &&
+              file_of(policy_table::workdir).longest_line == longest_path_line &&
+              file_of(policy_table::ptpylist).longest_line == longest_path_line);
 
 /// What a failed allocation costs while a list is read.
 enum class without_memory {

@@ -33,9 +33,9 @@ static rwlock_t sorvanic_kernel_pracctl_rwlock[2];
 static constinit table_mark sorvanic_kernel_pracctl_used_mark{1};
 static constinit table_mark sorvanic_kernel_pracctl_idle_mark{0};
 
-using copies = table_copies<program_rule, sorvanic_kernel_pracctl_head, sorvanic_kernel_pracctl_rwlock,
-                            sorvanic_kernel_pracctl_used_mark, sorvanic_kernel_pracctl_idle_mark,
-                            sorvanic_kernel_pracctl_counters>;
+using copies =
+    table_copies<program_rule, sorvanic_kernel_pracctl_head, sorvanic_kernel_pracctl_rwlock,
+                 sorvanic_kernel_pracctl_used_mark, sorvanic_kernel_pracctl_idle_mark, policy_table::appevp>;
 
 static int sorvanic_kernel_pracctl_module_init()
 {

@@ -14,9 +14,9 @@ static rwlock_t sorvanic_kernel_privctl_rwlock[2];
 static constinit table_mark sorvanic_kernel_privctl_used_mark{1};
 static constinit table_mark sorvanic_kernel_privctl_idle_mark{0};
 
-using copies = table_copies<user_rule, sorvanic_kernel_privctl_head, sorvanic_kernel_privctl_rwlock,
-                            sorvanic_kernel_privctl_used_mark, sorvanic_kernel_privctl_idle_mark,
-                            sorvanic_kernel_privctl_counters>;
+using copies =
+    table_copies<user_rule, sorvanic_kernel_privctl_head, sorvanic_kernel_privctl_rwlock,
+                 sorvanic_kernel_privctl_used_mark, sorvanic_kernel_privctl_idle_mark, policy_table::priv>;
 
 static int sorvanic_kernel_privctl_module_init()
 {

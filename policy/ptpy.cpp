@@ -10,9 +10,9 @@ static rwlock_t sorvanic_kernel_ptpy_rwlock[2];
 static constinit table_mark sorvanic_kernel_ptpy_used_mark{1};
 static constinit table_mark sorvanic_kernel_ptpy_idle_mark{0};
 
-using copies = table_copies<path_entry, sorvanic_kernel_ptpy_head, sorvanic_kernel_ptpy_rwlock,
-                            sorvanic_kernel_ptpy_used_mark, sorvanic_kernel_ptpy_idle_mark,
-                            sorvanic_kernel_ptpy_counters>;
+using copies =
+    table_copies<path_entry, sorvanic_kernel_ptpy_head, sorvanic_kernel_ptpy_rwlock,
+                 sorvanic_kernel_ptpy_used_mark, sorvanic_kernel_ptpy_idle_mark, policy_table::ptpylist>;
 
 static int sorvanic_kernel_ptpy_module_init()
 {

@@ -6,6 +6,7 @@
 #include "platform/kernel/list.h"
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/types.h"
+#include "policy/catalogue.h"
 #include "policy/text_source.h"
 #include "process/process_map.h"
 
@@ -31,6 +32,8 @@ struct user_rule {
 
 /// The most characters a line may have; longer ones are skipped. Hence every path fits.
 inline constexpr std::size_t longest_user_rule = sizeof(user_rule::path) - 1;
+static_assert(file_of(policy_table::dac).longest_line == longest_user_rule &&
+              file_of(policy_table::priv).longest_line == longest_user_rule);
 
 /// Reads user rules into the idle copy of a table_copies (`Copies`); of a user name the first 31
 /// characters are kept. A line without memory is skipped.

@@ -15,11 +15,11 @@ static constinit table_mark sorvanic_kernel_sprolist_idle_mark{0};
 
 using copies = table_copies<digest_entry, sorvanic_kernel_sprolist_head, sorvanic_kernel_sprolist_rwlock,
                             sorvanic_kernel_sprolist_used_mark, sorvanic_kernel_sprolist_idle_mark,
-                            sorvanic_kernel_sprolist_counters>;
+                            policy_table::supertrustfile>;
 
 static constexpr digest_file source = {
     .path = "/etc/sorvanic/supertrustfile",
-    .most_records = 8192,
+    .most_records = most_records_of(policy_table::supertrustfile),
     .whole_records = true,
 };
 

@@ -27,7 +27,7 @@ static int sorvanic_kernel_statusctl_module_unload()
 
 static int sorvanic_kernel_statusctl_module_sync()
 {
-    sorvanic_kernel_statusctl_counters.made_active(1);
+    counters_of(policy_table::statlabel).made_active(1);
     return 0;
 }
 

@@ -15,7 +15,7 @@ static constinit table_mark sorvanic_kernel_sublabel_idle_mark{0};
 
 using copies = table_copies<subject_label, sorvanic_kernel_sublabel_head, sorvanic_kernel_sublabel_rwlock,
                             sorvanic_kernel_sublabel_used_mark, sorvanic_kernel_sublabel_idle_mark,
-                            sorvanic_kernel_sublabel_counters>;
+                            policy_table::sublabel>;
 
 static int sorvanic_kernel_sublabel_module_init()
 {

@@ -20,11 +20,10 @@ static_assert(sizeof(table_mark) == 1 && table_mark::is_always_lock_free);
 ///
 /// Owns nothing: the table's own static storage is passed in. `Head` and `Lock` are arrays
 /// with one element for each list of copy 0 and then for each list of copy 1 (one list, or the
-/// buckets of a hash table); the marks are `Used` and `Idle`; `Counters` tells others how much
-/// there is. `Entry` is a trivial struct
-/// whose first member is `kernel::list_head link`; entries come from kmalloc and belong to the
-/// list that holds them.
-template <typename Entry, auto& Head, auto& Lock, auto& Used, auto& Idle, table_counters& Counters>
+/// buckets of a hash table); the marks are `Used` and `Idle`; `Table` says whose
+/// counters tell others how much there is. `Entry` is a trivial struct whose first member is
+/// `kernel::list_head link`; entries come from kmalloc and belong to the list that holds them.
+template <typename Entry, auto& Head, auto& Lock, auto& Used, auto& Idle, policy_table Table>
 struct table_copies {
     static_assert(std::is_trivial_v<Entry> && offsetof(Entry, link) == 0);
     static_assert(std::extent_v<std::remove_reference_t<decltype(Head)>> ==
@@ -60,7 +59,7 @@ struct table_copies {
         const std::uint8_t filled = Idle.load(std::memory_order_relaxed);
         Idle.store(Used.load(std::memory_order_relaxed), std::memory_order_relaxed);
         Used.store(filled, std::memory_order_release);
-        Counters.made_active(Counters.appended[filled].load(std::memory_order_relaxed));
+        counters_of(Table).made_active(counters_of(Table).appended[filled].load(std::memory_order_relaxed));
         return 0;
     }
 
@@ -69,7 +68,7 @@ struct table_copies {
     {
         empty(0);
         empty(1);
-        Counters.entries.store(0, std::memory_order_relaxed);
+        counters_of(Table).entries.store(0, std::memory_order_relaxed);
         return 0;
     }
 
@@ -78,7 +77,7 @@ struct table_copies {
     {
         const std::uint8_t copy = Idle.load(std::memory_order_relaxed);
         const std::size_t at = copy * lists + list;
-        Counters.appended[copy].fetch_add(1, std::memory_order_relaxed);
+        counters_of(Table).appended[copy].fetch_add(1, std::memory_order_relaxed);
         kernel::write_guard guard(Lock[at]);
         kernel::list_add_tail(&entry->link, &Head[at]);
     }
@@ -125,7 +124,7 @@ private:
 
     static void empty(std::size_t copy)
     {
-        Counters.appended[copy].store(0, std::memory_order_relaxed);
+        counters_of(Table).appended[copy].store(0, std::memory_order_relaxed);
         for (std::size_t at = copy * lists; at < (copy + 1) * lists; ++at) {
             kernel::write_guard guard(Lock[at]);
             while (!kernel::list_empty(&Head[at])) {

@@ -5,6 +5,7 @@
 #include "platform/kernel/list.h"
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/string.h"
+#include "policy/catalogue.h"
 #include "policy/fields.h"
 #include "policy/table_copies.h"
 #include "policy/text_source.h"
@@ -19,7 +20,7 @@ struct platform_user {
     char name[sorvanic_user_name_size];
 };
 
-constexpr std::size_t longest_user_line = 511;
+constexpr std::size_t longest_user_line = file_of(policy_table::platuser).longest_line;
 
 /// A state is written under a read lock: one whole store, that readers see or do not see yet.
 std::atomic_ref<u32> state_of(platform_user& user)
@@ -36,7 +37,7 @@ static constinit table_mark sorvanic_kernel_uactivate_idle_mark{0};
 
 using copies = table_copies<platform_user, sorvanic_kernel_uactivate_head, sorvanic_kernel_uactivate_rwlock,
                             sorvanic_kernel_uactivate_used_mark, sorvanic_kernel_uactivate_idle_mark,
-                            sorvanic_kernel_uactivate_counters>;
+                            policy_table::platuser>;
 
 /// Calls `use` with the state of the first active record that has this name. Returns 0, or 1
 /// when there is none.

@@ -13,11 +13,11 @@ static constinit table_mark sorvanic_kernel_whitelist_idle_mark{0};
 
 using copies = table_copies<digest_entry, sorvanic_kernel_whitelist_head, sorvanic_kernel_whitelist_rwlock,
                             sorvanic_kernel_whitelist_used_mark, sorvanic_kernel_whitelist_idle_mark,
-                            sorvanic_kernel_whitelist_counters>;
+                            policy_table::whitelist>;
 
 static constexpr digest_file source = {
     .path = "/etc/sorvanic/whitelist",
-    .most_records = 65536,
+    .most_records = most_records_of(policy_table::whitelist),
     .whole_records = true,
 };
 

@@ -10,18 +10,13 @@
 
 #include "host/text.h"
 #include "host/unique_fd.h"
+#include "policy/catalogue.h"
 #include "session/state/notices.h"
 #include "session/state/trouble.h"
 
 namespace session {
 
 namespace {
-
-constexpr const char* policy_files[] = {
-    "whitelist",    "blacklist", "supertrustfile", "workdir",   "dirctl",   "ptpylist",
-    "installlabel", "statlabel", "auditlabel",     "modllabel", "sublabel", "objlabel",
-    "dac",          "priv",      "appevp",         "platuser",
-};
 
 bool exists(const std::string& path)
 {
@@ -60,8 +55,8 @@ void check_policy_directory(const std::string& path)
     if (access(path.c_str(), X_OK) != 0)
         throw trouble(fmt::format("policy directory {}: {}; make it accessible for this user", path,
                                   host::error_text(errno)));
-    for (const char* name : policy_files)
-        check_file(path + "/" + name);
+    for (const policy_file& file : policy_files)
+        check_file(path + "/" + file.name);
     for (const char* name : {"statlabel", "modllabel"}) {
         if (!exists(path + "/" + name)) {
             say(fmt::format("warning: {} has no {}: every program is allowed", path, name));

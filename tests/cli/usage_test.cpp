@@ -23,7 +23,7 @@ TEST(Usage, MisuseIsToldAndHasTheCommandsOwnStatus)
         {{"policy", "build", "src"}, 2, "DST is required"},
         {{"policy", "build", "src", "dst", "more"}, 2, "too many arguments at 'more'"},
         {{"reload"}, 2, "TABLE is required"},
-        {{"reload", "dac", "platusr"}, 2, "no table 'platusr'; did you mean platuser? Tables: whitelist bl"},
+        {{"reload", "dac", "platusr"}, 2, "no table 'platusr'; did you mean platuser? Tables: blacklist wh"},
         {{"login", "--user", "bob"}, 2, "--pid is required"},
         {{"login", "--pid", "0", "--user", "bob"}, 2, "--pid"},
         {{"login", "--pid", "1", "--user", std::string(32, 'b')}, 2, "1 to 31 characters"},

@@ -38,8 +38,7 @@ kernel::list_head head[2 * lists];
 kernel::rwlock_t rwlock[2 * lists];
 slow_mark used_mark;
 table_mark idle_mark;
-table_counters counters = {"", 0, 0, {}};
-using copies = table_copies<entry, head, rwlock, used_mark, idle_mark, counters>;
+using copies = table_copies<entry, head, rwlock, used_mark, idle_mark, policy_table::whitelist>;
 
 void append(int value, std::size_t list = 0)
 {
