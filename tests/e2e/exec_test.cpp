@@ -227,9 +227,9 @@ TEST_F(exec, refuses_calls_that_escape_supervision)
     const std::string always = "clone 0\nclone-untraced 1\nclone-untraced-upper-half 1\nclone3 38\n"
                                "io_uring_setup 38\nio_uring_enter 38\nio_uring_register 38\n"
                                "x32-execve 38\nint80 38\nopen_by_handle_at 1\nprocess_vm_writev 1\n";
-    EXPECT_EQ(run_session({program}).out,
+    EXPECT_EQ(run_session({program, "/proc/self/ns/mnt"}).out,
               always +
-                  "open_tree 1\nsetns-any 1\nsetns-mounts 1\nsetns-processes 1\nsetns-net 9\ngetpid 0\n");
+                  "open_tree 1\nsetns-any 1\nsetns-mounts 1\nsetns-processes 22\nsetns-net 9\ngetpid 0\n");
     EXPECT_EQ(run_session({program}, {"--allow-namespaces"}).out,
               always +
                   "open_tree 9\nsetns-any 9\nsetns-mounts 9\nsetns-processes 9\nsetns-net 9\ngetpid 0\n");

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -6,7 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 
-// call_forbidden: makes calls that a session must not let through and prints the error of each,
+// call_forbidden [MOUNT_NAMESPACE]: makes calls that a session must not let through and prints the error of each,
 // 0 when it worked.
 
 namespace {
@@ -38,7 +39,7 @@ int old_entry()
 
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
     std::printf("clone %d\n", error_of(clone_with(0)));
     std::printf("clone-untraced %d\n", error_of(clone_with(untraced)));
@@ -53,11 +54,12 @@ int main()
     std::printf("open_by_handle_at %d\n", error_of(syscall(SYS_open_by_handle_at, -1, nullptr, 0)));
     std::printf("process_vm_writev %d\n",
                 error_of(syscall(SYS_process_vm_writev, getpid(), nullptr, 0, nullptr, 0, 0)));
-    // What may be asked for without any rights; the descriptor is a bad one.
+    // What may be asked for without any rights; the descriptor is a bad one, unless one is named.
+    const int mounts = argc > 1 ? open(argv[1], O_RDONLY) : -1;
     std::printf("open_tree %d\n", error_of(syscall(SYS_open_tree, -1, "name", 0)));
-    std::printf("setns-any %d\n", error_of(syscall(SYS_setns, -1, 0)));
-    std::printf("setns-mounts %d\n", error_of(syscall(SYS_setns, -1, CLONE_NEWNS)));
-    std::printf("setns-processes %d\n", error_of(syscall(SYS_setns, -1, CLONE_NEWPID)));
+    std::printf("setns-any %d\n", error_of(syscall(SYS_setns, mounts, 0)));
+    std::printf("setns-mounts %d\n", error_of(syscall(SYS_setns, mounts, CLONE_NEWNS)));
+    std::printf("setns-processes %d\n", error_of(syscall(SYS_setns, mounts, CLONE_NEWPID)));
     std::printf("setns-net %d\n", error_of(syscall(SYS_setns, -1, CLONE_NEWNET)));
     std::printf("getpid %d\n", error_of(syscall(SYS_getpid)));
     return 0;
