@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 
-// call_forbidden [MOUNT_NAMESPACE]: makes calls that a session must not let through and prints the error of each,
-// 0 when it worked.
+// call_forbidden [MOUNT_NAMESPACE]: makes calls that a session must not let through and prints the error
+// of each, 0 when it worked.
 
 namespace {
 
