@@ -5,6 +5,7 @@
 #include "core/base/call_gate.h"
 #include "enforce/exec_check.h"
 #include "policy/auditctl.h"
+#include "policy/dirctl.h"
 #include "policy/installctl.h"
 #include "policy/modlctl.h"
 #include "policy/statusctl.h"
@@ -34,6 +35,12 @@ void read_engine_counters(engine_counters* into)
     into->records_dropped = records_dropped.load(std::memory_order_relaxed);
     into->records_suppressed = records_suppressed.load(std::memory_order_relaxed);
     into->execs_undecided = execs_undecided.load(std::memory_order_relaxed);
+}
+
+bool is_above_controlled(const char* directory)
+{
+    return sorvanic_kernel_modlctl_module.getstatus(modl_switch_files) == modl_switch_on &&
+           controls_below(directory);
 }
 
 bool read_table_state(u32 index, table_state* into)

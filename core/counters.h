@@ -29,6 +29,11 @@ struct table_state {
 /// Any thread, between start-up and shut-down; neither sleeps nor takes a lock.
 void read_engine_counters(engine_counters* into);
 
+/// Whether file control is on and a controlled directory lies below `directory`, an absolute path: a
+/// driver that knows files by their paths must not let such a directory be moved away. Between start-up
+/// and shut-down; takes a table's lock.
+bool is_above_controlled(const char* directory);
+
 /// The table at `index` (from 0 on) in the order in which the policy is loaded. False when there
 /// are no more. As above.
 bool read_table_state(kernel::u32 index, table_state* into);

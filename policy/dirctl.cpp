@@ -48,6 +48,13 @@ static int sorvanic_kernel_dirctl_module_search(const char* path)
     return search_directories<copies>(path);
 }
 
+bool controls_below(const char* directory)
+{
+    return copies::walk(0, [directory](const path_entry& entry) {
+        return in_tree(directory, entry.text) && !in_tree(entry.text, directory);
+    });
+}
+
 static int sorvanic_kernel_dirctl_module_destroy()
 {
     return copies::destroy();

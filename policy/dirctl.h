@@ -7,4 +7,8 @@
 /// to the access rules.
 extern const path_list_ops sorvanic_kernel_dirctl_module;
 
+/// Whether a controlled directory lies below `directory`, an absolute path; not whether it is one
+/// itself. Any context but an interrupt's; takes the table's lock.
+bool controls_below(const char* directory);
+
 #endif

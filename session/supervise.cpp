@@ -126,8 +126,7 @@ private:
 class running_session {
 public:
     running_session(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
-        : wanted_(wanted), loaded_(loaded), told_(told), first_(wanted.command, signals, wanted.rules),
-          lines_(std::in_place, STDERR_FILENO),
+        : first_(wanted.command, signals, wanted.rules), lines_(std::in_place, STDERR_FILENO),
           root_handle_(static_cast<int>(syscall(SYS_pidfd_open, first_.pid(), 0))),
           tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules),
           meaning_(tree_, first_.pid(), root_handle_.get(), wanted.stop_timeout),
@@ -198,9 +197,6 @@ private:
         }
     }
 
-    const options& wanted_;
-    engine& loaded_;
-    refusals& told_;
     launcher first_;
     std::optional<notices> lines_; // a thread, so after the fork
     const unique_fd root_handle_;

@@ -6,12 +6,15 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <string>
 #include <utility>
 
+#include "core/counters.h"
 #include "platform/kernel/security.h"
 #include "session/calls/changed_name.h"
 #include "session/calls/directory_lock.h"
 #include "session/calls/planners.h"
+#include "session/state/enforcing.h"
 
 // Calls that give a file another name, or exchange the names of two.
 
@@ -53,6 +56,18 @@ int presence_error(const changed_name& from, const changed_name& to, unsigned fl
     return (flags & RENAME_NOREPLACE) != 0 && to.exists() ? EEXIST : 0;
 }
 
+/// Whether a session stands or falls with the paths of what lies below this directory: rules know files
+/// by their paths, and the session's own directories must stay where they are looked for.
+bool carries_rules(const notification& call, const changed_name& moved)
+{
+    if (!S_ISDIR(moved.about.st_mode) || !is_enforcing())
+        return false;
+    std::string path = moved.directory->path.on_host();
+    path += (path == "/" ? "" : "/") + moved.last.substr(0, moved.last.find('/'));
+    return is_above_controlled(path.c_str()) || call.parts().state.path().starts_with(path + "/") ||
+           call.parts().policy.path().starts_with(path + "/");
+}
+
 /// What the caller's own rights say to it; 0 for nothing.
 int rights_error(const notification& call, const changed_name& from, const changed_name& to, unsigned flags)
 {
@@ -65,7 +80,10 @@ int rights_error(const notification& call, const changed_name& from, const chang
                               : changing_error(call, to.directory))
         return error;
     // Its ".." is going to change.
-    return directory && !same_directory(from, to) ? access_error(call.who(), from.object, W_OK) : 0;
+    if (const int error =
+            directory && !same_directory(from, to) ? access_error(call.who(), from.object, W_OK) : 0)
+        return error;
+    return carries_rules(call, from) || (exchange && carries_rules(call, to)) ? EPERM : 0;
 }
 
 std::vector<question> questions_about(const shared_name& from, const shared_name& to, bool exchange)

@@ -87,6 +87,34 @@ TEST_F(file_rules, observing_closes_the_products_directory_only)
     EXPECT_EQ(told.out, "text\nno\n") << "only the product's directory stays closed";
 }
 
+/// Renames each pair, then exchanges it, and tells what came of it.
+constexpr const char* renames = R"(
+import ctypes, os, sys
+def rename(one, other, flags):
+    if ctypes.CDLL(None, use_errno=True).syscall(316, -100, one.encode(), -100, other.encode(), flags) == 0:
+        return 'done'
+    return os.strerror(ctypes.get_errno())
+os.chdir(sys.argv[1])
+for one, other in zip(sys.argv[2::2], sys.argv[3::2]):
+    print(one, rename(one, other + '.new', 0), rename(one, other, 2), sep=': ')
+)";
+
+TEST_F(file_rules, directories_that_carry_rules_stay_where_they_are)
+{
+    const fs::path python = of_machine("python3");
+    for (const char* name : {"a/b/controlled", "plain", "other"})
+        fs::create_directories(directory() / name);
+    std::ofstream(directory() / "a/b/controlled/file") << "text\n";
+    encoded("dirctl", (directory() / "a/b/controlled").string() + "\n");
+    const command tried = {python, "-c",    renames,     directory(), "a",     "plain",
+                           "a/b",  "plain", directory(), "plain",     "plain", "other"};
+    const std::string refused = "Operation not permitted";
+    EXPECT_EQ(run_session(tried).out, "a: " + refused + ": " + refused + "\na/b: " + refused + ": " +
+                                          refused + "\n" + directory().string() + ": " + refused + ": " +
+                                          refused + "\nplain: done: No such file or directory\n");
+    EXPECT_TRUE(fs::exists(directory() / "a/b/controlled/file"));
+}
+
 } // namespace
 
 } // namespace e2e

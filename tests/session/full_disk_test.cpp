@@ -64,7 +64,7 @@ TEST(full_disk, status_is_published_without_room_for_another_file)
         if (status.publish(agent::session_file_name, std::string(1000, 'a')) != 0)
             return not_written;
         fill(place.path());
-        for (const std::size_t size : {1000, 900, 3000, 10}) {
+        for (const std::size_t size : {1000U, 900U, 3000U, 10U}) {
             const std::string next(size, size % 2 == 0 ? 'b' : 'c');
             if (status.publish(agent::session_file_name, next) != 0)
                 return not_written;

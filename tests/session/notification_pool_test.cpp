@@ -144,7 +144,7 @@ TEST(notification_pool, works_with_the_threads_it_gets)
         GTEST_SKIP() << "an unused user id can be taken by root only";
     constexpr uid_t unused = 64321;
     enum result { worked, no_thread_told, wrong };
-    for (const rlim_t room : {1, 2, 3}) { // this process is one
+    for (const rlim_t room : {1U, 2U, 3U}) { // this process is one
         const pid_t child = fork();
         if (child == 0) {
             const rlimit limit = {room, room};
