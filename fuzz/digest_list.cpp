@@ -1,4 +1,4 @@
-// A binary list of program keys: the first byte picks the list, the rest is the file.
+// A list of programs: the first byte picks which, the rest is the binary file.
 
 #include <cstring>
 #include <string>

@@ -1,5 +1,6 @@
-// An encoded policy file, byte for byte; and what the decoder says of any text against what the
-// encoder made of it.
+// An encoded policy file, byte for byte.
+//
+// What the encoder makes of the same bytes is decoded, too, and must be them.
 
 #include <string>
 #include <vector>

@@ -1,5 +1,6 @@
-// What a process sends to the engine: datagrams, each behind a byte with its length and one with
-// the sender's process id.
+// Datagrams to the engine, one after the other.
+//
+// Each stands behind a byte with its length and one that picks the sender.
 
 #include <algorithm>
 #include <string_view>

@@ -1,5 +1,7 @@
-// A policy file of each form, its lines as they are: the first byte picks the table, the second says
-// how many of the following bytes are asked about, the rest is the file's text.
+// The text of a policy file, of any of the sixteen.
+//
+// The first byte picks the table, the second says how many of the bytes behind it are looked up, the
+// rest is the text.
 
 #include <algorithm>
 #include <string>
@@ -21,7 +23,7 @@ namespace {
 
 constexpr std::uint32_t any_access = 7;
 
-/// Asks every table: those that are not loaded have been emptied, and answer as well.
+/// Asks the table about the user or program `name` and the path `path`.
 void look_up(policy_table table, const std::string& name, const std::string& path)
 {
     subject_label subject = {};

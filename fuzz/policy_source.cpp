@@ -1,5 +1,7 @@
-// A source file that people write: the first byte picks the table, the rest is the text. What is
-// compiled without an error, the engine takes whole.
+// A policy source as people write it, for any table.
+//
+// The first byte picks the table, the rest is the text. The engine takes every entry of what is
+// compiled without an error.
 
 #include <string_view>
 

@@ -1,5 +1,6 @@
-// Written events, one a line. They happen on a machine without files; an event that cannot be
-// understood, or cannot happen, says so and changes nothing.
+// Written events, one a line.
+//
+// They happen on a machine without files. A line that cannot be replayed is told, and nothing else.
 
 #include <cstdlib>
 #include <filesystem>
