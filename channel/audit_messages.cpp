@@ -16,7 +16,6 @@ namespace {
 
 constexpr char home_directories[] = "/home/";
 constexpr const char* system_directories[] = {"/etc/", "/lib/", "/lib64/"};
-constexpr char nobody[] = "SYSTEM";
 
 bool begins_with(const char* text, const char* start)
 {
@@ -100,8 +99,9 @@ int send_access_message(const access_kind& as, void*& pre_event, const access_re
     set_text(record->process, report.comm, command_name_length);
     set_text(record->user, report.user);
     record->decision = report.code;
-    record->path_class =
-        begins_with(report.user, nobody) ? path_class_no_user : class_of_path(report.path, report.user);
+    record->path_class = begins_with(report.user, unknown_user_name)
+                             ? path_class_no_user
+                             : class_of_path(report.path, report.user);
 
     if (is_news(as.last_event, pre_event, *record.get(), sizeof(access_record)) &&
         send_record(*record.get(), as.kind) != 0)

@@ -27,7 +27,6 @@ struct received {
 constexpr s32 install_status_permitted = 2;
 constexpr s32 audit_switch_reload = 5;
 constexpr u32 audit_switch_on = 2;
-constexpr char nobody[] = "SYSTEM";
 
 /// The struct at the start of the payload, which is long enough for it.
 template <typename Fields>
@@ -115,10 +114,10 @@ static_assert(audit_user_size == sorvanic_user_name_size);
 
 void reload(const reload_request& request)
 {
-    // Whose request it is is asked before, whether it is reported after: it may change just that.
+    // The reload may change both: who asks is looked up before it, whether to report after it.
     char user[sorvanic_user_name_size] = {};
     if (sorvanic_kernel_hashmap_module.search(task_pid(current_task()), user) != 0)
-        memcpy(user, nobody, sizeof(nobody));
+        memcpy(user, unknown_user_name, sizeof(unknown_user_name));
     reload_tables(request.mask);
     if (sorvanic_kernel_auditctl_module.getstatus(audit_switch_reload) == audit_switch_on &&
         sorvanic_kernel_statusctl_module.getstatus() == system_status_enforcing)

@@ -5,8 +5,8 @@
 #include "policy/uactivate.h"
 
 // What the engine tells of itself to those who run it: read-only, and nothing is decided by it.
-// The words are read one by one, while hooks and reloads run: they need not fit together. So may
-// be asked who must set a password (read_confined_users).
+// The words are read one by one, while hooks and reloads run: they need not fit together.
+// Who must set a password is told by read_confined_users (policy/uactivate.h).
 
 struct engine_counters {
     kernel::s32 system_status;

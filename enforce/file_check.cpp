@@ -20,8 +20,6 @@ using namespace kernel;
 
 namespace {
 
-constexpr char nobody[] = "SYSTEM";
-
 // What the records say.
 constexpr u32 verdict_no_rule = 0;
 constexpr u32 verdict_allowed = 1;
@@ -118,7 +116,7 @@ int sorvanic_kernel_hook_dentry_has_permission(task_struct* task, dentry* entry,
     if (sorvanic_kernel_hashmap_module.search(task_pid(task), user) == 0)
         note_first_password(task, user, name.path(), mask);
     else
-        memcpy(user, nobody, sizeof(nobody));
+        memcpy(user, unknown_user_name, sizeof(unknown_user_name));
     if (sorvanic_kernel_dirctl_module.search(name.path()) != 0)
         return 0;
 

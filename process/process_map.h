@@ -7,10 +7,13 @@
 //
 // Records enter by a login notification and by process creation, which copies the creating
 // task's record to its child; they leave when their task exits. A task without a record is
-// nobody's: readers call it "SYSTEM".
+// nobody's, and goes by a name that stands for that.
 
 /// Bytes of a user name field: at most 31 characters and a terminator.
 inline constexpr int sorvanic_user_name_size = 32;
+
+/// The user's name of a task without a record.
+inline constexpr char unknown_user_name[] = "SYSTEM";
 
 /// Operations of the process map. `pid` is the per-task id, sign-extended. All but init may run
 /// on any processor at once. Each takes one bucket's lock at a time and sleeps under none; insert, and

@@ -267,6 +267,8 @@ json object_of(std::string_view line)
         throw bad_event(fmt::format("this is no JSON from column {} on; write one object like "
                                     "{{\"event\":\"exit\",\"pid\":101}}",
                                     error.byte));
+    } catch (const json::out_of_range&) {
+        throw bad_event("a number in this line is larger than any; write a whole one");
     }
     if (!parsed.is_object())
         throw bad_event("this is no JSON object; write one like {\"event\":\"exit\",\"pid\":101}");

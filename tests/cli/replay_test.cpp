@@ -224,6 +224,7 @@ TEST_F(replay, stops_at_a_line_that_is_not_understood)
     const std::pair<const char*, const char*> cases[] = {
         {"{", "no JSON"},
         {"[]", "no JSON object"},
+        {R"({"event":"exit","pid":1e999})", "a number in this line is larger than any"},
         {R"({"pid":1})", "\"event\" is missing"},
         {R"({"event":"forc","pid":1})", "there is no event \"forc\"; those there are: task, fork"},
         {R"({"event":"fork","pid":1})", "\"child\" is missing"},

@@ -21,7 +21,7 @@ std::string tables()
     return text;
 }
 
-TEST(counters, a_table_is_counted_otherwise_than_lookups_see_it)
+TEST(counters, count_what_lookups_see_of_each_table)
 {
     support::machine m("statlabel=3 modllabel=2222 blacklist=a whitelist=a,b,c platuser=bob\neve "
                        "appevp=/a:*:4\n/b:*:x\n/c:*");
@@ -41,7 +41,7 @@ TEST(counters, a_table_is_counted_otherwise_than_lookups_see_it)
     EXPECT_EQ(tables(), "blacklist:0/1 whitelist:1/1 supertrustfile:0/1 dirctl:0/1 workdir:2/1 " + end);
 }
 
-TEST(counters, a_record_that_nobody_got_is_not_counted)
+TEST(counters, count_each_record_that_nobody_got)
 {
     support::machine m("statlabel=3 modllabel=2222 auditlabel=5:2\n2:7");
     m.write("/bin/other", "x");

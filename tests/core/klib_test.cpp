@@ -30,7 +30,7 @@ std::string next(kernel::file* handle, int size = 1023)
     return klib_fgets(line, size, handle) == nullptr ? "(null)" : line;
 }
 
-TEST_F(klib, lines_come_in_pieces_of_the_buffer_s_size)
+TEST_F(klib, gives_lines_in_pieces_of_the_buffers_size)
 {
     kernel::file* text = open("/tmp/text");
     for (const char* piece : {"ab\n", "cde", "fg\n"})
@@ -70,7 +70,7 @@ TEST_F(klib, a_failed_read_takes_the_bytes_before_it_along)
     platform::assert_thread_clean(); // the address limit in particular
 }
 
-TEST_F(klib, bytes_and_positions)
+TEST_F(klib, reads_bytes_where_the_position_is_set)
 {
     kernel::file* text = open("/tmp/text");
     const struct {
@@ -87,7 +87,7 @@ TEST_F(klib, bytes_and_positions)
     EXPECT_EQ(klib_fgetc(open("/tmp/high")), 255);
 }
 
-TEST_F(klib, writing)
+TEST_F(klib, writes_texts_bytes_and_formats_up_to_their_bounds)
 {
     kernel::file* out = open("/tmp/out", kernel::open_read_write | kernel::open_create);
     EXPECT_EQ(klib_fputs("text", out), 4);
@@ -101,7 +101,7 @@ TEST_F(klib, writing)
     EXPECT_EQ(machine_.read("/tmp/wide"), wide.substr(0, 1023));
 }
 
-TEST_F(klib, what_cannot_be_done_says_why)
+TEST_F(klib, says_why_something_cannot_be_done)
 {
     char byte = 'x';
     kernel::file* text = open("/tmp/text");
@@ -128,7 +128,7 @@ TEST_F(klib, what_cannot_be_done_says_why)
     klib_fclose(nullptr);
 }
 
-TEST_F(klib, the_product_s_directories_are_those_that_hold_its_files)
+TEST_F(klib, the_products_directories_are_those_that_hold_its_files)
 {
     const auto number_of = [this](const char* path) {
         return kernel::inode_number(kernel::file_inode(open(path)));

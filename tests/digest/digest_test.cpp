@@ -72,7 +72,7 @@ std::string digest_of(std::string_view data)
     return finish(context);
 }
 
-TEST(Md5, WrongConstantShiftOrWordOrder)
+TEST(md5, agrees_with_the_vectors_of_rfc_1321)
 {
     // The test suite of RFC 1321, A.5.
     const std::pair<const char*, const char*> vectors[] = {
@@ -90,7 +90,7 @@ TEST(Md5, WrongConstantShiftOrWordOrder)
         EXPECT_EQ(digest, digest_of(text)) << text;
 }
 
-TEST(Md5, BytesLostBetweenPieces)
+TEST(md5, gives_the_same_digest_in_pieces_of_any_size)
 {
     std::mt19937 random(7);
     const auto up_to = [&random](std::size_t limit) { return random() % (limit + 1); };
@@ -109,7 +109,7 @@ TEST(Md5, BytesLostBetweenPieces)
     }
 }
 
-TEST(Md5, BitCountCutTo32Bits)
+TEST(md5, counts_bits_beyond_32_bits)
 {
     // Five bytes that come after 5 * 2^30: the last block, written by hand, holds a bit count of 34 bits.
     std::string last = "12345\x80" + std::string(md5_block_size - 6, '\0');
@@ -127,7 +127,7 @@ TEST(Md5, BitCountCutTo32Bits)
     EXPECT_EQ(0, std::memcmp(by_hand.state, digest.data(), sizeof by_hand.state));
 }
 
-TEST(Md5, InputLeftInTheContext)
+TEST(md5, leaves_no_input_in_its_context)
 {
     md5_context context;
     md5.init(&context);
@@ -140,7 +140,7 @@ TEST(Md5, InputLeftInTheContext)
 constexpr bytes untouched{0xa5, 0x5a, 0xa5};
 constexpr const char* path = "/files/data";
 
-class FileDigest : public testing::Test {
+class file_digest : public testing::Test {
 protected:
     using outcome = std::tuple<int, std::string, std::string>; ///< result, output and log text
 
@@ -166,7 +166,7 @@ protected:
     const outcome refused{-1, hex(untouched), ""};
 };
 
-TEST_F(FileDigest, PieceBoundaries)
+TEST_F(file_digest, is_right_at_every_boundary_of_a_piece)
 {
     for (const std::size_t size : {0u, 1u, 55u, 56u, 63u, 64u, 4095u, 4096u, 4097u, 8192u, 100001u}) {
         const std::string data = content(size);
@@ -177,7 +177,7 @@ TEST_F(FileDigest, PieceBoundaries)
     }
 }
 
-TEST_F(FileDigest, OpenFileDigestedFromItsPositionOrLeftElsewhere)
+TEST_F(file_digest, takes_an_open_file_whole_and_leaves_its_position)
 {
     const std::string data = content(10000);
     m.write(path, data);
@@ -193,7 +193,7 @@ TEST_F(FileDigest, OpenFileDigestedFromItsPositionOrLeftElsewhere)
     EXPECT_EQ(kernel::file_position(file.get()), 17);
 }
 
-TEST_F(FileDigest, OutputWrittenWithoutADigest)
+TEST_F(file_digest, leaves_the_output_alone_without_a_digest)
 {
     for (const char* name : {"/files/absent", "/nowhere/absent", ""})
         EXPECT_EQ(by_name(name), refused) << name;
@@ -208,7 +208,7 @@ TEST_F(FileDigest, OutputWrittenWithoutADigest)
     platform::clear_mounts();
 }
 
-TEST_F(FileDigest, FailureNotReportedOrNotTheEndOfTheData)
+TEST_F(file_digest, ends_the_data_at_a_failed_read_and_tells_of_missing_memory)
 {
     const std::string data = content(10000);
     m.write(path, data);
@@ -227,7 +227,7 @@ TEST_F(FileDigest, FailureNotReportedOrNotTheEndOfTheData)
                                 [&](std::size_t n) { EXPECT_EQ(got, n == 0 ? digest_of(data) : no_memory); });
 }
 
-TEST(DigestKey, WordsFoldedOrWrittenInTheWrongByteOrder)
+TEST(digest_key, folds_and_writes_the_words_least_significant_byte_first)
 {
     const struct {
         kernel::u8 digest[md5_digest_size];

@@ -29,7 +29,7 @@ std::string encode(std::string_view bytes)
     return out;
 }
 
-TEST(base64, vectors_of_rfc_4648)
+TEST(base64, agrees_with_the_vectors_of_rfc_4648)
 {
     const std::pair<std::string, std::string> vectors[] = {
         {"", ""},

@@ -40,7 +40,7 @@ std::vector<std::uint32_t> distinct_keys(std::uint32_t count)
 
 class digest_lists : public policy_fixture {};
 
-TEST_F(digest_lists, sizes_at_their_limits)
+TEST_F(digest_lists, take_files_up_to_their_limit)
 {
     for (const list& tested : lists) {
         const std::uintmax_t most = tested.most;
@@ -107,14 +107,14 @@ TEST_F(digest_lists, emptiness_of_the_super_process_list_is_that_of_the_active_c
     EXPECT_FALSE(super_process_list_is_empty()) << "the former list is back";
 }
 
-TEST(digest_bucket, least_significant_byte_first)
+TEST(digest_bucket, takes_the_least_significant_byte_first)
 {
     EXPECT_EQ(digest_bucket(0x04030201, 65536), 38218u);
     EXPECT_EQ(digest_bucket(0x04030201, 4096), 1354u);
     EXPECT_EQ(digest_bucket(0xffffffff, 65536), (255u * (35937 + 1089 + 33 + 1)) & 0xffffu);
 }
 
-TEST_F(digest_lists, failures_keep_the_records_before_them)
+TEST_F(digest_lists, keep_the_records_before_a_failure)
 {
     const std::vector<std::uint32_t> keys = {1, 2, 3};
     machine_.keys("whitelist", keys);

@@ -114,7 +114,7 @@ TEST_F(path_lists, each_lookup_of_a_process_compares_its_own_part_over_its_own_l
     EXPECT_TRUE(runs("agentd")) << "a path without a directory is all name";
 }
 
-TEST_F(path_lists, lines_and_entries_at_their_limits)
+TEST_F(path_lists, take_lines_and_entries_up_to_their_limits)
 {
     const std::string longest = "/" + std::string(510, 'd');
     load("# a\n\n" + longest + "\n" + longest + "e\n/x\n");

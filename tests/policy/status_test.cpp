@@ -80,7 +80,7 @@ const struct {
 
 class status : public policy_fixture {};
 
-TEST_F(status, lines_say_and_a_file_that_is_gone_brings_the_defaults_back)
+TEST_F(status, is_what_the_line_says_and_the_default_without_a_file)
 {
     for (const auto& table : tables) {
         const auto expect = [&](const std::string& shown) {

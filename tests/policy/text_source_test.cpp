@@ -24,7 +24,7 @@ protected:
     }
 };
 
-TEST_F(text_file, lines_that_count)
+TEST_F(text_file, gives_the_lines_that_count)
 {
     using namespace std::string_literals;
     const std::pair<std::string, lines> cases[] = {
