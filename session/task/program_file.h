@@ -14,22 +14,24 @@
 namespace session {
 
 /// Which file, in which state of its content: as long as none of these changes, neither has the
-/// content (see settled_identity).
+/// content (see settled_identity). All zero: not known, which equals nothing, not even itself.
 struct file_identity {
-    std::uint64_t device;
-    std::uint64_t number;
-    std::int64_t change_seconds;
-    std::int64_t change_nanoseconds;
+    std::uint64_t device = 0;
+    std::uint64_t number = 0;
+    std::int64_t change_seconds = 0;
+    std::int64_t change_nanoseconds = 0;
 
-    bool operator==(const file_identity&) const = default;
+    bool is_known() const { return number != 0; }
+    bool operator==(const file_identity& other) const;
 };
 
-/// The identity of the file behind a descriptor. All zero when the host does not tell.
+/// The identity of the file behind a descriptor; not known when the host does not tell.
 file_identity identity_of(int fd);
 
 /// The same, once a later change can no longer carry the same time of change: a file that was
 /// changed within the running tick of the kernel's clock is waited for, some milliseconds. One
-/// that keeps changing, or that somebody has open for writing, gets an identity that no file has.
+/// that keeps changing, that somebody has open for writing, or of which the host does not tell
+/// that, has no identity.
 file_identity settled_identity(int fd);
 
 /// Whether it is a regular file that the calling thread, by its ids, may execute.
@@ -38,13 +40,14 @@ bool may_execute(int fd);
 /// Whether the supervisor may read it.
 bool may_read(int fd);
 
-/// The file's absolute path as `who` sees it, and whether its name has been deleted. A path
-/// that the host cannot tell is longer than any that a hook can take.
+/// The file's absolute path as `who` sees it, and whether its name has been deleted. Where the
+/// host cannot tell it, mostly because it has 4096 bytes or more, `known` is false and the text is none
+/// that a rule can name: such a file can be judged by its content only.
 struct seen_path {
     std::string text;
     bool deleted;
-    std::string above =
-        {}; ///< what stands before it on the host and `who` does not see, its root being there
+    std::string above = {}; ///< what the host has before it and `who` does not see
+    bool known = true;
 
     std::string on_host() const { return !above.empty() && text == "/" ? above : above + text; }
 };

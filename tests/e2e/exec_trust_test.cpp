@@ -1,0 +1,133 @@
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/e2e/session_fixture.h"
+
+// Programs of which no digest can tell what will run, and a supervisor that is short of descriptors.
+
+namespace e2e {
+
+namespace {
+
+using exec_trust = session_test;
+
+std::string fill(const char* format, int tries)
+{
+    char text[100];
+    std::snprintf(text, sizeof text, format, tries);
+    return text;
+}
+
+TEST_F(exec_trust, runs_nameless_memory_only_when_it_is_sealed)
+{
+    constexpr int tries = 1000;
+    const fs::path runner = victim("run_memory");
+    const fs::path program = listed("program", read_file(victim("log_program")) + "g");
+    const fs::path log = directory() / "log";
+    for (const uid_t user : users()) {
+        SCOPED_TRACE(user);
+        outcome result = run_session({runner, program, log, std::to_string(tries)}, {"--quiet"}, user);
+        EXPECT_EQ(result.out, fill("done 0 refused %d\n", tries)) << result.err;
+        EXPECT_FALSE(fs::exists(log));
+        result = run_session({runner, program, log, "3", "sealed"}, {}, user);
+        EXPECT_EQ(result.out, "done 3 refused 0\n") << result.err;
+        fs::remove(log);
+    }
+    status = "2";
+    EXPECT_EQ(run_session({runner, program, log, "3"}).out, "done 3 refused 0\n");
+}
+
+TEST_F(exec_trust, refuses_a_program_above_the_limit_at_once)
+{
+    const fs::path start = victim("start_program");
+    const fs::path program = victim("exit_with");
+    const fs::path large = unlisted("large", read_file(program));
+    fs::resize_file(large, std::uintmax_t{200} << 30); // sparse
+    EXPECT_EQ(run_session({start, "fork", large, "3"}).out, "error 1\n");
+    const auto size = fs::file_size(program);
+    EXPECT_EQ(run_session({start, "fork", program, "3"}, {"--largest-program", std::to_string(size - 1)}).out,
+              "");
+    EXPECT_EQ(run_session({program, "3"}, {"--largest-program", std::to_string(size)}).status, 3);
+}
+
+// Listed by its content, it runs wherever it is; no rule about paths can say anything of it.
+TEST_F(exec_trust, judges_what_has_too_long_a_path_by_its_content)
+{
+    const fs::path python = of_machine("python3");
+    const fs::path program = victim("exit_with");
+    const fs::path bad = unlisted("unlisted", read_file(program) + "x");
+    // The tree is made outside, where nothing is refused.
+    const fs::path deep = directory() / "deep";
+    const std::string make = "mkdir '" + deep.string() + "' && cd '" + deep.string() +
+                             "' && i=0; while [ $i -lt 21 ]; do mkdir " + std::string(200, 'd') + "; cd " +
+                             std::string(200, 'd') + "; i=$((i+1)); done; cp '" + program.string() +
+                             "' good; cp '" + bad.string() + "' bad; echo x > file; chmod -R a+rx .";
+    ASSERT_EQ(child_process({"/bin/sh", "-c", make}, directory()).wait().status, 0);
+    const std::string inside = R"(
+import os, subprocess, sys
+os.chdir(sys.argv[1])
+for i in range(21): os.chdir('d' * 200)
+def tell(name, what):
+    try: print(name, what())
+    except OSError as e: print(name, 'error', e.errno)
+tell('good', lambda: subprocess.call(['./good', '3']))
+tell('bad', lambda: subprocess.call(['./bad', '3']))
+tell('file', lambda: open('file').read())
+)";
+    for (const uid_t user : users()) {
+        SCOPED_TRACE(user);
+        const outcome result = run_session({python, "-c", inside, deep}, {}, user);
+        EXPECT_EQ(result.out, "good 3\nbad error 1\nfile error 1\n") << result.err;
+    }
+    child_process({"/bin/rm", "-rf", deep}, directory()).wait();
+}
+
+// Short of descriptors, the supervisor cannot look at its callers; that is no reason to let them go on.
+TEST_F(exec_trust, refuses_what_it_is_too_short_of_descriptors_to_judge)
+{
+    const fs::path python = of_machine("python3");
+    const fs::path black = victim("exit_with");
+    blacklist(black);
+    const std::string script = R"(
+import os, sys, time
+go, black, refused = sys.argv[1:]
+open('ready', 'w').close()
+while not os.path.exists(go): time.sleep(0.01)
+for i in range(100):
+    try: print('read', os.read(os.open(refused, os.O_RDONLY), 1))
+    except OSError as e: pass
+    child = os.fork()
+    if child == 0:
+        try: os.execv(black, [black, '3'])
+        except OSError: os._exit(0)
+    status = os.waitpid(child, 0)[1]
+    if status == 3 << 8: print('ran')
+print('end')
+)";
+    std::ofstream(policy() / "refused") << "x";
+    fs::permissions(policy() / "refused", fs::perms(0666));
+    for (const uid_t user : users()) {
+        for (const rlim_t descriptors : {6, 8, 9, 10, 11, 12, 14, 20}) {
+            SCOPED_TRACE(std::to_string(user) + " with " + std::to_string(descriptors));
+            for (const char* left : {"ready", "state", "go"})
+                fs::remove_all(directory() / left);
+            child_process run(
+                session({python, "-c", script, directory() / "go", black, policy() / "refused"}, {"--quiet"}),
+                directory(), user);
+            ASSERT_TRUE(eventually([&] { return fs::exists(directory() / "ready"); }));
+            const rlimit few{descriptors, descriptors};
+            ASSERT_EQ(prlimit(run.pid(), RLIMIT_NOFILE, &few, nullptr), 0);
+            // Not by a rename or the like: the session has to go by what it is left with.
+            std::ofstream(directory() / "go");
+            const outcome result = run.wait(20s);
+            EXPECT_EQ(result.out.find("read"), std::string::npos) << result.out << result.err;
+            EXPECT_EQ(result.out.find("ran"), std::string::npos) << result.out << result.err;
+        }
+    }
+}
+
+} // namespace
+
+} // namespace e2e
