@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -46,8 +47,10 @@ found_program unreadable_program(seen_path path)
     return {unique_fd(::open("/proc/self/exe", O_PATH | O_NOFOLLOW | O_CLOEXEC)), std::move(path)};
 }
 
-bool ask_hook(kernel::task_struct* task, const found_program& program, const std::string& name,
-              const exec_bounds& bounds)
+namespace {
+
+bool ask_by_path(kernel::task_struct* task, const found_program& program, const std::string& name,
+                 const exec_bounds& bounds)
 {
     const platform::file_handle file = pinned_file(program.file.get(), program.path);
     const content_trust trust = trust_in_content(program.file.get(), bounds.largest_program);
@@ -63,6 +66,18 @@ bool ask_hook(kernel::task_struct* task, const found_program& program, const std
     const bool allowed = platform::call_bprm_check_security(parameters.get()) == 0;
     const bool judged = trust == content_trust::trusted && watched.complete();
     return allowed && (judged || !is_enforcing());
+}
+
+} // namespace
+
+bool ask_hook(kernel::task_struct* task, const found_program& program, const std::string& name,
+              const exec_bounds& bounds)
+{
+    return ask_by_path(task, program, name, bounds) &&
+           std::ranges::all_of(program.path.others, [&](const std::string& other) {
+               const found_program same{host::duplicate(program.file), {other, program.path.deleted}};
+               return ask_by_path(task, same, name, bounds);
+           });
 }
 
 exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_program program,

@@ -99,6 +99,12 @@ unique_fd caller::program() const
     return open_proc(task_, "exe", O_PATH);
 }
 
+mount_table caller::mounts() const
+{
+    const unique_fd file = open_proc(known_.process, "mountinfo", O_RDONLY);
+    return file ? mount_table::read(file.get()) : mount_table();
+}
+
 unique_fd caller::process_directory() const
 {
     // Every thread's own entry shows its whole process, but for its place under "task".

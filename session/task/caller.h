@@ -8,6 +8,7 @@
 
 #include "host/unique_fd.h"
 #include "session/task/known_tasks.h"
+#include "session/task/mount_table.h"
 
 // A supervised task as one who names files: its places and its rights.
 
@@ -56,6 +57,9 @@ public:
 
     /// The program it runs.
     unique_fd program() const;
+
+    /// What is mounted in its namespace, as it sees that.
+    mount_table mounts() const;
 
     /// What "/proc/self" and "/proc/thread-self" are to it.
     unique_fd process_directory() const;

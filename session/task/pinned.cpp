@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <linux/limits.h>
 #include <linux/magic.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
@@ -21,6 +22,7 @@
 #include "agent/status_files.h"
 #include "platform/kernel/security.h"
 #include "platform/user/driver/machine.h"
+#include "session/state/enforcing.h"
 #include "session/task/own_descriptors.h"
 
 namespace session {
@@ -88,6 +90,18 @@ pinned_object pin(unique_fd file, const caller& who)
     return pin(resolved{std::move(file)}, who);
 }
 
+pinned_object by_other_path(const pinned_object& object, std::size_t which)
+{
+    platform::host_object same{object.pin, {}};
+    platform::host_statx(object.pin->get(), same.about);
+    pinned_object made;
+    made.pin = object.pin;
+    made.about = object.about;
+    made.path = {object.path.others.at(which), object.path.deleted};
+    made.entry = platform::make_pinned_entry(same, made.path.text, made.path.deleted);
+    return made;
+}
+
 platform::dentry_handle entry_in(const pinned_object& directory, const std::string& last,
                                  const unique_fd& object)
 {
@@ -100,6 +114,9 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
 bool is_off_limits(const pinned_object& object, const std::string& state_directory, bool only_to_read)
 {
     const std::string path = object.path.on_host();
+    const bool names_too_long = object.is_directory() && path.size() + 1 + NAME_MAX >= PATH_MAX;
+    if ((!object.path.known || names_too_long) && is_enforcing())
+        return true;
     const auto is_below = [&](const std::string& directory) {
         return path.starts_with(directory) &&
                (path.size() == directory.size() || path[directory.size()] == '/');

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "host/result.h"
+#include "session/task/mount_table.h"
 #include "session/task/own_descriptors.h"
 
 namespace session {
@@ -120,11 +121,13 @@ seen_path path_of(int fd, const caller& who)
             path.text.resize(path.text.size() - suffix.size());
     }
 
+    path.others = own_mounts()->other_paths(path.text);
     if (!who.has_own_root())
         return path;
     const unique_fd root = who.root();
     const std::string root_text = root ? path_behind(root.get()) : "/";
     if (root_text.size() > 1 && (path.text + "/").starts_with(root_text + "/")) {
+        path.others.push_back(path.text);
         path.text.erase(0, root_text.size());
         path.text += path.text.empty() ? "/" : "";
         path.above = root_text;

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/user/driver/objects.h"
 #include "session/task/caller.h"
@@ -48,6 +49,9 @@ struct seen_path {
     bool deleted;
     std::string above = {}; ///< what the host has before it and `who` does not see
     bool known = true;
+    /// Other absolute paths to it on the host: what `who` does not see of its path, where its root is
+    /// another one, and where its directory is mounted once more. It is judged by each.
+    std::vector<std::string> others = {};
 
     std::string on_host() const { return !above.empty() && text == "/" ? above : above + text; }
 };

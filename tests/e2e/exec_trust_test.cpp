@@ -60,11 +60,19 @@ TEST_F(exec_trust, judges_what_has_too_long_a_path_by_its_content)
     const fs::path bad = unlisted("unlisted", read_file(program) + "x");
     // The tree is made outside, where nothing is refused.
     const fs::path deep = directory() / "deep";
-    const std::string make = "mkdir '" + deep.string() + "' && cd '" + deep.string() +
-                             "' && i=0; while [ $i -lt 21 ]; do mkdir " + std::string(200, 'd') + "; cd " +
-                             std::string(200, 'd') + "; i=$((i+1)); done; cp '" + program.string() +
-                             "' good; cp '" + bad.string() + "' bad; echo x > file; chmod -R a+rx .";
-    ASSERT_EQ(child_process({"/bin/sh", "-c", make}, directory()).wait().status, 0);
+    const std::string make = R"(
+import os, shutil, sys
+deep, good, bad = sys.argv[1:]
+os.mkdir(deep)
+os.chdir(deep)
+for i in range(21):
+    os.mkdir('d' * 200)
+    os.chdir('d' * 200)
+shutil.copy(good, 'good')
+shutil.copy(bad, 'bad')
+open('file', 'w').write('x')
+)";
+    ASSERT_EQ(child_process({python, "-c", make, deep, program, bad}, directory()).wait().status, 0);
     const std::string inside = R"(
 import os, subprocess, sys
 os.chdir(sys.argv[1])
@@ -92,8 +100,8 @@ TEST_F(exec_trust, refuses_what_it_is_too_short_of_descriptors_to_judge)
     blacklist(black);
     const std::string script = R"(
 import os, sys, time
-go, black, refused = sys.argv[1:]
-open('ready', 'w').close()
+go, ready, black, refused = sys.argv[1:]
+open(ready, 'w').close()
 while not os.path.exists(go): time.sleep(0.01)
 for i in range(100):
     try: print('read', os.read(os.open(refused, os.O_RDONLY), 1))
@@ -113,13 +121,13 @@ print('end')
             SCOPED_TRACE(std::to_string(user) + " with " + std::to_string(descriptors));
             for (const char* left : {"ready", "state", "go"})
                 fs::remove_all(directory() / left);
-            child_process run(
-                session({python, "-c", script, directory() / "go", black, policy() / "refused"}, {"--quiet"}),
-                directory(), user);
+            child_process run(session({python, "-c", script, directory() / "go", directory() / "ready", black,
+                                       policy() / "refused"},
+                                      {"--quiet"}),
+                              directory(), user);
             ASSERT_TRUE(eventually([&] { return fs::exists(directory() / "ready"); }));
             const rlimit few{descriptors, descriptors};
             ASSERT_EQ(prlimit(run.pid(), RLIMIT_NOFILE, &few, nullptr), 0);
-            // Not by a rename or the like: the session has to go by what it is left with.
             std::ofstream(directory() / "go");
             const outcome result = run.wait(20s);
             EXPECT_EQ(result.out.find("read"), std::string::npos) << result.out << result.err;

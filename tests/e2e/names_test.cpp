@@ -70,7 +70,8 @@ TEST_F(names, rules_hold_below_every_mount)
                 directory() / "shown", policy(), directory() / "rules"});
     child_process supervised(run, directory());
     const outcome told = supervised.wait();
-    EXPECT_EQ(told.out, (directory() / "real/part/file").string() + ": opened: opened\n" +
+    EXPECT_EQ(told.out, (directory() / "real/part/file").string() +
+                            ": Operation not permitted: Operation not permitted\n" +
                             (directory() / "shown/file").string() +
                             ": Operation not permitted: Operation not permitted\n" +
                             (directory() / "rules/whitelist").string() +

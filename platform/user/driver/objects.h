@@ -45,7 +45,7 @@ file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted = 
 
 /// The entry of such a file, alone, and a file on it. However often an object is pinned, by
 /// whatever name, its inode is one: what the engine attaches to it stays until inode_gone, or to
-/// the end. d_find_alias prefers entries that the calling thread has made.
+/// the end. d_find_alias prefers entries that the calling thread has made, the newest first.
 dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted = false);
 file_handle make_pinned_file(kernel::dentry* entry);
 
