@@ -115,6 +115,7 @@ template option command::value(const std::string&, std::string&, const std::stri
 template option command::value(const std::string&, int&, const std::string&) const;
 template option command::value(const std::string&, long long&, const std::string&) const;
 template option command::value(const std::string&, std::uint32_t&, const std::string&) const;
+template option command::value(const std::string&, std::uint64_t&, const std::string&) const;
 template option command::value(const std::string&, std::vector<std::string>&, const std::string&) const;
 template option command::value(const std::string&, std::vector<std::uint32_t>&, const std::string&) const;
 

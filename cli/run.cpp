@@ -82,6 +82,10 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
              "Let the supervised processes talk to it, too: they can then end a phase or reload");
     run.value("--log", options->log, "File that gets the kernel log; - is standard error").typed("FILE");
     run.flag("--every-io", options->rules.every_io, "Decide each read and write, not only opens");
+    run.value("--largest-program", options->rules.largest_program,
+              "Refuse programs of more bytes than this: their digest would take too long")
+        .typed("BYTES")
+        .shows_default();
     run.flag("--allow-namespaces", options->rules.namespaces,
              "Let the command change mounts and namespaces (see docs/limits.md)");
     auto audit = std::make_shared<audit_options>();

@@ -99,7 +99,7 @@ void engine::add_first_process(pid_t process)
     const unique_fd program = supervisor.program();
     platform::file_handle file;
     if (program)
-        file = pinned_file(program.get(), path_of(program.get(), supervisor));
+        file = pinned_file(program.get(), path_of(program.get()));
     if (!platform::add_task(process, 1, "sorvanic", file.get()))
         throw trouble(fmt::format("process id {} is already in the process table", process));
 }

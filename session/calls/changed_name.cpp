@@ -22,7 +22,7 @@ found_name named_place(notification& call, int directory, int name)
     changed_name found;
     found.certain = parent.is_name();
     found.last = std::move(parent.last);
-    found.directory = share(std::move(parent.directory), call.who());
+    found.directory = share(std::move(parent.directory));
     return found;
 }
 

@@ -122,7 +122,7 @@ answer check_use(notification& call, answer given, const changed_name& fresh, co
 
 planned plan_new_file(notification& call, resolved_parent parent, const open_request& wanted)
 {
-    const target directory = share(std::move(parent.directory), call.who());
+    const target directory = share(std::move(parent.directory));
     const auto fresh = std::make_shared<const changed_name>(changed_name{directory, std::move(parent.last)});
     plan made{.targets = {directory}};
     made.alone = std::make_shared<const directory_lock>(*directory);

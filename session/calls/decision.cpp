@@ -51,6 +51,9 @@ answer follow(notification& call, plan& way)
 
 answer attempt(notification& call, const call_rule& rule)
 {
+    // What it may do is not known, so nothing can be done in its name.
+    if (!call.who().is_known())
+        return is_enforcing() ? answer::fail(EPERM) : answer::let_go_on();
     planned made = rule.planner(call);
     return made ? follow(call, *made) : std::move(made.error());
 }

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <memory>
-#include <optional>
 #include <utility>
 
 #include "session/calls/handover.h"
@@ -18,7 +17,8 @@ answer decide(notification& call, found_program program, const exec_request& req
 {
     wait_for_handovers(); // a program that was just written must not seem to be still
     const caller& who = call.who();
-    exec_answer decided = decide_exec(who, call.task(), std::move(program), request);
+    const exec_bounds bounds{call.parts().rules.largest_program, [&call] { return !call.still_waits(); }};
+    exec_answer decided = decide_exec(who, call.task(), std::move(program), request, bounds);
     if (decided.verdict == exec_verdict::refused) {
         call.parts().told.add(decided.refused, who.task(), false);
         return answer::fail(EPERM);
@@ -31,10 +31,12 @@ answer decide(notification& call, found_program program, const exec_request& req
 planned plan_exec(notification& call, passed_name name, int directory, int flags)
 {
     call.parts().pending.take(call.who().task());
+    if (!name && host::is_shortage(name.error()))
+        return fails(name.error());
     const exec_request request{directory, name.value_or(""), flags};
-    std::optional<found_program> program;
-    if (name)
-        program = find_program(call.who(), request);
+    auto program = name ? find_program(call.who(), request) : host::failure(name.error());
+    if (!program && host::is_shortage(program.error()))
+        return fails(program.error());
     // The kernel fails it with its own error; should it not, the program is decided at its start.
     if (!program)
         return goes_on();

@@ -27,7 +27,7 @@ planned plan_uses(notification& call, std::initializer_list<use> uses)
         struct stat about;
         // Nothing else has a name; what is no descriptor the kernel fails.
         if (file && fstat(file.get(), &about) == 0 && (S_ISREG(about.st_mode) || S_ISDIR(about.st_mode)))
-            made.questions.push_back({on_file_permission, one.mask, share(std::move(file), call.who())});
+            made.questions.push_back({on_file_permission, one.mask, share(std::move(file))});
     }
     made.carry_out = [&call] {
         call.parts().tasks.goes_to_kernel(call.who().task(), call.system_call());

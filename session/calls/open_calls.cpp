@@ -24,7 +24,7 @@ tl::expected<target, answer> find(notification& call, const open_request& wanted
         resolve(call.who(), wanted.directory, wanted.name, wanted.has(O_NOFOLLOW) ? AT_SYMLINK_NOFOLLOW : 0);
     if (found.error != 0)
         return fails(found.error);
-    return share(std::move(found), call.who());
+    return share(std::move(found));
 }
 
 /// A file without a name, in a directory.

@@ -91,7 +91,7 @@ std::vector<question> questions_of_use(const question& about, const open_request
 
 planned plan_opening(notification& call, resolved found, const open_request& wanted)
 {
-    const target object = share(std::move(found), call.who());
+    const target object = share(std::move(found));
     if (const int error = kind_error(object->about, wanted))
         return fails(error);
     plan made{.targets = {object}};

@@ -25,7 +25,7 @@ platform::task_handle task_of(pid_t receiver)
     const caller stranger(receiver);
     platform::file_handle program;
     if (const unique_fd file = stranger.program())
-        program = pinned_file(file.get(), path_of(file.get(), stranger));
+        program = pinned_file(file.get(), path_of(file.get()));
     return platform::outside_task(receiver, host::command_name(receiver), program.get());
 }
 
@@ -104,6 +104,41 @@ bool allows_change(const question& asked)
     }
 }
 
+/// By the `which`-th other path of an object, as far as it has so many; `found` tells.
+target other_target(const target& object, std::size_t which, bool& found)
+{
+    if (!object || which >= object->path.others.size())
+        return object;
+    found = true;
+    return std::make_shared<const pinned_object>(by_other_path(*object, which));
+}
+
+shared_name other_name(const shared_name& name, std::size_t which, bool& found)
+{
+    if (!name || which >= name->directory->path.others.size())
+        return name;
+    return std::make_shared<const changed_name>(
+        changed_name{other_target(name->directory, which, found), name->last,
+                     name->object ? host::duplicate(name->object) : unique_fd(), name->about, name->certain});
+}
+
+/// The same about other paths of what is asked about, until none has so many.
+bool allows_by_other_paths(const question& asked)
+{
+    for (std::size_t which = 0;; ++which) {
+        bool found = false;
+        question other = asked;
+        // Newer entries of an object go before: this is the one that a hook finds by the inode.
+        other.object = other_target(asked.object, which, found);
+        other.name = other_name(asked.name, which, found);
+        other.new_name = other_name(asked.new_name, which, found);
+        if (!found)
+            return true;
+        if (!allows(other))
+            return false;
+    }
+}
+
 } // namespace
 
 question access_to(target object, int mask)
@@ -150,7 +185,8 @@ bool allowed(notification& call, std::span<const question> questions)
     if (questions.empty())
         return true;
     const platform::event running(task);
-    return std::ranges::all_of(questions, allows);
+    return std::ranges::all_of(questions,
+                               [](const question& one) { return allows(one) && allows_by_other_paths(one); });
 }
 
 } // namespace session

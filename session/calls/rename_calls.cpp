@@ -62,7 +62,7 @@ bool carries_rules(const notification& call, const changed_name& moved)
 {
     if (!S_ISDIR(moved.about.st_mode) || !is_enforcing())
         return false;
-    std::string path = moved.directory->path.on_host();
+    std::string path = moved.directory->path.text;
     path += (path == "/" ? "" : "/") + moved.last.substr(0, moved.last.find('/'));
     return is_above_controlled(path.c_str()) || call.parts().state.path().starts_with(path + "/") ||
            call.parts().policy.path().starts_with(path + "/");

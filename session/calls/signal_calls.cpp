@@ -88,7 +88,7 @@ process_handle behind(const caller& who, int descriptor)
     struct statfs about = {};
     char more = 0;
     if (file && fstatfs(file.get(), &about) == 0 && about.f_type == PROC_SUPER_MAGIC &&
-        std::sscanf(path_of(file.get(), who).text.c_str(), "/proc/%d%c", &found.receiver, &more) != 1)
+        std::sscanf(path_of(file.get()).text.c_str(), "/proc/%d%c", &found.receiver, &more) != 1)
         found.receiver = 0;
     return found;
 }

@@ -5,14 +5,14 @@
 
 namespace session {
 
-target share(unique_fd file, const caller& who)
+target share(unique_fd file)
 {
-    return std::make_shared<const pinned_object>(pin(std::move(file), who));
+    return std::make_shared<const pinned_object>(pin(std::move(file)));
 }
 
-target share(resolved found, const caller& who)
+target share(resolved found)
 {
-    return std::make_shared<const pinned_object>(pin(std::move(found), who));
+    return std::make_shared<const pinned_object>(pin(std::move(found)));
 }
 
 found_target named_target(notification& call, int directory, int name, int flags)
@@ -28,7 +28,7 @@ found_target named_target(notification& call, const caller& who, int directory, 
     resolved found = resolve(who, directory, *passed, flags);
     if (found.error != 0)
         return fails(found.error);
-    return share(std::move(found), who);
+    return share(std::move(found));
 }
 
 found_target open_target(notification& call, int descriptor)
@@ -44,7 +44,7 @@ found_target any_target(notification& call, int descriptor)
     unique_fd file = call.who().descriptor(descriptor);
     if (!file)
         return fails(EBADF);
-    return share(std::move(file), call.who());
+    return share(std::move(file));
 }
 
 } // namespace session

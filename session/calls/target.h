@@ -23,8 +23,8 @@ found_target open_target(notification& call, int descriptor);
 found_target any_target(notification& call, int descriptor);
 
 /// Takes over what was resolved.
-target share(unique_fd file, const caller& who);
-target share(resolved found, const caller& who);
+target share(unique_fd file);
+target share(resolved found);
 
 } // namespace session
 

@@ -2,12 +2,17 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "platform/user/driver/machine.h"
+#include "platform/user/driver/reading.h"
 #include "session/exec/script.h"
+#include "session/state/enforcing.h"
+#include "session/task/content.h"
 #include "session/task/resolve.h"
 
 #ifndef AT_EXECVE_CHECK
@@ -24,32 +29,59 @@ std::string exec_request::kernel_name() const
                         : fmt::format("/dev/fd/{}/{}", directory, name);
 }
 
-std::optional<found_program> find_program(const caller& who, const exec_request& request)
+host::result<found_program> find_program(const caller& who, const exec_request& request)
 {
-    unique_fd file = resolve(who, request.directory, request.name, request.flags).file;
+    resolved found = resolve(who, request.directory, request.name, request.flags);
+    if (found.error != 0)
+        return host::failure(found.error);
     const as_caller rights(who.rights());
-    if (!file || !may_execute(file.get()))
-        return std::nullopt;
-    seen_path path = path_of(file.get(), who);
-    return found_program{std::move(file), std::move(path)};
+    if (!may_execute(found.file.get()))
+        return host::failure(EACCES);
+    host_path path = path_of(found.file.get());
+    return found_program{std::move(found.file), std::move(path)};
 }
 
-found_program unreadable_program(seen_path path)
+found_program unreadable_program(host_path path)
 {
     // A symbolic link as such cannot be opened.
     return {unique_fd(::open("/proc/self/exe", O_PATH | O_NOFOLLOW | O_CLOEXEC)), std::move(path)};
 }
 
-bool ask_hook(kernel::task_struct* task, const found_program& program, const std::string& name)
+namespace {
+
+bool ask_by_path(kernel::task_struct* task, const found_program& program, const std::string& name,
+                 const exec_bounds& bounds)
 {
     const platform::file_handle file = pinned_file(program.file.get(), program.path);
+    const content_trust trust = trust_in_content(program.file.get(), bounds.largest_program);
+    // Reading these may take for ever, or tell nothing.
+    if (trust == content_trust::too_large)
+        return !is_enforcing();
+    if (!file || trust == content_trust::unknown || trust == content_trust::unvouched)
+        if (is_enforcing())
+            return false;
     const platform::exec_parameters parameters(file.get(), name);
     const platform::event running(task);
-    return platform::call_bprm_check_security(parameters.get()) == 0;
+    const platform::reading watched(bounds.given_up);
+    const bool allowed = platform::call_bprm_check_security(parameters.get()) == 0;
+    const bool judged = trust == content_trust::trusted && watched.complete();
+    return allowed && (judged || !is_enforcing());
+}
+
+} // namespace
+
+bool ask_hook(kernel::task_struct* task, const found_program& program, const std::string& name,
+              const exec_bounds& bounds)
+{
+    return ask_by_path(task, program, name, bounds) &&
+           std::ranges::all_of(program.path.others, [&](const std::string& other) {
+               const found_program same{host::duplicate(program.file), {other, program.path.deleted}};
+               return ask_by_path(task, same, name, bounds);
+           });
 }
 
 exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_program program,
-                        const exec_request& request)
+                        const exec_request& request, const exec_bounds& bounds)
 {
     exec_answer answer{exec_verdict::unknown, {}, {}};
     decided_exec& decided = answer.decided;
@@ -58,7 +90,7 @@ exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_prog
     for (int interpreters = 0;; ++interpreters) {
         // Before the content is looked at: a change after that shows at the exec's end.
         const file_identity identity = settled_identity(program.file.get());
-        if (!ask_hook(task, program, decided.name)) {
+        if (!ask_hook(task, program, decided.name, bounds)) {
             answer.verdict = exec_verdict::refused;
             answer.refused = program.path.text;
             return answer;
@@ -80,8 +112,13 @@ exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_prog
         decided.scripts.push_back({std::move(name), identity});
 
         auto next = find_program(who, {AT_FDCWD, line->interpreter, 0});
-        if (!next)
+        if (!next) {
+            if (host::is_shortage(next.error()) && is_enforcing()) {
+                answer.verdict = exec_verdict::refused;
+                answer.refused = line->interpreter;
+            }
             return answer;
+        }
         program = std::move(*next);
         name = line->interpreter;
     }

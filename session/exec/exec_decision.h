@@ -1,12 +1,15 @@
 #ifndef SORVANIC_SESSION_EXEC_EXEC_DECISION_H
 #define SORVANIC_SESSION_EXEC_EXEC_DECISION_H
 
+#include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "host/result.h"
 #include "platform/user/driver/tasks.h"
 #include "session/task/caller.h"
 #include "session/task/program_file.h"
@@ -31,15 +34,16 @@ struct exec_request {
 /// A file pinned under a name, and how the caller sees it.
 struct found_program {
     unique_fd file;
-    seen_path path;
+    host_path path;
 };
 
-/// The program that a name means to the caller, by its rights; nothing when the kernel is going
-/// to fail the exec with an error of its own.
-std::optional<found_program> find_program(const caller& who, const exec_request& request);
+/// The program that a name means to the caller, by its rights, or the error with which the kernel is
+/// going to fail the exec, too; a shortage of the supervisor's own (host::is_shortage) says nothing of
+/// what the kernel will do.
+host::result<found_program> find_program(const caller& who, const exec_request& request);
 
-/// A stand-in for a file whose content cannot be had: opening it fails.
-found_program unreadable_program(seen_path path);
+/// A stand-in for a file that the host does not show to the supervisor: opening it fails.
+found_program unreadable_program(host_path path);
 
 /// A script whose interpreter will open it by name.
 struct script_link {
@@ -68,12 +72,21 @@ struct exec_answer {
     std::string refused;  ///< the path of the file that was refused
 };
 
-/// Asks the hook for one file in the context of `task`. True when it allows.
-bool ask_hook(kernel::task_struct* task, const found_program& program, const std::string& name);
+/// What bounds the deciding of an exec.
+struct exec_bounds {
+    std::uint64_t largest_program;       ///< in bytes
+    std::function<bool()> given_up = {}; ///< asked between reads of a file; may be empty
+};
+
+/// Asks the hook for one file in the context of `task`. True when it allows; while enforcing, never
+/// for what the engine could not judge: content that is not trusted (see content.h), or that was not
+/// read to its end because the supervisor is short of something or `bounds` gave up. Sleeps.
+bool ask_hook(kernel::task_struct* task, const found_program& program, const std::string& name,
+              const exec_bounds& bounds);
 
 /// Decides an exec of `program` by `who`, which is `task`. May sleep long: files are digested.
 exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_program program,
-                        const exec_request& request);
+                        const exec_request& request, const exec_bounds& bounds);
 
 /// What was decided for each task that is in the middle of an exec. Any thread.
 class pending_execs {

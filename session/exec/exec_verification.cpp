@@ -4,11 +4,13 @@
 #include <linux/limits.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 #include <vector>
 
 #include <fmt/format.h>
 
+#include "session/state/enforcing.h"
 #include "session/task/tracee_memory.h"
 
 namespace session {
@@ -18,16 +20,20 @@ namespace {
 /// The new image as far as the host shows it.
 struct new_image {
     explicit new_image(const caller& process)
-        : who(process), file(who.program()), name(program_name(who.task())), identity(identity_of(file.get()))
+        : who(process), file(who.program()), hidden(!file && host::is_denial(errno)),
+          name(program_name(who.task())), identity(identity_of(file.get()))
     {
     }
+
+    /// Whether there is anything to judge it by.
+    bool is_shown() const { return who.is_known() && (file || hidden); }
 
     bool fits(const decided_exec& decided) const
     {
         // A program that may be executed but not read hides all of its process. Its decision was
         // made without reading it; any other such program would have got the same.
         if (!file)
-            return !decided.readable;
+            return hidden && !decided.readable;
         return decided.program == identity && decided.name == name &&
                (decided.arguments.empty() ||
                 program_arguments(who.task(), decided.arguments.size()) == decided.arguments);
@@ -37,11 +43,12 @@ struct new_image {
     {
         if (!file)
             return unreadable_program({fmt::format("/proc/{}/exe", who.task()), false});
-        return {host::duplicate(file), path_of(file.get(), who)};
+        return {host::duplicate(file), path_of(file.get())};
     }
 
     const caller& who;
     unique_fd file;
+    bool hidden; ///< the host denies the supervisor a look
     std::optional<std::string> name;
     file_identity identity;
 };
@@ -68,7 +75,7 @@ std::vector<script_link> possible_scripts(const new_image& image)
 
 } // namespace
 
-exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending)
+exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending, const exec_bounds& bounds)
 {
     exec_outcome outcome;
     const new_image image(who);
@@ -78,11 +85,15 @@ exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending
 
     const platform::task_handle task = platform::find_task(former);
     std::optional<decided_exec> decided = pending.take(former);
+    if (!image.is_shown() && is_enforcing()) {
+        outcome.refused = image.name.value_or(program.path.text);
+        return outcome;
+    }
     if (task && image.name && !(decided && image.fits(*decided))) {
         decided.reset();
         const exec_request request{AT_FDCWD, *image.name, 0};
         if (auto named = find_program(image.who, request)) {
-            exec_answer answer = decide_exec(image.who, task.get(), std::move(*named), request);
+            exec_answer answer = decide_exec(image.who, task.get(), std::move(*named), request, bounds);
             if (answer.verdict == exec_verdict::refused) {
                 outcome.refused = std::move(answer.refused);
                 return outcome;
@@ -96,7 +107,7 @@ exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending
     if (decided && image.fits(*decided)) {
         scripts = std::move(decided->scripts);
     } else {
-        if (!task || !ask_hook(task.get(), program, image.name.value_or(program.path.text))) {
+        if (!task || !ask_hook(task.get(), program, image.name.value_or(program.path.text), bounds)) {
             outcome.refused = program.path.text;
             return outcome;
         }

@@ -20,8 +20,9 @@ struct exec_outcome {
 /// Compares what the kernel has started in `who` with what was decided: the caller's memory
 /// and the directories may have changed in between. What fits is not asked about again; what does
 /// not is decided anew, from the real files. To be called while the process is stopped at its
-/// exec; `former` is the id that its calling thread had before.
-exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending);
+/// exec; `former` is the id that its calling thread had before. While enforcing, a program that the
+/// supervisor cannot look at for want of descriptors or memory is refused.
+exec_outcome verify_exec(const caller& who, pid_t former, pending_execs& pending, const exec_bounds& bounds);
 
 } // namespace session
 

@@ -71,7 +71,7 @@ std::optional<script_watch::opened_file> script_watch::at_system_call(const __pt
     return opened_file{static_cast<int>(call.exit.rval), address};
 }
 
-std::optional<std::string> script_watch::refused(const opened_file& opened)
+std::optional<std::string> script_watch::refused(const opened_file& opened, const exec_bounds& bounds)
 {
     const std::string name = read_text(process_, opened.name, PATH_MAX).value_or("");
     const caller who(process_);
@@ -84,11 +84,11 @@ std::optional<std::string> script_watch::refused(const opened_file& opened)
     const auto has_name = [&](const script_link& link) { return link.name == name; };
     if (std::erase_if(scripts_, has_name) == 0)
         return std::nullopt;
-    const seen_path path = path_of(file.get(), who);
+    const host_path path = path_of(file.get());
     found_program program =
         is_regular(file.get()) ? found_program{host::duplicate(file), path} : unreadable_program(path);
     const platform::task_handle task = platform::find_task(process_);
-    if (task && ask_hook(task.get(), program, program_name_))
+    if (task && ask_hook(task.get(), program, program_name_, bounds))
         return std::nullopt;
     return path.text;
 }

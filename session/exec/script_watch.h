@@ -33,7 +33,7 @@ public:
 
     /// The file's path if the interpreter has opened it for its script and the hook refuses it, else
     /// nothing. Reads the file.
-    std::optional<std::string> refused(const opened_file& opened);
+    std::optional<std::string> refused(const opened_file& opened, const exec_bounds& bounds);
 
     /// Whether there is nothing left to wait for: all scripts have been opened, or the program
     /// has made so many calls without doing it that it never will.

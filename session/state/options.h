@@ -18,6 +18,8 @@ namespace session {
 struct session_rules {
     bool every_io = false;   ///< file_permission at each read and write, too
     bool namespaces = false; ///< its processes may change mounts and namespaces
+    /// In bytes: larger programs are refused without a look at their content.
+    std::uint64_t largest_program = std::uint64_t{4} << 30;
 };
 
 struct options {

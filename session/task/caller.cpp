@@ -10,6 +10,8 @@
 
 #include <fmt/format.h>
 
+#include "host/result.h"
+
 namespace session {
 
 namespace {
@@ -20,8 +22,9 @@ known_task ask_for(pid_t task)
     known.places->own_root.store(true);
     const auto status = read_status(task);
     known.process = status ? status->process : task;
-    known.places->umask.store(status ? static_cast<int>(status->umask) : 0);
-    known.rights = std::make_shared<const credentials>(status ? status->rights : own_credentials());
+    known.places->umask.store(status ? static_cast<int>(status->umask) : 0777);
+    if (status)
+        known.rights = std::make_shared<const credentials>(status->rights);
     return known;
 }
 
@@ -31,10 +34,15 @@ unique_fd open_proc(pid_t task, const std::string& name, int flags)
 {
     const std::string path = fmt::format("/proc/{}/{}", task, name);
     unique_fd opened(::open(path.c_str(), flags | O_CLOEXEC));
-    if (!opened && (errno == EACCES || errno == EPERM)) {
+    if (opened || !host::is_denial(errno))
+        return opened;
+    int error = 0;
+    {
         const as_caller rights(task);
         opened.reset(::open(path.c_str(), flags | O_CLOEXEC));
+        error = errno;
     }
+    errno = error;
     return opened;
 }
 
@@ -44,8 +52,11 @@ caller::caller(pid_t task) : caller(task, ask_for(task))
 
 caller::caller(pid_t task, known_task known) : task_(task), known_(std::move(known))
 {
-    if (known_.rights == nullptr) // it has just gone, and what is decided for it does not matter
+    if (known_.rights == nullptr)
         known_ = ask_for(task);
+    known_rights_ = known_.rights != nullptr;
+    if (!known_rights_)
+        known_.rights = std::make_shared<const credentials>(credentials::of_nobody());
 }
 
 caller caller::as_real_user() const
@@ -86,6 +97,12 @@ open_mode caller::mode_of(int number) const
 unique_fd caller::program() const
 {
     return open_proc(task_, "exe", O_PATH);
+}
+
+mount_table caller::mounts() const
+{
+    const unique_fd file = open_proc(known_.process, "mountinfo", O_RDONLY);
+    return file ? mount_table::read(file.get()) : mount_table();
 }
 
 unique_fd caller::process_directory() const

@@ -8,6 +8,7 @@
 
 #include "host/unique_fd.h"
 #include "session/task/known_tasks.h"
+#include "session/task/mount_table.h"
 
 // A supervised task as one who names files: its places and its rights.
 
@@ -16,8 +17,8 @@ namespace session {
 using host::unique_fd;
 
 /// Opens "/proc/TASK/NAME", with the supervisor's own rights or, where the host denies it, with the
-/// task's (a root supervisor without CAP_SYS_PTRACE may look at tasks of its ids only). Empty
-/// when neither may.
+/// task's (a root supervisor without CAP_SYS_PTRACE may look at tasks of its ids only). Empty on
+/// failure, and errno: EACCES or EPERM when neither may.
 unique_fd open_proc(pid_t task, const std::string& name, int flags);
 
 /// How a task has a descriptor open.
@@ -27,7 +28,7 @@ struct open_mode {
 };
 
 /// What /proc tells of a task. Valid while the task cannot go away: it waits for the session's
-/// answer, or is stopped. All descriptors are O_PATH; an empty one where the host denies it.
+/// answer, or is stopped. All descriptors are O_PATH; an empty one, and errno, on failure.
 class caller {
 public:
     /// One of whom nothing is known: it is asked anew for everything.
@@ -35,7 +36,11 @@ public:
     caller(pid_t task, known_task known);
 
     pid_t task() const { return task_; }
+    /// Nobody's, who may do nothing, when they are not known.
     const credentials& rights() const { return *known_.rights; }
+    /// Not when it has just gone, or when the supervisor is short of descriptors or memory. Nothing may
+    /// be decided for such a caller.
+    bool is_known() const { return known_rights_; }
     mode_t umask() const { return static_cast<mode_t>(known_.places->umask.load()); }
 
     /// Whether names may mean something else to it than to the supervisor, beside what "/proc/self"
@@ -53,6 +58,9 @@ public:
     /// The program it runs.
     unique_fd program() const;
 
+    /// What is mounted in its namespace, as it sees that.
+    mount_table mounts() const;
+
     /// What "/proc/self" and "/proc/thread-self" are to it.
     unique_fd process_directory() const;
     unique_fd thread_directory() const;
@@ -60,6 +68,7 @@ public:
 private:
     pid_t task_;
     known_task known_;
+    bool known_rights_ = false;
 };
 
 } // namespace session

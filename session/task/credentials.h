@@ -24,6 +24,8 @@ struct credentials {
     std::uint64_t permitted;    ///< capabilities that can be made effective
 
     bool has(int capability) const { return (capabilities >> capability & 1) != 0; }
+    /// Rights that no task has: the host lets them do only what everybody may.
+    static credentials of_nobody();
     /// The rights that access(2) is about: those of whoever started a setuid program.
     credentials of_real_user() const;
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <linux/limits.h>
 #include <linux/magic.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
@@ -21,6 +22,7 @@
 #include "agent/status_files.h"
 #include "platform/kernel/security.h"
 #include "platform/user/driver/machine.h"
+#include "session/state/enforcing.h"
 #include "session/task/own_descriptors.h"
 
 namespace session {
@@ -70,22 +72,33 @@ kernel::inode* pinned_object::inode() const
     return kernel::dentry_inode(entry.get());
 }
 
-pinned_object pin(resolved found, const caller& who)
+pinned_object pin(resolved found)
 {
     if (found.about.stx_mask == 0)
         platform::host_statx(found.file.get(), found.about);
     pinned_object made;
     made.about = as_stat(found.about);
-    made.path = path_of(found.file.get(), who);
+    made.path = path_of(found.file.get());
     made.pin = std::make_shared<const unique_fd>(std::move(found.file));
-    made.entry = platform::make_pinned_entry({made.pin, found.about}, made.path.text, made.path.deleted,
-                                             made.path.above);
+    made.entry = platform::make_pinned_entry({made.pin, found.about}, made.path.text, made.path.deleted);
     return made;
 }
 
-pinned_object pin(unique_fd file, const caller& who)
+pinned_object pin(unique_fd file)
 {
-    return pin(resolved{std::move(file)}, who);
+    return pin(resolved{std::move(file)});
+}
+
+pinned_object by_other_path(const pinned_object& object, std::size_t which)
+{
+    platform::host_object same{object.pin, {}};
+    platform::host_statx(object.pin->get(), same.about);
+    pinned_object made;
+    made.pin = object.pin;
+    made.about = object.about;
+    made.path = {object.path.others.at(which), object.path.deleted};
+    made.entry = platform::make_pinned_entry(same, made.path.text, made.path.deleted);
+    return made;
 }
 
 platform::dentry_handle entry_in(const pinned_object& directory, const std::string& last,
@@ -99,7 +112,10 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
 
 bool is_off_limits(const pinned_object& object, const std::string& state_directory, bool only_to_read)
 {
-    const std::string path = object.path.on_host();
+    const std::string path = object.path.text;
+    const bool names_too_long = object.is_directory() && path.size() + 1 + NAME_MAX >= PATH_MAX;
+    if ((!object.path.known || names_too_long) && is_enforcing())
+        return true;
     const auto is_below = [&](const std::string& directory) {
         return path.starts_with(directory) &&
                (path.size() == directory.size() || path[directory.size()] == '/');
@@ -114,18 +130,15 @@ bool is_of_supervisor(const unique_fd& file, const std::string& path)
     std::size_t at = 1;
     if (next_number(path, at).empty() || !is_in_proc(file))
         return false;
-    // As this process sees it: the caller's root may be another one.
-    std::error_code error;
-    const std::string own = std::filesystem::read_symlink(link_to(file.get()), error);
     at = 1;
-    for (std::string number; !(number = next_number(own, at)).empty();) {
+    for (std::string number; !(number = next_number(path, at)).empty();) {
         // Other numbers are those of descriptors, interrupts, or directories above this proc.
         struct stat above;
         if (access(fmt::format("/proc/self/task/{}", number).c_str(), F_OK) == 0 &&
-            (stat(own.substr(0, at - number.size() - 1).c_str(), &above) != 0 || above.st_ino == proc_root))
+            (stat(path.substr(0, at - number.size() - 1).c_str(), &above) != 0 || above.st_ino == proc_root))
             return true;
     }
-    return static_cast<bool>(error);
+    return false;
 }
 
 int access_error(const caller& who, const unique_fd& object, int wanted)

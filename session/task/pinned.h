@@ -20,7 +20,7 @@ namespace session {
 struct pinned_object {
     std::shared_ptr<const unique_fd> pin; ///< O_PATH; the entry has it, too
     struct stat about = {};
-    seen_path path;
+    host_path path;
     platform::dentry_handle entry;
 
     const unique_fd& file() const { return *pin; }
@@ -29,15 +29,20 @@ struct pinned_object {
 };
 
 /// Takes over what was resolved.
-pinned_object pin(resolved found, const caller& who);
-pinned_object pin(unique_fd file, const caller& who);
+pinned_object pin(resolved found);
+pinned_object pin(unique_fd file);
+
+/// The same object by another of its paths (`path.others`).
+pinned_object by_other_path(const pinned_object& object, std::size_t which);
 
 /// The name `last` in a directory: of `object`, or of nothing yet when that is empty.
 platform::dentry_handle entry_in(const pinned_object& directory, const std::string& last,
                                  const unique_fd& object);
 
 /// Whether it belongs to the session itself: a file of its state directory, or of the supervisor's
-/// entry in any proc. What it publishes for others may be read by its own processes, too.
+/// entry in any proc. What it publishes for others may be read by its own processes, too. While
+/// enforcing also what has no path, or is a directory of names with paths too long, that rules could
+/// judge it by.
 bool is_off_limits(const pinned_object& object, const std::string& state_directory,
                    bool only_to_read = false);
 

@@ -1,7 +1,6 @@
 #include "session/task/program_file.h"
 
 #include <fcntl.h>
-#include <linux/limits.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -11,6 +10,8 @@
 #include <csignal>
 #include <string_view>
 
+#include "host/result.h"
+#include "session/task/mount_table.h"
 #include "session/task/own_descriptors.h"
 
 namespace session {
@@ -18,7 +19,9 @@ namespace session {
 namespace {
 
 constexpr std::int64_t nanoseconds = 1'000'000'000;
-constexpr file_identity never_the_same = {0, 0, 0, -1};
+
+// No path that the host tells has a ".." in it.
+constexpr const char* unknown_path = "/../unknown";
 
 unique_fd open_to_read(int fd)
 {
@@ -35,7 +38,7 @@ bool may_be_written_to(int fd)
 {
     const unique_fd file = open_to_read(fd);
     if (!file)
-        return false; // no decision depends on what cannot be read
+        return !host::is_denial(errno); // no decision depends on what cannot be read
     // Not SIGIO, which ends a process, should somebody open the file at this very moment.
     fcntl(file.get(), F_SETSIG, SIGURG);
     if (fcntl(file.get(), F_SETLEASE, F_RDLCK) == 0) {
@@ -54,6 +57,12 @@ std::int64_t coarse_now()
 }
 
 } // namespace
+
+bool file_identity::operator==(const file_identity& other) const
+{
+    return is_known() && device == other.device && number == other.number &&
+           change_seconds == other.change_seconds && change_nanoseconds == other.change_nanoseconds;
+}
 
 file_identity identity_of(int fd)
 {
@@ -76,11 +85,11 @@ file_identity settled_identity(int fd)
         const std::int64_t age =
             coarse_now() - (identity.change_seconds * nanoseconds + identity.change_nanoseconds);
         if (age < 0 || age >= unit)
-            return may_be_written_to(fd) ? never_the_same : identity;
+            return may_be_written_to(fd) ? file_identity{} : identity;
         const timespec wait = {0, tick};
         nanosleep(&wait, nullptr);
     }
-    return never_the_same;
+    return {};
 }
 
 bool may_execute(int fd)
@@ -95,11 +104,11 @@ bool may_read(int fd)
     return syscall(SYS_faccessat2, fd, "", R_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
 }
 
-seen_path path_of(int fd, const caller& who)
+host_path path_of(int fd)
 {
-    seen_path path{path_behind(fd), false};
+    host_path path{path_behind(fd), false};
     if (path.text.empty())
-        return {"/" + std::string(PATH_MAX, '?'), false};
+        return {.text = unknown_path, .deleted = false, .known = false};
 
     constexpr std::string_view suffix = " (deleted)";
     if (path.text.ends_with(suffix)) {
@@ -112,19 +121,11 @@ seen_path path_of(int fd, const caller& who)
             path.text.resize(path.text.size() - suffix.size());
     }
 
-    if (!who.has_own_root())
-        return path;
-    const unique_fd root = who.root();
-    const std::string root_text = root ? path_behind(root.get()) : "/";
-    if (root_text.size() > 1 && (path.text + "/").starts_with(root_text + "/")) {
-        path.text.erase(0, root_text.size());
-        path.text += path.text.empty() ? "/" : "";
-        path.above = root_text;
-    }
+    path.others = own_mounts()->other_paths(path.text);
     return path;
 }
 
-platform::file_handle pinned_file(int fd, const seen_path& path)
+platform::file_handle pinned_file(int fd, const host_path& path)
 {
     return platform::make_pinned_file(host::duplicate(fd), path.text, path.deleted);
 }

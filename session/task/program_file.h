@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/user/driver/objects.h"
 #include "session/task/caller.h"
@@ -14,22 +15,24 @@
 namespace session {
 
 /// Which file, in which state of its content: as long as none of these changes, neither has the
-/// content (see settled_identity).
+/// content (see settled_identity). All zero: not known, which equals nothing, not even itself.
 struct file_identity {
-    std::uint64_t device;
-    std::uint64_t number;
-    std::int64_t change_seconds;
-    std::int64_t change_nanoseconds;
+    std::uint64_t device = 0;
+    std::uint64_t number = 0;
+    std::int64_t change_seconds = 0;
+    std::int64_t change_nanoseconds = 0;
 
-    bool operator==(const file_identity&) const = default;
+    bool is_known() const { return number != 0; }
+    bool operator==(const file_identity& other) const;
 };
 
-/// The identity of the file behind a descriptor. All zero when the host does not tell.
+/// The identity of the file behind a descriptor; not known when the host does not tell.
 file_identity identity_of(int fd);
 
 /// The same, once a later change can no longer carry the same time of change: a file that was
 /// changed within the running tick of the kernel's clock is waited for, some milliseconds. One
-/// that keeps changing, or that somebody has open for writing, gets an identity that no file has.
+/// that keeps changing, that somebody has open for writing, or of which the host does not tell
+/// that, has no identity.
 file_identity settled_identity(int fd);
 
 /// Whether it is a regular file that the calling thread, by its ids, may execute.
@@ -38,20 +41,21 @@ bool may_execute(int fd);
 /// Whether the supervisor may read it.
 bool may_read(int fd);
 
-/// The file's absolute path as `who` sees it, and whether its name has been deleted. A path
-/// that the host cannot tell is longer than any that a hook can take.
-struct seen_path {
+/// A file's absolute path as the supervisor sees it, and whether its name has been deleted. A task that
+/// has another root or other mounts chooses its own names; rules must not go by these. Where the host
+/// cannot tell the path, mostly because it has 4096 bytes or more, `known` is false and the text is none
+/// that a rule can name: such a file can be judged by its content only.
+struct host_path {
     std::string text;
     bool deleted;
-    std::string above =
-        {}; ///< what stands before it on the host and `who` does not see, its root being there
-
-    std::string on_host() const { return !above.empty() && text == "/" ? above : above + text; }
+    bool known = true;
+    /// The other absolute paths to it, where its directory is mounted once more. It is judged by each.
+    std::vector<std::string> others = {};
 };
-seen_path path_of(int fd, const caller& who);
+host_path path_of(int fd);
 
 /// The file as the engine sees it: pinned, by that path.
-platform::file_handle pinned_file(int fd, const seen_path& path);
+platform::file_handle pinned_file(int fd, const host_path& path);
 
 /// As much of a program file as the kernel looks at to tell what it is.
 inline constexpr std::size_t program_head_size = 256;

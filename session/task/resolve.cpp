@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "platform/user/driver/objects.h"
+#include "session/task/mount_table.h"
 #include "session/task/pinned.h"
 
 namespace session {
@@ -77,7 +78,10 @@ std::optional<resolved> walk_at_once(int start, const std::string& name, int fla
     const int error = errno;
     if (error == ELOOP)
         return std::nullopt;
-    // Without links or without other mounts, no name leads to "/proc/self".
+    // From within proc, "self" needs neither links that lead out of it nor other mounts.
+    if (start >= 0 && is_proc(start))
+        return std::nullopt;
+    // Without links or without other mounts, no other name leads to "/proc/self".
     constexpr std::uint64_t less[] = {RESOLVE_NO_SYMLINKS, RESOLVE_NO_XDEV | RESOLVE_NO_MAGICLINKS};
     for (const std::uint64_t without : less)
         if (!open_beneath(start, name, flags, without) && errno == error)
@@ -170,10 +174,12 @@ private:
             if (!top) {
                 // A link to an open file or a place of some task: its text is not where it leads. Those of
                 // the supervisor are there for itself, whose rights the host judges these by.
-                if (is_of_supervisor(at_, path_of(at_.get(), who_).text))
+                if (is_of_supervisor(at_, path_of(at_.get()).text))
                     fail(EPERM);
                 else
                     go_to(open_at(at_.get(), component, 0));
+                if (at_ && is_foreign(at_.get()))
+                    fail(EPERM);
                 return;
             }
         }
@@ -185,6 +191,19 @@ private:
         }
         rest_.insert(0, text, static_cast<std::size_t>(size));
         started_ = text[0] != '/';
+    }
+
+    /// Whether it is a directory of another mount namespace than the supervisor's and the caller's: no
+    /// rule knows its paths.
+    bool is_foreign(int fd) const
+    {
+        struct statx about;
+        if (statx(fd, "", AT_EMPTY_PATH, STATX_TYPE | STATX_MNT_ID, &about) != 0)
+            return true;
+        if (!S_ISDIR(about.stx_mode) || (about.stx_mask & STATX_MNT_ID) == 0)
+            return false;
+        return !own_mounts()->has(about.stx_mnt_id) && !own_mounts(true)->has(about.stx_mnt_id) &&
+               !(who_.has_own_root() && who_.mounts().has(about.stx_mnt_id));
     }
 
     bool is_directory() const

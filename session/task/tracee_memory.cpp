@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/result.h"
 #include "session/task/caller.h"
 
 namespace session {
@@ -20,16 +21,19 @@ constexpr std::size_t page = 4096;
 constexpr std::size_t step = 256; // most names fit
 
 /// Reads within one page. The first way is judged by the supervisor's real ids, the second by its
-/// file-system ids, which can be made the task's.
+/// file-system ids, which can be made the task's; that one reads also what the task itself may not
+/// (PROT_NONE), so it is no way where the first only met no memory. False and errno on failure.
 bool read_bytes(pid_t task, std::uint64_t address, char* buffer, std::size_t size)
 {
     iovec local = {buffer, size};
     iovec remote = {reinterpret_cast<void*>(address), size};
     const auto wanted = static_cast<ssize_t>(size);
-    if (const ssize_t got = process_vm_readv(task, &local, 1, &remote, 1, 0); got >= 0)
-        return got == wanted;
-    // The second way would also read what the task's own page permissions keep from it.
-    if (errno != EPERM && errno != EACCES)
+    const ssize_t got = process_vm_readv(task, &local, 1, &remote, 1, 0);
+    if (got == wanted)
+        return true;
+    if (got >= 0)
+        errno = EFAULT;
+    if (!host::is_denial(errno))
         return false;
     const unique_fd memory = open_proc(task, "mem", O_RDONLY);
     return memory && pread(memory.get(), buffer, size, static_cast<off_t>(address)) == wanted;
@@ -74,7 +78,7 @@ int read_name(pid_t task, std::uint64_t address, std::string& into)
     case text_end::found:
         return 0;
     case text_end::unreadable:
-        return EFAULT;
+        return host::is_shortage(errno) && errno != EIO ? errno : EFAULT;
     default:
         return ENAMETOOLONG;
     }
@@ -88,9 +92,8 @@ bool read_memory(pid_t task, std::uint64_t address, void* into, std::size_t size
 bool may_read_memory(pid_t task)
 {
     char byte;
-    errno = 0;
     // Nothing is mapped there, but who may not read is told so first.
-    return read_bytes(task, 0, &byte, 1) || errno == EIO || errno == EFAULT;
+    return read_bytes(task, 0, &byte, 1) || !host::is_denial(errno);
 }
 
 bool write_memory(pid_t task, std::uint64_t address, const void* from, std::size_t size)

@@ -17,13 +17,14 @@ namespace session {
 /// not be read, or when the first `limit` bytes hold no terminator.
 std::optional<std::string> read_text(pid_t task, std::uint64_t address, std::size_t limit);
 
-/// A file name at `address`, as a system call reads it. 0, or the call's error: EFAULT, ENAMETOOLONG.
+/// A file name at `address`, as a system call reads it. 0, or the call's error: EFAULT,
+/// ENAMETOOLONG, or what the supervisor is short of (EMFILE, ENFILE, ENOMEM).
 int read_name(pid_t task, std::uint64_t address, std::string& into);
 
 /// An object of that size at `address`; false when not all of it may be read.
 bool read_memory(pid_t task, std::uint64_t address, void* into, std::size_t size);
 
-/// Whether the host lets us read its memory at all.
+/// Whether the host lets us read its memory at all: false only if it denies that.
 bool may_read_memory(pid_t task);
 
 /// Copies the other way round.

@@ -108,6 +108,11 @@ private:
     void leave_table(pid_t task, long code);
     void announce_rest() const;
 
+    exec_bounds bounds(const std::atomic<bool>& given_up) const
+    {
+        return {rules_.largest_program, [&given_up] { return given_up.load(); }};
+    }
+
     tracer& host_;
     const pid_t root_;
     pending_execs& pending_;

@@ -83,8 +83,9 @@ void lifecycle::exec_done(pid_t process)
     // The new program has not run yet, and does not before this is answered.
     errands_.give(
         process,
-        [this, who = caller(process, known_.look_up(process))](const std::atomic<bool>& /*given_up*/) {
-            auto outcome = std::make_shared<exec_outcome>(verify_exec(who, who.task(), pending_));
+        [this, who = caller(process, known_.look_up(process))](const std::atomic<bool>& given_up) {
+            auto outcome =
+                std::make_shared<exec_outcome>(verify_exec(who, who.task(), pending_, bounds(given_up)));
             return [this, outcome, process = who.task()] { exec_verified(process, std::move(*outcome)); };
         },
         [this, process] { unanswered(process); });
@@ -114,8 +115,10 @@ void lifecycle::system_call(pid_t process, tracee& of)
         return script_opened(process, std::nullopt);
     errands_.give(
         process,
-        [this, process, watch = of.watch, opened = *opened](const std::atomic<bool>& /*given_up*/) {
-            return [this, process, refused = watch->refused(opened)] { script_opened(process, refused); };
+        [this, process, watch = of.watch, opened = *opened](const std::atomic<bool>& given_up) {
+            return [this, process, refused = watch->refused(opened, bounds(given_up))] {
+                script_opened(process, refused);
+            };
         },
         [this, process] { unanswered(process); });
 }

@@ -50,12 +50,10 @@ std::string tiny_program(const std::string& code)
 
 enum list : unsigned { none = 0, white = 1, black = 2, super = 4 };
 
-/// A root directory with programs at fixed paths, which a process of the session moves into.
+/// A root directory with programs at fixed paths, which is the whole session's.
 class exec_steps : public session_test {
 protected:
     exec_steps() { fs::create_directory(root()); }
-
-    fs::path root() const { return directory() / "root"; }
 
     void program(const std::string& path, unsigned lists, const std::string& code = exit_code)
     {
@@ -75,9 +73,9 @@ protected:
     {
         fs::remove_all(directory() / "state");
         fs::remove(root() / "go");
-        command run = {victim("try_programs"), root()};
+        command run = {victim("try_programs")};
         run.insert(run.end(), programs.begin(), programs.end());
-        child_process supervisor(session(run, options), directory());
+        child_process supervisor(in_root(session(run, options)), directory());
         port();
         before();
         std::ofstream(root() / "go") << "go";

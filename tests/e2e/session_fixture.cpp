@@ -227,6 +227,22 @@ command session_test::session(const command& run, const command& options)
     return line;
 }
 
+command session_test::in_root(const command& run) const
+{
+    const char* const script = R"(root=$1; shift
+for place in /* /usr/*; do
+    rmdir "$root$place" 2> /dev/null # where an earlier run has mounted
+    if [ -e "$root$place" ]; then continue
+    elif [ -L "$place" ]; then cp -P "$place" "$root$place"
+    elif [ -d "$place" ]; then mkdir "$root$place" && mount --rbind "$place" "$root$place"
+    fi
+done
+exec chroot "$root" "$@")";
+    command line = {"/usr/bin/unshare", "-m", "/bin/sh", "-c", script, "sh", root()};
+    line.insert(line.end(), run.begin(), run.end());
+    return line;
+}
+
 outcome session_test::run_session(const command& run, const command& options, uid_t user)
 {
     fs::remove_all(directory_ / "state");

@@ -51,6 +51,11 @@ protected:
     /// The command line of a session with `options` that runs `run`.
     command session(const command& run, const command& options = {});
 
+    /// A directory that in_root makes the root of whatever it runs, and that command line. What root() lacks
+    /// of the machine's directories is mounted there. For programs whose paths are fixed; needs root.
+    fs::path root() const { return directory_ / "root"; }
+    command in_root(const command& run) const;
+
     /// Runs it to its end; `user` is who runs the supervisor, 0 for whoever runs the test.
     outcome run_session(const command& run, const command& options = {}, uid_t user = 0);
 

@@ -45,10 +45,10 @@ struct signals : session_test {
 
     outcome run(const std::string& script, uid_t user)
     {
-        for (const char* left : {"end", "root/end", "sender", "one.out", "two.out", "lone.out", "agent.out",
-                                 "next.out", "pid", "pkill.err"})
+        for (const char* left :
+             {"end", "sender", "one.out", "two.out", "lone.out", "agent.out", "next.out", "pid", "pkill.err"})
             fs::remove(directory() / left);
-        return run_session(shell(script, {"chroot", "pkill"}), {}, user);
+        return run_session(shell(script, {"pkill"}), {}, user);
     }
 
     std::string output_of(const std::string& name) const { return read_file(directory() / (name + ".out")); }
@@ -103,19 +103,22 @@ TEST_F(signals, the_agent_takes_only_its_own_signals)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "needs root, to give the agent its path";
-    const std::string program = read_file(victim("take_signals"));
-    fs::create_directories(directory() / "root/usr/sorvanic");
-    fs::rename(listed("sorvagent", program), directory() / "root/usr/sorvanic/sorvagent");
-    const std::string tree = start("agent", "chroot root /usr/sorvanic/sorvagent");
-    outcome result = run(tree + every_call_to("$agent", SIGKILL) + every_call_to("$agent", 0) +
-                             "./send_signal kill -$agent 15; ./send_signal kill $agent 10; sleep 0.1; "
-                             "> root/end; wait $agent; echo $?",
-                         0);
+    fs::create_directories(root() / "usr/sorvanic");
+    fs::rename(victim("take_signals"), root() / "usr/sorvanic/sorvagent");
+    const std::string tree = start("agent", "/usr/sorvanic/sorvagent");
+    const auto run_in_root = [&](const std::string& script) {
+        for (const char* left : {"end", "agent.out", "state"})
+            fs::remove_all(directory() / left);
+        return child_process(in_root(session(shell(script))), directory()).wait();
+    };
+    outcome result = run_in_root(tree + every_call_to("$agent", SIGKILL) + every_call_to("$agent", 0) +
+                                 "./send_signal kill -$agent 15; ./send_signal kill $agent 10; sleep 0.1; "
+                                 "> end; wait $agent; echo $?");
     EXPECT_EQ(result.out, every_call_gives(EPERM) + every_call_gives(EPERM) + "kill 1\nkill 0\n0\n")
         << result.err;
-    EXPECT_EQ(output_of("agent"), "ready\nsent by somebody\n");
+    EXPECT_EQ(output_of("agent"), "ready\nsent by the sender\n");
     status = "2";
-    result = run(tree + "./send_signal kill -$agent 15; wait $agent; echo $?", 0);
+    result = run_in_root(tree + "./send_signal kill -$agent 15; wait $agent; echo $?");
     EXPECT_EQ(result.out, "kill 0\n143\n") << result.err;
 }
 

@@ -122,7 +122,8 @@ TEST(decision, refuses_a_call_that_cannot_be_planned)
     const support::machine enforcing("statlabel=3 modllabel=2222");
     pool_parts of;
     scripted_listener from;
-    const seccomp_notif call = {};
+    seccomp_notif call = {};
+    call.pid = static_cast<__u32>(getpid());
     notification waiting(call, from, of.parts);
     const auto error_by = [&](planned (*planner)(notification&)) {
         const call_rule rule = {"test", 0, call_action::notify, {}, planner};
@@ -135,6 +136,23 @@ TEST(decision, refuses_a_call_that_cannot_be_planned)
     EXPECT_EQ(error_by([](notification&) -> planned { throw 1; }), EPERM);
     EXPECT_EQ(of.told.failures(refusals::failure::no_memory), 2u);
     EXPECT_EQ(of.told.failures(refusals::failure::other), 1u);
+}
+
+// Its rights could not be read, so nothing may be done in its name.
+TEST(decision, refuses_a_caller_of_whom_nothing_is_known)
+{
+    const support::machine enforcing("statlabel=3 modllabel=2222");
+    pool_parts of;
+    scripted_listener from;
+    seccomp_notif call = {};
+    call.pid = nobody_has_this_id;
+    notification waiting(call, from, of.parts);
+    EXPECT_NE(waiting.who().rights(), own_credentials());
+    const call_rule rule = {"test", 0, call_action::notify, {}, [](notification&) -> planned {
+                                ADD_FAILURE() << "planned for nobody";
+                                return goes_on();
+                            }};
+    EXPECT_EQ(decide(waiting, rule).value, -EPERM);
 }
 
 // In a process of its own, as the limit counts all of a user's processes.

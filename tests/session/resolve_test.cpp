@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -101,7 +102,7 @@ private:
 
 class resolve_test : public ::testing::TestWithParam<bool> {};
 
-TEST_P(resolve_test, a_name_leads_elsewhere_than_it_does_for_its_caller)
+TEST_P(resolve_test, finds_what_a_name_means_to_its_caller)
 {
     const bool own_root = GetParam();
     if (own_root && geteuid() != 0)
@@ -128,7 +129,11 @@ TEST_P(resolve_test, a_name_leads_elsewhere_than_it_does_for_its_caller)
                                        {"file", 0, named.c_str()},
                                        {"file", 0, below.c_str()},
                                        {"../file", 0, below.c_str()},
-                                       {absolute, 0, "/none"}};
+                                       {absolute, 0, "/none"},
+                                       {"self/fd/100", 0, "/proc"},
+                                       {"self/fd/99", 0, "/proc"},
+                                       {"thread-self/exe", 0, "/proc"},
+                                       {"../self/fd/100", 0, "/proc/sys"}};
     std::istringstream names(
         absolute + " " + std::string(256, 'n') +
         " . .. / // /.. ../../../../../../../../../../.. file ./file ../file ..//./file file/ file/. file/.. "
@@ -153,6 +158,43 @@ TEST_P(resolve_test, a_name_leads_elsewhere_than_it_does_for_its_caller)
             const place there = found.error == 0 ? place_of(found.file.get()) : place{0, 0, found.error};
             EXPECT_EQ(there, other.found(i)) << one.name << " " << one.flags;
         }
+    }
+}
+
+// Rules know the paths of the supervisor's namespace only.
+/// A process that stops at once, with a mount namespace of its own or in this one's. 0 when it cannot.
+pid_t stopped_process(bool apart)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        if (!apart || unshare(CLONE_NEWNS) == 0)
+            raise(SIGSTOP);
+        _exit(1);
+    }
+    int status = 0;
+    waitpid(child, &status, WUNTRACED);
+    return WIFSTOPPED(status) ? child : 0;
+}
+
+TEST(resolve, refuses_the_root_of_another_mount_namespace)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "a mount namespace needs root";
+    const pid_t apart = stopped_process(true);
+    if (apart == 0)
+        GTEST_SKIP() << "no mount namespace is to be had";
+    const pid_t beside = stopped_process(false);
+    const caller who(beside);
+    const std::string foreign = "/proc/" + std::to_string(apart);
+    for (const char* name : {"/root", "/root/bin/sh", "/cwd", "/cwd/.."})
+        EXPECT_EQ(resolve(who, AT_FDCWD, foreign + name, 0).error, EPERM) << name;
+    for (const char* name : {"/proc/self/root/bin/sh", "/proc/self/cwd"})
+        EXPECT_EQ(resolve(who, AT_FDCWD, name, 0).error, 0) << name;
+    const caller inside(apart);
+    EXPECT_EQ(resolve(inside, AT_FDCWD, "/proc/self/root/bin/sh", 0).error, 0);
+    for (const pid_t child : {apart, beside}) {
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
     }
 }
 

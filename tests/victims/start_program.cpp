@@ -45,14 +45,15 @@ int exec_at(int directory, const char* name, char** arguments, int flags)
 int copy_to_memory(const char* path)
 {
     const int from = open(path, O_RDONLY);
-    const int memory = memfd_create("program", 0);
+    const int memory = memfd_create("program", MFD_ALLOW_SEALING);
     struct stat about;
     if (from < 0 || fstat(from, &about) != 0)
         return -1;
     for (off_t at = 0; at < about.st_size;)
         if (sendfile(memory, from, &at, static_cast<std::size_t>(about.st_size - at)) <= 0)
             return -1;
-    return memory;
+    // What others could still write to would be refused.
+    return fcntl(memory, F_ADD_SEALS, F_SEAL_WRITE) == 0 ? memory : -1;
 }
 
 /// In the child: does not return when the exec works.

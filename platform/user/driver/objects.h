@@ -45,7 +45,7 @@ file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted = 
 
 /// The entry of such a file, alone, and a file on it. However often an object is pinned, by
 /// whatever name, its inode is one: what the engine attaches to it stays until inode_gone, or to
-/// the end. d_find_alias prefers entries that the calling thread has made.
+/// the end. d_find_alias prefers entries that the calling thread has made, the newest first.
 dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted = false);
 file_handle make_pinned_file(kernel::dentry* entry);
 
@@ -56,12 +56,9 @@ struct host_object {
     struct statx about = {};
 };
 bool host_statx(int fd, struct statx& about); ///< false when `fd` is no descriptor
-/// `above` is what stands before `path` on the host, where the acting task's root is another one
-/// ("/jail" for "/jail/file", seen as "/file"): its parents are what they are on the host.
-dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted = false,
-                                std::string above = {});
+dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted = false);
 
-/// An entry at `path`, as the acting task sees it, in the directory `parent`, over the object `pinned` or,
+/// An entry at `path` in the directory `parent`, over the object `pinned` or,
 /// when that is empty, for a name that nothing has yet. Null when `pinned` is no descriptor.
 dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd pinned = {});
 

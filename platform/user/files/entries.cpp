@@ -48,12 +48,6 @@ host_object pinned_object(unique_fd pinned)
     return object;
 }
 
-/// The path of a named entry on the host.
-std::string whole_path(const kernel::dentry* of)
-{
-    return !of->above.empty() && of->name == "/" ? of->above : of->above + of->name;
-}
-
 std::string_view parent_path(std::string_view path)
 {
     const std::size_t cut = path.find_last_of('/');
@@ -102,10 +96,9 @@ kernel::dentry* make_named_entry(name_space& space, std::string path, const inod
     return made;
 }
 
-kernel::dentry* make_host_entry(const host_object& object, std::string path, bool deleted, std::string above)
+kernel::dentry* make_host_entry(const host_object& object, std::string path, bool deleted)
 {
     kernel::dentry* made = make_named_entry(host_names(), std::move(path), nullptr);
-    made->above = std::move(above);
     made->unhashed = deleted;
     made->pin = object.pin;
     kernel::inode* of = cached_inode(object.about);
@@ -114,9 +107,9 @@ kernel::dentry* make_host_entry(const host_object& object, std::string path, boo
     return made;
 }
 
-dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted, std::string above)
+dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted)
 {
-    return dentry_handle(make_host_entry(object, std::move(path), deleted, std::move(above)));
+    return dentry_handle(make_host_entry(object, std::move(path), deleted));
 }
 
 dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted)
@@ -129,10 +122,8 @@ dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd 
 {
     dentry_handle made = pinned ? make_pinned_entry(std::move(pinned), std::move(path))
                                 : dentry_handle(make_named_entry(host_names(), std::move(path), nullptr));
-    if (made) {
-        made->above = parent->above;
+    if (made)
         made->parent = hold(parent);
-    }
     return made;
 }
 
@@ -187,7 +178,7 @@ inode* dentry_inode(const dentry* of)
         return of->inode;
     auto* entry = const_cast<dentry*>(of);
     platform::inode_facts facts;
-    const bool found = of->space->find(platform::whole_path(of), facts);
+    const bool found = of->space->find(of->name, facts);
     const std::lock_guard guard(platform::entries_lock());
     if (!entry->inode_known) {
         platform::attach(entry, found ? &facts : nullptr);
@@ -201,20 +192,16 @@ dentry* dentry_parent(const dentry* of)
     if (dentry* known = of->parent.load(std::memory_order_acquire))
         return known;
     auto* entry = const_cast<dentry*>(of);
-    // Above a task's own root the host goes on, and a kernel's entries do.
-    const bool at_root = of->name == "/";
-    if (at_root && of->above.empty())
+    if (of->name == "/")
         return entry;
-    const std::string path(platform::parent_path(at_root ? of->above : of->name));
-    const std::string above = at_root ? std::string() : of->above;
+    const std::string path(platform::parent_path(of->name));
     const std::lock_guard guard(platform::entries_lock());
     if (entry->parent == nullptr) {
         dentry* parent = nullptr;
-        if (path == "/" && above.empty()) {
+        if (path == "/") {
             parent = platform::hold(&of->space->root);
         } else {
             parent = platform::make_named_entry(*of->space, path, nullptr);
-            parent->above = above;
             parent->inode_known = false;
         }
         entry->parent.store(parent, std::memory_order_release);

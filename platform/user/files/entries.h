@@ -59,7 +59,6 @@ struct inode {
 struct dentry {
     std::atomic<long> references = 1;
     std::string name;                            ///< one component; the whole path for a named entry
-    std::string above;                           ///< of a named entry: what the host has before its name
     dentry* root = nullptr;                      ///< of its file system; borrowed
     std::atomic<dentry*> parent = nullptr;       ///< owns a reference, unless it is the entry itself
     std::atomic<kernel::inode*> inode = nullptr; ///< owns a reference
@@ -122,7 +121,7 @@ void drop(kernel::vfsmount* dropped);
 kernel::dentry* make_named_entry(name_space& space, std::string path, const inode_facts* facts);
 
 /// The same for an object of the host, with the inode that all its entries share.
-kernel::dentry* make_host_entry(const host_object& object, std::string path, bool deleted, std::string above);
+kernel::dentry* make_host_entry(const host_object& object, std::string path, bool deleted);
 
 } // namespace platform
 

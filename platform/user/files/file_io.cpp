@@ -10,6 +10,7 @@
 #include "platform/user/driver/files.h"
 #include "platform/user/files/entries.h"
 #include "platform/user/files/open_file.h"
+#include "platform/user/files/watched_reading.h"
 #include "platform/user/machine/fault_points.h"
 #include "platform/user/machine/thread_state.h"
 
@@ -37,13 +38,15 @@ bool can_write(const kernel::file& to)
 kernel::s64 read_host(int fd, char* buffer, std::size_t size, kernel::s64 position)
 {
     for (;;) {
+        if (reading_given_up())
+            return -EINTR;
         ssize_t got = ::pread(fd, buffer, size, position);
         if (got < 0 && errno == ESPIPE)
             got = ::read(fd, buffer, size);
         if (got >= 0)
             return got;
         if (errno != EINTR)
-            return -errno;
+            return reading_failed(errno);
     }
 }
 

@@ -11,6 +11,7 @@
 #include "platform/user/files/mount_map.h"
 #include "platform/user/files/open_file.h"
 #include "platform/user/files/pinned_names.h"
+#include "platform/user/files/watched_reading.h"
 #include "platform/user/machine/fault_points.h"
 #include "platform/user/machine/thread_state.h"
 
@@ -65,7 +66,7 @@ kernel::file* open_host_path(const std::string& host_path, const char* path, int
         mode |= S_IRUSR | S_IWUSR;
     unique_fd fd(::open(host_path.c_str(), (flags & engine_flags) | host_flags, mode));
     if (!fd)
-        return error_value(-errno);
+        return error_value(reading_failed(errno));
     return open_descriptor(std::move(fd), kernel_names(), path, flags);
 }
 
@@ -131,7 +132,7 @@ int reopen(const unique_fd& pinned, int flags)
 {
     const std::string link = "/proc/self/fd/" + std::to_string(pinned.get());
     const int fd = ::open(link.c_str(), (flags & kernel::open_access_mask) | host_flags);
-    return fd >= 0 ? fd : -errno;
+    return fd >= 0 ? fd : reading_failed(errno);
 }
 
 kernel::file* hold(kernel::file* held)

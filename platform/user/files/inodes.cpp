@@ -1,4 +1,5 @@
 #include <mutex>
+#include <ranges>
 
 #include "platform/user/driver/machine.h"
 #include "platform/user/files/entries.h"
@@ -75,7 +76,8 @@ dentry* d_find_alias(inode* of)
         }
         return false;
     };
-    for (dentry* alias : of->aliases) {
+    // The newest is the one that the running event is about.
+    for (dentry* alias : of->aliases | std::views::reverse) {
         if (alias->made_by == &platform::this_thread() && take(alias))
             return alias;
     }
