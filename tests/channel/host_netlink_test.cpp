@@ -101,7 +101,7 @@ protected:
     const pid_t own = ::getpid();
 };
 
-TEST_F(host_netlink, a_request_comes_from_whom_the_host_says)
+TEST_F(host_netlink, takes_the_senders_word_from_the_host_alone)
 {
     load("statlabel=3 auditlabel=5:2");
     const client agent;
@@ -133,7 +133,7 @@ TEST_F(host_netlink, a_request_comes_from_whom_the_host_says)
     EXPECT_EQ(platform::netlink_statistics().handled, 4u);
 }
 
-TEST_F(host_netlink, only_those_who_may_are_heard)
+TEST_F(host_netlink, hears_only_those_who_may_send)
 {
     load("");
     const client sender;
@@ -228,7 +228,7 @@ TEST_F(host_netlink, a_reload_holds_up_nobody_else)
     platform::set_kernel_log({});
 }
 
-TEST_F(host_netlink, requests_that_wait_at_shut_down_are_dropped)
+TEST_F(host_netlink, drops_waiting_requests_at_shut_down)
 {
     load("");
     send_from_another(messages::reload(0x400));

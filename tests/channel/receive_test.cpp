@@ -30,7 +30,7 @@ std::string log_of(machine& m, const std::string& datagram, pid_t from = 77)
 
 const std::string accepted = "Response Policy Request Success\n";
 
-TEST(receive, what_is_too_short_for_itself_has_no_effect)
+TEST(receive, ignores_a_message_that_is_too_short)
 {
     machine m("");
     const std::string helo = messages::helo;
@@ -61,7 +61,7 @@ TEST(receive, what_is_too_short_for_itself_has_no_effect)
     EXPECT_EQ(platform::live().locks, 0u);
 }
 
-TEST(receive, other_types_are_reported_and_25_is_not)
+TEST(receive, reports_every_unknown_type_but_25)
 {
     machine m("");
     for (const unsigned type : {0u, 1u, 3u, 15u, 19u, 20u, 21u, 22u, 24u, 27u, 100u, 0xffffu})

@@ -9,7 +9,7 @@ using namespace cli_test;
 
 namespace {
 
-TEST(Digest, AgreesWithMd5sumAtTheEdgesOfBlocksAndReads)
+TEST(digest, agrees_with_md5sum_at_every_boundary)
 {
     const temporary_directory files;
     std::vector<std::string> names;
@@ -31,7 +31,7 @@ TEST(Digest, AgreesWithMd5sumAtTheEdgesOfBlocksAndReads)
     }
 }
 
-TEST(Digest, ToldFilesThatCannotBeReadDoNotStopTheOthers)
+TEST(digest, goes_on_after_a_file_that_cannot_be_read)
 {
     const temporary_directory files;
     const std::string good = files.write("good", "");
@@ -49,7 +49,7 @@ TEST(Digest, ToldFilesThatCannotBeReadDoNotStopTheOthers)
     }
 }
 
-TEST(Digest, JsonHoldsEveryFileUnderItsOwnName)
+TEST(digest, gives_every_file_under_its_own_name_as_json)
 {
     const temporary_directory files;
     const std::string quoted = files.write("a \"quoted\"\nname", "");
@@ -68,7 +68,7 @@ TEST(Digest, JsonHoldsEveryFileUnderItsOwnName)
     EXPECT_EQ(nlohmann::json::parse(sorvanic({"digest", "--json", not_utf8}).out).size(), 1U);
 }
 
-TEST(Digest, ShowsKeyTextLeastSignificantByteFirstAndTakesNoFileNameApart)
+TEST(digest, shows_the_key_text_and_the_file_name_as_given)
 {
     const temporary_directory files;
     for (const char* name : {"[a,b]", "{}", "%%", "--json", "-"}) {
@@ -81,7 +81,7 @@ TEST(Digest, ShowsKeyTextLeastSignificantByteFirstAndTakesNoFileNameApart)
     }
 }
 
-TEST(Digest, AFullDiskIsAFailure)
+TEST(digest, reports_a_full_disk)
 {
     const outcome got = sorvanic({"digest", "/bin/sh"}, "/dev/full");
     EXPECT_EQ(got.status, 1);

@@ -116,7 +116,7 @@ TEST_F(session_channel, an_exec_waits_for_the_reload_asked_for_before_it)
     EXPECT_EQ(result.out, expected) << result.err;
 }
 
-TEST_F(session_channel, no_event_is_decided_by_the_switches_of_a_reload_in_progress)
+TEST_F(session_channel, decides_every_event_by_whole_switches)
 {
     const fs::path closed = directory() / "closed";
     fs::create_directory(closed);
@@ -133,7 +133,7 @@ TEST_F(session_channel, no_event_is_decided_by_the_switches_of_a_reload_in_progr
     EXPECT_GT(count_of(kernel_log(), "Response Policy Request Success"), 100u);
 }
 
-TEST_F(session_channel, survives_tasks_that_end_while_their_requests_wait)
+TEST_F(session_channel, goes_on_when_tasks_end_while_their_requests_wait)
 {
     const command supervised =
         session({python, SORVANIC_SOURCE_DIR "/tests/e2e/request_storm.py", "66666666", "150"},
@@ -194,7 +194,7 @@ TEST_F(session_channel, hears_only_those_who_may_talk)
     }
 }
 
-TEST_F(session_channel, an_agent_that_went_without_a_word_keeps_its_place)
+TEST_F(session_channel, keeps_the_place_of_an_agent_that_ended_without_quit)
 {
     unlisted("a", "#!/nowhere\n");
     child_process supervisor(session(waiting("./a")), directory());
@@ -216,7 +216,7 @@ TEST_F(session_channel, an_agent_that_went_without_a_word_keeps_its_place)
         << log;
 }
 
-TEST_F(session_channel, a_full_queue_costs_new_records_only)
+TEST_F(session_channel, keeps_queued_records_when_the_queue_is_full)
 {
     constexpr std::size_t programs = 80; // more than a queue of the default size takes
     for (std::size_t i = 0; i < programs; ++i)

@@ -29,7 +29,7 @@ pid_t pid_in(const fs::path& file)
     return pid;
 }
 
-TEST_F(lifecycle, no_process_outlives_a_killed_supervisor)
+TEST_F(lifecycle, ends_every_process_when_the_supervisor_is_killed)
 {
     victim("live_on");
     listed("again", "#!" + of_machine("sh").string() + "\nexec ./again\n");

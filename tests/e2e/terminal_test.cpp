@@ -226,7 +226,7 @@ TEST_F(at_terminal, tells_what_is_left_running_and_ends_it_on_demand)
 
 } // namespace
 
-TEST_F(at_terminal, a_stopped_screen_holds_no_decision_up)
+TEST_F(at_terminal, decides_while_the_screen_is_stopped)
 {
     const fs::path bad = unlisted("unlisted", read_file(victim("exit_with")) + "x");
     const fs::path done = directory() / "done";

@@ -11,7 +11,7 @@ namespace {
 
 // Births, exits and lookups of the same sixteen buckets at once: a lookup gives the name that
 // belongs to its pid or none, never half a name or another's.
-TEST(process_map_stress, a_lookup_never_sees_another_process)
+TEST(process_map_stress, gives_each_lookup_its_own_process)
 {
     const auto& map = sorvanic_kernel_hashmap_module;
     map.init();

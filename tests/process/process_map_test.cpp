@@ -34,7 +34,7 @@ TEST_F(process_map, keeps_31_characters_and_one_record_a_pid)
     EXPECT_EQ(user_of(100), "-");
 }
 
-TEST_F(process_map, what_is_absent_stays_untouched)
+TEST_F(process_map, leaves_absent_records_alone)
 {
     EXPECT_EQ(user_of(5), "-");
     EXPECT_EQ(map.erase(5), 0);

@@ -101,7 +101,7 @@ private:
 
 class resolve_test : public ::testing::TestWithParam<bool> {};
 
-TEST_P(resolve_test, a_name_leads_elsewhere_than_it_does_for_its_caller)
+TEST_P(resolve_test, finds_what_the_kernel_finds_for_the_caller)
 {
     const bool own_root = GetParam();
     if (own_root && geteuid() != 0)
