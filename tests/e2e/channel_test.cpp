@@ -135,9 +135,8 @@ TEST_F(session_channel, decides_every_event_by_whole_switches)
 
 TEST_F(session_channel, goes_on_when_tasks_end_while_their_requests_wait)
 {
-    const command supervised =
-        session({python, SORVANIC_SOURCE_DIR "/tests/e2e/request_storm.py", "66666666", "150"},
-                {"--channel-port", "66666666", "--channel-inside"});
+    const command supervised = session({python, script("request_storm.py"), "66666666", "150"},
+                                       {"--channel-port", "66666666", "--channel-inside"});
     std::ofstream(policy() / "whitelist", std::ios::binary | std::ios::app) << many_keys();
     const outcome result = child_process(supervised, directory()).wait();
     EXPECT_EQ(result.status, 0) << result.err;
