@@ -122,6 +122,12 @@ TEST_F(path_lists, take_lines_and_entries_up_to_their_limits)
     EXPECT_TRUE(covers(longest + "/f") && covers("/x"));
     EXPECT_FALSE(covers(longest + "e") || covers("# a"));
 
+    // A line ends at a byte of 0; of 1022 characters, the rest is a line of its own.
+    const std::string piece(1022, 'p'), nul(1, '\0');
+    load("/ab" + nul + "cd\n" + nul + "/no\n#" + piece + "\n" + piece + "/tail\n/last");
+    const std::vector<std::string> lines = {"/ab", "/no", "/tail", "/last", "p"};
+    EXPECT_EQ(found(lines), std::vector<std::string>(3, "/ab/tail/lastp"));
+
     std::string content;
     for (int n = 1; n <= 8195; ++n)
         content += "/p" + std::to_string(n) + "-\n";
