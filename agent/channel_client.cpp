@@ -88,14 +88,15 @@ channel_client::channel_client(channel_address session, pid_t own)
             fmt::format("no netlink for user space (NETLINK_USERSOCK) here: {}", host::error_text(errno)));
     const sockaddr_nl address = address_of(static_cast<std::uint32_t>(own));
     if (::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        throw failure(errno == EADDRINUSE
-                          ? fmt::format("somebody has a netlink socket at port id {}, where answers to that "
-                                        "process would go",
-                                        own)
-                          : fmt::format("netlink port id {}: {}", own, host::error_text(errno)));
+        throw failure(
+            errno == EADDRINUSE
+                ? fmt::format("another program has a netlink socket at port id {}, where answers to that "
+                              "process arrive",
+                              own)
+                : fmt::format("netlink port id {}: {}", own, host::error_text(errno)));
     const int on = 1;
     if (::setsockopt(socket_.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0)
-        throw failure(fmt::format("netlink does not tell who sends: {}", host::error_text(errno)));
+        throw failure(fmt::format("netlink does not name its senders: {}", host::error_text(errno)));
     // Beyond the host's limit for root only; others get that limit.
     if (::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &wanted_room, sizeof wanted_room) != 0)
         ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUF, &wanted_room, sizeof wanted_room);
@@ -112,9 +113,9 @@ void channel_client::send(std::uint16_t type, std::string_view payload) const
                         reinterpret_cast<const sockaddr*>(&to), sizeof to);
     while (sent < 0 && errno == EINTR);
     if (sent < 0)
-        throw failure(errno == ECONNREFUSED
-                          ? "the session has gone: nobody listens to its channel"
-                          : fmt::format("the session's channel takes nothing: {}", host::error_text(errno)));
+        throw failure(errno == ECONNREFUSED ? "the session has gone: no process reads its channel"
+                                            : fmt::format("the session's channel accepts no message: {}",
+                                                          host::error_text(errno)));
 }
 
 void channel_client::helo() const

@@ -113,8 +113,9 @@ session_status::session_status(const std::string& document)
         records_dropped_ = document_->at("records").at("dropped").get<std::uint64_t>();
         install_status_ = document_->at("switches").at("install").get<int>();
     } catch (const nlohmann::json::exception& error) {
-        throw failure(fmt::format(
-            "the session's status is not as it should be ({}); is it of another version?", error.what()));
+        throw failure(
+            fmt::format("the session's status cannot be understood ({}); is the session of another version?",
+                        error.what()));
     }
 }
 

@@ -39,7 +39,7 @@ unique_fd open_directory(const std::string& path)
 {
     unique_fd opened(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!opened)
-        throw std::system_error(errno, std::generic_category(), path + " is no directory to look into");
+        throw std::system_error(errno, std::generic_category(), path + " is no directory that can be read");
     return opened;
 }
 

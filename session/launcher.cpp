@@ -143,7 +143,7 @@ std::string filter_trouble(int error)
                "a "
                "profile that allows seccomp";
     default:
-        return fmt::format("the system-call filter could not be put on: {}", host::error_text(error));
+        return fmt::format("the kernel does not take the system-call filter: {}", host::error_text(error));
     }
 }
 

@@ -98,8 +98,8 @@ public:
         platform::netlink_settle(getpid());
         const engine_counters now = counters();
         if (now.agent != static_cast<kernel::u32>(getpid()))
-            throw trouble(fmt::format("the session's own agent could not connect (connected is process {}, 0 "
-                                      "being none); end that one, or start the session without --audit",
+            throw trouble(fmt::format("the session's own agent could not connect (process {} is connected, 0 "
+                                      "meaning none); end that one, or start the session without --audit",
                                       now.agent));
         dropped_before_ = now.records_dropped;
     }
@@ -229,7 +229,7 @@ int supervise(const options& wanted, engine& loaded, const supervisor_signals& s
         say(fmt::format("cannot run {}: {}", host::visible(wanted.command.front()),
                         host::error_text(*error)));
     if (loaded.lost().any() && !wanted.lossy) {
-        say("logs are incomplete, so the exit status is not the command's (--lossy leaves it)");
+        say("logs are incomplete, so the exit status is not the command's (--lossy keeps that one)");
         status = exit_failure;
     }
     if (!idle) {

@@ -65,7 +65,7 @@ kernel_listener::kernel_listener(host::unique_fd descriptor) : descriptor_(std::
     seccomp_notif_sizes sizes = {};
     syscall(SYS_seccomp, SECCOMP_GET_NOTIF_SIZES, 0, &sizes);
     if (sizes.seccomp_notif > room || sizes.seccomp_notif_resp > room)
-        throw trouble("the kernel's notifications are longer than this version of sorvanic knows");
+        throw trouble("the kernel's notifications are longer than this version of sorvanic expects");
     ioctl(descriptor_.get(), set_flags, wake_on_this_processor);
 }
 

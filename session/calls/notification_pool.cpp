@@ -33,7 +33,7 @@ notification_pool::notification_pool(listener& from, session_parts& parts) : fro
     for (int i = 0; i < threads_at_first; ++i)
         add_thread();
     if (threads_.empty())
-        throw trouble("no thread to be had for the session's decisions; raise the limit on processes "
+        throw trouble("the host gives no thread for the session's decisions; raise the limit on processes "
                       "(ulimit -u, or the container's)");
 }
 

@@ -74,9 +74,8 @@ std::uint32_t free_port()
         if (error != EADDRINUSE)
             break;
     }
-    throw trouble(
-        fmt::format("no netlink port id to be had for the session: {}; name one with --channel-port",
-                    host::error_text(error)));
+    throw trouble(fmt::format("no free netlink port id for the session: {}; name one with --channel-port",
+                              host::error_text(error)));
 }
 
 std::uint32_t wanted_port(std::uint32_t port)
@@ -143,7 +142,7 @@ void settle_requests_of(pid_t task)
 channel::channel(std::function<void(bool)> look) : look_(std::move(look)), ended_(eventfd(0, EFD_CLOEXEC))
 {
     if (platform::netlink_descriptor() < 0)
-        throw trouble("the engine could not open its netlink socket; the kernel log has no more on that; "
+        throw trouble("the engine could not open its netlink socket; the kernel log says no more; "
                       "start the session again");
     if (!ended_)
         throw trouble(fmt::format("no event descriptor for the channel: {}", host::error_text(errno)));

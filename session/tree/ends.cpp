@@ -86,7 +86,7 @@ void lifecycle::announce_rest() const
 {
     const std::lock_guard guard(lock_);
     if (!tracees_.empty() && isatty(STDERR_FILENO) != 0)
-        say("the command has ended; waiting for what it has left running (Ctrl-C ends that)");
+        say("the command has ended; waiting for the processes that it has left (Ctrl-C ends them)");
 }
 
 } // namespace session

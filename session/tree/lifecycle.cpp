@@ -27,8 +27,8 @@ constexpr std::chrono::milliseconds look_interval(100);
 std::string tracing_forbidden(int error)
 {
     return fmt::format(
-        "the host does not let it trace the command (ptrace: {}); start the session outside of debuggers, "
-        "tracers and other sessions, and see that no container profile and no "
+        "the host does not allow to trace the command (ptrace: {}); start the session outside of debuggers, "
+        "tracers and other sessions, and make sure that no container profile and no "
         "kernel.yama.ptrace_scope=3 forbids ptrace",
         host::error_text(error));
 }
