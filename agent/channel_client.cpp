@@ -34,7 +34,7 @@ std::string bytes_of(const Raw& raw)
     return {reinterpret_cast<const char*>(&raw), sizeof raw};
 }
 
-/// 0, which is no type, for what is too short.
+/// 0, which is no type, for a message that is too short.
 std::uint16_t type_of(std::string_view message)
 {
     wire_header header = {};
@@ -97,7 +97,7 @@ channel_client::channel_client(channel_address session, pid_t own)
     const int on = 1;
     if (::setsockopt(socket_.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0)
         throw failure(fmt::format("netlink does not name its senders: {}", host::error_text(errno)));
-    // Beyond the host's limit for root only; others get that limit.
+    // Only root may go beyond the host's limit; others get that limit.
     if (::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &wanted_room, sizeof wanted_room) != 0)
         ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUF, &wanted_room, sizeof wanted_room);
 }
@@ -153,7 +153,7 @@ void channel_client::shell_reset() const
 std::optional<std::string> channel_client::receive()
 {
     for (;;) {
-        // Its whole length, whatever a later engine may send.
+        // Its whole length, because a later engine may send more.
         const ssize_t size = ::recv(socket_.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
         arrival next;
         if (size >= 0)

@@ -17,7 +17,7 @@ using clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds pause(5);
 
-// Whose message was dropped is not told. If it was somebody else's, ours is handled within this.
+// The status does not say whose message was dropped. If it was another's, ours is handled within this time.
 constexpr std::chrono::seconds doubt(1);
 
 } // namespace
