@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <mutex>
 
-// Where hook calls wait while a driver holds them up (hook_hold). Private to platform/user/.
+// The place where hook calls wait while a driver holds them up (hook_hold). Private to platform/user/.
 
 namespace platform {
 

@@ -264,7 +264,7 @@ void close_host_netlink()
 {
     host_channel& channel = the_channel();
     std::unique_lock guard(channel.lock);
-    // What waits finds the engine's socket closed: it is thrown away, and its senders go on.
+    // Waiting messages find the engine's socket closed and are dropped, and their senders go on.
     handle_up_to(channel, guard, channel.taken_in);
     channel.socket.reset();
     channel.left_over.reset();
