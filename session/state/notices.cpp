@@ -19,7 +19,7 @@ namespace session {
 namespace {
 
 constexpr int last_patience = 500;    // milliseconds
-constexpr std::size_t at_once = 4096; // a pipe that takes anything takes that much
+constexpr std::size_t at_once = 4096; // a pipe that is writable takes that much
 
 std::atomic<notices*> speaker{nullptr};
 

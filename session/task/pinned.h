@@ -11,14 +11,14 @@
 #include "session/task/program_file.h"
 #include "session/task/resolve.h"
 
-// What handlers have in common: objects that a call means, pinned and as hooks see them, and the
-// caller's rights to them.
+// Shared by the planners: the objects that a call means, pinned and as hooks see them, and the caller's
+// rights to them.
 
 namespace session {
 
 /// An object of the host that a call means.
 struct pinned_object {
-    std::shared_ptr<const unique_fd> pin; ///< O_PATH; the entry has it, too
+    std::shared_ptr<const unique_fd> pin; ///< O_PATH; shared with the entry
     struct stat about = {};
     seen_path path;
     platform::dentry_handle entry;
@@ -36,8 +36,8 @@ pinned_object pin(unique_fd file, const caller& who);
 platform::dentry_handle entry_in(const pinned_object& directory, const std::string& last,
                                  const unique_fd& object);
 
-/// Whether it belongs to the session itself: a file of its state directory, or of the supervisor's
-/// entry in any proc. What it publishes for others may be read by its own processes, too.
+/// Whether it belongs to the session itself: a file of its state directory, or of the supervisor's entry in
+/// any proc. Its own processes may read what it publishes for others.
 bool is_off_limits(const pinned_object& object, const std::string& state_directory,
                    bool only_to_read = false);
 

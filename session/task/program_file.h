@@ -27,9 +27,9 @@ struct file_identity {
 /// The identity of the file behind a descriptor. All zero when the host does not tell.
 file_identity identity_of(int fd);
 
-/// The same, once a later change can no longer carry the same time of change: a file that was
-/// changed within the running tick of the kernel's clock is waited for, some milliseconds. One
-/// that keeps changing, or that somebody has open for writing, gets an identity that no file has.
+/// The same, once a later change can no longer carry the same time of change: for a file that was changed
+/// within the present tick of the kernel's clock, it waits some milliseconds. One that keeps changing, or
+/// that somebody has open for writing, gets an identity that no file has.
 file_identity settled_identity(int fd);
 
 /// Whether it is a regular file that the calling thread, by its ids, may execute.
@@ -38,8 +38,8 @@ bool may_execute(int fd);
 /// Whether the supervisor may read it.
 bool may_read(int fd);
 
-/// The file's absolute path as `who` sees it, and whether its name has been deleted. A path
-/// that the host cannot tell is longer than any that a hook can take.
+/// The file's absolute path as `who` sees it, and whether its name has been deleted. When the host knows no
+/// path, the result is longer than any path that a hook can take.
 struct seen_path {
     std::string text;
     bool deleted;
@@ -53,7 +53,7 @@ seen_path path_of(int fd, const caller& who);
 /// The file as the engine sees it: pinned, by that path.
 platform::file_handle pinned_file(int fd, const seen_path& path);
 
-/// As much of a program file as the kernel looks at to tell what it is.
+/// The number of bytes by which the kernel recognises a program file.
 inline constexpr std::size_t program_head_size = 256;
 
 /// The first bytes of the file, zero-filled; all zero when it cannot be read.

@@ -28,7 +28,7 @@ bool read_bytes(pid_t task, std::uint64_t address, char* buffer, std::size_t siz
     const auto wanted = static_cast<ssize_t>(size);
     if (const ssize_t got = process_vm_readv(task, &local, 1, &remote, 1, 0); got >= 0)
         return got == wanted;
-    // The second way would also read what the task's own page permissions keep from it.
+    // The second way would also read pages that the task's own permissions protect from it.
     if (errno != EPERM && errno != EACCES)
         return false;
     const unique_fd memory = open_proc(task, "mem", O_RDONLY);
@@ -89,7 +89,7 @@ bool may_read_memory(pid_t task)
 {
     char byte;
     errno = 0;
-    // Nothing is mapped there, but who may not read is told so first.
+    // Nothing is mapped at this address, but missing rights are reported first.
     return read_bytes(task, 0, &byte, 1) || errno == EIO || errno == EFAULT;
 }
 
@@ -100,7 +100,7 @@ bool write_memory(pid_t task, std::uint64_t address, const void* from, std::size
     const auto wanted = static_cast<ssize_t>(size);
     if (process_vm_writev(task, &local, 1, &remote, 1, 0) == wanted)
         return true;
-    // Through the task's own permissions only: what it may not write to, no call of its own could.
+    // By the task's own page permissions only, because its own calls could not write elsewhere.
     const as_caller rights(task);
     return process_vm_writev(task, &local, 1, &remote, 1, 0) == wanted;
 }

@@ -37,7 +37,7 @@ void errands::give(pid_t task, work what, finish failed)
     const std::lock_guard guard(lock_);
     given_.push_back(made);
     if (idle_ < given_.size())
-        add_thread(); // else it is done when another one is
+        add_thread(); // else it runs after another one
     more_.notify_one();
 }
 
