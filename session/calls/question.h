@@ -43,13 +43,12 @@ using shared_name = std::shared_ptr<const changed_name>;
 /// shown or asked without doing the call. Members that a hook does not use are empty.
 struct question {
     hook asked;
-    int value = 0;      ///< the accesses, the mode with its type (0: none is set), or the signal
-    target object = {}; ///< the object that is used or changed, or that gets one more name
-    shared_name name =
-        {}; ///< the name that is made, removed or renamed; in place of `object`, the object there
-    shared_name new_name = {};             ///< of a rename
-    std::string text = {};                 ///< of a symbolic link
-    pid_t receiver = 0;                    ///< of a signal
+    int value = 0;             ///< the accesses, the mode with its type (0: none is set), or the signal
+    target object = {};        ///< the object that is used or changed, or that gets one more name
+    shared_name name = {};     ///< the name that is made, removed or renamed, with its object, if any
+    shared_name new_name = {}; ///< of a rename
+    std::string text = {};     ///< of a symbolic link
+    pid_t receiver = 0;        ///< of a signal
     std::optional<long long> seconds = {}; ///< the new time; nothing when only the time zone is set
 };
 

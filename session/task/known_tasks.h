@@ -18,8 +18,7 @@ namespace session {
 struct shared_places {
     std::atomic<int> umask{-1};        ///< -1: not known
     std::atomic<bool> own_root{false}; ///< may have another root than the supervisor
-    std::atomic<bool> certain{
-        true}; ///< false: it is not known which tasks share them, so they are read each time
+    std::atomic<bool> certain{true};   ///< false: which tasks share them is not known, so read them each time
     working_directory directory;
 };
 
