@@ -41,7 +41,7 @@ void tell(const std::string& text)
     fmt::print(stderr, "sorvanic run: {}\n", text);
 }
 
-/// Has the session write its audit records.
+/// Makes the session write its audit records.
 void write_records(session::options& of, const audit_options& wanted)
 {
     using agent::record_output;
