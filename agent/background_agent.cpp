@@ -36,7 +36,7 @@ background_agent::~background_agent()
     try {
         channel_.quit();
     } catch (const failure&) {
-        // The engine has closed its socket: it knows no agent any more.
+        // The engine has closed its socket and no longer has an agent.
     }
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(ended_.get(), &one, sizeof one);

@@ -14,12 +14,11 @@ namespace agent {
 /// whose engine is in the same process: it addresses records to the supervisor's process id.
 class background_agent {
 public:
-    /// Sends the helo; the caller sees to it that it is handled before the first decision whose
-    /// record must not be missed. Throws failure when socket or output cannot be had.
+    /// Sends the helo; the caller makes sure that it is handled before the first decision whose record must
+    /// not be missed. Throws failure without a socket or an output.
     background_agent(std::uint32_t port, record_output output, record_reader::teller tell);
 
-    /// Sends the quit, and writes everything that has arrived by then. To be called when nothing is
-    /// decided any more.
+    /// Sends the quit, and writes everything that has arrived by then. To be called after the last decision.
     ~background_agent();
     background_agent(const background_agent&) = delete;
     background_agent& operator=(const background_agent&) = delete;

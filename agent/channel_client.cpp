@@ -34,7 +34,7 @@ std::string bytes_of(const Raw& raw)
     return {reinterpret_cast<const char*>(&raw), sizeof raw};
 }
 
-/// 0, which is no type, for what is too short.
+/// 0, which is no type, for a message that is too short.
 std::uint16_t type_of(std::string_view message)
 {
     wire_header header = {};
@@ -88,15 +88,16 @@ channel_client::channel_client(channel_address session, pid_t own)
             fmt::format("no netlink for user space (NETLINK_USERSOCK) here: {}", host::error_text(errno)));
     const sockaddr_nl address = address_of(static_cast<std::uint32_t>(own));
     if (::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        throw failure(errno == EADDRINUSE
-                          ? fmt::format("somebody has a netlink socket at port id {}, where answers to that "
-                                        "process would go",
-                                        own)
-                          : fmt::format("netlink port id {}: {}", own, host::error_text(errno)));
+        throw failure(
+            errno == EADDRINUSE
+                ? fmt::format("another program has a netlink socket at port id {}, where answers to that "
+                              "process arrive",
+                              own)
+                : fmt::format("netlink port id {}: {}", own, host::error_text(errno)));
     const int on = 1;
     if (::setsockopt(socket_.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0)
-        throw failure(fmt::format("netlink does not tell who sends: {}", host::error_text(errno)));
-    // Beyond the host's limit for root only; others get that limit.
+        throw failure(fmt::format("netlink does not name its senders: {}", host::error_text(errno)));
+    // Only root may go beyond the host's limit; others get that limit.
     if (::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &wanted_room, sizeof wanted_room) != 0)
         ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUF, &wanted_room, sizeof wanted_room);
 }
@@ -112,9 +113,9 @@ void channel_client::send(std::uint16_t type, std::string_view payload) const
                         reinterpret_cast<const sockaddr*>(&to), sizeof to);
     while (sent < 0 && errno == EINTR);
     if (sent < 0)
-        throw failure(errno == ECONNREFUSED
-                          ? "the session has gone: nobody listens to its channel"
-                          : fmt::format("the session's channel takes nothing: {}", host::error_text(errno)));
+        throw failure(errno == ECONNREFUSED ? "the session has gone: no process reads its channel"
+                                            : fmt::format("the session's channel accepts no message: {}",
+                                                          host::error_text(errno)));
 }
 
 void channel_client::helo() const
@@ -152,7 +153,7 @@ void channel_client::shell_reset() const
 std::optional<std::string> channel_client::receive()
 {
     for (;;) {
-        // Its whole length, whatever a later engine may send.
+        // Its whole length, because a later engine may send more.
         const ssize_t size = ::recv(socket_.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
         arrival next;
         if (size >= 0)

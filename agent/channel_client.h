@@ -22,16 +22,16 @@ struct channel_address {
 /// engine addresses it. Sending and receiving may be done by two threads.
 class channel_client {
 public:
-    /// Opens the socket at port id `own`, which is to be the process's id (or that of a process for
-    /// whom an answer is waited for), to talk to `session`. Throws failure: the host has no such
-    /// netlink, or somebody has that port id.
+    /// Opens the socket at port id `own`, which is to be the process's id (or that of a process for whom an
+    /// answer is waited for), to talk to `session`. Throws failure when the host has no such netlink or the
+    /// port id is taken.
     channel_client(channel_address session, pid_t own);
 
     /// Readable when something has arrived.
     int descriptor() const { return socket_.get(); }
 
-    // One request each, which is sent, not done, when the function returns. They throw failure when
-    // the session has gone or takes nothing.
+    // One request each, which is sent, not done, when the function returns. They throw failure when the
+    // session has gone or accepts no message.
     void helo() const;
     void quit() const;
     void reload(std::uint32_t mask) const;
@@ -40,11 +40,11 @@ public:
     void install_end() const;
     void shell_reset() const;
 
-    /// The oldest message that has arrived from the session, of any type, if there is one. Does not
-    /// wait. What anybody else has sent is thrown away: the host says who did.
+    /// The oldest message that has arrived from the session, of any type, if there is one. Does not wait.
+    /// Messages of other senders, whom the host names, are dropped.
     std::optional<std::string> receive();
 
-    /// How often the host has told that messages found no room and are lost.
+    /// How often the host has reported that messages found no room and are lost.
     std::uint64_t overruns() const { return overruns_; }
 
 private:

@@ -6,8 +6,8 @@
 
 namespace agent {
 
-/// Something cannot be done. The text is for the user, without a line end: what is missing or wrong,
-/// and what to do about it.
+/// A command cannot do its work. The text tells the user, without a line end, what is missing or wrong and
+/// what to do about it.
 class failure : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -17,7 +17,7 @@ using clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds pause(5);
 
-// Whose message was dropped is not told. If it was somebody else's, ours is handled within this.
+// The status does not say whose message was dropped. If it was another's, ours is handled within this time.
 constexpr std::chrono::seconds doubt(1);
 
 } // namespace
@@ -43,9 +43,10 @@ session_status pending_request::wait(std::chrono::milliseconds limit) const
         if (!dropped_since && now.messages_dropped() != dropped_)
             dropped_since = clock::now();
         if (dropped_since && clock::now() - *dropped_since > doubt)
-            throw failure("this process may not talk to the session: it listens to root, to the user who "
-                          "runs it and to those named with sorvanic run --channel-uid, and to the processes "
-                          "it supervises with --channel-inside only");
+            throw failure(
+                "this process may not talk to the session: only root, the user who runs it and those "
+                "named with sorvanic run --channel-uid may, and the processes that it supervises only "
+                "with --channel-inside");
         if (clock::now() > end)
             throw failure(
                 fmt::format("the session has not handled the request within {} s; it may still do so",

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <variant>
 
-// An audit record as an agent gets it (docs/formats.md), out of its bytes. Texts are bytes of
-// no particular encoding: names of files and programs are what their makers chose.
+// An audit record as an agent gets it (docs/formats.md), decoded. Texts have no particular encoding, because
+// the names of files and programs are any bytes.
 
 namespace agent {
 

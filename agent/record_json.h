@@ -7,9 +7,9 @@
 
 namespace agent {
 
-/// The record as an object: "kind" by its name, then each field of the record in its order. A text
-/// that is not UTF-8 shows U+FFFD for each byte that does not fit, and its exact bytes follow it
-/// under its name and "_hex". Whatever the record holds, the object can be dumped.
+/// The record as an object: "kind" by its name, then each field of the record in its order. A text that is
+/// not UTF-8 shows U+FFFD for each byte that does not fit, and its exact bytes follow it under its name and
+/// "_hex". The object can be dumped for every record.
 nlohmann::ordered_json to_json(const record& decoded);
 
 } // namespace agent

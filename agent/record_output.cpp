@@ -60,8 +60,8 @@ host::unique_fd record_output::open_file() const
                       : open(file_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
 }
 
-/// Cuts the part of a line that was written off again, so that there are whole lines only; false where
-/// that cannot be done: what is no file has been read already.
+/// Removes the part of a line that was written, so that the file holds whole lines only; false where that
+/// cannot be done: a pipe's reader already has it.
 bool record_output::take_back(std::size_t size) const
 {
     const int failure = errno;
@@ -87,7 +87,7 @@ bool record_output::put(const std::string& line)
         torn_ = false;
     else if (done > 0)
         torn_ = !take_back(done);
-    return done == line.size(); // errno is the failure's
+    return done == line.size(); // errno says why not
 }
 
 void record_output::write(const record& received, std::chrono::system_clock::time_point when)

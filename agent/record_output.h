@@ -11,25 +11,24 @@
 
 namespace agent {
 
-/// Where the lines for people or programs go that an agent makes of records: a file, to whose end
-/// they are added, or standard output. Each is written as soon as it is there, in one piece. Not by
-/// two threads at a time.
+/// Writes records as lines of text or JSON: to the end of a file, or to standard output. Each line is written
+/// at once, in one piece. Used by one thread at a time.
 class record_output {
 public:
     enum class form { text, json };
     using teller = std::function<void(const std::string&)>;
 
-    /// `file` is "" or "-" for standard output; a new one gets mode 0600. Trouble while writing is
-    /// told by `tell`, once until it is over. Throws failure when the file cannot be opened.
+    /// `file` is "" or "-" for standard output; a new one gets mode 0600. `tell` reports a failure to write,
+    /// once until it is over. Throws failure when the file cannot be opened.
     record_output(form wanted, std::string file, teller tell);
 
-    /// A line with the record and when it came, in UTC.
+    /// Writes a line with the record and the time of its arrival, in UTC.
     void write(const record& received, std::chrono::system_clock::time_point when);
 
-    /// Goes on in the file that has the name by now; where that fails, in the former one.
+    /// Goes on in the file that now has the name; where that fails, in the former one.
     void reopen();
 
-    /// Whether whoever read it has closed it: nothing can be written any more.
+    /// Whether its reader has closed it, so that nothing more can be written.
     bool closed() const { return closed_; }
 
     /// Lines that are not, or not whole, in the file.

@@ -25,11 +25,11 @@ bool record_reader::take(int most)
         if (const auto received = decode(*message))
             output_.write(*received, std::chrono::system_clock::now());
         else if (is_audit_message(*message))
-            tell_(fmt::format("a record of {} bytes is of no known kind; is the session of a later version?",
+            tell_(fmt::format("unknown kind of record ({} bytes); is the session of a later version?",
                               message->size()));
     }
     if (const std::uint64_t overruns = channel_.overruns(); overruns != overruns_told_) {
-        tell_(fmt::format("records came faster than they were read, and some are lost ({} time{} so far)",
+        tell_(fmt::format("records came faster than they could be read, and some are lost ({} time{} so far)",
                           overruns, overruns == 1 ? "" : "s"));
         overruns_told_ = overruns;
     }

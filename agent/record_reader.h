@@ -15,7 +15,7 @@ class record_reader {
 public:
     using teller = std::function<void(const std::string&)>;
 
-    /// What does not go smoothly is told by `tell`. All three outlive it.
+    /// `tell` reports failures. All three outlive it.
     record_reader(channel_client& channel, record_output& output, teller tell);
 
     /// Writes what has arrived, at most so many messages; does not wait for more. Returns whether

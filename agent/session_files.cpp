@@ -31,7 +31,7 @@ using host::unique_fd;
 constexpr std::chrono::seconds start_limit(5);
 constexpr std::chrono::milliseconds start_pause(10);
 
-/// All that is in it; nothing when a read fails, and errno says why.
+/// The whole content; nothing when a read fails, and errno says why.
 std::optional<std::string> content_of(int file)
 {
     std::string content;
@@ -55,8 +55,8 @@ unique_fd open_file(const std::string& path)
 /// Whether a supervisor holds its lock on the file.
 bool is_locked(int port_file)
 {
-    // For a moment nobody else can have it exclusively. A session that starts here just now is
-    // refused then, and may be started again.
+    // For a moment nobody else can lock it exclusively. A session that starts here at that moment is refused,
+    // and may be started again.
     if (flock(port_file, LOCK_SH | LOCK_NB) != 0)
         return errno == EWOULDBLOCK;
     flock(port_file, LOCK_UN);
@@ -113,8 +113,9 @@ session_status::session_status(const std::string& document)
         records_dropped_ = document_->at("records").at("dropped").get<std::uint64_t>();
         install_status_ = document_->at("switches").at("install").get<int>();
     } catch (const nlohmann::json::exception& error) {
-        throw failure(fmt::format(
-            "the session's status is not as it should be ({}); is it of another version?", error.what()));
+        throw failure(
+            fmt::format("the session's status cannot be understood ({}); is the session of another version?",
+                        error.what()));
     }
 }
 

@@ -14,7 +14,7 @@
 
 namespace agent {
 
-/// What a session says of itself at one moment: see docs/formats.md.
+/// The status of a session at one moment: see docs/formats.md.
 class session_status {
 public:
     /// Throws failure when that is no status document.
@@ -39,20 +39,20 @@ private:
     int install_status_ = 0;
 };
 
-/// A session, by its state directory. All it knows it reads from there.
+/// A session, known by the files of its state directory.
 class session_files {
 public:
-    /// Throws failure when no session lives there, or when this user cannot look.
+    /// Throws failure when no session lives there, or when this user may not read there.
     explicit session_files(std::string state);
 
     const std::string& state() const { return state_; }
     const channel_address& channel() const { return channel_; }
 
-    /// False as soon as its supervisor is no more, however it ended.
+    /// False as soon as its supervisor has ended, in whatever way.
     bool alive() const;
 
-    /// As last published: at most 100 ms old while the session has nothing to do; what an ended one
-    /// has left, too. Throws failure when there is none, or it is another session's by now.
+    /// The status as last published, at most 100 ms old while the session is idle; also that of a session
+    /// that has ended. Throws failure when there is none, or when it now belongs to another session.
     session_status status() const;
 
     /// The protected-shell switch as its file shows it, without the line end.

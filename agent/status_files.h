@@ -1,8 +1,8 @@
 #ifndef SORVANIC_AGENT_STATUS_FILES_H
 #define SORVANIC_AGENT_STATUS_FILES_H
 
-// What a session publishes below its state directory (docs/formats.md): names that it and those
-// who look for it share.
+// What a session publishes below its state directory (docs/formats.md): the names that it shares with those
+// who look for it.
 
 namespace agent {
 

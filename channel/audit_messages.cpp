@@ -22,7 +22,7 @@ bool begins_with(const char* text, const char* start)
     return strncasecmp(text, start, strlen(start)) == 0;
 }
 
-/// No separator follows the name: "/home/bobby" is at home for "bob", too.
+/// No separator follows the name, so "/home/bobby" counts as the home of "bob" too.
 bool is_at_home(const char* path, const char* user)
 {
     return begins_with(path, home_directories) && begins_with(path + strlen(home_directories), user);
@@ -45,8 +45,8 @@ void set_text(char (&field)[size], const char* text, std::size_t longest = size 
     strncpy(field, text, longest);
 }
 
-/// Whether the record differs from the last one of its kind in its first `compared` bytes; it is
-/// then the last one. `pre_event` is the caller's view of that one's buffer, under the lock.
+/// Whether the record differs from the last one of its kind in its first `compared` bytes; if so, it becomes
+/// the last one. `pre_event` is the caller's pointer to that buffer, used under the lock.
 template <typename Record>
 bool is_news(u32 index, void*& pre_event, const Record& record, std::size_t compared)
 {
@@ -60,7 +60,7 @@ bool is_news(u32 index, void*& pre_event, const Record& record, std::size_t comp
     return true;
 }
 
-/// What every report does without memory for its record.
+/// Counts a record for which there is no memory.
 int drop_record()
 {
     records_dropped.fetch_add(1, std::memory_order_relaxed);
@@ -80,7 +80,7 @@ struct access_report {
     u32 code;
 };
 
-/// What tells the two kinds of access records apart.
+/// The difference between the two kinds of access records.
 struct access_kind {
     u32 kind;
     u32 last_event;

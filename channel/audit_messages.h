@@ -9,9 +9,8 @@
 // the process that caused the event, any number at once. Texts are terminated; `path` is kept
 // to 1023 characters, `comm` (a command name) to 15, `user` to 31.
 
-/// The program at `path`, digest key `*key`, was refused because nobody knows it. Repeats the
-/// last such report, of whatever process, when the key is the same: so a first key of 0 is
-/// never reported.
+/// The program at `path`, digest key `*key`, was refused because no list holds it. It repeats the last such
+/// report, of whatever process, when the key is the same; so a first key of 0 is never reported.
 int sorvanic_common_send_untp_message(const kernel::u32* key, const char* path, const char* comm);
 
 /// The access rules and labels came to the verdict `code` on `user` touching `path`. Repeats the

@@ -16,8 +16,8 @@ inline constexpr kernel::u32 last_faau = 2; ///< an access_record
 inline constexpr kernel::u32 last_event_kinds = 3;
 
 struct sorvanic_last_event_operations {
-    /// Allocates the buffers, all zeros. Returns 0; or -1 at the first that cannot be had, those
-    /// before it staying until inside_destroy. May sleep. At start-up, before the first hook.
+    /// Allocates the buffers, all zeros. Returns 0; or -1 at the first that cannot be allocated: those before
+    /// it stay until inside_destroy. May sleep. At start-up, before the first hook.
     int (*inside_init)();
 
     /// The buffer of a kind, null for an index that is none and while there is no buffer. To be

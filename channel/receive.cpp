@@ -21,7 +21,7 @@ struct received {
     const u8* payload;
     u32 size; // of the payload
     u16 type;
-    u32 sender; // process id, by the kernel's own knowledge
+    u32 sender; // process id, as the kernel knows it
 };
 
 constexpr s32 install_status_permitted = 2;
@@ -114,7 +114,7 @@ static_assert(audit_user_size == sorvanic_user_name_size);
 
 void reload(const reload_request& request)
 {
-    // The reload may change both: who asks is looked up before it, whether to report after it.
+    // A reload may change both, so the sender's user is looked up before it, and the audit switch after it.
     char user[sorvanic_user_name_size] = {};
     if (sorvanic_kernel_hashmap_module.search(task_pid(current_task()), user) != 0)
         memcpy(user, unknown_user_name, sizeof(unknown_user_name));

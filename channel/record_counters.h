@@ -5,10 +5,10 @@
 
 #include "platform/kernel/types.h"
 
-// What became of audit records that the agent has not got, since the engine's code was loaded.
-// Nothing is decided by these.
+// Counts audit records that did not reach the agent, since the engine was loaded. No decision depends on
+// them.
 
-/// Lost: nobody was there to receive them, sending failed, or there was no memory.
+/// Lost: no agent was connected, sending failed, or there was no memory.
 extern constinit std::atomic<kernel::u64> records_dropped;
 
 /// Not sent because they only repeated the last one of their kind.

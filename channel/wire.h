@@ -5,9 +5,9 @@
 
 #include "platform/kernel/types.h"
 
-// What travels between the engine and user space, byte for byte: one netlink message a datagram,
-// a header and its payload, all numbers in host byte order. The structs are copied in and out
-// with memcpy; a message in memory need not be aligned for them.
+// The messages between the engine and user space, byte for byte: one netlink message a datagram, a header and
+// its payload, all numbers in host byte order. The structs are copied in and out with memcpy; a message in
+// memory need not be aligned for them.
 
 /// The header of every message (RFC 3549, section 2.3.2).
 struct wire_header {
@@ -25,7 +25,7 @@ static_assert(offsetof(wire_header, nlmsg_flags) == 6);
 static_assert(offsetof(wire_header, nlmsg_seq) == 8);
 static_assert(offsetof(wire_header, nlmsg_pid) == 12);
 
-/// What the engine sends is filled up with zeros to a multiple of this; nlmsg_len does not say so.
+/// The engine pads its messages with zeros to a multiple of this, which nlmsg_len does not count.
 inline constexpr kernel::u32 message_alignment = 4;
 
 // Message types. Any other is reported and dropped.
@@ -35,7 +35,7 @@ inline constexpr kernel::u16 message_policy = 18;      ///< to the engine: a rel
 inline constexpr kernel::u16 message_audit = 19;       ///< from the engine: an audit record
 inline constexpr kernel::u16 message_login_done = 22;  ///< from the engine: the answer to a login, no payload
 inline constexpr kernel::u16 message_install_end = 23; ///< to the engine: the install phase is over
-inline constexpr kernel::u16 message_silent = 25;      ///< to the engine: nothing, and nothing is said
+inline constexpr kernel::u16 message_silent = 25;      ///< to the engine: ignored without a log text
 inline constexpr kernel::u16 message_shell_reset = 26; ///< to the engine: the protected-shell switch goes off
 
 // Sub-types of a policy request: the first word of its payload.

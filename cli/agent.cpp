@@ -26,22 +26,22 @@ namespace cli {
 namespace {
 
 constexpr const char* help =
-    R"(Prints a line for each audit record as it comes. A session has one agent at a time; records of
-events before it came are not kept, and repetitions are not sent.
+    R"(Prints a line for each audit record as it comes. A session has one agent at a time. It keeps no
+records for an agent that comes later, and does not send repetitions.
 
-Ends with the session, and on SIGINT or SIGTERM once everything that has arrived is written. With
---output FILE, SIGHUP makes it go on in a new file of that name: move the old one away first.
+The agent ends with the session, and on SIGINT or SIGTERM after it has written all that has arrived.
+With --output FILE, SIGHUP makes it go on in a new file of that name: move the old one away first.
 
-With --json a line is an object: "received" (RFC 3339), "kind", the fields of the record,
-"kind_number" and "class_word". A text that is not UTF-8 has its bytes in "..._hex" as well.
+With --json each line is an object: "received" (RFC 3339), "kind", the fields of the record,
+"kind_number" and "class_word". For a text that is not UTF-8, "..._hex" holds its bytes.
 
 Examples:
   sorvanic agent
   sorvanic agent --json | jq 'select(.kind == "untp") | .path'
   sorvanic agent --json --output /var/log/audit.json &
 
-Exit status: 0 when every record was written, 1 when some are lost or there was no session that
-takes this agent, 2 when the command line makes no sense.)";
+Exit status: 0 when every record was written, 1 when some are lost or no session takes this agent,
+2 when the command line is wrong.)";
 
 using clock = std::chrono::steady_clock;
 
@@ -60,7 +60,7 @@ void tell(const std::string& text)
     fmt::print(stderr, "sorvanic agent: {}\n", text);
 }
 
-/// The signals that an agent is told by, held back until it looks.
+/// The signals by which an agent is controlled, held back until it looks.
 class told_signals {
 public:
     told_signals()
@@ -70,7 +70,7 @@ public:
         for (const int number : {SIGINT, SIGTERM, SIGHUP})
             sigaddset(&all, number);
         sigprocmask(SIG_BLOCK, &all, nullptr);
-        // Whom the end of its reader kills says no quit, and leaves the session without an agent.
+        // An agent that SIGPIPE kills sends no quit, and the session would then take no other.
         signal(SIGPIPE, SIG_IGN);
         descriptor_.reset(signalfd(-1, &all, SFD_CLOEXEC | SFD_NONBLOCK));
         if (!descriptor_)
@@ -123,7 +123,7 @@ std::string why_not(pid_t other)
 {
     const bool has_ended = kill(other, 0) != 0 && errno == ESRCH;
     return fmt::format("another agent is connected: process {}{}", other,
-                       has_ended ? ", which has ended without a quit; the session takes no other" : "");
+                       has_ended ? ", which has ended without a quit; the session takes no other agent" : "");
 }
 
 connection::connection(const agent::session_files& session, agent::record_output& output)
@@ -138,7 +138,7 @@ connection::connection(const agent::session_files& session, agent::record_output
             throw agent::failure(why_not(status.agent()));
         dropped_before_ = dropped_ = status.records_dropped();
     } catch (...) {
-        send_quit(); // the helo may be heard yet, and then nobody else would be taken
+        send_quit(); // the helo may still be handled, and then the session would take no other agent
         throw;
     }
     tell(fmt::format("connected to the session in {}", host::visible(session.state())));
@@ -186,7 +186,7 @@ bool connection::session_lives()
         count_dropped();
         return true;
     } catch (const agent::failure&) {
-        return false; // another has its place
+        return false; // another session has its place
     }
 }
 
@@ -224,7 +224,7 @@ void connection::send_quit() const
     try {
         channel_.quit();
     } catch (const agent::failure&) {
-        // No session is left that would mind.
+        // No session is left that could need it.
     }
 }
 
@@ -247,7 +247,7 @@ void add_agent(const command& program, int& status)
         program, "agent", "Print a session's audit records as they come",
         [wanted](const agent::session_files& session) { return serve(session, *wanted); }, status);
     declared.flag("--json", wanted->as_json, "Print a JSON object on each line");
-    declared.value("--output", wanted->file, "File that gets the lines, at its end; - is standard output")
+    declared.value("--output", wanted->file, "File to which the lines are appended; - is standard output")
         .typed("FILE");
     declared.footer(help);
 }

@@ -12,8 +12,8 @@ class App;
 class Option;
 } // namespace CLI
 
-// What the commands declare their options with. The parser behind it is all templates and takes
-// longer to compile than all the commands, so only one source sees it.
+// The interface by which commands declare their options. The parser behind it consists of templates and takes
+// longer to compile than all the commands, so only one source includes it.
 
 namespace cli {
 
@@ -25,7 +25,7 @@ public:
     option& required();
     option& typed(const std::string& type);    ///< what help calls its value
     option& shown_as(const std::string& text); ///< all that help has between its name and description
-    option& shows_default();                   ///< the value that its place has now
+    option& shows_default();                   ///< the present value of its variable
     option& once();                            ///< one value each time it is given
     option& within(long long lowest, long long highest);
     option& positive();
@@ -37,7 +37,7 @@ private:
     CLI::Option* declared_;
 };
 
-/// A command that is being declared. Where values go must live as long as the program is parsed.
+/// A command that is being declared. The variables for values must live until the program is parsed.
 class command {
 public:
     explicit command(CLI::App& declared) : declared_(&declared) {}
@@ -45,7 +45,7 @@ public:
     /// A command below it.
     command add(const std::string& name, const std::string& description) const;
     option flag(const std::string& name, bool& place, const std::string& description) const;
-    /// There are those for the places that the commands have.
+    /// Defined for the types of variables that the commands use.
     template <typename Place>
     option value(const std::string& name, Place& place, const std::string& description) const;
 
@@ -53,14 +53,14 @@ public:
     void footer(const std::string& text) const;
     /// Help begins with this instead, for a command with operands that the parser does not see.
     void usage(const std::string& line) const;
-    /// Runs when it was given and its options make sense.
+    /// Runs when the command was given with correct options.
     void action(std::function<void()> act) const;
 
 private:
     CLI::App* declared_;
 };
 
-/// A command line that makes no sense, and why.
+/// A wrong command line, and the reason.
 class misunderstood : public std::runtime_error {
 public:
     misunderstood(std::string command, const std::string& why, std::string unexpected)
@@ -68,7 +68,7 @@ public:
     {
     }
     const std::string& command() const { return command_; } ///< by its whole name
-    /// The first argument that nothing takes, when that is the reason.
+    /// The first unexpected argument, when that is the reason.
     const std::string& unexpected() const { return unexpected_; }
     bool is_operand() const { return !unexpected_.empty() && unexpected_.front() != '-'; }
 
@@ -82,7 +82,7 @@ private:
 void parse(const std::string& name, const std::string& description, const std::string& version,
            std::span<char* const> arguments, const std::function<void(const command&)>& declare);
 
-/// Ends parsing, from an action, as a missing option does.
+/// Ends parsing from inside an action, like a missing option.
 [[noreturn]] void misuse(const std::string& told);
 
 } // namespace cli

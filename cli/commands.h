@@ -11,12 +11,12 @@ namespace cli {
 /// Exit statuses of every command but `run`, which has its own (session/session.h).
 inline constexpr int exit_done = 0;
 inline constexpr int exit_failed = 1; ///< the command could not do all of its work; standard error says what
-inline constexpr int exit_usage = 2;  ///< the command line makes no sense; nothing was done
+inline constexpr int exit_usage = 2;  ///< the command line is wrong; nothing was done
 
 // Each of these adds one command to the program. When that command is the one given, parsing
 // the command line runs it and leaves its exit status in `status`.
 
-/// `operands` is what stood behind "--" on the command line, or beside the options.
+/// `operands` are the arguments behind "--", or beside the options.
 void add_run(const command& program, std::vector<std::string> operands, int& status);
 void add_digest(const command& program, std::vector<std::string> operands, int& status);
 void add_policy(const command& program, int& status);

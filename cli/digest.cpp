@@ -14,17 +14,17 @@ namespace cli {
 namespace {
 
 constexpr const char* examples =
-    R"(One line for each file: MD5, digest key, key text, file name. The key text is what a line of
-a whitelist, blacklist or supertrustfile holds.
+    R"(Prints a line for each file: MD5, digest key, key text, file name. A line of a whitelist, blacklist
+or supertrustfile may hold the key text.
 
-With --json: an array with one object for each file that could be read, with the text members
-"file", "md5", "key" and "key_text"; bytes of a name that are not UTF-8 become U+FFFD.
+With --json: an array with an object for each readable file, with the text members "file", "md5",
+"key" and "key_text"; bytes of a name that are not UTF-8 become U+FFFD.
 
 Examples:
   sorvanic digest /bin/sh /bin/ls
   sorvanic digest --json /bin/* | jq -r '.[].key_text'
 
-A file that cannot be read is told on standard error, and the exit status is then 1.)";
+A file that cannot be read is reported on standard error, and the exit status is then 1.)";
 
 int digest_files(const std::vector<std::string>& files, bool as_json)
 {
@@ -54,7 +54,7 @@ int digest_files(const std::vector<std::string>& files, bool as_json)
 
 void add_digest(const command& program, std::vector<std::string> operands, int& status)
 {
-    const command digest = program.add("digest", "Print what the policy knows programs by");
+    const command digest = program.add("digest", "Print the digests by which a policy knows programs");
     digest.usage("sorvanic digest [OPTIONS] [--] FILE...");
     digest.footer(examples);
 

@@ -9,11 +9,11 @@ namespace cli {
 namespace {
 
 constexpr const char* help =
-    R"(While an installer works, the programs that it brings along may run. This ends that: from then on
-they need a place on a list like all others, and another installer may start. What was installed is
-listed in the session's state directory, in log/swinstall.log and log/swinstall_exec.log.
+    R"(While an installer works, the programs that it brings along may run. This ends the installation: from
+now on these programs must be listed like all others, and another installer may start. The session's
+state directory lists what was installed, in log/swinstall.log and log/swinstall_exec.log.
 
-Only a session that permits installations (2 in its installlabel) listens to this.
+Only a session that permits installations (2 in its installlabel) accepts this.
 
 Example:
   sorvanic install-end --state /tmp/session)";
@@ -26,9 +26,9 @@ int end(const agent::session_files& session)
     if (after.install_status() != permitted)
         throw agent::failure(
             fmt::format("the session does not permit installations (its install status is {}, "
-                        "not {}) and does nothing about this",
+                        "not {}) and ignores this",
                         after.install_status(), permitted));
-    fmt::print("no installation is under way any more\n");
+    fmt::print("no installation is in progress any more\n");
     return exit_done;
 }
 

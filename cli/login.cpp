@@ -22,13 +22,13 @@ namespace cli {
 namespace {
 
 constexpr const char* help =
-    R"(What a login program tells when it has let a user in: PID, and all that it starts from then on,
-acts for USER. The record lives as long as its process; one that has a record already keeps it.
+    R"(Tells the session, as a login program does, that PID and all that it starts from now on act for
+USER. The record lives as long as its process; a process that already has a record keeps it.
 
 With --first, a user whom the policy lists in platuser may run nothing but login programs and
 /usr/bin/passwd until a password is set.
 
-Example: the shell that asks, inside a session that was started with --channel-inside
+Example: log in the present shell, in a session that was started with --channel-inside
   sorvanic login --pid $$ --user alice --first)";
 
 constexpr std::size_t longest_name = 31;
@@ -51,7 +51,7 @@ agent::channel_client socket_for(pid_t process, const agent::session_files& sess
     }
 }
 
-/// Whether the session shows that the user has to set a password. It lists so many at most.
+/// Whether the session shows that the user must set a password; true when its list is full.
 bool is_confined(const agent::session_status& status, const std::string& user)
 {
     constexpr std::size_t most_listed = 64;
@@ -78,11 +78,12 @@ int log_in(const agent::session_files& session, const request& wanted)
         answered = answered || agent::is_login_answer(*message);
     if (!answered)
         throw agent::failure(
-            "the session has handled the login and not acknowledged it; its kernel log has more");
+            "the session has handled the login without acknowledging it; see its kernel log");
     fmt::print("login of {} by process {} acknowledged{}\n", host::visible(wanted.user), wanted.process,
-               gets_answer ? "" : " to it: it has a netlink socket of its own");
+               gets_answer ? "" : " to that process, which has a netlink socket of its own");
     if (wanted.first && !is_confined(after, wanted.user))
-        fmt::print(stderr, "sorvanic login: {} is not in the session's platuser: no password is demanded\n",
+        fmt::print(stderr,
+                   "sorvanic login: {} is not in the session's platuser, so no password is demanded\n",
                    host::visible(wanted.user));
     return exit_done;
 }
@@ -100,7 +101,7 @@ void add_login(const command& program, int& status)
 {
     auto wanted = std::make_shared<request>();
     const command login = add_session_command(
-        program, "login", "Record whom a process acts for",
+        program, "login", "Record for which user a process acts",
         [wanted](const agent::session_files& session) { return log_in(session, *wanted); }, status);
     login.value("--pid", wanted->process, "Process id of the login program")
         .required()

@@ -16,21 +16,21 @@
 namespace {
 
 constexpr const char* description =
-    "Runs programs under a policy that knows each of them by the digest of its file.";
+    "Runs programs under a policy that knows each program by the digest of its file.";
 
 constexpr const char* examples = R"(Examples:
-  sorvanic digest /bin/ls                      what a policy knows a program by
-  sorvanic policy build my-policy built        from text files to policy files
-  sorvanic run --policy built -- make test     a command and all it starts, under that policy
-  sorvanic replay --policy built events        what the policy says of written events
-  sorvanic agent                               what is refused there, as it happens
-  sorvanic reload whitelist                    a changed policy file, taken over at once
+  sorvanic digest /bin/ls                      print the digest by which a policy knows a program
+  sorvanic policy build my-policy built        turn text files into policy files
+  sorvanic run --policy built -- make test     run a command and all it starts under that policy
+  sorvanic replay --policy built events        ask what the policy decides about written events
+  sorvanic agent                               print the refusals of a session as they happen
+  sorvanic reload whitelist                    make a session read a changed policy file
 
-Exit status: 0 done, 1 something failed, 2 the command line makes no sense; `sorvanic run` has
-its own, see `sorvanic run --help`.)";
+Exit status: 0 done, 1 something failed, 2 the command line is wrong; `sorvanic run` has its own,
+see `sorvanic run --help`.)";
 
-/// What is parsed, and what the parser must not look into, because it takes "[a,b]" and "{}" apart:
-/// file names, and the command line of another program.
+/// Options are parsed. Operands are not, because the parser would take "[a,b]" and "{}" apart: file names,
+/// and the command line of another program.
 struct split_arguments {
     std::vector<char*> options;
     std::vector<std::string> operands;
@@ -104,7 +104,7 @@ int main(int argc, char** argv)
         fmt::print(stderr, "sorvanic: {}\n", error.what());
         status = argc > 1 && std::strcmp(argv[1], "run") == 0 ? session::exit_failure : cli::exit_failed;
     }
-    // A full disk shows only here, and a list that was cut short must not pass for a whole one.
+    // A full disk shows only here, and an output that was cut short must not pass for a whole one.
     if (std::fflush(stdout) != 0) {
         fmt::print(stderr, "sorvanic: standard output: {}\n", std::strerror(errno));
         return status == cli::exit_done ? cli::exit_failed : status;

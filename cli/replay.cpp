@@ -19,10 +19,10 @@ namespace cli {
 namespace {
 
 constexpr const char* help =
-    R"(EVENTS holds one JSON object a line, each an event (docs/events.md has all of them); - is standard
-input. For each event one JSON object is printed, with what the engine decided (0 or -1), what it
-wrote to the kernel log and what the connected agent received. No process is touched, and no file
-changed: what is there is looked up below --root, and --policy stands there at /etc/sorvanic.
+    R"(EVENTS holds one JSON object a line, each an event (docs/events.md lists them all); - is standard
+input. Prints a JSON object for each event: what the engine decided (0 or -1), what it wrote to the
+kernel log and what the connected agent received. No process is touched and no file changed. Files
+are looked up below --root, where the policy directory appears at /etc/sorvanic.
 
 Example: may a shell run /opt/x? Three lines in a file named events,
   {"event":"task","pid":100,"parent":1,"comm":"bash","exe":"/usr/bin/bash"}
@@ -33,7 +33,7 @@ Example: may a shell run /opt/x? Three lines in a file named events,
   {"n":2,"result":null,"log":[],"audit":[]}
   {"n":3,"result":-1,"log":[],"audit":[{"kind":"untp","key":...,"path":"/opt/x",...}]}
 
-Exit status: 0 all events were replayed, 1 a line was not understood or something could not be
+Exit status: 0 when all events were replayed, 1 when a line was not understood or a file could not be
 read; standard error says which and why.)";
 
 struct replay_options {
@@ -77,12 +77,12 @@ int replay_events(replay_options wanted)
 
 void add_replay(const command& program, int& status)
 {
-    const command declared = program.add("replay", "Ask the engine what it would do about written events");
+    const command declared = program.add("replay", "Show what the engine would decide about written events");
     auto options = std::make_shared<replay_options>();
     declared.value("--policy", options->machine.policy, "Directory with the policy files")
         .typed("DIR")
         .required();
-    declared.value("--root", options->machine.root, "Where programs and files are looked up")
+    declared.value("--root", options->machine.root, "Directory below which files are looked up")
         .typed("DIR")
         .shows_default();
     declared.flag("--agent", options->agent, "Connect an agent first, as a helo event does");

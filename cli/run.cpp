@@ -19,17 +19,16 @@ namespace cli {
 namespace {
 
 constexpr const char* examples =
-    R"(Everything behind -- is the command; its program is searched in PATH as a shell does. Without
---state the logs go to a private directory below $XDG_STATE_HOME, or /var/lib/sorvanic for root.
+    R"(Everything behind -- is the command; its program is searched in PATH as by a shell. Without --state,
+logs go to a private directory below $XDG_STATE_HOME, or /var/lib/sorvanic for root.
 
 Examples:
   sorvanic run --policy built -- make test
   sorvanic run --policy built --log - --quiet -- sh -c 'ls | wc -l'
   sorvanic run --policy built --audit refused.json --json -- make test
 
-Exit status: that of COMMAND (128 + the signal's number when a signal ended it); 125 when
-sorvanic could not do its work, 126 when the program was refused or cannot be executed, 127
-when it does not exist.)";
+Exit status: that of COMMAND (128 + the number of the signal that ended it); 125 when sorvanic
+failed, 126 when the program was refused or cannot be executed, 127 when it does not exist.)";
 
 struct audit_options {
     std::string file;
@@ -42,7 +41,7 @@ void tell(const std::string& text)
     fmt::print(stderr, "sorvanic run: {}\n", text);
 }
 
-/// Has the session write its audit records.
+/// Makes the session write its audit records.
 void write_records(session::options& of, const audit_options& wanted)
 {
     using agent::record_output;
@@ -75,13 +74,13 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
         .shown_as("ID")
         .within(1, std::numeric_limits<std::uint32_t>::max());
     run.value("--channel-uid", options->channel_users,
-              "User id whose processes may talk to the session as well; repeatable")
+              "User id whose processes may also talk to the session; repeatable")
         .shown_as("UID")
         .once();
     run.flag("--channel-inside", options->channel_inside,
-             "Let the supervised processes talk to it, too: they can then end a phase or reload");
+             "Let supervised processes talk to the session too: they can then end an installation or reload");
     run.value("--log", options->log, "File that gets the kernel log; - is standard error").typed("FILE");
-    run.flag("--every-io", options->rules.every_io, "Decide each read and write, not only opens");
+    run.flag("--every-io", options->rules.every_io, "Decide each read and write, not only each open");
     run.value("--largest-program", options->rules.largest_program,
               "Refuse programs of more bytes than this: their digest would take too long")
         .typed("BYTES")
@@ -95,14 +94,15 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
             .typed("FILE");
     run.flag("--json", audit->as_json, "Write them as JSON lines").needs(file);
     auto stop_timeout = std::make_shared<unsigned>(10);
-    run.value("--stop-timeout", *stop_timeout,
-              "Seconds from SIGTERM, which goes to every process, until what still runs is killed")
+    run.value(
+           "--stop-timeout", *stop_timeout,
+           "Seconds from SIGTERM, which is passed on to every process, until those that still run are killed")
         .typed("SECONDS")
         .within(0, 1'000'000)
         .shows_default();
     run.flag("--lossy", options->lossy,
              "Exit with COMMAND's status even if logs or audit records could not be written");
-    run.flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");
+    run.flag("--quiet", options->quiet, "Do not report each refusal on the terminal");
 
     run.action([options, audit, stop_timeout, &status] {
         options->stop_timeout = std::chrono::seconds(*stop_timeout);

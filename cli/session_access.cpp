@@ -24,7 +24,7 @@ command add_session_command(const command& program, const std::string& name, con
     added.action([name, state, work = std::move(work), &status] {
         std::string reason;
         try {
-            // Only where it is needed: whoever names a directory need not have a home.
+            // Only where it is needed: a user who names a directory need not have a home.
             status =
                 work(agent::find_session(*state, state->empty() ? session::default_base_directory() : ""));
             return;

@@ -8,8 +8,8 @@ namespace cli {
 namespace {
 
 constexpr const char* help =
-    R"(The switch goes on when a user who must set a password has set one; tools that read the files
-proshellmode and proshelluser in the session's status directory then act on it.
+    R"(The switch goes on when a user who must set a password has set one; other tools read it
+in the files proshellmode and proshelluser of the session's status directory.
 
 Example:
   sorvanic shell-reset && sorvanic status)";
@@ -25,7 +25,7 @@ int reset(const agent::session_files& session)
 
 void add_shell_reset(const command& program, int& status)
 {
-    add_session_command(program, "shell-reset", "Put the protected-shell switch of a session off", reset,
+    add_session_command(program, "shell-reset", "Turn the protected-shell switch of a session off", reset,
                         status)
         .footer(help);
 }

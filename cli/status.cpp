@@ -17,11 +17,11 @@ namespace {
 using json = nlohmann::ordered_json;
 
 constexpr const char* help =
-    R"(Shows a running session: the switches as they are in force, who is its agent, what the tables
-hold and how often they have been loaded, and how much was decided, refused, let go on without a
-decision, sent and lost.
+    R"(Shows a running session: the switches in force, its agent, the entries of each table and how often
+it was loaded, and the numbers of decisions, refusals, events let through without a decision, and
+messages sent and lost.
 
-With --json: the session's own document (docs/formats.md, "Status of a session"), and in addition
+With --json: the session's own document (docs/formats.md, "Status of a session"), together with
 "state" and "shell" (the protected-shell switch: "mode" and "user").
 
 Examples:
@@ -75,11 +75,12 @@ void print_switches(const json& switches)
 
 void print_figures(const json& status)
 {
-    line("decisions", fmt::format("{} in progress, {} refused, {} let go on without one", //
+    line("decisions", fmt::format("{} in progress, {} refused, {} events let through without one", //
                                   status.at("in_flight").dump(), status.at("refusals").dump(),
                                   status.at("fail_open").dump()));
     const json& failures = status.at("failures");
-    line("failures", fmt::format("refused for want of memory {}, as the caller could not be read {}, else {}",
+    line("failures", fmt::format("calls refused for lack of memory {}, because the caller could not be read "
+                                 "{}, for another reason {}",
                                  failures.at("no_memory").dump(), failures.at("unreadable").dump(),
                                  failures.at("other").dump()));
     const json& lost = status.at("lost_writes");
@@ -87,7 +88,7 @@ void print_figures(const json& status)
                              lost.at("kernel_log").dump(), lost.at("engine_files").dump()));
     const json& channel = status.at("channel");
     line("messages",
-         fmt::format("{} handled, {} dropped (who sent them may not talk), {} times no room",
+         fmt::format("{} handled, {} dropped (the sender may not talk), {} times no room",
                      channel.at("handled").dump(), channel.at("dropped").dump(), channel.at("lost").dump()));
     const json& records = status.at("records");
     line("records", fmt::format("{} not delivered, {} suppressed as repetitions",
@@ -134,7 +135,7 @@ int show(const agent::session_files& session, bool as_json)
         else
             print_text(status);
     } catch (const json::exception& error) {
-        throw agent::failure(fmt::format("the session's status is not as it should be ({})", error.what()));
+        throw agent::failure(fmt::format("the session's status cannot be understood ({})", error.what()));
     }
     return exit_done;
 }

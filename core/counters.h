@@ -4,9 +4,9 @@
 #include "platform/kernel/types.h"
 #include "policy/uactivate.h"
 
-// What the engine tells of itself to those who run it: read-only, and nothing is decided by it.
-// The words are read one by one, while hooks and reloads run: they need not fit together.
-// Who must set a password is told by read_confined_users (policy/uactivate.h).
+// What the engine shows of itself: read-only figures that no decision depends on. Each word is read on its
+// own while hooks and reloads run, so they need not agree. read_confined_users (policy/uactivate.h) lists who
+// must set a password.
 
 struct engine_counters {
     kernel::s32 system_status;
@@ -17,7 +17,7 @@ struct engine_counters {
     kernel::u32 calls_in_flight;
     kernel::u64 records_dropped;    ///< that could not be delivered to an agent
     kernel::u64 records_suppressed; ///< that only repeated the last one of their kind
-    kernel::u64 execs_undecided;    ///< let go on for want of memory or of a path
+    kernel::u64 execs_undecided;    ///< let through without memory or a path
 };
 
 struct table_state {

@@ -43,7 +43,7 @@ int sorvanic_init()
         return -1;
     }
 
-    // The whole policy stands before the first hook can ask for it.
+    // The whole policy is loaded before the first hook can search it.
     sorvanic_kernel_policy_module.init();
     sorvanic_kernel_policy_module.load();
     sorvanic_kernel_policy_module.sync();
@@ -71,7 +71,7 @@ void sorvanic_exit()
     sorvanic_kernel_hook_module.recover_mask(sorvanic_security_cr0);
     sorvanic_security_ops = nullptr;
 
-    // No new call gets in from here on; those inside still use what is freed below.
+    // From here on no new call begins, but running ones still use what is freed below.
     wait_for_calls_in_flight();
 
     sorvanic_kernel_socket_release_resource();

@@ -13,7 +13,7 @@ using namespace kernel;
 
 namespace {
 
-/// The file access decision for the current task, as the kernel wants to hear it.
+/// The file access decision for the current task, in the values that the kernel expects.
 int decide(dentry* entry, int mask, file_operation operation)
 {
     const int answer =

@@ -12,20 +12,20 @@
 int sorvanic_kernel_hook_module_inside_bprm_check_security(kernel::linux_binprm* bprm);
 int sorvanic_kernel_hook_module_inside_file_permission(kernel::file* opened, int mask);
 
-/// Reading or searching what is no regular file is allowed without a decision.
+/// Allows reading or searching anything but a regular file without a decision.
 int sorvanic_kernel_hook_module_inside_inode_permission(kernel::inode* asked, int mask);
 
 int sorvanic_kernel_hook_module_inside_inode_create(kernel::inode* dir, kernel::dentry* entry, int mode);
 int sorvanic_kernel_hook_module_inside_inode_unlink(kernel::inode* dir, kernel::dentry* entry);
 
-/// Refused only when both the new name and the existing file are.
+/// Refuses only when both the new name and the existing file are refused.
 int sorvanic_kernel_hook_module_inside_inode_link(kernel::dentry* old_entry, kernel::inode* dir,
                                                   kernel::dentry* new_entry);
 
 int sorvanic_kernel_hook_module_inside_inode_symlink(kernel::inode* dir, kernel::dentry* entry,
                                                      const char* old_name);
 
-/// Refused when either name is; the destination is asked first.
+/// Refuses when either name is refused; the destination is asked first.
 int sorvanic_kernel_hook_module_inside_inode_rename(kernel::inode* old_dir, kernel::dentry* old_entry,
                                                     kernel::inode* new_dir, kernel::dentry* new_entry);
 

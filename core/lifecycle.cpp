@@ -90,7 +90,7 @@ task_struct* sorvanic_kernel_unamectl_inside_copy_process(unsigned long clone_fl
                                                           pid* id, int trace)
 {
     const call_in_flight gate;
-    // Asked before the child exists: its creator may be gone by the time it does.
+    // Read before the child exists, because its creator may have ended by then.
     char user[sorvanic_user_name_size] = {};
     const bool recorded = sorvanic_kernel_hashmap_module.search(task_pid(current_task()), user) == 0;
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr u32 read_size = 4096;
 
-/// Puts a file at its start and back to where it was.
+/// Moves a file to its start, and later back to its former position.
 class rewound : not_copied {
 public:
     explicit rewound(file* held) : file_(held), saved_(file_position(held)) { set_file_position(file_, 0); }
@@ -55,7 +55,7 @@ int sorvanic_kernel_md5sum_module_halfhand(file* opened, u8* digest)
     sorvanic_kernel_md5sum_module_init(&context);
     const kmem<u8> buffer(read_size);
     if (!buffer) {
-        // Named for the handler in both cases: readers of the log know this one text.
+        // Both functions log the handler's name, because readers of the log expect this text.
         printk("sorvanic_kernel_md5sum_module_handler has error in kmalloc .\n");
         return -1;
     }

@@ -11,8 +11,8 @@ namespace {
 // keep the chain that short. Everything that does not need `b` is added up first and pinned,
 // and the round functions are in the form in which `b` passes the fewest instructions.
 
-/// Keeps the compiler from regrouping a sum across this place. No instruction comes of it.
-/// (Without it clang puts the whole sum behind `b`: a quarter slower.)
+/// Keeps the compiler from regrouping a sum across this place. No instruction comes of it. (Without it clang
+/// computes the whole sum after `b`, which is a quarter slower.)
 [[gnu::always_inline]] inline void pin(u32& sum)
 {
     asm("" : "+r"(sum));

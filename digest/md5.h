@@ -5,8 +5,8 @@
 
 // MD5 as RFC 1321 defines it, over bytes that come in pieces.
 //
-// Programs are told apart by this digest because the policy files hold it. It is an identity,
-// not a seal: whoever can choose both files can make two with the same digest.
+// Programs are told apart by this digest because the policy files hold it. It identifies a file but does not
+// prove it: who can choose both files can make two with the same digest.
 
 inline constexpr unsigned md5_digest_size = 16;
 inline constexpr unsigned md5_block_size = 64;

@@ -33,7 +33,7 @@ static const char* const sorvanic_default_super_proc[] = {
 
 namespace {
 
-/// What a user who has not set a password yet needs to log in and to set one.
+/// The programs with which a user without a password logs in and sets one.
 constexpr const char* login_programs[] = {
     "/usr/sbin/sshd", "/sbin/unix_chkpwd", "/bin/bash", "/bin/sh", "/usr/local/bin/bash", "/bin/login",
 };
@@ -75,7 +75,7 @@ bool leads(const char* path, const char* entry)
     return strncasecmp(path, entry, strlen(path)) == 0;
 }
 
-/// The other way round: whether `path` is `entry` or goes on from there, in whatever way.
+/// The opposite: whether `path` begins with `entry`.
 bool begins_with(const char* path, const char* entry)
 {
     return strncasecmp(path, entry, strlen(entry)) == 0;
@@ -89,8 +89,8 @@ bool is_login_program(const char* path)
     return false;
 }
 
-/// Keeps a user who must set a password to the programs for that. Refuses without a sign; what
-/// it lets pass is still to be decided.
+/// Keeps a user who must set a password to the programs for that. Refuses without a log text; a program that
+/// it lets pass still meets the other steps.
 step first_login(exec_case& exec)
 {
     if (exec.system_status == system_status_observing)
@@ -116,8 +116,8 @@ s32 parent_pid(const task_struct* task)
     return task_pid(task_parent(task));
 }
 
-/// Opens an install phase when this is the start of the installer. An installer that process 1
-/// starts opens none: its launcher is the number that stands for nobody.
+/// Opens an install phase when this is the start of the installer. An installer that process 1 starts opens
+/// none, because a launcher of 1 means that there is none.
 step record_installer(exec_case& exec)
 {
     if (exec.install_status != installations_permitted)
@@ -151,7 +151,7 @@ step allow_and_log(const exec_case& exec)
     return step::allow;
 }
 
-/// What this installation brought in runs inside it, whatever the lists say.
+/// A program that this installation has brought in runs inside it, whatever the lists say.
 step installed_program(exec_case& exec)
 {
     if (has_current_install_mark(file_inode(bprm_file(exec.bprm))) && has_address_space(current_task()) &&
@@ -173,8 +173,8 @@ step switching_sessions(exec_case& exec)
     return leads(exec.path, session_switcher) ? step::refuse_always : step::go_on;
 }
 
-/// The lists from here on know the program by its digest. It is taken no earlier: what was
-/// decided above costs no reading of files.
+/// The lists from here on know the program by its digest. It is taken only now, so that the steps above read
+/// no file.
 step take_digest(exec_case& exec)
 {
     exec.key = key_of_file(exec.path);

@@ -13,13 +13,12 @@
 /// installation. What is left is reported to the agent and refused. While the system observes,
 /// users are not confined, and everything but the session switcher runs.
 ///
-/// What the check cannot get (an entry, memory, a path) lets the exec go on; a program that
-/// cannot be read has the digest of zeros. May sleep; reads the program file whole, and, when
-/// there are super processes, those of up to two ancestors.
+/// The exec goes on when the check cannot get an entry, memory or a path; a program that cannot be read has
+/// the digest of zeros. May sleep; reads the program file whole, and, when there are super processes, those
+/// of up to two ancestors.
 int sorvanic_kernel_hook_inside_bprm_check_security(kernel::linux_binprm* bprm);
 
-/// How many execs were let go on because the check could not get memory or the program's path.
-/// For those who look on.
+/// How many execs went on because the check could not get memory or the program's path. For status displays.
 extern constinit std::atomic<kernel::u64> execs_undecided;
 
 #endif

@@ -26,17 +26,17 @@ enum class file_operation : int {
 /// Decides whether `task`, the current one, may do `operation` on `entry`; `mask` has the
 /// kernel's access bits or those above. 0 allows, -1 refuses.
 ///
-/// First, with system status 2 or 3, the product's own directories (product_dirs.h): their
-/// word is final, while observing too. Then, with module switch 2 on and system status not 1,
-/// what lies in controlled directories: nothing is renamed there, without a report; otherwise the
-/// first of these that grants the whole mask allows it: a program rule, a privilege of the user, a
-/// discretionary rule, the labels (label_test.h). What none grants is refused. What
-/// the audit switches ask for is reported: the verdict of rules and labels (faau: 1 allowed,
-/// 0 no rule, 2 refused by a rule), then that of the program rules (pcau: 1 allowed, 0 no
-/// rule for this program, 2 refused by a rule). Observing turns the refusal into 0 in the end.
+/// First, with system status 2 or 3, the product's own directories (product_dirs.h): their verdict is final,
+/// also while observing. Then, with module switch 2 on and system status not 1, what lies in controlled
+/// directories: nothing is renamed there, without a report; otherwise the first of these that grants the
+/// whole mask allows it: a program rule, a privilege of the user, a discretionary rule, the labels
+/// (label_test.h). An access that none grants is refused. The audit switches decide what is reported: the
+/// verdict of rules and labels (faau: 1 allowed, 0 no rule, 2 refused by a rule), then that of the program
+/// rules (pcau: 1 allowed, 0 no rule for this program, 2 refused by a rule). Observing turns the refusal into
+/// 0 in the end.
 ///
-/// An entry without a path is allowed. A task whose user nobody knows is judged as "SYSTEM"; a
-/// user who sets the first password is noted on the way (first_password.h). May sleep.
+/// An entry without a path is allowed. A task without a known user is judged as "SYSTEM"; a user who sets the
+/// first password is noted on the way (first_password.h). May sleep.
 int sorvanic_kernel_hook_dentry_has_permission(kernel::task_struct* task, kernel::dentry* entry,
                                                kernel::u32 mask, file_operation operation);
 

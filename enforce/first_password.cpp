@@ -11,7 +11,7 @@ namespace {
 
 constexpr char password_file[] = "/etc/shadow";
 
-// An area of just this size is taken whole; a longer one loses its last byte as well.
+// An area of exactly this size is taken whole; a longer one also loses its last byte.
 constexpr std::size_t most_argument_bytes = 4096;
 
 /// The semaphore of an address space, held for reading.

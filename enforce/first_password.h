@@ -3,13 +3,12 @@
 
 #include "platform/kernel/types.h"
 
-/// Notes that the user who runs `task` has set the first password: when it has the user's name as
-/// its first argument, as the password program then has, and renames a file to or from `path` (an
-/// absolute path beginning with "/etc/shadow"), and the user is one who is being waited for
-/// (first_login_changing), the user is cleared, and the protected-shell switch goes on for that
-/// user. The argument counts over the length of `user`, case ignored. `mask` has may_rename for
-/// a rename; anything else changes nothing. Nor does what cannot be had: memory, the address
-/// space, its pages. May sleep.
+/// Notes that the user who runs `task` has set the first password: when it has the user's name as its first
+/// argument, as the password program then has, and renames a file to or from `path` (an absolute path
+/// beginning with "/etc/shadow"), and the user's state is first_login_changing, the state becomes cleared,
+/// and the protected-shell switch goes on for that user. The argument counts over the length of `user`, case
+/// ignored. `mask` has may_rename for a rename; any other mask changes nothing. Without memory, the address
+/// space or its pages nothing changes either. May sleep.
 void note_first_password(kernel::task_struct* task, const char* user, const char* path, kernel::u32 mask);
 
 #endif

@@ -25,7 +25,7 @@ constexpr product_program product_programs[] = {
     {"sorvX11lock", "/usr/sorvanic/sorvX11lock"},
 };
 
-/// By the command name, which may be cut short: a leading part will do, an empty one too.
+/// By the command name, which may be cut short: any leading part matches, even an empty one.
 bool may_be_product(const char* comm)
 {
     const std::size_t length = strlen(comm);
@@ -35,7 +35,7 @@ bool may_be_product(const char* comm)
     return false;
 }
 
-/// By the program's path, whatever follows.
+/// By the program's path, of which only the beginning counts.
 bool is_product(const char* path)
 {
     for (const product_program& program : product_programs)

@@ -13,7 +13,7 @@ namespace host {
 
 namespace {
 
-/// Nothing, and errno, when any of it cannot be read: half a status would be taken for a whole one.
+/// Nothing, and errno, when a part cannot be read: half a status would be taken for a whole one.
 std::optional<std::string> read_proc(pid_t task, const char* name)
 {
     const unique_fd file(::open(fmt::format("/proc/{}/{}", task, name).c_str(), O_RDONLY | O_CLOEXEC));

@@ -40,7 +40,7 @@ public:
     /// Nothing when the task is gone, or its status cannot be read (errno).
     static std::optional<proc_status> of(pid_t task);
 
-    /// What stands behind "NAME:"; empty without such a line.
+    /// The text behind "NAME:"; empty without such a line.
     std::string_view field(std::string_view name) const;
 
     /// The first number there, `otherwise` when there is none.

@@ -5,7 +5,7 @@
 
 #include <tl/expected.hpp>
 
-// What asking the host for something yields.
+// The result of asking the host for something.
 
 namespace host {
 
@@ -18,14 +18,15 @@ inline tl::unexpected<int> failure(int error)
     return tl::unexpected<int>(error);
 }
 
-/// Whether an error number tells of what this process lacks, and so nothing of what it asked about.
+/// Whether an error number says that this process lacks something, and so nothing about the object it asked
+/// for.
 constexpr bool is_shortage(int error)
 {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS || error == EAGAIN ||
            error == EINTR || error == EIO;
 }
 
-/// Whether the host denies this process something. Only then may it be taken for "nobody can tell".
+/// Whether the host denies this process something. Only then may the answer count as unknown.
 constexpr bool is_denial(int error)
 {
     return error == EPERM || error == EACCES;

@@ -9,9 +9,8 @@ namespace host {
 /// The text of an error number. Any thread.
 std::string error_text(int number);
 
-/// `text` from somewhere else, fit for a line that people read in a terminal: what ends a line, what
-/// a terminal takes for a command (the C0 and C1 controls, in one byte or as UTF-8) and what is
-/// no UTF-8 becomes \xHH for each byte; a backslash is doubled.
+/// Foreign text made safe for a line in a terminal. Each byte of a line end, of a terminal command (the C0
+/// and C1 controls, in one byte or as UTF-8) and of invalid UTF-8 becomes \xHH; a backslash is doubled.
 std::string visible(std::string_view text);
 
 } // namespace host

@@ -6,8 +6,8 @@
 
 #include <utility>
 
-// What every hosted folder needs and no stand-in kernel should own: descriptors, what proc tells
-// of processes, texts of errors, and foreign bytes made fit to be shown.
+// What all hosted folders share, apart from the stand-in kernel: descriptors, reading proc, texts of errors,
+// and foreign bytes made safe to show.
 
 namespace host {
 

@@ -6,7 +6,7 @@
 inline constexpr kernel::s32 audit_switch_files = 2;
 inline constexpr kernel::s32 audit_switch_programs = 3;
 
-// Values of these two; others record nothing.
+// The values of these two that record something.
 inline constexpr kernel::u32 audit_refusals = 1;
 inline constexpr kernel::u32 audit_all = 2;
 

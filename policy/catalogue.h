@@ -47,9 +47,9 @@ struct policy_file {
     const char* name; ///< below "/etc/sorvanic/"
     policy_form form;
     bool encoded;             ///< stored as one run of base64 characters
-    std::size_t most_entries; ///< the engine ignores what is above it, for programs the whole file
+    std::size_t most_entries; ///< the engine ignores further entries; for programs, the whole file
     std::size_t longest_line; ///< in characters without the line end; a longer one is not taken whole
-    std::uint32_t reload_bit; ///< that of a reload request; some share one
+    std::uint32_t reload_bit; ///< its bit in a reload request; some tables share one
 };
 
 inline constexpr std::size_t no_limit = SIZE_MAX;
@@ -88,7 +88,7 @@ constexpr const policy_file& file_of(policy_table table)
     return policy_files[static_cast<std::size_t>(table)];
 }
 
-/// Each table has its row at its place, and is reloaded once.
+/// Each table has its row in its place, and is reloaded once.
 consteval bool catalogue_is_whole()
 {
     std::uint32_t reloaded = 0;

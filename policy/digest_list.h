@@ -8,8 +8,8 @@
 #include "policy/catalogue.h"
 #include "policy/file_size.h"
 
-// What the three lists of program digests share: binary files of 4-byte digest keys, held in
-// hash tables over table_copies (`Copies` below).
+// The common part of the three lists of program digests: binary files of 4-byte digest keys, held in hash
+// tables over table_copies (`Copies` below).
 
 /// One key. A record of the file is the key's four bytes, least significant first.
 struct digest_entry {

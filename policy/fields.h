@@ -18,7 +18,7 @@ char* next_field(char** rest, char separator);
 /// returns true; returns false and stores nothing when they are negative as a signed number.
 bool read_number(const char* field, kernel::u32* value);
 
-/// Whether `text` is the whole of what stands in `field`, which ends in a terminator, case ignored.
+/// Whether `text` equals the terminated text in `field`, case ignored.
 template <std::size_t size>
 bool equals_field(const char (&field)[size], const char* text)
 {

@@ -7,7 +7,7 @@ inline constexpr int label_categories = 8;
 
 /// A security label, of a subject or an object.
 struct security_label {
-    kernel::u16 value1; ///< kept, and compared by nobody
+    kernel::u16 value1; ///< kept, but never compared
     kernel::u16 confidentiality;
     kernel::u16 integrity;
     kernel::u8 categories[label_categories];

@@ -31,7 +31,7 @@ static_assert(file_of(policy_table::dirctl).longest_line == longest_path_line &&
               file_of(policy_table::workdir).longest_line == longest_path_line &&
               file_of(policy_table::ptpylist).longest_line == longest_path_line);
 
-/// What a failed allocation costs while a list is read.
+/// What a failed allocation loses while a list is read.
 enum class without_memory {
     stop,      ///< this line and all after it
     skip_line, ///< this line, which still counts as taken

@@ -11,7 +11,7 @@ bool in_tree(const char* directory, const char* path);
 /// The prefix rule: whether `path` begins with `start`, whatever follows.
 bool is_prefix(const char* start, const char* path);
 
-/// What stands behind the last "/" of `path`, or all of it when it has none.
+/// The part behind the last "/" of `path`, or all of it when it has none.
 const char* final_component(const char* path);
 
 #endif

@@ -3,9 +3,8 @@
 
 #include "policy/table_ops.h"
 
-/// The privileges of users, from "/etc/sorvanic/priv". A rule covers every path that begins with
-/// its own, a name that merely goes on included. The first rule of the user that covers a path
-/// decides.
+/// The privileges of users, from "/etc/sorvanic/priv". A rule covers every path that begins with its own,
+/// even in the middle of a name. The first rule of the user that covers a path decides.
 ///
 /// match returns 0 when that rule grants all of the mask, and else the bits of the mask that it
 /// lacks; 1 when there is no such rule, which cannot be told from lacking the execute bit alone.

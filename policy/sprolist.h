@@ -7,8 +7,8 @@
 /// black list. At most 8192 records; a file that does not consist of whole records is ignored.
 extern const digest_list_ops sorvanic_kernel_sprolist_module;
 
-/// Whether a search for any key would find nothing. One load, without a lock: for callers to whom
-/// making a key is dear.
+/// Whether a search for any key would find nothing. One atomic load without a lock, for callers to whom a key
+/// is expensive.
 bool super_process_list_is_empty();
 
 #endif

@@ -5,8 +5,8 @@
 
 #include "platform/kernel/types.h"
 
-/// A status that hooks read on any processor while a load writes it: one aligned word, no
-/// order with other memory.
+/// A status that hooks read on any processor while a load writes it: one aligned word, not ordered with other
+/// memory.
 template <typename Word>
 using status_word = std::atomic<Word>;
 

@@ -103,8 +103,8 @@ struct table_copies {
             const std::uint8_t copy = Used.load(std::memory_order_acquire);
             const std::size_t at = copy * lists + list;
             kernel::read_guard guard(Lock[at]);
-            // A reader that was held up before the lock may have got it in the middle of a
-            // later reload, which is refilling this very copy.
+            // A reader that was held up before the lock may have got it in the middle of a later reload,
+            // which refills this very copy.
             if (Used.load(std::memory_order_acquire) == copy)
                 return walk_list(Head[at], visit);
         }

@@ -7,8 +7,8 @@
 #include "platform/kernel/types.h"
 #include "policy/catalogue.h"
 
-/// How much a policy table holds and how often it was loaded, for those who look on. Nothing is
-/// decided by it. The atomic words may be read at any time, each on its own.
+/// How much a policy table holds and how often it was loaded, for status displays. No decision depends on it.
+/// The atomic words may be read at any time, each on its own.
 struct table_counters {
     std::atomic<kernel::u32> entries;     ///< of the active copy; of a status table: its values
     std::atomic<kernel::u32> generation;  ///< how often what was loaded became active: 1 after start-up

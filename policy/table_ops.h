@@ -3,9 +3,8 @@
 
 #include "platform/kernel/types.h"
 
-// The shapes of policy tables: one struct of operations for each kind of lookup, in slot
-// order. Every table is one constant object of one of these shapes, and that object is the
-// door to it.
+// The shapes of policy tables: one struct of operations for each kind of lookup, in slot order. Every table
+// is one constant object of one of these shapes, and is used only through that object.
 //
 // What all shapes have in common:
 //   init     makes the table empty (a status table: puts the defaults in). Before anything
@@ -46,7 +45,7 @@ struct path_list_ops {
     int (*destroy)();
 };
 
-/// A list of programs, of which processes are asked about.
+/// A list of programs, which is asked about processes.
 struct process_list_ops {
     int (*init)();
     int (*load)();

@@ -43,7 +43,7 @@ private:
         const char* work_;
     };
 
-    // In the order in which things are done; they are undone the other way round.
+    // In the order of construction; destruction runs the other way round.
     decoded decoded_;
     kernel::open_file file_;
     bool has_text_;

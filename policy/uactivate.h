@@ -21,8 +21,8 @@ struct confined_user {
     kernel::u32 state;
 };
 
-/// Puts the first `room` of them into `into`, in the list's order; returns how many. For those who
-/// look on; takes the active copy's read lock, and does not sleep.
+/// Puts the first `room` of them into `into`, in the list's order; returns how many. For status displays;
+/// takes the active copy's read lock, and does not sleep.
 kernel::u32 read_confined_users(confined_user* into, kernel::u32 room);
 
 #endif

@@ -5,9 +5,9 @@
 
 // The process map: for each task that descends from a reported login, the login user's name.
 //
-// Records enter by a login notification and by process creation, which copies the creating
-// task's record to its child; they leave when their task exits. A task without a record is
-// nobody's, and goes by a name that stands for that.
+// Records enter by a login notification and by process creation, which copies the creating task's record to
+// its child; they leave when their task exits. A task without a record belongs to no user, and has a fixed
+// name instead.
 
 /// Bytes of a user name field: at most 31 characters and a terminator.
 inline constexpr int sorvanic_user_name_size = 32;
@@ -22,7 +22,7 @@ struct sorvanic_process_map_operations {
     /// Makes the map empty; before anything else can use it. Returns 0.
     int (*init)();
 
-    /// search, and insert of the same name where that finds nothing. Returns 0.
+    /// Runs search, and insert of the same name where that finds nothing. Returns 0.
     int (*handler)(kernel::s64 pid, char* user);
 
     /// Records the first 31 characters of `user` (terminated text) for `pid`, in the place of

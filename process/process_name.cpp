@@ -57,7 +57,7 @@ char* entry_path(dentry* entry, char* buffer)
     return text;
 }
 
-/// Does not sleep: the reference on the file keeps its place, too.
+/// Does not sleep: the reference on the file also keeps its entry and mount.
 char* program_path(task_struct* task, char* buffer)
 {
     file* program = get_task_exe_file(task);

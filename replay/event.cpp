@@ -19,7 +19,7 @@ using json = nlohmann::json;
 
 constexpr std::int64_t most_signals = 64;
 
-/// The members of an event's object, taken one by one; what nobody takes is unknown.
+/// The members of an event's object, taken one by one; a member that is left is unknown.
 class members {
 public:
     explicit members(json object) : object_(std::move(object)) {}
@@ -166,7 +166,7 @@ constexpr std::pair<std::string_view, file_operation> operations[] = {
     {"setattr", file_operation::setattr},
 };
 
-/// What `word` stands for in the table; `what` is what it should have been.
+/// What `word` means in the table; `what` names the kind of word for messages.
 template <typename Table>
 auto look_up(const Table& table, std::string_view word, std::string_view what)
 {
@@ -192,7 +192,7 @@ event parse_file(members& from)
     const auto is_any_of = [&](std::initializer_list<file_operation> set) {
         return std::find(set.begin(), set.end(), parsed.operation) != set.end();
     };
-    // Others may say it, too: an event is often written by changing another one's operation.
+    // Other operations may have it too: an event is often written by changing the operation of another one.
     if (is_any_of({file_operation::link, file_operation::rename}) || from.has("to"))
         parsed.to = from.path("to");
     if (is_any_of({file_operation::inode_permission, file_operation::file_permission}) || from.has("mask"))
@@ -246,7 +246,7 @@ constexpr std::pair<std::string_view, event (*)(members&)> kinds[] = {
     {"shell_reset", parse_message<message_shell_reset>},
 };
 
-/// The line's object. A member that comes twice would be taken for its last value.
+/// The line's object. Without this check, the last value of a repeated member would count.
 json object_of(std::string_view line)
 {
     std::vector<std::set<std::string>> names;

@@ -13,7 +13,7 @@
 
 namespace replay {
 
-/// A line that cannot be understood, or asks for what cannot be. The text says why, and what to
+/// A line that cannot be understood, or that asks for something impossible. The text says why, and what to
 /// write instead.
 class bad_event : public std::runtime_error {
 public:
@@ -91,7 +91,7 @@ struct reload_event {
     std::uint32_t mask;
 };
 
-/// A message that is nothing but its type.
+/// A message without a payload.
 struct message_event {
     int pid;
     std::uint16_t type; ///< of channel/wire.h
@@ -100,7 +100,7 @@ struct message_event {
 using event = std::variant<task_event, fork_event, exit_event, exec_event, file_event, kill_event,
                            settime_event, login_event, reload_event, message_event>;
 
-/// The event that a line says. Throws bad_event.
+/// The event that a line describes. Throws bad_event.
 event parse_event(std::string_view line);
 
 } // namespace replay

@@ -21,9 +21,9 @@ private:
     std::size_t number_;
 };
 
-/// Lets the events happen one by one and hands the answer of each, as the text of one JSON object,
-/// to `print` before the next. Throws bad_line at the first line that cannot be replayed, and
-/// std::runtime_error when the events cannot be read on.
+/// Performs the events one by one and hands each answer, as the text of one JSON object, to `print` before
+/// the next. Throws bad_line at the first line that cannot be replayed, and std::runtime_error when reading
+/// the events fails.
 void run(std::istream& events, world& in, const std::function<void(const std::string&)>& print);
 
 } // namespace replay

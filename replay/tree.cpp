@@ -39,11 +39,11 @@ unique_fd open_directory(const std::string& path)
 {
     unique_fd opened(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!opened)
-        throw std::system_error(errno, std::generic_category(), path + " is no directory to look into");
+        throw std::system_error(errno, std::generic_category(), path + " is no directory that can be read");
     return opened;
 }
 
-/// What a symbolic link says; nothing when `opened` is none.
+/// The text of a symbolic link; nothing when `opened` is none.
 std::optional<std::string> target_of(const unique_fd& opened)
 {
     char target[PATH_MAX];
@@ -80,8 +80,8 @@ unique_fd tree::open(const std::string& path) const
     return unique_fd(static_cast<int>(syscall(SYS_openat2, from.get(), name.c_str(), &how, sizeof how)));
 }
 
-// The host cannot do this walk: it knows nothing of the policy directory's place, which links lead
-// into and out of like any other.
+// The host cannot do this walk, because it does not know the policy directory's place, into and out of which
+// links lead.
 std::string tree::without_links(const std::string& path, last_link at_end) const
 {
     constexpr int most_links = 40; // as in a kernel

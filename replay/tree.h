@@ -7,9 +7,8 @@
 
 namespace replay {
 
-/// A directory of the host that stands for "/", and the policy directory that stands at
-/// "/etc/sorvanic" in it, as they are found. Symbolic links lead from one into the other; absolute
-/// ones begin at that root again.
+/// A directory of the host as "/", with the policy directory at "/etc/sorvanic" in it, both as they are at
+/// the time. Symbolic links lead from one into the other; absolute ones begin at that root again.
 class tree {
 public:
     /// Throws std::system_error when one of them cannot be opened.
@@ -17,10 +16,10 @@ public:
 
     enum class last_link { followed, meant };
 
-    /// The entry at `path` (absolute, no "." or ".."), with those of all directories above it. It has
-    /// the path without symbolic links, the one at its end excepted when that is meant itself. What
-    /// does not exist, or may not be looked at, has an entry without an inode. Throws bad_event when
-    /// links lead in a circle.
+    /// The entry at `path` (absolute, no "." or ".."), with those of all directories above it. Its path has
+    /// no symbolic links, except one at its end when the link itself is meant. A file that does not exist, or
+    /// that may not be looked at, has an entry without an inode. Throws bad_event when links lead in a
+    /// circle.
     platform::dentry_handle entry(const std::string& path, last_link at_end) const;
 
     /// The program at `path`, opened; one that does not exist cannot be opened again. Throws as entry.

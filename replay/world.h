@@ -19,12 +19,12 @@ namespace replay {
 struct options {
     std::string policy;           ///< directory of the policy files
     std::string root = "/";       ///< where programs and files are looked up
-    std::optional<long long> now; ///< what the clock always says; nothing: the host's
+    std::optional<long long> now; ///< the time at which the clock stands; nothing: the host's clock
 };
 
-/// What an event brought about.
+/// The answer to an event.
 struct answer {
-    std::optional<int> result; ///< 0 or -1; nothing for an event that nobody decides
+    std::optional<int> result; ///< 0 or -1; nothing for an event without a decision
     std::vector<std::string> log;
     std::vector<agent::record> audit; ///< what the connected agent has received
 };
@@ -32,9 +32,9 @@ struct answer {
 /// The id of the agent that connect_agent connects: one that no process of Linux can have.
 inline constexpr int own_agent_pid = 4194304;
 
-/// A machine on which the engine runs and nothing else does: tasks are written, files are those of
-/// a directory, netlink is in memory. One at a time, as the platform is one; its hooks run on the
-/// thread that calls perform.
+/// A machine on which only the engine runs: tasks come from events, files from a directory, netlink is in
+/// memory. Only one may exist, because there is one stand-in kernel; its hooks run on the thread that calls
+/// perform.
 class world {
 public:
     /// Starts the engine. Throws std::exception when a directory cannot be opened or the engine
@@ -47,8 +47,8 @@ public:
     /// As a helo event of own_agent_pid, before the first event.
     void connect_agent();
 
-    /// Lets the event happen. Throws bad_event, nothing having happened, when it cannot: a task
-    /// that is not there, an id that is taken.
+    /// Performs the event. Throws bad_event, without an effect, when that is impossible: an unknown task, an
+    /// id that is taken.
     answer perform(const event& what);
 
 private:

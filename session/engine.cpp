@@ -30,7 +30,7 @@ void check_user(const std::string& user)
     constexpr std::size_t longest = 31;
     if (user.size() > longest)
         throw trouble(
-            fmt::format("user name {} is longer than {} characters, which is all that is recorded; give a "
+            fmt::format("user name {} is longer than {} characters, the most that is recorded; give a "
                         "shorter one with --user",
                         host::visible(user), longest));
 }

@@ -31,7 +31,7 @@ public:
     /// process of the session may have been recorded before.
     void add_first_process(pid_t process);
 
-    /// The port id of its netlink socket, if it has got it (see channel).
+    /// The port id of its netlink socket, if it has one (see channel).
     std::uint32_t port() const { return port_; }
 
     status_directory& status() { return *status_; }

@@ -47,7 +47,7 @@ void send_result(int channel, int error, int descriptor)
     sendmsg(channel, &message, MSG_NOSIGNAL);
 }
 
-/// Receives the same. Without one, the other side being gone, the error is ECONNRESET.
+/// Receives the same. When the other side has gone, the error is ECONNRESET.
 int receive_result(int channel, unique_fd& descriptor, int flags = 0)
 {
     int error = ECONNRESET;
@@ -81,7 +81,7 @@ int install_filter_here(const session_rules& rules)
 {
     const std::vector<sock_filter> program = filter_program(rules);
     int listener = install(program);
-    // Who is not privileged must give up setuid programs first.
+    // Without privilege, the kernel takes a filter only from a process that has given up setuid programs.
     if (listener < 0 && errno == EACCES && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0)
         listener = install(program);
     return listener;
@@ -143,7 +143,7 @@ std::string filter_trouble(int error)
                "a "
                "profile that allows seccomp";
     default:
-        return fmt::format("the system-call filter could not be put on: {}", host::error_text(error));
+        return fmt::format("the kernel does not take the system-call filter: {}", host::error_text(error));
     }
 }
 
@@ -172,7 +172,7 @@ launcher::~launcher()
     if (pid_ < 0 || handed_over_)
         return;
     kill(pid_, SIGKILL);
-    // Traced, it stops once more on its way out.
+    // A traced process stops once more on its way out.
     for (int status = 0; waitpid(pid_, &status, __WALL) > 0 || errno == EINTR;) {
         if (WIFSTOPPED(status))
             ptrace(PTRACE_CONT, pid_, nullptr, 0);

@@ -15,8 +15,8 @@ namespace session {
 
 using host::unique_fd;
 
-/// The first process of a session, from its fork to its exec. It is a child of the supervisor
-/// and does one step at a time, as it is told. The destructor ends it unless it was handed over.
+/// The first process of a session, from its fork to its exec. It is a child of the supervisor and takes one
+/// step at each request. The destructor ends it unless it was handed over.
 class launcher {
 public:
     /// Forks it; it waits, with the signals that the supervisor was started with.
@@ -28,18 +28,18 @@ public:
 
     pid_t pid() const { return pid_; }
 
-    /// From now on somebody else waits for its end.
+    /// From now on another part of the session waits for its end.
     void hand_over() { handed_over_ = true; }
 
-    /// Has it put on the filter, for itself and all that descends from it, and returns the
-    /// descriptor on which its decided calls arrive; an empty one when it has been killed. Throws
-    /// trouble where the host lacks or forbids what that needs. Its tracer must be at work.
+    /// Makes it install the filter, for itself and all its descendants, and returns the descriptor on which
+    /// their calls arrive; an empty one when it has been killed. Throws trouble where the host lacks or
+    /// forbids what that needs. Its tracer must already run.
     unique_fd install_filter();
 
-    /// Has it start the command, as a shell would find it.
+    /// Makes it start the command, which it finds as a shell does.
     void start();
 
-    /// The error with which the command could not be started, or nothing. After its end.
+    /// The error with which the start of the command failed, or nothing. To be called after its end.
     std::optional<int> start_error();
 
 private:

@@ -43,11 +43,11 @@ int run(const options& wanted)
     } catch (const trouble& reason) {
         say(reason.what());
     } catch (const std::system_error& error) {
-        say(fmt::format("the host does not give it what it needs ({}); raise the limits on processes and "
+        say(fmt::format("the host refuses what the session needs ({}); raise the limits on processes and "
                         "memory",
                         error.what()));
     } catch (const std::bad_alloc&) {
-        say("no memory to start with; raise the limit on memory");
+        say("no memory to start; raise the limit on memory");
     }
     return exit_failure;
 }

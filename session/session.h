@@ -12,16 +12,15 @@
 namespace session {
 
 /// Exit statuses of a session beside the command's own (128 + signal number when it was killed).
-inline constexpr int exit_failure = 125;   ///< sorvanic itself could not do its work
+inline constexpr int exit_failure = 125;   ///< sorvanic itself failed
 inline constexpr int exit_refused = 126;   ///< the first program was refused, or cannot be executed
 inline constexpr int exit_not_found = 127; ///< the first program does not exist
 
-/// Starts the engine, runs the command under it, waits until the last process of its tree has
-/// ended, and stops the engine. Returns the exit status. Failures of sorvanic's own are told on
-/// standard error in one line that names what is missing and what to do. To be called once, in
-/// a process that has no other threads; signal dispositions are put back before it returns. Does not
-/// return when a file server that does not answer holds one of its threads: the process then ends
-/// with that status.
+/// Starts the engine, runs the command under it, waits until the last process of its tree has ended, and
+/// stops the engine. Returns the exit status. Reports a failure of sorvanic itself in one line on standard
+/// error, which names what is missing and what to do. To be called once, in a process that has no other
+/// threads; signal dispositions are put back before it returns. When a file server that does not answer holds
+/// one of its threads, it does not return: the process ends with that status.
 int run(const options& options);
 
 } // namespace session

@@ -12,8 +12,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto look_interval = 20ms;
-constexpr auto end_limit = 5s;     // for what has been killed to be gone
-constexpr auto laggard_limit = 1s; // for those that do not stop with the command
+constexpr auto end_limit = 5s;     // for killed processes to end
+constexpr auto laggard_limit = 1s; // for processes that do not stop with the command
 constexpr auto typed_limit = 10s;  // for the command to put its screen away
 
 } // namespace
@@ -36,7 +36,7 @@ std::optional<std::chrono::milliseconds> session_signals::handle(const siginfo_t
 
 void session_signals::arrived(const siginfo_t& info)
 {
-    // What the terminal sends, the command's own process group has got from it.
+    // A signal of the terminal has already reached the command's process group.
     const bool got_it = info.si_code == SI_KERNEL && getpgid(root_) == getpgrp();
     switch (info.si_signo) {
     case SIGTERM:
@@ -67,7 +67,7 @@ void session_signals::look()
 {
     const auto now = clock::now();
     if (leave_at_) {
-        tree_.end_all(); // those that were being born, too
+        tree_.end_all(); // also processes that are just being born
         if (now >= *leave_at_)
             tree_.leave();
     } else if (kill_at_ && now >= *kill_at_) {
@@ -95,7 +95,7 @@ void session_signals::end_all()
     tree_.end_all();
 }
 
-// As the signal itself would have done it: not where nobody could continue the group.
+// As the signal itself would: not where no process could continue the group.
 void session_signals::stop_with_command()
 {
     typed_.reset();

@@ -11,10 +11,10 @@
 
 namespace session {
 
-/// What the supervisor's signals mean to its session. SIGTERM goes to every process, and what has not
-/// ended after the time given is killed; a second one kills at once, and so does SIGINT when only
-/// what the command has left behind still runs. SIGHUP goes to the command. SIGTSTP stops the supervisor
-/// once the command has stopped, which may need its decisions for that. Used by one thread.
+/// What the supervisor's signals mean to its session. SIGTERM goes to every process, and those that have not
+/// ended in the given time are killed; a second one kills at once, and so does SIGINT after the command
+/// itself has ended. SIGHUP goes to the command. SIGTSTP stops the supervisor after the command has stopped,
+/// because the command may need decisions until then. Used by one thread.
 class session_signals {
 public:
     /// `root_handle` is a pidfd of the command's process `root`.

@@ -77,13 +77,13 @@ status_board::status_board(const options& wanted, engine& loaded, const refusals
       failed_writes_(platform::writes_that_failed().count)
 {
     publish();
-    // Last: who finds it finds everything.
+    // Last, so that a reader who finds it finds everything.
     engine_.status().publish_port(engine_.port());
 }
 
 std::string status_board::session_text() const
 {
-    // First, so that whoever sees that a request was handled sees what it did.
+    // First, so that a reader who sees a request handled also sees its effect.
     json senders = recent_senders();
     engine_counters counters;
     read_engine_counters(&counters);

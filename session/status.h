@@ -10,14 +10,13 @@
 
 namespace session {
 
-/// Publishes what a session is doing, in its status directory: see docs/formats.md. Not at the same
-/// time as itself.
+/// Publishes the state of a session in its status directory: see docs/formats.md. Used by one thread at a
+/// time.
 class status_board {
 public:
     status_board(const options& wanted, engine& loaded, const refusals& told);
 
-    /// Writes what has changed since the last time. The files show counters that are read one by
-    /// one: they need not fit together.
+    /// Writes what has changed since the last time. Counters are read one by one, so they need not agree.
     void publish();
 
 private:

@@ -36,14 +36,14 @@ namespace session {
 
 namespace {
 
-/// The supervisor's own process while a session runs, as it must not be before: the command
-/// would inherit it.
+/// Settings of the supervisor's own process for a running session. They come only now, because the command
+/// would inherit them.
 class supervisor_process {
 public:
     supervisor_process() : dumpable_(prctl(PR_GET_DUMPABLE))
     {
-        // Every decision holds descriptors, and every process two: how many there are is up to the
-        // command. Root may have as many as the host gives to anybody.
+        // Every decision holds descriptors, and every process two, so the command decides how many are
+        // needed. Root takes as many as the host gives to any process.
         getrlimit(RLIMIT_NOFILE, &files_);
         rlim_t most = files_.rlim_max;
         std::ifstream("/proc/sys/fs/nr_open") >> most;
@@ -51,14 +51,14 @@ public:
         const rlimit raised = {files_.rlim_max, files_.rlim_max};
         if (most <= files_.rlim_max || setrlimit(RLIMIT_NOFILE, &all) != 0)
             setrlimit(RLIMIT_NOFILE, &raised);
-        // Nor is the size of its files the command's affair; at its own limit a write fails.
+        // The command's limit does not apply to the supervisor's files; at its own limit a write fails.
         getrlimit(RLIMIT_FSIZE, &size_);
         const rlimit largest = {size_.rlim_max, size_.rlim_max};
         setrlimit(RLIMIT_FSIZE, &largest);
         beyond_size_ = signal(SIGXFSZ, SIG_IGN);
-        // Nobody of the same user reads or traces it.
+        // No process of the same user may read or trace it.
         prctl(PR_SET_DUMPABLE, 0);
-        // What it makes for its tasks gets their masks.
+        // Files that it makes for its tasks get the masks of these.
         umask_ = umask(0);
     }
     ~supervisor_process()
@@ -98,8 +98,8 @@ public:
         platform::netlink_settle(getpid());
         const engine_counters now = counters();
         if (now.agent != static_cast<kernel::u32>(getpid()))
-            throw trouble(fmt::format("the session's own agent could not connect (connected is process {}, 0 "
-                                      "being none); end that one, or start the session without --audit",
+            throw trouble(fmt::format("the session's own agent could not connect (process {} is connected, 0 "
+                                      "meaning none); end that one, or start the session without --audit",
                                       now.agent));
         dropped_before_ = now.records_dropped;
     }
@@ -121,8 +121,8 @@ private:
     kernel::u64 dropped_before_ = 0;
 };
 
-/// A session from the first process's birth to its end. What is started one after the other here is
-/// ended in `end`, in the order that is told there.
+/// A session from the first process's birth to its end. `end` ends the parts that are started here, in the
+/// order that it shows.
 class running_session {
 public:
     running_session(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
@@ -143,7 +143,8 @@ public:
         if (!wanted.user.empty())
             log_in(first_.pid(), wanted.user, loaded.port());
         watch_.emplace([this](const siginfo_t* info) { return meaning_.handle(info); });
-        // Beside the tracing: the first process can be stopped, by a signal for one, at any step.
+        // On a thread of its own beside the tracing, because the first process can be stopped at any step,
+        // for example by a signal.
         starter_ = std::jthread([this] { start_command(); });
         first_.hand_over();
     }
@@ -156,19 +157,20 @@ public:
     bool end()
     {
         starter_.join();
-        // Nobody is left to be ended by a signal.
+        // No process is left that a signal could end.
         watch_.reset();
-        // Nobody waits for an answer any more, so that what is being decided is given up.
+        // No process waits for an answer any more, so decisions in progress are given up.
         const bool idle = (!workers_ || workers_->end(end_limit)) && tree_.end_errands(end_limit);
-        // All records are made. The engine must hear the agent's quit, so before the channel ends.
+        // All records exist now. The engine must receive the agent's quit, so this comes before the channel
+        // ends.
         agent_.reset();
         requests_.reset();
-        // With the last counts, and nobody else writes there now.
+        // With the last counts: no other thread writes there now.
         board_->publish();
         return idle;
     }
 
-    /// What kept the command from being started, if anything did; thrown.
+    /// Throws the failure that kept the command from starting, if there was one.
     void rethrow_failure() const
     {
         if (failure_)
@@ -177,7 +179,7 @@ public:
 
     std::optional<int> start_error() { return first_.start_error(); }
 
-    /// The last lines for people are written; from then on they are as they are said.
+    /// Writes the last waiting lines; later ones are written at once.
     void end_lines() { lines_.reset(); }
 
 private:
@@ -193,7 +195,7 @@ private:
             }
         } catch (...) {
             failure_ = std::current_exception();
-            tree_.end_all(); // it would wait for its start for ever
+            tree_.end_all(); // it would wait for ever to be started
         }
     }
 
@@ -229,7 +231,7 @@ int supervise(const options& wanted, engine& loaded, const supervisor_signals& s
         say(fmt::format("cannot run {}: {}", host::visible(wanted.command.front()),
                         host::error_text(*error)));
     if (loaded.lost().any() && !wanted.lossy) {
-        say("logs are incomplete, so the exit status is not the command's (--lossy leaves it)");
+        say("logs are incomplete, so the exit status is not the command's (--lossy keeps that one)");
         status = exit_failure;
     }
     if (!idle) {

@@ -31,7 +31,7 @@ supervisor_signals::supervisor_signals()
         {SIGTTOU, SIG_IGN},
         {SIGTTIN, SIG_IGN},
         {SIGPIPE, SIG_IGN},
-        // Ignored, it would make the kernel drop the command's exit status.
+        // If SIGCHLD were ignored, the kernel would drop the command's exit status.
         {SIGCHLD, SIG_DFL},
         {wake_signal, no_operation},
     };

@@ -9,8 +9,8 @@
 #include <optional>
 #include <thread>
 
-// Signals of the supervisor itself. It shares the command's process group, so the terminal sends
-// it what is meant for the command.
+// Signals of the supervisor itself. It shares the command's process group, so the terminal's signals for the
+// command reach it too.
 
 namespace session {
 
@@ -25,7 +25,7 @@ public:
     supervisor_signals(const supervisor_signals&) = delete;
     supervisor_signals& operator=(const supervisor_signals&) = delete;
 
-    /// Puts everything back as it was found. Safe in a forked child.
+    /// Restores everything. Safe in a forked child.
     void restore() const;
 
 private:

@@ -7,10 +7,10 @@
 
 // Calls in flight: how many threads are inside a hook entry or a lifecycle replacement.
 //
-// Shut-down first takes the entries out of the kernel, then waits here, then frees. A call that
-// a processor has fetched from the kernel's table but not yet counted is not waited for: whoever
-// unloads the engine ends that window by means of its own. (A session has no caller left by
-// then; a kernel waits for its tasks to leave the patched functions.)
+// Shut-down first takes the entries out of the kernel, then waits here, then frees. It does not wait for a
+// call that a processor has fetched from the kernel's table but not yet counted: whoever unloads the engine
+// must close that window. (A session has no caller left by then; a kernel waits for its tasks to leave the
+// patched functions.)
 
 extern constinit std::atomic<kernel::u32> calls_in_flight;
 

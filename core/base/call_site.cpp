@@ -10,7 +10,7 @@ namespace {
 constexpr unsigned char near_call = 0xE8;
 constexpr unsigned long near_call_size = 5;
 
-/// A byte of kernel text. Sanitizers know no text as an object, so their checks are off here.
+/// A byte of kernel text. Their checks are off, because sanitizers do not know text as an object.
 __attribute__((no_sanitize("address", "thread"))) unsigned char text_byte(unsigned long address)
 {
     return *reinterpret_cast<const volatile unsigned char*>(address);

@@ -1,9 +1,9 @@
 #ifndef SORVANIC_CORE_BASE_INODE_NUMBERS_H
 #define SORVANIC_CORE_BASE_INODE_NUMBERS_H
 
-// The inode numbers of the product's own two directories, by which file checks recognise them
-// whatever path leads there. Computed once at start-up, before any hook runs, and never
-// refreshed; plain reads from then on, in any context.
+// The inode numbers of the product's own two directories, by which file checks recognise them under any path.
+// Computed once at start-up, before any hook runs, and never refreshed; plain reads from then on, in any
+// context.
 
 /// Inode number of the configuration directory "/etc/sorvanic"; 0 is unknown.
 extern unsigned long sorvanic_config_inode_number;

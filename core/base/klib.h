@@ -28,8 +28,8 @@ int klib_fread(char* buffer, int length, kernel::file* handle);
 /// Writes `length` bytes. Returns the number that was written, or a negative error.
 int klib_fwrite(const char* buffer, int length, kernel::file* handle);
 
-/// Returns the next byte (0 to 255), -1 at the end of the file, or klib_fread's error; an
-/// error of -1 is not told from the end.
+/// Returns the next byte (0 to 255), -1 at the end of the file, or klib_fread's error; an error of -1 looks
+/// like the end.
 int klib_fgetc(kernel::file* handle);
 
 /// Writes one byte. Returns it (0 to 255), or -1 when nothing was written.

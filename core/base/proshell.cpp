@@ -77,7 +77,7 @@ static int sorvanic_kernel_proshell_module_setkey()
 
 static int sorvanic_kernel_proshell_module_setuser(const char* name)
 {
-    // Readers may be looking: the last byte is zero at every moment.
+    // Readers may run at the same time, so the last byte is zero at every moment.
     char user[user_size] = {};
     strncpy(user, name, sizeof(user) - 1);
     for (int i = 0; i < user_size; ++i)
@@ -95,7 +95,7 @@ static int sorvanic_kernel_proshell_module_destroy()
 {
     unregister_sysctl_table(sorvanic_kernel_proshell_table_header);
     sorvanic_kernel_proshell_table_header = nullptr;
-    // A later start finds them as the first one did.
+    // A later start begins with the same values as the first.
     sorvanic_kernel_proshell_module_resetkey();
     sorvanic_kernel_proshell_module_setuser("");
     return 0;

@@ -9,8 +9,8 @@
 /// Operations of the switch. All but init and destroy may run in any context, several at once:
 /// a reader may see a name that is being replaced.
 struct sorvanic_proshell_operations {
-    /// Publishes the two values. Returns 0; or -1 after saying so in the log: the values are then
-    /// kept all the same, where nobody reads them. May sleep.
+    /// Publishes the two values. Returns 0; or -1 after logging the failure: the values are then kept, but
+    /// nobody can read them. May sleep.
     int (*init)();
 
     /// The mode: 0 off, 1 on. Off until the first setkey.
@@ -19,7 +19,7 @@ struct sorvanic_proshell_operations {
     /// Switches on; resetkey switches off and leaves the name. Both return 0.
     int (*setkey)();
 
-    /// Puts the first 31 characters of `name` (terminated text) in the place of the name. Returns 0.
+    /// Replaces the name by the first 31 characters of `name` (terminated text). Returns 0.
     int (*setuser)(const char* name);
 
     int (*resetkey)();

@@ -45,8 +45,8 @@ bool ends_token(char byte)
     return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\0';
 }
 
-/// Whether the first place where `name` stands in `line` is a whole field behind a blank. A
-/// later place is not looked at: a symbol file has one name a line.
+/// Whether the first place where `name` stands in `line` is a whole field behind a blank. Later places do not
+/// matter, because a symbol file has one name a line.
 bool names_symbol(const char* line, const char* name)
 {
     const char* found = strstr(line, name);

@@ -10,7 +10,7 @@ using namespace kernel;
 
 namespace {
 
-/// The path last written to a log, as much of it as there is room for.
+/// The path last written to a log, as far as it fits.
 struct last_line {
     spinlock_t lock;
     char path[1024] K_GUARDED_BY(lock);

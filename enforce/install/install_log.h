@@ -3,12 +3,11 @@
 
 #include "platform/kernel/types.h"
 
-// The two local logs of an install phase, text files with one line an event. Each line opens its
-// log for appending, creating it, and closes it again; a log that cannot be opened loses the
-// line. A path that equals (case ignored, over its first 1023 characters) the one that was last
-// written to the same log is not written again: to the best of our knowledge, for several
-// threads may be between the look and the write. Both functions return 0 in every case and may
-// sleep.
+// The two local logs of an install phase, text files with one line an event. Each line opens its log for
+// appending, creating it, and closes it again; a log that cannot be opened loses the line. A path that equals
+// (case ignored, over its first 1023 characters) the last one in the same log is not written again, except
+// when several threads are between the comparison and the write. Both functions return 0 in every case and
+// may sleep.
 
 /// Appends `path` to "/var/log/swinstall.log". A ";" and what follows it are cut off first, in
 /// the caller's buffer, when it is the last one and a decimal digit comes next: installers

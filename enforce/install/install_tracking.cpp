@@ -21,8 +21,8 @@ bool is_new_log_file(const char* path, s32 origin)
            strncasecmp(path, log_directory, sizeof log_directory - 1) == 0;
 }
 
-/// The inode's mark, made if it has none; null without memory. Of two that are made at the same
-/// time one stays.
+/// The inode's mark, made if it has none; null without memory. Of two that are made at the same time, one
+/// stays.
 install_mark* mark_of(inode* of)
 {
     if (void* mark = inode_security(of); mark != nullptr)

@@ -35,7 +35,7 @@ bool file_has_write(const file* of) asm("k_file_has_write");
 /// buffer (-error_fault) unless the calling thread's address limit is KERNEL_DS.
 s64 file_read(file* from, char* buffer, std::size_t size, s64* position) asm("k_file_read");
 
-/// The file's own write operation; as file_read, the other way round.
+/// The file's own write operation, with the contract of file_read.
 s64 file_write(file* to, const char* buffer, std::size_t size, s64* position) asm("k_file_write");
 
 /// The position that all users of the file object share (`f_pos`).

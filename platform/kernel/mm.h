@@ -20,22 +20,22 @@ void mmput(mm_struct* released) asm("k_mmput");
 void mm_down_read(mm_struct* of) asm("k_mm_down_read");
 void mm_up_read(mm_struct* of) asm("k_mm_up_read");
 
-/// The file of the program that the task runs, with a reference taken, or null when it has none. Does
-/// not sleep, so it may be asked for inside RCU, too.
+/// The file of the program that the task runs, with a reference taken, or null when it has none. Does not
+/// sleep, so it may be called inside RCU.
 file* get_task_exe_file(task_struct* of) asm("k_get_task_exe_file");
 
-/// Gives it back without sleeping: a file that nobody else holds is closed later.
+/// Gives it back without sleeping: a file without another reference is closed later.
 void put_task_exe_file(file* released) asm("k_put_task_exe_file");
 
-/// Where the address space has its argument area: the texts of argv with their terminators, one
-/// behind the other, as far as the program has left them alone. An end of 0: it has none.
+/// The argument area of the address space: the texts of argv with their terminators, one behind the other,
+/// unless the program has changed them. An end of 0 means that there is none.
 unsigned long mm_arg_start(const mm_struct* of) asm("k_mm_arg_start");
 unsigned long mm_arg_end(const mm_struct* of) asm("k_mm_arg_end");
 
-/// Pins the `count` pages from the one that holds the address `start` on, under the semaphore;
-/// `of` is whose faults they are, `write` whether they are to be written to, `force` to read them
-/// even where the process may not. Returns how many were pinned, from the first on, or a negative
-/// error number. May sleep. Each is released with put_page.
+/// Pins the `count` pages from the one that holds the address `start` on, under the semaphore; `of` is the
+/// task that the faults count for, `write` whether the pages are to be written to, `force` reads them even
+/// where the process may not. Returns how many were pinned, from the first on, or a negative error number.
+/// May sleep. Each is released with put_page.
 int get_user_pages(task_struct* of, mm_struct* in, unsigned long start, int count, int write, int force,
                    page** pinned) asm("k_get_user_pages");
 void put_page(page* released) asm("k_put_page");
@@ -43,7 +43,7 @@ void put_page(page* released) asm("k_put_page");
 /// Copies `size` bytes from `offset` on, all within the page.
 void copy_from_page(char* to, const page* from, std::size_t offset, std::size_t size) asm("k_copy_from_page");
 
-/// Lets others run, if they are waiting: for loops that take long. May sleep.
+/// Lets waiting threads run, in loops that take long. May sleep.
 void _cond_resched() asm("k__cond_resched");
 
 } // namespace kernel

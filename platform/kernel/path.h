@@ -23,8 +23,8 @@ char* d_path(const path* of, char* buffer, int size) asm("k_d_path");
 struct dentry* dget(struct dentry* held) asm("k_dget");
 void dput(struct dentry* released) asm("k_dput");
 
-/// Some entry of the inode with a reference taken, or null when it has none. The entry of a
-/// deleted file is none; that of a deleted directory is.
+/// Some entry of the inode with a reference taken, or null when it has none. The entry of a deleted file does
+/// not count; that of a deleted directory does.
 struct dentry* d_find_alias(inode* of) asm("k_d_find_alias");
 
 // Parts of an entry, borrowed: valid while the entry is.
@@ -57,7 +57,7 @@ u32 inode_mode(const inode* of) asm("k_inode_mode");
 /// The size in bytes.
 s64 inode_size(const inode* of) asm("k_inode_size");
 
-/// The field that belongs to whoever sits in the security-operations structure (`i_security`).
+/// The field that belongs to the owner of the security-operations structure's entries (`i_security`).
 void* inode_security(const inode* of) asm("k_inode_security");
 void set_inode_security(inode* of, void* mark) asm("k_set_inode_security");
 

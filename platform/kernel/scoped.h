@@ -13,8 +13,8 @@
 #include "platform/kernel/string.h"
 #include "platform/kernel/task.h"
 
-// What is taken in a scope and given back at its end. One guard per kind of resource; none
-// can be copied, and none does anything but the pair of calls it is named for.
+// Resources that are taken in a scope and given back at its end. There is one guard for each kind; none can
+// be copied, and each makes only the pair of calls that it is named for.
 
 namespace kernel {
 

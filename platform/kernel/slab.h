@@ -5,7 +5,7 @@
 
 namespace kernel {
 
-/// What an allocation may do. The values are the engine's own; a platform translates them.
+/// What an allocation may do. The values are the engine's own, and a platform translates them.
 enum gfp_t : unsigned {
     GFP_KERNEL = 0, ///< may sleep
     GFP_ATOMIC = 1, ///< may not sleep: under a spin lock, or inside RCU

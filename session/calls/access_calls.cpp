@@ -10,7 +10,7 @@
 #include "session/calls/target.h"
 #include "session/task/own_descriptors.h"
 
-// Calls that ask for permission only, that make a directory the place where names begin, or that watch.
+// Calls that only ask for permission, that change the working or root directory, or that watch.
 
 namespace session {
 
@@ -37,7 +37,7 @@ planned plan_access(notification& call, int directory, int name, int mode, int f
     };
 }
 
-/// The kernel does it once it has been decided, as nobody can for the caller.
+/// The kernel does it after the decision, because nobody else can do it for the caller.
 planned plan_entering(notification& call, found_target found)
 {
     if (!found)
@@ -59,7 +59,7 @@ planned plan_entering(notification& call, found_target found)
     };
 }
 
-/// The host looks at a watch's other arguments before it looks at the name.
+/// The host checks a watch's other arguments before the name.
 int watch_error(const notification& call)
 {
     const auto wanted = static_cast<unsigned>(call.argument(2));

@@ -13,7 +13,7 @@
 #include "session/calls/target.h"
 #include "session/task/own_descriptors.h"
 
-// Calls that change what is known of a file: its mode, owner and size.
+// Calls that change a file's mode, owner or size.
 
 namespace session {
 
@@ -56,7 +56,7 @@ planned change_owner(notification& call, found_target found, int user, int group
     };
 }
 
-/// Whoever holds a lease on the file may keep the caller waiting.
+/// The holder of a lease on the file may keep the caller waiting.
 answer set_size(notification& call, const pinned_object& object, off_t size)
 {
     struct stat about = {};
@@ -139,7 +139,7 @@ planned plan_truncate(notification& call)
     };
 }
 
-// Whoever has it open for writing was asked about that; what the content's change does to the mode is new.
+// Opening it for writing was decided before; only the change of mode is new.
 planned plan_ftruncate(notification& call)
 {
     found_target found = open_target(call, call.number(0));

@@ -24,7 +24,7 @@ rlim_t limit_of(pid_t task, __rlimit_resource resource)
     return limit.rlim_cur;
 }
 
-/// How many descriptors below `limit` are in use. A kernel before 6.2 does not tell their number at once.
+/// How many descriptors below `limit` are in use. A kernel before 6.2 does not give their number directly.
 rlim_t descriptors_below(const caller& who, rlim_t limit)
 {
     const std::string directory = fmt::format("/proc/{}/fd", who.task());

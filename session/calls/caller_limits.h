@@ -3,17 +3,16 @@
 
 #include "session/calls/notification.h"
 
-// The caller's resource limits, where the supervisor does what the host would hold against them.
+// The caller's resource limits, checked where the supervisor does the call in its place.
 
 namespace session {
 
 /// Whether the caller has a number left for one more descriptor. To be asked before an open that changes
-/// something: a file must not be emptied for a caller who then cannot have it. True when the host does not
-/// tell.
+/// something: a file must not be emptied for a caller that then cannot get it. True when the host does not
+/// say.
 bool has_room_for_descriptor(const caller& who);
 
-/// The error of giving a file of `present` bytes this size: 0, or EFBIG, and then the caller has got its
-/// SIGXFSZ.
+/// The error of giving a file of `present` bytes this size: 0, or EFBIG after sending the caller its SIGXFSZ.
 int file_size_error(const caller& who, off_t present, off_t wanted);
 
 } // namespace session

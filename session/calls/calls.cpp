@@ -86,7 +86,7 @@ constexpr call_rule rules[] = {
     handled("execve", SYS_execve, plan_execve, on_exec),
     handled("execveat", SYS_execveat, plan_execveat, on_exec),
 
-    // What O_PATH gives can neither be read nor written to.
+    // A descriptor from O_PATH can be neither read nor written.
     handled("open", SYS_open, plan_open, opening, without(1, O_PATH)),
     handled("openat", SYS_openat, plan_openat, opening, without(2, O_PATH)),
     handled("openat2", SYS_openat2, plan_openat2, opening), // its flags are in memory
@@ -175,7 +175,7 @@ constexpr call_rule rules[] = {
     io_call("splice", SYS_splice, plan_splice),
     io_call("copy_file_range", SYS_copy_file_range, plan_splice),
 
-    // A name would no longer lead where it did when it was decided, or a process id to another process.
+    // After them, names and process ids mean other objects than when they were decided.
     namespace_call("clone", SYS_clone, with(0, namespaces)),
     namespace_call("mount", SYS_mount),
     namespace_call("umount2", SYS_umount2),
@@ -205,7 +205,7 @@ constexpr call_rule rules[] = {
     handled("unshare", SYS_unshare, plan_unshare, no_hook),
     handled("setns", SYS_setns, plan_setns, no_hook),
 
-    // Who cannot be read cannot be asked what it wants.
+    // The session could no longer read the arguments of the caller's calls.
     handled("prctl", SYS_prctl, plan_set_dumpable, no_hook, equal(0, PR_SET_DUMPABLE)),
 
     // Limits and priorities of others, not of the caller itself (0).
@@ -221,20 +221,20 @@ constexpr call_rule rules[] = {
     handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, no_hook, with(0, 2)), // a group or a user
     handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, no_hook, with(1, ~0U)),
 
-    // What the supervisor opens for a caller would not be held to the caller's domain.
+    // A file that the supervisor opens for a caller would escape the caller's domain.
     barred("landlock_create_ruleset", SYS_landlock_create_ruleset, absent),
     barred("landlock_add_rule", SYS_landlock_add_rule, absent),
     barred("landlock_restrict_self", SYS_landlock_restrict_self, absent),
-    // The kernel opens and writes files for these, and asks nobody.
+    // The kernel opens and writes files for these without asking.
     barred("fanotify_init", SYS_fanotify_init, refuse),
     barred("acct", SYS_acct, refuse),
     // A queue of reads and writes that are not decided one by one.
     in_scope(call_scope::every_io, barred("io_setup", SYS_io_setup, absent)),
     in_scope(call_scope::every_io, barred("io_submit", SYS_io_submit, absent)),
 
-    // A child made so reports neither its birth nor its execs.
+    // Such a child reports neither its birth nor its execs.
     barred("clone", SYS_clone, refuse, with(0, CLONE_UNTRACED)),
-    // The flags are in memory, which can change under the filter's eyes.
+    // Its flags are in memory, which the filter cannot read and the caller can change.
     barred("clone3", SYS_clone3, absent),
     // Requests in a ring are system calls that no filter sees.
     barred("io_uring_setup", SYS_io_uring_setup, absent),

@@ -6,8 +6,8 @@
 
 #include "session/calls/plan.h"
 
-// The system calls of supervised tasks that concern a session, in one table: what the filter does
-// with each, who plans its answer, and which hooks that reaches. What is not in it is allowed.
+// The system calls of supervised tasks that concern a session, in one table: what the filter does with each,
+// which planner answers it, and which hooks it reaches. A call that is not in the table is allowed.
 
 namespace session {
 
@@ -17,8 +17,8 @@ enum class call_action : unsigned char {
     refuse, ///< EPERM
 };
 
-/// Which calls of a number are meant: all, or those with (some of) these bits in an argument, or
-/// those with none of them, or those with that value. Of the argument the lower half counts.
+/// The calls of a number to which a rule applies: all, those with some or none of these bits in an argument,
+/// or those with that value. Only the lower half of the argument counts.
 struct call_condition {
     enum class which : unsigned char { all, any_bit, no_bit, equal } when = which::all;
     unsigned argument = 0;
@@ -42,7 +42,7 @@ struct call_rule {
     call_scope scope = call_scope::always;
 };
 
-/// Calls of higher numbers are absent: what they would do is not known.
+/// Calls of higher numbers are absent, because their effect is unknown.
 constexpr int newest_call = 469; // file_setattr
 
 /// A number may have several rules; the first one that a call meets counts.
@@ -50,8 +50,8 @@ std::span<const call_rule> call_rules();
 
 bool stands_in(const call_rule& rule, const session_rules& wanted);
 
-/// The rule by which a call waits for this session's answer; null when the kernel does calls like it
-/// without asking.
+/// The rule by which a call waits for this session's answer; null when the kernel does such calls without
+/// asking.
 const call_rule* notified_rule(int number, call_arguments arguments, const session_rules& wanted);
 
 } // namespace session

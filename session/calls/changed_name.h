@@ -8,11 +8,11 @@
 
 namespace session {
 
-/// A name that a call makes, takes away or gives another, in its pinned directory.
+/// A name that a call makes, removes or changes, in its pinned directory.
 struct changed_name {
     target directory = {};
     std::string last = {}; ///< with a "/" at its end when the call gave one
-    unique_fd object = {}; ///< O_PATH, what has that name; empty when nothing has
+    unique_fd object = {}; ///< O_PATH, the object of that name; empty when there is none
     struct stat about = {};
     bool certain = true; ///< false: the host fails such a call, whatever else, before doing anything
 
@@ -25,18 +25,17 @@ using found_name = tl::expected<changed_name, answer>;
 /// Finds the directory of the name that argument `name` points at, or the answer of the error that it is.
 found_name named_place(notification& call, int directory, int name);
 
-/// Then, that directory being locked, what has the name there. 0, or the error of the caller's own
-/// making.
+/// Then, with that directory locked, finds the object of that name. 0, or the caller's error.
 int find_object(const notification& call, changed_name& name);
 
 /// The host's error for a caller that changes entries of the directory.
 int changing_error(const notification& call, const target& directory);
 
-/// The same for taking a name away that something has, or giving that another name.
+/// The same for removing or changing a name that exists.
 int taking_error(const notification& call, const changed_name& name, bool directory);
 
-/// To be called when the name was taken away: what had it may have lost its last one, which the engine
-/// has to know.
+/// To be called after a name was removed: its object may have lost its last name, which the engine has to
+/// know.
 void note_loss(const changed_name& name);
 
 } // namespace session

@@ -8,14 +8,14 @@
 
 #include "session/calls/planners.h"
 
-// Changes of the clock: the hook hears of them and the kernel makes them.
+// Changes of the clock: the hook is told, and the kernel makes them.
 
 namespace session {
 
 namespace {
 
 constexpr long long billion = 1'000'000'000;
-constexpr long long last_second = 8'277'292'036; // in thirty years from then the kernel's clock ends
+constexpr long long last_second = 8'277'292'036; // thirty years later the kernel's clock ends
 
 /// `seconds` of the time that is wanted; nothing when only the time zone is to change.
 planned report(const notification& call, std::optional<long long> seconds)
@@ -26,8 +26,7 @@ planned report(const notification& call, std::optional<long long> seconds)
     return plan{.questions = {{.asked = on_settime, .seconds = seconds}}};
 }
 
-/// Sets the clock to a time with fractions of which `whole` make a second; the kernel fails what
-/// is no time.
+/// Sets the clock to a time with fractions of which `whole` make a second; the kernel fails a bad time.
 planned set_to(const notification& call, long long seconds, long long fraction, long long whole)
 {
     const bool is_time = seconds >= 0 && seconds <= last_second && fraction >= 0 && fraction < whole;

@@ -25,8 +25,8 @@ int sysctl_number(const char* path)
     return value;
 }
 
-/// fs.protected_regular and fs.protected_fifos: creating opens of what others have put into a
-/// directory that many may write to.
+/// fs.protected_regular and fs.protected_fifos: creating opens of files that others have put into a directory
+/// that many may write to.
 bool is_protected(const credentials& who, const unique_fd& in, const unique_fd& found)
 {
     static const int regular = sysctl_number("/proc/sys/fs/protected_regular");
@@ -42,7 +42,7 @@ bool is_protected(const credentials& who, const unique_fd& in, const unique_fd& 
     return (directory.st_mode & S_IWOTH) != 0 || ((directory.st_mode & S_IWGRP) != 0 && level >= 2);
 }
 
-/// Where a creating open means to make a file, and what stands there, if anything.
+/// The place where a creating open would make a file, and the object there, if any.
 struct creation_place {
     resolved_parent parent;
     unique_fd found = {};
@@ -50,7 +50,7 @@ struct creation_place {
 
 using found_place = tl::expected<creation_place, int>;
 
-/// What has the place's name, with the caller's rights; 0, or the error of looking.
+/// Finds the object of the place's name with the caller's rights; 0, or the error of the look-up.
 int look(const caller& who, creation_place& place, struct stat& about)
 {
     const as_caller rights(who.rights());
@@ -61,7 +61,7 @@ int look(const caller& who, creation_place& place, struct stat& about)
     return fstat(place.found.get(), &about) == 0 ? 0 : errno;
 }
 
-/// Where the link at the place, which leads to nothing, would have a file made.
+/// Where a file would be made through the link at the place, which leads to nothing.
 resolved_parent behind_link(const caller& who, creation_place& place)
 {
     char text[PATH_MAX];
@@ -99,7 +99,7 @@ found_place find_place(const caller& who, const open_request& wanted)
     return tl::unexpected(place.parent.error);
 }
 
-/// Makes the file, unless somebody else has made one of that name meanwhile.
+/// Makes the file, unless one of that name has appeared meanwhile.
 answer make_file(const changed_name& fresh, const open_request& wanted, mode_t mode)
 {
     unique_fd file(::openat(fresh.directory->file().get(), fresh.last.c_str(),
@@ -109,7 +109,7 @@ answer make_file(const changed_name& fresh, const open_request& wanted, mode_t m
     return errno == EEXIST ? answer::once_more() : answer::fail(errno);
 }
 
-/// file_permission is asked about what was made, not before: until then there is no file.
+/// file_permission is asked only after the file was made, because before there is none.
 answer check_use(notification& call, answer given, const changed_name& fresh, const open_request& wanted)
 {
     if (!given.file)

@@ -17,7 +17,7 @@ namespace session {
 
 namespace {
 
-constexpr int attempt_limit = 1000;          // at a name that others make and take away
+constexpr int attempt_limit = 1000;          // at a name that others make and remove
 constexpr std::size_t most_arguments = 8192; // more than the engine looks at
 
 answer carry_out(notification& call, plan& way)
@@ -68,8 +68,8 @@ answer answer_to(notification& call, const call_rule& rule)
     return answer::fail(EEXIST);
 }
 
-/// What is decided about a caller whose memory the host does not let the supervisor read: what it wants
-/// was not seen. A program is decided once more when the kernel has started it.
+/// The answer to a caller whose memory the host does not let the supervisor read, so that its arguments are
+/// unknown. A program is decided again after the kernel has started it.
 answer unseen(notification& call, const call_rule& rule)
 {
     refusals& told = call.parts().told;

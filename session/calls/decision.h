@@ -7,10 +7,10 @@ namespace session {
 
 struct call_rule;
 
-/// The one way from a call to its answer. The planner of `rule` says what the call means; then, in this
-/// order: nothing of it may be the session's own; the host's rights of the caller; the hooks; the call is
-/// done. Fails closed: what the supervisor cannot do for a reason of its own is an error for the caller,
-/// ENOMEM or EPERM, and counted. Any thread; may sleep as long as the call may.
+/// The only way from a call to its answer. The planner of `rule` says what the call means; then, in this
+/// order: no object may be the session's own, the caller's rights on the host must suffice, the hooks must
+/// allow, and the call is done. Fails closed: when the supervisor itself fails, the caller gets ENOMEM or
+/// EPERM, and the failure is counted. Any thread; may sleep as long as the call may.
 answer decide(notification& call, const call_rule& rule);
 
 } // namespace session

@@ -9,8 +9,8 @@ namespace session {
 
 namespace {
 
-// A lock for each directory, not some for all: a process of the session that serves a file system must be
-// able to work elsewhere while somebody waits for it there.
+// Each directory has a lock of its own, because a process of the session that serves a file system must be
+// able to work in other directories while a call waits for it there.
 struct held_directories {
     std::mutex lock;
     std::condition_variable changed;

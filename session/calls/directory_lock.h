@@ -9,8 +9,8 @@
 
 namespace session {
 
-/// Nobody of the session changes names in a directory while one of these for it exists: from looking a
-/// name up until what was decided about it is done. Any thread; waits for the others.
+/// Keeps other calls of the session from changing names in a directory, from looking a name up until the
+/// decided call is done. Any thread; waits for the others.
 class directory_lock {
 public:
     explicit directory_lock(const pinned_object& one);

@@ -15,7 +15,7 @@ namespace {
 
 answer decide(notification& call, found_program program, const exec_request& request)
 {
-    wait_for_handovers(); // a program that was just written must not seem to be still
+    wait_for_handovers(); // a program that was just closed must not seem to be open for writing
     const caller& who = call.who();
     const exec_bounds bounds{call.parts().rules.largest_program, [&call] { return !call.still_waits(); }};
     exec_answer decided = decide_exec(who, call.task(), std::move(program), request, bounds);
@@ -37,7 +37,7 @@ planned plan_exec(notification& call, passed_name name, int directory, int flags
     auto program = name ? find_program(call.who(), request) : host::failure(name.error());
     if (!program && host::is_shortage(program.error()))
         return fails(program.error());
-    // The kernel fails it with its own error; should it not, the program is decided at its start.
+    // The kernel fails it with its own error; if it does not, the program is decided at its start.
     if (!program)
         return goes_on();
     const auto found = std::make_shared<found_program>(std::move(*program));

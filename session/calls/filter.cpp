@@ -69,7 +69,7 @@ std::vector<sock_filter> filter_program(const session_rules& rules)
             program.insert(program.end(), {unless(BPF_JEQ, number, 1), result});
             continue;
         }
-        // The low half of the argument: the kernel looks at no more.
+        // Only the low half of the argument, as the kernel ignores the rest.
         const std::size_t half = offsetof(seccomp_data, args) + condition.argument * sizeof(std::uint64_t);
         const bool equal = condition.when == call_condition::which::equal;
         sock_filter test = unless(equal ? BPF_JEQ : BPF_JSET, condition.bits, 1);

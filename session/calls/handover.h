@@ -1,9 +1,9 @@
 #ifndef SORVANIC_SESSION_CALLS_HANDOVER_H
 #define SORVANIC_SESSION_CALLS_HANDOVER_H
 
-// A caller that has got a descriptor goes on a moment before the supervisor has closed its own copy. Until
-// then the open file outlives the caller's close: its locks and leases stand, and its program file is being
-// written to. Whoever asks for these waits out that moment.
+// A caller that has received a descriptor goes on a moment before the supervisor closes its own copy. Until
+// then the file stays open even if the caller closes it: its locks and leases stay, and a program file counts
+// as open for writing. Calls that depend on this wait for that moment to pass.
 
 namespace session {
 
@@ -19,7 +19,7 @@ private:
     unsigned long number_;
 };
 
-/// Returns when all that have begun before are over. Any thread; waits for microseconds.
+/// Returns when all earlier ones are over. Any thread; waits for microseconds.
 void wait_for_handovers();
 
 } // namespace session

@@ -15,7 +15,7 @@ namespace {
 
 constexpr unsigned new_time = 0x80; // CLONE_NEWTIME
 
-/// The kernel does it when `note` has been told what changes.
+/// The kernel does it after `note` has recorded the change.
 template <typename Note>
 planned goes_on_after(Note note)
 {
@@ -26,13 +26,13 @@ planned goes_on_after(Note note)
     return plan{.carry_out = tell, .own_rights = true};
 }
 
-/// Where a name would no longer lead where it did when it was decided, or a process id to another process.
+/// Calls after which names and process ids mean other objects than when they were decided.
 bool refuses_namespaces(const notification& call, unsigned flags)
 {
     return !call.parts().rules.namespaces && (flags & (CLONE_NEWNS | CLONE_NEWUSER | CLONE_NEWPID)) != 0;
 }
 
-/// What the kernel says to the flags, whoever passes them; 0 for nothing.
+/// The kernel's error for these flags, whoever passes them; 0 for none.
 int unshare_error(const notification& call, unsigned flags)
 {
     constexpr unsigned alone = CLONE_THREAD | CLONE_SIGHAND | CLONE_VM | CLONE_NEWUSER;
@@ -89,7 +89,7 @@ planned plan_umask(notification& call)
     });
 }
 
-// Only root reads what is not dumpable.
+// Only root may read a process that is not dumpable.
 planned plan_set_dumpable(notification& call)
 {
     const bool lost = call.argument(1) == 0 && own_credentials().effective_user != 0;
@@ -108,7 +108,7 @@ planned plan_unshare(notification& call)
     return goes_on_after([&call, flags] {
         known_tasks& tasks = call.parts().tasks;
         const pid_t task = call.who().task();
-        // Both of the latter imply the first.
+        // The last two imply the first.
         if ((flags & (CLONE_FS | CLONE_NEWNS | CLONE_NEWUSER)) != 0)
             tasks.unshares_places(task);
         if ((flags & CLONE_NEWNS) != 0)
@@ -123,7 +123,7 @@ planned plan_setns(notification& call)
     const auto flags = static_cast<unsigned>(call.argument(1));
     if (const int error = setns_error(call, flags))
         return fails(error);
-    // Without a type, the kernel would look once more what the descriptor is of.
+    // Without a type, the kernel would look up again what the descriptor refers to.
     if (refuses_namespaces(call, flags == 0 ? ~0U : flags))
         return fails(EPERM);
     return goes_on_after([&call] {
@@ -132,7 +132,7 @@ planned plan_setns(notification& call)
     });
 }
 
-// Whoever stands at the old root is moved along.
+// Every task at the old root is moved along.
 planned plan_pivot_root(notification& call)
 {
     return goes_on_after([&call] { call.parts().tasks.changes_all_roots(); });

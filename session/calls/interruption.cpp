@@ -83,8 +83,8 @@ interruptible_wait::~interruptible_wait()
     watcher::one().remove();
 }
 
-// What is pending for its whole process another thread may take, so that this counts only when there is
-// none.
+// Another thread may take a signal that is pending for the whole process, so it counts only when there is no
+// other thread.
 bool has_signal(pid_t task)
 {
     const auto status = host::proc_status::of(task);

@@ -5,13 +5,13 @@
 
 #include "session/calls/notification.h"
 
-// Blocking calls of the host that are made for a caller, who may be interrupted in them.
+// Blocking calls of the host that the supervisor makes for a caller, whom a signal may interrupt.
 
 namespace session {
 
-/// While one exists, the wake signal interrupts the calling thread's blocking calls (EINTR) when the
-/// caller has gone or has a signal to handle. One thread looks after all of them, at a bounded number in
-/// each of its rounds: with many that wait a signal is noticed later, at no more cost.
+/// While one exists, the wake signal interrupts the calling thread's blocking calls (EINTR) when the caller
+/// has gone or has a signal to handle. One thread checks all of them, a bounded number in each round: with
+/// many waiting calls it notices a signal later, at the same cost.
 class interruptible_wait {
 public:
     explicit interruptible_wait(const notification& call);
@@ -26,7 +26,8 @@ bool has_signal(pid_t task);
 /// The answer for a caller whose signal has interrupted it: the kernel looks at the handler's SA_RESTART.
 answer interrupted(notification& call);
 
-/// Repeats `attempt`, which answers EINTR when it was interrupted, until that was for the caller's sake.
+/// Repeats `attempt`, which returns EINTR when it was interrupted, until the interruption was meant for the
+/// caller.
 template <typename Attempt>
 answer until_interrupted(notification& call, Attempt attempt)
 {

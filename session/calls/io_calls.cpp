@@ -7,8 +7,8 @@
 #include "session/calls/planners.h"
 #include "session/calls/target.h"
 
-// Reads and writes, where each of them is decided. The kernel does them: what the descriptor may be
-// exchanged for meanwhile was decided when it was opened.
+// Reads and writes, in sessions that decide each of them. The kernel does them: if the descriptor is
+// exchanged meanwhile, the other file was decided when it was opened.
 
 namespace session {
 
@@ -25,7 +25,7 @@ planned plan_uses(notification& call, std::initializer_list<use> uses)
     for (const use& one : uses) {
         unique_fd file = call.who().descriptor(one.descriptor);
         struct stat about;
-        // Nothing else has a name; what is no descriptor the kernel fails.
+        // Other objects have no name, and the kernel fails a bad descriptor.
         if (file && fstat(file.get(), &about) == 0 && (S_ISREG(about.st_mode) || S_ISDIR(about.st_mode)))
             made.questions.push_back({on_file_permission, one.mask, share(std::move(file))});
     }

@@ -19,8 +19,8 @@ namespace session {
 
 namespace {
 
-// Newer than the C library's headers. A kernel before 6.6 does not know it, and wakes the receiver
-// of a call on any processor, which takes longer where that one has to be woken, too.
+// Newer than the C library's headers. A kernel before 6.6 does not know it and wakes the receiver of a call
+// on any processor, which takes longer when that processor sleeps.
 constexpr unsigned long set_flags = SECCOMP_IOW(4, __u64);
 constexpr unsigned long wake_on_this_processor = 1;
 
@@ -31,7 +31,7 @@ struct alignas(8) object_room {
     unsigned char bytes[room] = {};
 };
 
-/// Once more when a signal has interrupted it.
+/// Repeats it when a signal has interrupted it.
 int persistent_ioctl(int descriptor, unsigned long request, void* argument)
 {
     int result;
@@ -65,7 +65,7 @@ kernel_listener::kernel_listener(host::unique_fd descriptor) : descriptor_(std::
     seccomp_notif_sizes sizes = {};
     syscall(SYS_seccomp, SECCOMP_GET_NOTIF_SIZES, 0, &sizes);
     if (sizes.seccomp_notif > room || sizes.seccomp_notif_resp > room)
-        throw trouble("the kernel's notifications are longer than this version of sorvanic knows");
+        throw trouble("the kernel's notifications are longer than this version of sorvanic expects");
     ioctl(descriptor_.get(), set_flags, wake_on_this_processor);
 }
 
@@ -98,7 +98,7 @@ int kernel_listener::hand_over(std::uint64_t id, int file, bool close_on_exec)
     added.flags = SECCOMP_ADDFD_FLAG_SEND;
     added.srcfd = static_cast<__u32>(file);
     added.newfd_flags = close_on_exec ? O_CLOEXEC : 0;
-    // Interrupted half way, the kernel would let the caller go on with descriptor 0 as its result.
+    // If this were interrupted, the kernel would let the caller go on with descriptor 0 as its result.
     const without_wake_signal whole;
     return ioctl(descriptor_.get(), SECCOMP_IOCTL_NOTIF_ADDFD, &added) >= 0 ? 0 : errno;
 }

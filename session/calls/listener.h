@@ -9,8 +9,8 @@
 
 namespace session {
 
-/// Where the calls of supervised tasks arrive and are answered. Any thread. What returns an error
-/// returns errno's number, 0 for none.
+/// Where the calls of supervised tasks arrive and are answered. Any thread. Errors are returned as errno's
+/// numbers, 0 for none.
 class listener {
 public:
     listener() = default;
@@ -21,7 +21,7 @@ public:
     /// Waits for the next call. EINTR when the wake signal came first, ENOENT when the caller has gone.
     virtual int receive(seccomp_notif& call) = 0;
 
-    /// Whether nobody is left who could call. After receive has failed.
+    /// Whether no task is left that could call. To be asked after receive has failed.
     virtual bool ended() = 0;
 
     /// Lets the caller go on. ENOENT when it has gone.
@@ -38,7 +38,7 @@ public:
 /// The kernel's.
 class kernel_listener : public listener {
 public:
-    /// Throws trouble where the kernel's objects are unknown ones.
+    /// Throws trouble when the kernel's objects are longer than expected.
     explicit kernel_listener(host::unique_fd descriptor);
 
     int receive(seccomp_notif& call) override;

@@ -5,15 +5,15 @@
 #include "session/calls/handover.h"
 #include "session/calls/planners.h"
 
-// Locks and leases of open files: the kernel's affair, once no file is open any more that its opener has
+// Locks and leases of open files. The kernel does them after files that their openers have closed are really
 // closed.
 
 namespace session {
 
 namespace {
 
-/// Whether the kernel may keep the caller waiting. A signal that comes to one that does not wait found it
-/// before the session took it up.
+/// Whether the kernel may keep the caller waiting. A signal to a caller that does not wait came before the
+/// session took the call up.
 bool may_wait(const notification& call)
 {
     const int operation = call.number(1);

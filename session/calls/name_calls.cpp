@@ -18,8 +18,8 @@ namespace session {
 
 namespace {
 
-/// One such call. `ask(name, questions)` adds what its hook is asked about the new name; `make(directory,
-/// last)` makes it on the host, there.
+/// One such call. `ask(name, questions)` adds the questions of its hook about the new name; `make(directory,
+/// last)` makes it on the host.
 template <typename Ask, typename Make>
 planned make_name(notification& call, int directory, int name, Ask ask, Make make)
 {
@@ -50,7 +50,7 @@ planned make_node(notification& call, int directory, int name, mode_t mode, dev_
         return without_umask(call.who(), in.file(), mode & 07777);
     };
     const auto ask = [&](const shared_name& fresh, std::vector<question>& questions) {
-        // Fifos, sockets and devices have a hook of their own, which nobody here takes.
+        // Fifos, sockets and devices have a hook of their own, which the engine does not use.
         if (type == 0 || type == S_IFREG)
             questions.push_back({.asked = on_create,
                                  .value = static_cast<int>(S_IFREG | permissions(*fresh->directory)),

@@ -22,7 +22,7 @@ using call_arguments = std::span<const unsigned long long, 6>; ///< raw ones
 class pending_execs;
 class refusals;
 
-/// What the handlers of calls share. Everything in it may be used on any thread.
+/// The parts of a session that planners use. All of them may be used on any thread.
 struct session_parts {
     pending_execs& pending;
     refusals& told;
@@ -32,13 +32,13 @@ struct session_parts {
     session_rules rules;
 };
 
-/// What a call comes to.
+/// The answer to a call.
 struct answer {
     enum class kind : unsigned char {
         result,     ///< `value` is its result, a negative error number for a failure
         go_on,      ///< the kernel does it
         descriptor, ///< the caller gets `file`, and its number is the result
-        again,      ///< others have changed what it was decided for: it has to be decided anew
+        again,      ///< other calls have changed its objects, so it has to be decided again
     } what;
     long value = 0;
     unique_fd file = {};
@@ -52,7 +52,7 @@ struct answer {
     {
         return {kind::descriptor, 0, std::move(file), close_on_exec};
     }
-    /// For a call of the host: 0, or a failure with the calling thread's errno.
+    /// The answer from a call of the host: 0, or a failure with the calling thread's errno.
     static answer of_host(long result);
 };
 
@@ -71,24 +71,23 @@ public:
 
     unsigned argument_id(int which) const { return static_cast<unsigned>(call_.data.args[which]); }
 
-    /// The text that an argument points at. It may be another one the next time.
+    /// The text that an argument points at. It may differ the next time.
     passed_name name(int which) const;
 
     /// Copies an object out of the caller's memory; false when it is not readable there.
     bool read(std::uint64_t address, void* into, std::size_t size) const;
 
-    /// Whether one of these failed because the host does not let the supervisor read the caller: it
-    /// runs a program that may be executed but not read.
+    /// Whether one of these failed because the host does not let the supervisor read the caller, which runs a
+    /// program that may be executed but not read.
     bool is_unreadable() const { return unreadable_; }
 
     const caller& who() const { return who_; }
 
-    /// The caller's task, once it is sure that all that was read so far was read from it and not
-    /// from a later task of the same id; null when it has gone. To be asked before anything is
-    /// decided or done for it.
+    /// The caller's task, after a check that all that was read so far came from it and not from a later task
+    /// of the same id; null when it has gone. To be called before anything is decided or done for it.
     kernel::task_struct* task();
 
-    /// Whether the caller still waits: a signal that ends it ends that, too.
+    /// Whether the caller still waits, which a signal that ends it also ends.
     bool still_waits() const;
 
     session_parts& parts() const { return parts_; }

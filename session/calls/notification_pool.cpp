@@ -33,7 +33,7 @@ notification_pool::notification_pool(listener& from, session_parts& parts) : fro
     for (int i = 0; i < threads_at_first; ++i)
         add_thread();
     if (threads_.empty())
-        throw trouble("no thread to be had for the session's decisions; raise the limit on processes "
+        throw trouble("the host gives no thread for the session's decisions; raise the limit on processes "
                       "(ulimit -u, or the container's)");
 }
 
@@ -124,15 +124,14 @@ void notification_pool::work()
     while (!ended_.load()) {
         seccomp_notif call = {};
         if (const int error = from_.receive(call)) {
-            // Nobody is left who could call, or only this caller is gone.
+            // No task is left that could call, or only this caller has gone.
             if (error != EINTR && from_.ended())
                 break;
             continue;
         }
         took_call();
         answer given = decide(call);
-        // Before the answer: the caller, going on, may call once more before this thread comes to
-        // anything.
+        // Before the answer, because the caller may call again before this thread goes on.
         const bool goes_on = waits_again();
         send(call, std::move(given));
         if (!goes_on)
@@ -151,7 +150,7 @@ answer notification_pool::decide(const seccomp_notif& call)
             return answer::fail(ENOSYS);
         notification waiting(call, from_, parts_);
         return session::decide(waiting, *rule);
-    } catch (...) { // before it was a call under decision: memory is short
+    } catch (...) { // memory is short, before the decision has begun
         parts_.told.add_failure(refusals::failure::no_memory);
         return answer::fail(ENOMEM);
     }
@@ -181,7 +180,7 @@ void notification_pool::send(const seccomp_notif& call, answer given)
     // A caller that has been killed meanwhile does nothing with its decision.
     const auto task = static_cast<pid_t>(call.pid);
     parts_.pending.take(task);
-    // Any other would wait for its answer for ever.
+    // Any other caller would wait for its answer for ever.
     if (error != ENOENT)
         kill(task, SIGKILL);
 }

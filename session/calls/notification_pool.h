@@ -17,17 +17,18 @@
 
 namespace session {
 
-/// The threads that answer the calls of the table (calls.h), which wait in the kernel meanwhile: see
-/// thread_balance. When the host gives it no more threads it works with those it has, and says so.
+/// The threads that answer the notifications of the table's calls (calls.h), whose callers wait in the
+/// kernel: see thread_balance. When the host gives no more threads, it works with those that it has, and says
+/// so.
 class notification_pool {
 public:
-    /// Throws trouble when there is no thread at all to be had.
+    /// Throws trouble when the host gives no thread at all.
     notification_pool(listener& from, session_parts& parts);
     ~notification_pool();
 
-    /// Ends the threads, once nobody is left who could call. Those that are deciding are interrupted.
-    /// False when some have not ended within the limit, in a host's call that cannot be interrupted:
-    /// then the pool and what it uses must not be destroyed.
+    /// Ends the threads after the last task that could call has ended. Threads that are deciding are
+    /// interrupted. False when some have not ended within the limit, in a call of the host that cannot be
+    /// interrupted: then the pool and what it uses must not be destroyed.
     bool end(std::chrono::milliseconds limit);
 
     notification_pool(const notification_pool&) = delete;

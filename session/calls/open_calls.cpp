@@ -50,7 +50,7 @@ planned plan_nameless(notification& call, const open_request& wanted)
     };
 }
 
-/// What O_PATH gives can neither be read nor written to, so that no hook is asked.
+/// A descriptor from O_PATH can be neither read nor written, so no hook is asked.
 planned plan_reference(notification& call, const open_request& wanted)
 {
     tl::expected<target, answer> found = find(call, wanted);
@@ -91,7 +91,7 @@ planned plan_open(notification& call, int directory, int name, int flags, mode_t
     return plan_open(call, {directory, std::move(*passed), flags, mode});
 }
 
-/// The flags that the kernel would find fault with, whatever the name.
+/// The kernel's error for these flags, whatever the name.
 int flags_error(const open_how& how, std::size_t size)
 {
     syscall(SYS_openat2, -1, "", &how, size);
@@ -131,7 +131,7 @@ planned plan_openat2(notification& call)
     const open_how& how = *reinterpret_cast<const open_how*>(raw);
     if (const int error = flags_error(how, sizeof how))
         return fails(error);
-    // As on a kernel that cannot: callers that have to be sure then walk by themselves.
+    // As on a kernel without these flags: callers that need them then walk by themselves.
     if (how.resolve != 0)
         return fails(ENOSYS);
     return plan_open(call, call.number(0), 1, static_cast<int>(how.flags), static_cast<mode_t>(how.mode));

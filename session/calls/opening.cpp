@@ -29,7 +29,7 @@ int access_mask(const open_request& wanted)
     return mask;
 }
 
-/// The error of opening an object of this kind so, whoever does it.
+/// The error of opening an object of this kind with these flags, whoever does it.
 int kind_error(const struct stat& about, const open_request& wanted)
 {
     const bool directory = S_ISDIR(about.st_mode);
@@ -42,14 +42,13 @@ int kind_error(const struct stat& about, const open_request& wanted)
     return directory && (access_mask(wanted) & kernel::may_write) != 0 ? EISDIR : 0;
 }
 
-/// Opening these does nothing yet, and tells whether the caller may.
+/// Opening these has no effect yet, and shows whether the caller may.
 bool opens_at_once(const pinned_object& object, const open_request& wanted)
 {
     return (S_ISREG(object.about.st_mode) || object.is_directory()) && !wanted.has(O_TRUNC);
 }
 
-/// Opens it unless somebody holds a lease on it, who has to be waited for; then nothing is opened. 0, or
-/// the error.
+/// Opens it, unless that would have to wait for the holder of a lease. 0, or the error.
 int open_without_waiting(const pinned_object& object, int flags, unique_fd& opened)
 {
     opened = reopen(object.file().get(), flags | O_NONBLOCK);

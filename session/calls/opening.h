@@ -9,7 +9,7 @@
 #include "session/calls/plan.h"
 #include "session/task/resolve.h"
 
-// What the ways to open a file have in common.
+// The common part of all ways to open a file.
 
 namespace session {
 
@@ -24,14 +24,14 @@ struct open_request {
     bool writes() const { return (flags & O_ACCMODE) != O_RDONLY; }
 };
 
-/// Opens what is there.
+/// Opens an existing file.
 planned plan_opening(notification& call, resolved found, const open_request& wanted);
 
-/// Opens what has the name, or makes a file of that name.
+/// Opens the file of that name, or makes it.
 planned plan_creation(notification& call, const open_request& wanted);
 
-/// What file_permission is asked about using a file as it is opened: once for each way. `about` says
-/// which file.
+/// The questions to file_permission about a file as it is opened, one for reading and one for writing.
+/// `about` says which file.
 std::vector<question> questions_of_use(const question& about, const open_request& wanted);
 
 answer hand_over(unique_fd file, const open_request& wanted);

@@ -10,23 +10,23 @@
 #include "session/calls/notification.h"
 #include "session/calls/question.h"
 
-// What is decided about a call, and what then happens: made by the call's planner (planners.h), followed
-// by decide (decision.h). Making one has no effect beyond looking.
+// What has to be decided about a call, and what then happens: made by the call's planner (planners.h),
+// carried out by decide (decision.h). Making a plan only looks.
 
 namespace session {
 
 class directory_lock;
 
 struct plan {
-    /// What the call means. None of it may belong to the session itself (is_off_limits).
+    /// The objects of the call. None may belong to the session itself (is_off_limits).
     std::vector<target> targets = {};
     bool only_to_read = false;
 
-    /// The error with which the host refuses the caller, 0 for none. Asked before any hook is: a hook
-    /// hears only of what would be done. Empty: the host finds out when it does the call.
+    /// The error with which the host refuses the caller, 0 for none. Asked before any hook, so that hooks
+    /// judge only calls that would be done. Empty: the host checks when it does the call.
     std::function<int()> rights = {};
 
-    /// What the hooks are asked, in order. One refusal is EPERM.
+    /// The questions to the hooks, in order. One refusal is EPERM.
     std::vector<question> questions = {};
 
     /// The engine may want the caller's arguments (see platform::set_arguments).
@@ -36,7 +36,7 @@ struct plan {
     std::function<answer()> carry_out = {};
     bool own_rights = false;
 
-    /// What remains to be done with what came of it, with the supervisor's rights.
+    /// What remains to be done with the result, with the supervisor's rights.
     std::function<answer(answer)> finish = {};
 
     /// Keeps others of the session from changing the names that have been looked up.
@@ -51,7 +51,7 @@ inline tl::unexpected<answer> fails(int error)
     return tl::unexpected<answer>(answer::fail(error));
 }
 
-/// The kernel does it; nothing is asked.
+/// The kernel does the call without a question.
 inline planned goes_on()
 {
     return plan{};

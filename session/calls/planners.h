@@ -3,8 +3,8 @@
 
 #include "session/calls/plan.h"
 
-// A planner for each call of the table (calls.h): it resolves and pins what the call means and says what
-// only that call knows, its checks, questions and action. The order of these is decide's (decision.h). Any
+// A planner for each call of the table (calls.h): it resolves and pins the call's objects and adds what is
+// particular to the call, its checks, questions and action. decide (decision.h) gives these their order. Any
 // thread; may sleep as long as the call may.
 
 namespace session {
@@ -105,7 +105,7 @@ planned plan_write(notification& call);
 planned plan_sendfile(notification& call);
 planned plan_splice(notification& call);
 
-// identity_calls.cpp: the kernel does them; what the session remembers of the caller follows.
+// identity_calls.cpp: the kernel does them, and the session updates what it knows of the caller.
 planned plan_change_of_rights(notification& call);
 planned plan_umask(notification& call);
 planned plan_set_dumpable(notification& call);

@@ -7,14 +7,14 @@
 #include "session/calls/planners.h"
 #include "session/calls/signal_group.h"
 
-// Calls by which a user may change limits, priorities and memory of any process of its own: the supervisor's
-// are not the command's to change.
+// Calls by which a user may change limits, priorities and memory of any own process. The command must not
+// change the supervisor's.
 
 namespace session {
 
 namespace {
 
-/// Whose they are: one task, a group of processes, or all of a user.
+/// The target: one task, a group of processes, or all of a user.
 enum class whose : unsigned char { task, group, user };
 
 bool reaches_supervisor(const notification& call, whose kind, int id)

@@ -17,7 +17,7 @@ namespace session {
 
 namespace {
 
-/// The receiver of a signal as the engine knows it, or as somebody outside the session.
+/// The receiver of a signal as the engine knows it, or as a task outside the session.
 platform::task_handle task_of(pid_t receiver)
 {
     if (platform::task_handle known = platform::find_task(receiver))

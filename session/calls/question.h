@@ -10,7 +10,7 @@
 
 #include "session/task/pinned.h"
 
-// What the hooks are asked about a call.
+// The questions to the hooks about a call.
 
 namespace session {
 
@@ -39,13 +39,13 @@ using target = std::shared_ptr<const pinned_object>;
 struct changed_name;
 using shared_name = std::shared_ptr<const changed_name>;
 
-/// What one hook is asked before a call is done. A value, so that what a call would ask can be shown or
-/// asked without doing the call. The members that a hook has no use for are empty.
+/// One question to one hook, before a call is done. It is a value, so that the questions of a call can be
+/// shown or asked without doing the call. Members that a hook does not use are empty.
 struct question {
     hook asked;
     int value = 0;             ///< the accesses, the mode with its type (0: none is set), or the signal
-    target object = {};        ///< what is used or changed, or gets one more name
-    shared_name name = {};     ///< what is made, taken away or renamed; in place of `object`, what is there
+    target object = {};        ///< the object that is used or changed, or that gets one more name
+    shared_name name = {};     ///< the name that is made, removed or renamed, with its object, if any
     shared_name new_name = {}; ///< of a rename
     std::string text = {};     ///< of a symbolic link
     pid_t receiver = 0;        ///< of a signal
@@ -66,8 +66,8 @@ bool allows(const question& asked);
 
 class notification;
 
-/// Asks all of them in order as the caller, up to the first that refuses. False, too, when the caller
-/// has gone. Any thread.
+/// Asks all of them in order as the caller, up to the first refusal. Also false when the caller has gone. Any
+/// thread.
 bool allowed(notification& call, std::span<const question> questions);
 
 } // namespace session

@@ -9,7 +9,7 @@
 #include "session/calls/directory_lock.h"
 #include "session/calls/planners.h"
 
-// Calls that take a name away: unlink, rmdir.
+// Calls that remove a name: unlink, rmdir.
 
 namespace session {
 

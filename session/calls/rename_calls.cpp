@@ -16,7 +16,7 @@
 #include "session/calls/planners.h"
 #include "session/state/enforcing.h"
 
-// Calls that give a file another name, or exchange the names of two.
+// Calls that rename a file, or exchange the names of two.
 
 namespace session {
 
@@ -40,15 +40,15 @@ std::uint64_t mount_of(const unique_fd& file)
     return statx(file.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &about) == 0 ? about.stx_mnt_id : 0;
 }
 
-/// Whether the host would change anything: from one mount to another it moves nothing, and two names of
-/// one file it leaves as they are.
+/// Whether the host would change anything: it moves nothing from one mount to another, and leaves two names
+/// of one file as they are.
 bool changes_anything(const changed_name& from, const changed_name& to, unsigned flags)
 {
     return from.certain && to.certain && mount_of(from.directory->file()) == mount_of(to.directory->file()) &&
            ((flags & RENAME_NOREPLACE) != 0 || !same_file(from, to));
 }
 
-/// The error for names that are there and should not be, or the other way round; 0 for none.
+/// The error for a name that exists and should not, or the opposite; 0 for none.
 int presence_error(const changed_name& from, const changed_name& to, unsigned flags)
 {
     if (!from.exists() || ((flags & RENAME_EXCHANGE) != 0 && !to.exists()))
@@ -56,8 +56,8 @@ int presence_error(const changed_name& from, const changed_name& to, unsigned fl
     return (flags & RENAME_NOREPLACE) != 0 && to.exists() ? EEXIST : 0;
 }
 
-/// Whether a session stands or falls with the paths of what lies below this directory: rules know files
-/// by their paths, and the session's own directories must stay where they are looked for.
+/// Whether the session depends on paths below this directory: rules know files by their paths, and the
+/// session's own directories must stay where they are looked for.
 bool carries_rules(const notification& call, const changed_name& moved)
 {
     if (!S_ISDIR(moved.about.st_mode) || !is_enforcing())
@@ -68,7 +68,7 @@ bool carries_rules(const notification& call, const changed_name& moved)
            call.parts().policy.path().starts_with(path + "/");
 }
 
-/// What the caller's own rights say to it; 0 for nothing.
+/// The error for lack of the caller's rights; 0 for none.
 int rights_error(const notification& call, const changed_name& from, const changed_name& to, unsigned flags)
 {
     const bool exchange = (flags & RENAME_EXCHANGE) != 0;

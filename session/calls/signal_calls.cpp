@@ -18,8 +18,8 @@
 #include "session/calls/signal_group.h"
 #include "session/task/program_file.h"
 
-// Signals that one process sends to others. The kernel sends them where it can, so that a receiver
-// sees who it was.
+// Signals that one process sends to others. The kernel sends them where it can, so that a receiver sees the
+// real sender.
 
 namespace session {
 
@@ -39,7 +39,8 @@ plan to_task(pid_t receiver, int signal)
     };
 }
 
-/// A number in a register names it, so that the kernel can send. What is no signal or no task it fails.
+/// A number in a register names the target, so that the kernel can send. The kernel fails bad signals and
+/// tasks.
 planned to_one(pid_t receiver, int signal)
 {
     if (!is_signal(signal) || receiver <= 0)
@@ -63,9 +64,9 @@ planned to_group(notification& call, pid_t group, int signal, bool kernel_can)
     };
 }
 
-/// Whom a descriptor stands for: one of pidfd_open, or a process's directory in proc.
+/// The target of a descriptor: one of pidfd_open, or a process's directory in proc.
 struct process_handle {
-    pid_t receiver = 0; ///< 0: it is no such descriptor; -1: who it was has ended
+    pid_t receiver = 0; ///< 0: no such descriptor; -1: the target has ended
     bool of_thread = false;
 };
 
@@ -128,7 +129,7 @@ planned plan_rt_tgsigqueueinfo(notification& call)
     return to_thread(call.number(0), call.number(1), call.number(2));
 }
 
-// Another thread can exchange what the descriptor stands for, so the kernel must not look again.
+// Another thread can exchange the descriptor, so the kernel must not look it up again.
 planned plan_pidfd_send_signal(notification& call)
 {
     constexpr unsigned to_process_group = 4; // PIDFD_SIGNAL_PROCESS_GROUP

@@ -21,7 +21,7 @@ namespace session {
 
 namespace {
 
-/// A process that cannot become another one while it is decided.
+/// A process whose id cannot pass to another one during the decision.
 struct receiver {
     pid_t process;
     unique_fd handle;
@@ -42,11 +42,11 @@ std::vector<pid_t> all_processes()
     return all;
 }
 
-/// What a call to many comes to.
+/// The result of a call to many processes.
 struct delivery {
     std::set<pid_t> seen;
     std::vector<receiver> allowed;
-    bool refused = false; ///< some that the caller's own rights reach
+    bool refused = false; ///< some process that the caller's own rights reach
 
     void add(notification& call, pid_t process, int signal)
     {
@@ -77,7 +77,7 @@ answer send_to_many(notification& call, int signal, bool kernel_can, Condition i
 
     const siginfo_t info = signal_from(call.who(), signal);
     bool sent = false;
-    // Children that somebody makes meanwhile must not escape what nobody can catch.
+    // Children that are made meanwhile must not escape a signal that cannot be caught.
     const int passes = signal == SIGKILL || signal == SIGSTOP ? 8 : 1;
     for (int pass = 1; !all.allowed.empty(); ++pass) {
         for (const receiver& one : std::exchange(all.allowed, {}))
@@ -137,7 +137,7 @@ answer send_to_group(notification& call, pid_t group, int signal, bool kernel_ca
                         [group](pid_t process) { return getpgid(process) == group; });
 }
 
-// The kernel never fails this for want of rights.
+// The kernel never refuses this for lack of rights.
 answer send_to_all(notification& call, int signal)
 {
     const pid_t own = platform::process_of(call.who().task());

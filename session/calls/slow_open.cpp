@@ -46,7 +46,7 @@ unique_fd open_device(const std::string& path, dev_t device, int flags)
     return opened;
 }
 
-/// "/dev/tty" is another terminal to each session of processes.
+/// "/dev/tty" means another terminal in each session of processes.
 answer open_terminal(const caller& who, int flags)
 {
     constexpr unsigned first_pseudo_terminal = 136;

@@ -6,10 +6,10 @@
 
 namespace session {
 
-/// Opens what may keep its opener waiting, or what is another thing to each: fifos, devices, the caller's
-/// terminal, files that others hold leases on; and files that are emptied by it. The caller's rights have
-/// been checked. A signal that the caller has a handler for interrupts it, as it does without a session.
-/// The descriptor is not marked to be closed on exec.
+/// Opens a file that may keep its opener waiting, or that differs from process to process: fifos, devices,
+/// the caller's terminal, files with leases of others; also files that the open empties. The caller's rights
+/// have been checked. A signal for which the caller has a handler interrupts it, as without a session. The
+/// descriptor is not marked to be closed on exec.
 answer open_slowly(notification& call, const pinned_object& object, int flags);
 
 } // namespace session

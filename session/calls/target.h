@@ -3,23 +3,23 @@
 
 #include "session/calls/plan.h"
 
-// Finding what a call means. Each returns it pinned, or the answer of the error that it is.
+// Finds the object of a call. Each function returns it pinned, or the answer with the error.
 
 namespace session {
 
 using found_target = tl::expected<target, answer>;
 
-/// What the name that argument `name` points at means to the caller. `directory` and `flags` are
+/// The object of the name that argument `name` points at, as the caller means it. `directory` and `flags` are
 /// resolve's.
 found_target named_target(notification& call, int directory, int name, int flags);
 
-/// The same, judged as somebody else than the caller would be.
+/// The same, judged with other rights than the caller's.
 found_target named_target(notification& call, const caller& who, int directory, int name, int flags);
 
-/// What a descriptor of the caller is open on. EBADF, too, for one that was opened with O_PATH.
+/// The object of a descriptor of the caller. EBADF also for one that was opened with O_PATH.
 found_target open_target(notification& call, int descriptor);
 
-/// The same, O_PATH or not.
+/// The same, also for O_PATH.
 found_target any_target(notification& call, int descriptor);
 
 /// Takes over what was resolved.

@@ -26,7 +26,7 @@ thread_balance::need thread_balance::took_call()
 
 bool thread_balance::waits_again()
 {
-    // Calls that come two at a time would have one rest and be woken again and again.
+    // With calls that come two at a time, one thread would rest and be woken again and again.
     const bool needed = waiting_ < waiting_limit + (calls_until_quiet_ > 0 ? 1 : 0);
     calls_until_quiet_ = std::max(calls_until_quiet_ - 1, 0);
     ++(needed ? waiting_ : resting_);

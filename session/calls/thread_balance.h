@@ -3,10 +3,10 @@
 
 namespace session {
 
-/// How many threads of a pool wait for a call, and how many rest meanwhile. One more waits than are at
-/// work, so that a call may wait for another one of the session: an open for the other end of a
-/// fifo, a file for the process that serves it. Hardly ever do two more wait: the kernel wakes all
-/// who wait for a call, not one of them. Counts only; whoever uses it locks it.
+/// How many threads of a pool wait for a call, and how many rest. At least one always waits besides those at
+/// work, because a call may depend on another call of the session: an open on the other end of a fifo, a file
+/// on the process that serves it. More than that rarely wait, because the kernel wakes all waiting threads
+/// for a call, not one of them. It only counts; its user locks it.
 class thread_balance {
 public:
     enum class need : unsigned char { nothing, wake_one, start_one };
@@ -14,14 +14,14 @@ public:
     /// A thread has started, and waits for a call.
     void started() { ++waiting_; }
 
-    /// A thread that waited has got a call: what it takes that somebody waits for the next one. Whoever
-    /// is to be woken counts as waiting at once; who is started does when it has `started`.
+    /// A waiting thread has received a call; returns what is needed so that another waits for the next one. A
+    /// thread to be woken counts as waiting at once, a started one when it has `started`.
     need took_call();
 
-    /// A thread's call is decided: whether it is to wait for the next one, else to rest.
+    /// A thread's call is decided; returns whether the thread is to wait for the next one, else it rests.
     bool waits_again();
 
-    /// Whether one that rests is wanted; if so it goes, and counts no more as wanted.
+    /// Whether a resting thread is wanted; if so it goes back and no longer counts as wanted.
     bool goes_back();
 
     int waiting() const { return waiting_; }

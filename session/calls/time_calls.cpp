@@ -30,7 +30,7 @@ planned change_times(notification& call, found_target found, const std::optional
     const target& object = *found;
     plan made{.targets = {object}};
     const bool now = !times || ((*times)[0].tv_nsec == UTIME_NOW && (*times)[1].tv_nsec == UTIME_NOW);
-    // Whoever may write to a file may say that it did so just now.
+    // A caller that may write to a file may set its times to now.
     if (now && !is_owner(call.who().rights(), object->about)) {
         made.rights = [&call, object] { return access_error(call.who(), object->file(), W_OK); };
         made.questions.push_back(access_to(object, kernel::may_write));
@@ -60,7 +60,7 @@ passed_times times_at(notification& call, std::uint64_t address)
     return times;
 }
 
-/// By a name, or by the descriptor in its place where there is no name.
+/// By a name or, without one, by the descriptor.
 found_target named_or_open(notification& call, int directory, int name, int flags)
 {
     return call.argument(name) == 0 && directory != AT_FDCWD ? open_target(call, directory)

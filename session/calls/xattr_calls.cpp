@@ -14,14 +14,14 @@
 #include "session/task/own_descriptors.h"
 #include "session/task/tracee_memory.h"
 
-// Extended attributes. Those of users are protected as a file's content is; the kernel has its own
-// rules for the others.
+// Extended attributes. Those of users are protected like a file's content; the kernel has its own rules for
+// the others.
 
 namespace session {
 
 namespace {
 
-/// How a call means its object: by a descriptor, or by a name whose last link is followed or not.
+/// How a call names its object: by a descriptor, or by a name whose last link is followed or not.
 enum class meant : unsigned char { descriptor, name, link };
 
 found_target target_of(notification& call, meant by)
@@ -42,7 +42,7 @@ passed_name attribute_name(const notification& call)
     return name;
 }
 
-/// What using the attribute in one way needs, but for doing it.
+/// A plan for one use of the attribute, without its action.
 planned plan_use(notification& call, const std::string& name, found_target found, int mask)
 {
     if (!found)

@@ -43,7 +43,7 @@ host::result<found_program> find_program(const caller& who, const exec_request& 
 
 found_program unreadable_program(host_path path)
 {
-    // A symbolic link as such cannot be opened.
+    // A symbolic link itself cannot be opened.
     return {unique_fd(::open("/proc/self/exe", O_PATH | O_NOFOLLOW | O_CLOEXEC)), std::move(path)};
 }
 
@@ -88,7 +88,7 @@ exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_prog
     decided.name = request.kernel_name();
     std::string name = decided.name;
     for (int interpreters = 0;; ++interpreters) {
-        // Before the content is looked at: a change after that shows at the exec's end.
+        // Taken before the content is read, so that a later change shows at the exec's end.
         const file_identity identity = settled_identity(program.file.get());
         if (!ask_hook(task, program, decided.name, bounds)) {
             answer.verdict = exec_verdict::refused;

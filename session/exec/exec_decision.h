@@ -14,9 +14,8 @@
 #include "session/task/caller.h"
 #include "session/task/program_file.h"
 
-// The decision about one exec, before the kernel does it: the hook is asked for the program
-// and, when that is a script, for each interpreter of its "#!" chain. The ELF loader is no
-// program of its own.
+// The decision about one exec, before the kernel does it: the hook is asked for the program and, when that is
+// a script, for each interpreter of its "#!" chain. The ELF loader does not count as a program.
 
 namespace session {
 
@@ -51,12 +50,12 @@ struct script_link {
     std::optional<file_identity> decided; ///< nothing: no file of that name has been decided
 };
 
-/// What an exec that was let go on must turn out to be.
+/// What an allowed exec must turn out to be.
 struct decided_exec {
-    std::string name;                 ///< kernel_name of the request
-    file_identity program = {};       ///< what /proc/PID/exe will be: the end of the chain
-    bool readable = true;             ///< whether the supervisor may read that program
-    std::string arguments;            ///< of a script: what the kernel puts in front, zero-terminated each
+    std::string name;           ///< kernel_name of the request
+    file_identity program = {}; ///< what /proc/PID/exe will be: the end of the chain
+    bool readable = true;       ///< whether the supervisor may read that program
+    std::string arguments; ///< of a script: the arguments that the kernel puts in front, each zero-terminated
     std::vector<script_link> scripts; ///< the chain's scripts, the one that was named first
 };
 
@@ -88,7 +87,7 @@ bool ask_hook(kernel::task_struct* task, const found_program& program, const std
 exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_program program,
                         const exec_request& request, const exec_bounds& bounds);
 
-/// What was decided for each task that is in the middle of an exec. Any thread.
+/// The decision for each task that is in the middle of an exec. Any thread.
 class pending_execs {
 public:
     void put(pid_t task, decided_exec decided);

@@ -30,8 +30,8 @@ struct new_image {
 
     bool fits(const decided_exec& decided) const
     {
-        // A program that may be executed but not read hides all of its process. Its decision was
-        // made without reading it; any other such program would have got the same.
+        // A program that may be executed but not read hides all of its process. It was decided without being
+        // read, and every other such program would have got the same decision.
         if (!file)
             return hidden && !decided.readable;
         return decided.program == identity && decided.name == name &&
@@ -53,9 +53,8 @@ struct new_image {
     file_identity identity;
 };
 
-/// The names under which an interpreter of unknown origin may go and open its script: what
-/// stands between the first argument and the program's name, which ends what the kernel puts in
-/// front of a script's arguments.
+/// The names under which an unverified interpreter may open its script: the arguments between the first one
+/// and the program's name, with which the kernel's additions to a script's arguments end.
 std::vector<script_link> possible_scripts(const new_image& image)
 {
     std::vector<script_link> links;

@@ -30,7 +30,7 @@ std::optional<interpreter_line> parse_interpreter_line(std::span<const char, pro
     while (end <= last && *end != '\n' && *end != '\0')
         ++end;
     if (end > last || *end != '\n') {
-        // Without a line end the name must be seen to end, else it may have been cut off.
+        // Without a line end, a blank must end the name, because it may have been cut off.
         const char* const name = std::find_if_not(start, last + 1, is_blank);
         if (name > last || std::find_if(name, last + 1, ends_name) > last)
             return std::nullopt;

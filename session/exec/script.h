@@ -17,9 +17,9 @@ struct interpreter_line {
     std::optional<std::string> argument;
 };
 
-/// What the "#!" line at the start of a program file names, by the rules of Linux 5.19 and
-/// later (fs/binfmt_script.c); nothing when the kernel would not take the file for a script.
-/// A shorter file is filled up with zero bytes.
+/// What the "#!" line at the start of a program file names, by the rules of Linux 5.19 and later
+/// (fs/binfmt_script.c); nothing when the file is no script for the kernel. A shorter file is filled up with
+/// zero bytes.
 std::optional<interpreter_line> parse_interpreter_line(std::span<const char, program_head_size> head);
 
 } // namespace session

@@ -35,11 +35,11 @@ public:
     /// nothing. Reads the file.
     std::optional<std::string> refused(const opened_file& opened, const exec_bounds& bounds);
 
-    /// Whether there is nothing left to wait for: all scripts have been opened, or the program
-    /// has made so many calls without doing it that it never will.
+    /// Whether the watch is over: all scripts have been opened, or the program has made so many other calls
+    /// that it is given up.
     bool finished() const;
 
-    /// Whether it is finished because of the latter.
+    /// Whether it was given up.
     bool gave_up() const;
 
     /// Whether the watch goes on when the process execs once more: "#!/usr/bin/env NAME" leaves the

@@ -30,7 +30,7 @@ namespace {
 constexpr int look_interval = 100; // milliseconds
 constexpr int port_attempts = 100;
 
-// No process id, and not where the kernel looks for a port id for those who name none.
+// Above all process ids, and outside the range from which the kernel assigns port ids itself.
 constexpr std::uint32_t first_port = 0x40000000;
 constexpr std::uint32_t port_bits = 0x3fffffff;
 
@@ -54,7 +54,7 @@ unique_fd open_socket()
     return socket;
 }
 
-/// Whether the port id can be had; 0 or the error.
+/// 0 when the port id is free, else the error.
 int try_port(std::uint32_t port)
 {
     const unique_fd socket = open_socket();
@@ -74,9 +74,8 @@ std::uint32_t free_port()
         if (error != EADDRINUSE)
             break;
     }
-    throw trouble(
-        fmt::format("no netlink port id to be had for the session: {}; name one with --channel-port",
-                    host::error_text(error)));
+    throw trouble(fmt::format("no free netlink port id for the session: {}; name one with --channel-port",
+                              host::error_text(error)));
 }
 
 std::uint32_t wanted_port(std::uint32_t port)
@@ -114,8 +113,8 @@ bool is_reload(std::string_view datagram)
     return header.nlmsg_type == message_policy && request.sub_type == policy_reload;
 }
 
-/// The switches stand at their defaults, which allow everything, while their files are read anew.
-/// No event is decided by them.
+/// While their files are read, the switches have their defaults, which allow everything. So no event is
+/// decided meanwhile.
 void handle(std::string_view datagram, const std::function<void()>& go_on)
 {
     std::optional<platform::hook_hold> events;
@@ -143,7 +142,7 @@ void settle_requests_of(pid_t task)
 channel::channel(std::function<void(bool)> look) : look_(std::move(look)), ended_(eventfd(0, EFD_CLOEXEC))
 {
     if (platform::netlink_descriptor() < 0)
-        throw trouble("the engine could not open its netlink socket; the kernel log has no more on that; "
+        throw trouble("the engine could not open its netlink socket; the kernel log says no more; "
                       "start the session again");
     if (!ended_)
         throw trouble(fmt::format("no event descriptor for the channel: {}", host::error_text(errno)));
@@ -174,7 +173,7 @@ void channel::run()
 void log_in(pid_t process, const std::string& user, std::uint32_t port)
 {
     const unique_fd socket = open_socket();
-    // In the place of the process, to which the answer goes. Nobody misses it where that fails.
+    // In place of the process, to which the answer goes. When this fails, the answer is not needed either.
     const sockaddr_nl its_address = address_of(static_cast<std::uint32_t>(process));
     [[maybe_unused]] const int bound =
         ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&its_address), sizeof its_address);

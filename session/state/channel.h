@@ -12,24 +12,24 @@
 #include "host/unique_fd.h"
 #include "session/state/options.h"
 
-// How agents and commands reach the engine: netlink, at a port id of the session's own. Root and
-// the supervisor's user are heard, and whoever the options name; of the supervised processes only
-// root's under a root supervisor, unless the options say otherwise: they could rename their user.
+// How agents and commands reach the engine: netlink, at a port id of the session's own. Root, the
+// supervisor's user and the users whom the options name may send. Of the supervised processes only root's
+// under a root supervisor may, unless the options allow all: they could record another user for themselves.
 
 namespace session {
 
 using host::unique_fd;
 
-/// Prepares the host's netlink for a module that is going to be started: where it listens, and
-/// who is heard. Returns the port id. Throws trouble where the host has no such netlink, or when
-/// the wanted port id is taken.
+/// Prepares the host's netlink before the engine starts: where the engine listens, and whose messages it
+/// gets. Returns the port id. Throws trouble where the host has no such netlink, or when the wanted port id
+/// is taken.
 std::uint32_t prepare_channel(const options& wanted);
 
-/// Returns when all that the process of `task` has asked of the engine so far is done. Before
-/// each decision about it; may take as long as a reload.
+/// Returns when every request that the process of `task` has sent so far is done. To be called before each
+/// decision about it; may take as long as a reload.
 void settle_requests_of(pid_t task);
 
-/// The thread that brings messages to a started engine, until destruction. Reloads run in it.
+/// The thread that hands messages to a started engine, until destruction. Reloads run in it.
 class channel {
 public:
     /// `look` is called on that thread after each batch of messages, and every 100 ms. Throws

@@ -3,9 +3,8 @@
 
 namespace session {
 
-/// Whether the engine refuses what its policy does not allow (system status 3 and above); below that
-/// it observes or is off. What cannot be decided for a reason of the supervisor's own is refused
-/// exactly then.
+/// Whether the engine refuses what its policy does not allow (system status 3 and above); below that it
+/// observes or is off. When the supervisor itself fails to decide a call, it refuses it exactly then.
 bool is_enforcing();
 
 } // namespace session

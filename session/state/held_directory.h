@@ -9,8 +9,8 @@
 
 namespace session {
 
-/// A directory that a session stands on, held so that it stays the same one whatever becomes of its
-/// names: moved away or exchanged, it is still the one that is read and written. Any thread.
+/// A directory that a session uses, held open: the session reads and writes this same directory even after it
+/// was moved or its name was exchanged. Any thread.
 class held_directory {
 public:
     /// Throws trouble when there is no directory of that name; `what` is what messages call it.
@@ -19,8 +19,8 @@ public:
     /// A path that leads to it, for this process only.
     std::string link() const;
 
-    /// Its path by now, without links. The host may know of none: then the last one that it had here,
-    /// which is no path of anything else's that the session would have to let go.
+    /// Its present path, without links; the last known one when the host knows none, as then no other file
+    /// can have that path.
     std::string path() const;
 
     /// Which one it is.

@@ -13,7 +13,7 @@ void losses::add(kind what, int error, unsigned long count)
         return;
     constexpr const char* names[] = {"the kernel log", "a log below the state directory",
                                      "the status directory"};
-    say(fmt::format("{} cannot be written: {}; what would stand there is being lost",
+    say(fmt::format("{} cannot be written: {}; its content is being lost",
                     names[static_cast<std::size_t>(what)], host::error_text(error)));
 }
 

@@ -7,8 +7,8 @@
 
 namespace session {
 
-/// Counts what a session could not write down, for want of room on a disk for one, and tells people of
-/// it at once: one line for each kind. Any thread.
+/// Counts the writes that a session could not do, for example on a full disk, and reports the first of each
+/// kind at once. Any thread.
 class losses {
 public:
     enum class kind : unsigned char {
@@ -22,7 +22,8 @@ public:
 
     unsigned long count(kind what) const { return counts_[static_cast<std::size_t>(what)].load(); }
 
-    /// Whether something is lost for good; the status is written again as soon as there is room.
+    /// Whether something is lost for good. The status does not count, because it is written again as soon as
+    /// there is room.
     bool any() const { return count(kind::kernel_log) + count(kind::engine_files) != 0; }
 
 private:

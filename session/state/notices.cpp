@@ -19,7 +19,7 @@ namespace session {
 namespace {
 
 constexpr int last_patience = 500;    // milliseconds
-constexpr std::size_t at_once = 4096; // a pipe that takes anything takes that much
+constexpr std::size_t at_once = 4096; // a pipe that is writable takes that much
 
 std::atomic<notices*> speaker{nullptr};
 
@@ -97,7 +97,7 @@ std::string notices::next()
     if (missing_ == 0)
         return {};
     const std::size_t missing = std::exchange(missing_, 0);
-    return fmt::format("sorvanic: {} lines are missing: standard error took no more\n", missing);
+    return fmt::format("sorvanic: {} lines are missing: standard error did not take them\n", missing);
 }
 
 bool notices::takes_more(int milliseconds) const

@@ -16,15 +16,14 @@ namespace session {
 /// else in one write before it returns.
 void say(const std::string& text);
 
-/// The same without the beginning and the line end: a piece of the kernel log, for one.
+/// The same without the prefix and the line end, for example for the kernel log.
 void show(std::string text);
 
-/// Text for people, which no decision waits for: a terminal that is stopped (^S) or a pipe that
-/// nobody reads would otherwise hold up whoever writes. A thread of its own writes what is added,
-/// in order, as soon as the descriptor takes it.
+/// Text for people that holds up no decision, even when the terminal is stopped (^S) or nobody reads the
+/// pipe. A thread of its own writes the texts in order, as soon as the descriptor takes them.
 ///
-/// At most `most_waiting` texts wait. More are counted, and a line tells how many are missing.
-/// Where no thread is to be had, a text is written when it can be at once, else it counts as missing.
+/// At most `most_waiting` texts wait. More are counted, and a line tells how many are missing. Without a
+/// thread, a text that cannot be written at once counts as missing.
 class notices {
 public:
     static constexpr std::size_t most_waiting = 1000;
@@ -33,8 +32,8 @@ public:
     /// meanwhile. Starts a thread: not before the session's first process is forked.
     explicit notices(int descriptor);
 
-    /// Writes what waits, for as long as the descriptor takes it; half a second is given to it to
-    /// begin with that. What it does not take then is dropped. Nobody adds any more.
+    /// Writes what waits as long as the descriptor takes it, and waits half a second for it to begin. Drops
+    /// the rest. No thread adds text any more.
     ~notices();
 
     notices(const notices&) = delete;
@@ -56,7 +55,7 @@ private:
     std::deque<std::string> waiting_; ///< this and the following under lock_
     std::size_t missing_ = 0;
     bool ended_ = false;
-    std::thread thread_; ///< none where the host gave none
+    std::thread thread_; ///< none when the host gave none
 };
 
 } // namespace session

@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-// What a session is asked to be.
+// The options of a session.
 
 namespace session {
 
-/// What a session decides beside what every one does.
+/// Rules that only some sessions have.
 struct session_rules {
-    bool every_io = false;   ///< file_permission at each read and write, too
+    bool every_io = false;   ///< also file_permission at each read and write
     bool namespaces = false; ///< its processes may change mounts and namespaces
     /// In bytes: larger programs are refused without a look at their content.
     std::uint64_t largest_program = std::uint64_t{4} << 30;
@@ -28,16 +28,16 @@ struct options {
     std::string user;                     ///< login user recorded for the tree; empty: none
     std::string log;                      ///< kernel log file; "-": standard error; empty: below `state`
     std::uint32_t channel_port = 0;       ///< netlink port id of the agent channel; 0: a free one
-    std::vector<uid_t> channel_users;     ///< heard on it beside root and the supervisor's own user
-    bool channel_inside = false;          ///< supervised processes are heard, too
-    session_rules rules;                  ///< what is decided, beside what always is
+    std::vector<uid_t> channel_users;     ///< may send on it, besides root and the supervisor's own user
+    bool channel_inside = false;          ///< supervised processes may send too
+    session_rules rules;                  ///< decisions that only some sessions make
     std::chrono::milliseconds stop_timeout = std::chrono::seconds(10); ///< from SIGTERM to the kill
-    bool lossy = false; ///< what could not be written down does not change the exit status
+    bool lossy = false; ///< lost writes do not change the exit status
     bool quiet = false; ///< no line on standard error for each refusal
-    /// Makes an agent that gets the audit records, in this process; empty: none. Called with the
-    /// channel's port id before anything is decided, and sends the helo from a socket at the
-    /// supervisor's process id. The agent is destroyed when all is decided, and its quit heard.
-    /// What this throws ends the session.
+    /// Makes an agent that gets the audit records, in this process; empty: none. Called with the channel's
+    /// port id before anything is decided, and sends the helo from a socket at the supervisor's process id.
+    /// The agent is destroyed after the last decision, and its quit is handled. An exception ends the
+    /// session.
     std::function<std::shared_ptr<void>(std::uint32_t port)> make_agent;
     std::vector<std::string> command; ///< program (searched in PATH as execvp does) and arguments; not empty
 };

@@ -15,7 +15,7 @@ void refusals::add(const std::string& path, pid_t task, bool killed)
         return;
     say(fmt::format("refused: {} (pid {}, {}){}", host::visible(path), task,
                     host::visible(host::command_name(task)),
-                    killed ? ", ended: it came in the place of another program" : ""));
+                    killed ? ", killed: it took the place of another program" : ""));
 }
 
 void refusals::add_up() const

@@ -10,7 +10,7 @@
 
 namespace session {
 
-/// Counts refused execs and tells the user of them: one line each on standard error. Any thread.
+/// Counts refused execs and reports each in a line on standard error. Any thread.
 class refusals {
 public:
     explicit refusals(bool shown) : shown_(shown) {}
@@ -18,7 +18,7 @@ public:
     /// `killed`: the kernel had started the program when it was refused, so its process is ended.
     void add(const std::string& path, pid_t task, bool killed);
 
-    /// Why a call was refused that could not be decided: the supervisor's own failures.
+    /// The supervisor's own failures, for which calls were refused undecided.
     enum class failure : unsigned char { no_memory, unreadable, other };
     void add_failure(failure why)
     {
@@ -29,7 +29,7 @@ public:
         return failures_[static_cast<std::size_t>(why)].load(std::memory_order_relaxed);
     }
 
-    /// Something was let go on without a decision.
+    /// An event was let through without a decision.
     void add_undecided() { undecided_.fetch_add(1, std::memory_order_relaxed); }
 
     unsigned long count() const { return count_.load(std::memory_order_relaxed); }

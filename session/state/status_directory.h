@@ -15,15 +15,14 @@ namespace session {
 /// long as the session lives, the file with the port id is locked (flock, exclusively).
 class status_directory {
 public:
-    /// Makes it and takes the lock. Throws trouble when that cannot be done, or another session has
-    /// it.
+    /// Makes it and takes the lock. Throws trouble when that fails, or when another session has the lock.
     explicit status_directory(const held_directory& state);
 
     void publish_port(std::uint32_t port) const;
 
-    /// Replaces a file in one step. Where there is no room for another file, the present one is written
-    /// over, in room that was reserved for that: whoever reads it just then sees a part of each.
-    /// Returns 0, or the error with which the file is left as it was.
+    /// Replaces a file in one step. Where there is no room for another file, it overwrites the present one in
+    /// room that was reserved for that: a reader at that moment sees a part of each. Returns 0, or the error
+    /// with which the file is left as it was.
     int publish(const std::string& name, const std::string& text);
 
 private:

@@ -74,7 +74,7 @@ unique_fd caller::root() const
 std::shared_ptr<const unique_fd> caller::working_directory() const
 {
     const auto open = [&] { return open_proc(task_, "cwd", O_PATH); };
-    if (has_own_root()) // where mounts may change, it can be moved by others
+    if (has_own_root()) // where mounts may change, others can move it
         return std::make_shared<const unique_fd>(open());
     return known_.places->directory.get(open);
 }
@@ -86,7 +86,7 @@ unique_fd caller::descriptor(int number) const
 
 open_mode caller::mode_of(int number) const
 {
-    // The link's own permissions tell it.
+    // The link's own permissions show that.
     const unique_fd link = open_proc(task_, fmt::format("fd/{}", number), O_PATH | O_NOFOLLOW);
     struct stat about = {};
     if (link)

@@ -10,7 +10,7 @@
 #include "session/task/known_tasks.h"
 #include "session/task/mount_table.h"
 
-// A supervised task as one who names files: its places and its rights.
+// A supervised task that names files: its directories and its rights.
 
 namespace session {
 
@@ -27,11 +27,11 @@ struct open_mode {
     bool writes; ///< neither: opened with O_PATH
 };
 
-/// What /proc tells of a task. Valid while the task cannot go away: it waits for the session's
-/// answer, or is stopped. All descriptors are O_PATH; an empty one, and errno, on failure.
+/// What /proc shows of a task. Valid while the task cannot end: it waits for the session's answer, or is
+/// stopped. All descriptors are O_PATH; an empty one, and errno, on failure.
 class caller {
 public:
-    /// One of whom nothing is known: it is asked anew for everything.
+    /// A task of which nothing is known: everything is read from /proc.
     explicit caller(pid_t task);
     caller(pid_t task, known_task known);
 
@@ -43,8 +43,8 @@ public:
     bool is_known() const { return known_rights_; }
     mode_t umask() const { return static_cast<mode_t>(known_.places->umask.load()); }
 
-    /// Whether names may mean something else to it than to the supervisor, beside what "/proc/self"
-    /// is and where relative ones begin.
+    /// Whether names may mean something else to it than to the supervisor, apart from "/proc/self" and the
+    /// start of relative names.
     bool has_own_root() const { return known_.places->own_root.load(); }
 
     /// The same with the rights that access(2) is about.
@@ -61,7 +61,7 @@ public:
     /// What is mounted in its namespace, as it sees that.
     mount_table mounts() const;
 
-    /// What "/proc/self" and "/proc/thread-self" are to it.
+    /// Its own meaning of "/proc/self" and "/proc/thread-self".
     unique_fd process_directory() const;
     unique_fd thread_directory() const;
 

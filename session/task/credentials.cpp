@@ -65,7 +65,7 @@ std::optional<task_status> read_status(pid_t task)
     gid_t saved_group = 0;
     host::numbers users(status->field("Uid"));
     host::numbers groups(status->field("Gid"));
-    // Without any of these it is no whole status, and what it lacks must not count as root's.
+    // Without one of these fields the status is not whole, and a missing field must not count as root's.
     if (!users.next(rights.real_user) || !users.next(rights.effective_user) || !users.next(seen.saved_user) ||
         !users.next(rights.user) || !groups.next(rights.real_group) || !groups.next(rights.effective_group) ||
         !groups.next(saved_group) || !groups.next(rights.group))
@@ -75,7 +75,7 @@ std::optional<task_status> read_status(pid_t task)
         rights.groups.push_back(group);
     rights.permitted = status->number<std::uint64_t>("CapPrm", 0, 16);
     rights.capabilities = status->number<std::uint64_t>("CapEff", 0, 16);
-    // In a namespace of its own it has them over nothing that is outside.
+    // Capabilities in a user namespace of its own give no right over files outside.
     if ((rights.permitted | rights.capabilities) != 0 && has_other_users(task))
         rights.permitted = rights.capabilities = 0;
     seen.umask = status->number<mode_t>("Umask", 0, 8);
@@ -93,8 +93,8 @@ const credentials& own_credentials()
     return own;
 }
 
-// libc's functions would change every thread; the calls themselves change one. The effective user
-// changes, too: some of the host's own files (below /proc/sys) are judged by it.
+// The system calls change one thread, where libc's functions would change all. The effective user changes
+// too, because the host judges some of its own files (below /proc/sys) by it.
 void as_caller::take_on(const credentials& rights)
 {
     const credentials& own = own_credentials();
@@ -127,7 +127,7 @@ as_caller::as_caller(pid_t task)
         take_on(status->rights);
 }
 
-// The user comes first on the way back: the rest needs privilege.
+// On the way back the user comes first, because the rest needs privilege.
 as_caller::~as_caller()
 {
     if (!switched_)

@@ -7,11 +7,11 @@
 #include <optional>
 #include <vector>
 
-// The rights of a task, and doing something with them.
+// The rights of a task, and how to act with them.
 
 namespace session {
 
-/// What a task may do to files is judged by these.
+/// The ids and capabilities that decide what a task may do to files.
 struct credentials {
     uid_t real_user;
     uid_t effective_user;
@@ -46,9 +46,8 @@ std::optional<task_status> read_status(pid_t task);
 /// The supervisor's own rights, as they were when this was first asked.
 const credentials& own_credentials();
 
-/// Gives the calling thread the rights of a task for one scope, when the supervisor is root (else
-/// they are its own, or the host would not let it have them). Only this thread changes. Within
-/// such a scope another one changes nothing.
+/// Gives the calling thread the rights of a task for one scope when the supervisor is root. Otherwise the
+/// rights are its own, or the host denies them. Only this thread changes. An inner scope changes nothing.
 class as_caller {
 public:
     explicit as_caller(const credentials& rights);

@@ -139,7 +139,7 @@ void known_tasks::unshares_places(pid_t task)
     // The table and the call have it.
     if (of.places.use_count() <= 2)
         return;
-    // Should the kernel fail it, others still change what this one remembers.
+    // If the kernel fails the call, tasks that share it still change what this one remembers.
     of.places->certain.store(false);
     of.places->own_root.store(true);
     of.places = copy_of(*of.places);

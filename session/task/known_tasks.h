@@ -14,11 +14,11 @@
 
 namespace session {
 
-/// What tasks that were made with CLONE_FS have in common, as far as it is known here.
+/// What tasks that were made with CLONE_FS share, as far as it is known here.
 struct shared_places {
     std::atomic<int> umask{-1};        ///< -1: not known
-    std::atomic<bool> own_root{false}; ///< may have another root than the supervisor, since some time
-    std::atomic<bool> certain{true};   ///< false: who has them in common is not known, so ask each time
+    std::atomic<bool> own_root{false}; ///< may have another root than the supervisor
+    std::atomic<bool> certain{true};   ///< false: which tasks share them is not known, so read them each time
     working_directory directory;
 };
 
@@ -38,9 +38,9 @@ struct known_task {
     int in_kernel = -1; ///< the number of its last call, if a signal may find that in the kernel itself
 };
 
-/// What the session knows of its tasks, because asking /proc costs more than most decisions. A task
-/// alone changes its rights, and by calls that the session sees, so that what is forgotten before
-/// such a call goes on is not known anew until it is done. Any thread.
+/// What the session knows of its tasks, cached because reading /proc costs more than most decisions. A task
+/// changes only its own rights, and by calls that the session sees: the entry is dropped before such a call
+/// goes on, and not filled again until it is done. Any thread.
 class known_tasks {
 public:
     /// Every event of a task begins here, before anything is decided for it: its last call is over.
@@ -62,7 +62,7 @@ public:
     void changes_directory(pid_t task);
     void unshares_places(pid_t task);
 
-    /// What a signal does to the call of that number is the kernel's own affair from now on.
+    /// From now on the kernel decides what a signal does to the call of that number.
     void goes_to_kernel(pid_t task, int number);
 
     /// Whether that was the last call of the task.

@@ -12,8 +12,8 @@ namespace {
 
 using host::unique_fd;
 
-// Kept open: each file that a session opens is looked up here twice, and the way from the root to
-// the links costs more than the links.
+// Kept open, because each file that a session opens is looked up here twice, and the path to the links costs
+// more than the links themselves.
 int directory()
 {
     static const unique_fd links(::open("/proc/self/fd", O_PATH | O_DIRECTORY | O_CLOEXEC));

@@ -31,7 +31,7 @@ namespace {
 
 constexpr ino_t proc_root = 1;
 
-/// What handlers ask about.
+/// The facts that planners need.
 struct stat as_stat(const struct statx& of)
 {
     struct stat about = {};
@@ -132,7 +132,7 @@ bool is_of_supervisor(const unique_fd& file, const std::string& path)
         return false;
     at = 1;
     for (std::string number; !(number = next_number(path, at)).empty();) {
-        // Other numbers are those of descriptors, interrupts, or directories above this proc.
+        // Other numbers name descriptors, interrupts, or directories above this proc.
         struct stat above;
         if (access(fmt::format("/proc/self/task/{}", number).c_str(), F_OK) == 0 &&
             (stat(path.substr(0, at - number.size() - 1).c_str(), &above) != 0 || above.st_ino == proc_root))
@@ -162,7 +162,7 @@ std::optional<mode_t> mode_without_rights(const struct stat& object)
 
 mode_t without_umask(const caller& who, const unique_fd& directory, mode_t mode)
 {
-    // A directory's default access list takes the place of the mask.
+    // A directory's default access list replaces the mask.
     if (getxattr(link_to(directory.get()).c_str(), "system.posix_acl_default", nullptr, 0) > 0)
         return mode;
     return mode & ~who.umask();

@@ -11,14 +11,14 @@
 #include "session/task/program_file.h"
 #include "session/task/resolve.h"
 
-// What handlers have in common: objects that a call means, pinned and as hooks see them, and the
-// caller's rights to them.
+// Shared by the planners: the objects that a call means, pinned and as hooks see them, and the caller's
+// rights to them.
 
 namespace session {
 
 /// An object of the host that a call means.
 struct pinned_object {
-    std::shared_ptr<const unique_fd> pin; ///< O_PATH; the entry has it, too
+    std::shared_ptr<const unique_fd> pin; ///< O_PATH; shared with the entry
     struct stat about = {};
     host_path path;
     platform::dentry_handle entry;
@@ -39,10 +39,9 @@ pinned_object by_other_path(const pinned_object& object, std::size_t which);
 platform::dentry_handle entry_in(const pinned_object& directory, const std::string& last,
                                  const unique_fd& object);
 
-/// Whether it belongs to the session itself: a file of its state directory, or of the supervisor's
-/// entry in any proc. What it publishes for others may be read by its own processes, too. While
-/// enforcing also what has no path, or is a directory of names with paths too long, that rules could
-/// judge it by.
+/// Whether it belongs to the session itself: a file of its state directory, or of the supervisor's entry in
+/// any proc. Its own processes may read what it publishes for others. While enforcing, also an object that
+/// rules cannot judge: one without a path, or a directory whose entries have too long ones.
 bool is_off_limits(const pinned_object& object, const std::string& state_directory,
                    bool only_to_read = false);
 

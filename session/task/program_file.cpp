@@ -25,21 +25,20 @@ constexpr const char* unknown_path = "/../unknown";
 
 unique_fd open_to_read(int fd)
 {
-    // A file that may be executed is regular: no open of one blocks for long or acts on a device.
+    // An executable file is regular, so opening it neither blocks for long nor acts on a device.
     return reopen(fd, O_RDONLY | O_CLOEXEC);
 }
 
-/// Whether somebody may be about to change the content without a trace in the file's times:
-/// stores through a shared mapping whose pages are dirty already leave none, and such a mapping
-/// lasts no longer than its file is open for writing. The host tells by refusing a read lease
-/// (fcntl(2)). For files of others, it lets only root ask; those that their owner alone may
-/// write are the owner's affair.
+/// Whether a process may change the content without a trace in the file's times: stores through a shared
+/// mapping leave none when its pages are already dirty, and such a mapping keeps the file open for writing.
+/// The host shows that by refusing a read lease (fcntl(2)). Only root may ask this about files of other
+/// users; a file that only its owner may write is the owner's responsibility.
 bool may_be_written_to(int fd)
 {
     const unique_fd file = open_to_read(fd);
     if (!file)
-        return !host::is_denial(errno); // no decision depends on what cannot be read
-    // Not SIGIO, which ends a process, should somebody open the file at this very moment.
+        return !host::is_denial(errno); // no decision depends on an unreadable file
+    // Not SIGIO, which would end the process if the file were opened at this very moment.
     fcntl(file.get(), F_SETSIG, SIGURG);
     if (fcntl(file.get(), F_SETLEASE, F_RDLCK) == 0) {
         fcntl(file.get(), F_SETLEASE, F_UNLCK);
@@ -112,7 +111,7 @@ host_path path_of(int fd)
 
     constexpr std::string_view suffix = " (deleted)";
     if (path.text.ends_with(suffix)) {
-        // Or the file really is called that.
+        // Unless the file really has that name.
         struct stat named;
         struct stat pinned;
         path.deleted = lstat(path.text.c_str(), &named) != 0 || fstat(fd, &pinned) != 0 ||

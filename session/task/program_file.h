@@ -29,10 +29,9 @@ struct file_identity {
 /// The identity of the file behind a descriptor; not known when the host does not tell.
 file_identity identity_of(int fd);
 
-/// The same, once a later change can no longer carry the same time of change: a file that was
-/// changed within the running tick of the kernel's clock is waited for, some milliseconds. One
-/// that keeps changing, that somebody has open for writing, or of which the host does not tell
-/// that, has no identity.
+/// The same, once a later change can no longer carry the same time of change: for a file that was changed
+/// within the present tick of the kernel's clock, it waits some milliseconds. One that keeps changing, that
+/// somebody has open for writing, or of which the host does not tell that, has no identity.
 file_identity settled_identity(int fd);
 
 /// Whether it is a regular file that the calling thread, by its ids, may execute.
@@ -57,7 +56,7 @@ host_path path_of(int fd);
 /// The file as the engine sees it: pinned, by that path.
 platform::file_handle pinned_file(int fd, const host_path& path);
 
-/// As much of a program file as the kernel looks at to tell what it is.
+/// The number of bytes by which the kernel recognises a program file.
 inline constexpr std::size_t program_head_size = 256;
 
 /// The first bytes of the file, zero-filled; all zero when it cannot be read.

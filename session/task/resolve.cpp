@@ -62,8 +62,8 @@ unique_fd open_beneath(int directory, const std::string& name, int flags, std::u
     return unique_fd(static_cast<int>(syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how)));
 }
 
-/// The host's own walk, which starts at the supervisor's root and takes "/proc/self" for the
-/// supervisor. Nothing where that may have mattered.
+/// The host's own walk, which starts at the supervisor's root and takes "/proc/self" for the supervisor.
+/// Nothing where that may have changed the result.
 std::optional<resolved> walk_at_once(int start, const std::string& name, int flags)
 {
     unique_fd found = open_beneath(start, name, flags, RESOLVE_NO_MAGICLINKS);
@@ -81,7 +81,7 @@ std::optional<resolved> walk_at_once(int start, const std::string& name, int fla
     // From within proc, "self" needs neither links that lead out of it nor other mounts.
     if (start >= 0 && is_proc(start))
         return std::nullopt;
-    // Without links or without other mounts, no other name leads to "/proc/self".
+    // Any other walk without links, or within one mount, cannot lead to "/proc/self".
     constexpr std::uint64_t less[] = {RESOLVE_NO_SYMLINKS, RESOLVE_NO_XDEV | RESOLVE_NO_MAGICLINKS};
     for (const std::uint64_t without : less)
         if (!open_beneath(start, name, flags, without) && errno == error)
@@ -172,8 +172,8 @@ private:
                 return;
             }
             if (!top) {
-                // A link to an open file or a place of some task: its text is not where it leads. Those of
-                // the supervisor are there for itself, whose rights the host judges these by.
+                // A link to an open file or directory of a task does not lead where its text says. Links of
+                // the supervisor's own entry are only for itself: the host judges them by its rights.
                 if (is_of_supervisor(at_, path_of(at_.get()).text))
                     fail(EPERM);
                 else
@@ -277,7 +277,7 @@ resolved_parent parent_from(const caller& who, int start, std::string_view name)
     std::string last(name.substr(slash + 1, end - slash));
     if (end + 1 < name.size())
         last += '/';
-    // Also when it is the start itself: that it is a directory, and may be searched.
+    // Checked for the start too: it must be a directory that may be searched.
     const std::string before =
         slash == std::string_view::npos ? "./" : std::string(name.substr(0, slash + 1));
     resolved parent = walk_from(who, start, before, true);

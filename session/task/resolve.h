@@ -9,8 +9,8 @@
 
 #include "session/task/caller.h"
 
-// What names mean to a supervised task. "/proc/self" and "/proc/thread-self" are the task, of any
-// mount of proc; links to open files lead to those. All is done with the task's rights.
+// What names mean to a supervised task. "/proc/self" and "/proc/thread-self" mean the task, in every mount of
+// proc; links to open files lead to these files. All look-ups use the task's rights.
 
 namespace session {
 
@@ -18,7 +18,7 @@ namespace session {
 struct resolved {
     unique_fd file;
     int error = 0;
-    struct statx about = {}; ///< of the file, where the walk had to look; with an empty mask elsewhere
+    struct statx about = {}; ///< of the file, if the walk read it; else with an empty mask
 };
 
 /// Finds what `name` means to `who`: from its working directory, or the directory that its
@@ -33,17 +33,17 @@ struct resolved_parent {
     std::string last; ///< with a "/" at its end when the name has one there
     int error = 0;
 
-    /// Whether the last component can be made, taken away or renamed at all; calls on "/", "." and
-    /// ".." always fail, each in its way.
+    /// Whether the last component can be made, removed or renamed at all: calls on "/", "." and ".." always
+    /// fail, each with its own error.
     bool is_name() const;
 };
 
 resolved_parent resolve_parent(const caller& who, int directory, std::string_view name);
 
-/// The same from a directory on, as it is done for a link's text.
+/// The same from a directory on, as for the text of a link.
 resolved_parent resolve_parent_from(const caller& who, const unique_fd& start, std::string_view name);
 
-/// What the link at `last` in `directory`, pinned as `link`, leads to.
+/// The file to which the link `last` in `directory`, pinned as `link`, leads.
 resolved resolve_link(const caller& who, const unique_fd& directory, const std::string& last);
 
 /// Whether the host's fs.protected_symlinks lets `who` follow a link in that directory.

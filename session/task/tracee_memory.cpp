@@ -92,7 +92,7 @@ bool read_memory(pid_t task, std::uint64_t address, void* into, std::size_t size
 bool may_read_memory(pid_t task)
 {
     char byte;
-    // Nothing is mapped there, but who may not read is told so first.
+    // Nothing is mapped at this address, but missing rights are reported first.
     return read_bytes(task, 0, &byte, 1) || !host::is_denial(errno);
 }
 
@@ -103,7 +103,7 @@ bool write_memory(pid_t task, std::uint64_t address, const void* from, std::size
     const auto wanted = static_cast<ssize_t>(size);
     if (process_vm_writev(task, &local, 1, &remote, 1, 0) == wanted)
         return true;
-    // Through the task's own permissions only: what it may not write to, no call of its own could.
+    // By the task's own page permissions only, because its own calls could not write elsewhere.
     const as_caller rights(task);
     return process_vm_writev(task, &local, 1, &remote, 1, 0) == wanted;
 }

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
-// Reading a supervised task's memory. All of it is the task's own word: it may change while it
-// is read, and only what the kernel does with it counts.
+// Reading a supervised task's memory. The task may change it at any time, so it is never proof of what the
+// kernel will do.
 
 namespace session {
 
@@ -24,10 +24,10 @@ int read_name(pid_t task, std::uint64_t address, std::string& into);
 /// An object of that size at `address`; false when not all of it may be read.
 bool read_memory(pid_t task, std::uint64_t address, void* into, std::size_t size);
 
-/// Whether the host lets us read its memory at all: false only if it denies that.
+/// Whether the host lets the supervisor read its memory at all: false only if it denies that.
 bool may_read_memory(pid_t task);
 
-/// Copies the other way round.
+/// Copies an object into the task's memory.
 bool write_memory(pid_t task, std::uint64_t address, const void* from, std::size_t size);
 
 /// The program name that the kernel gave the task's present program (AT_EXECFN), or nothing.

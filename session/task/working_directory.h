@@ -8,14 +8,13 @@
 
 namespace session {
 
-/// Where the relative names of tasks begin that have that in common, kept between their calls:
-/// opening it costs more than most of what they do there. What one of them is about to change is
-/// not kept before that is done. Any thread.
+/// The working directory that some tasks share, kept open between their calls because opening it costs more
+/// than most calls. While one of them is about to change it, it is not kept. Any thread.
 class working_directory {
 public:
     using descriptor = std::shared_ptr<const host::unique_fd>;
 
-    /// What is kept, or what `open` returns.
+    /// The kept descriptor, or the result of `open`.
     template <typename Open>
     descriptor get(Open open)
     {
@@ -33,7 +32,7 @@ public:
         return opened;
     }
 
-    /// A task's way from one to another, from before the host begins with it until it has ended.
+    /// A task's move to another directory, from before the host's call begins until it has ended.
     class move {
     public:
         explicit move(working_directory& of) : of_(of) { of_.count(1); }
@@ -50,7 +49,7 @@ private:
     {
         const std::lock_guard guard(lock_);
         movers_ += movers;
-        ++changes_; // at the end, too: who has looked meanwhile may have seen either
+        ++changes_; // also at the end: a look-up meanwhile may have seen either directory
         kept_.reset();
     }
 

@@ -36,7 +36,7 @@ void lifecycle::fork_done(pid_t parent, const tracee& of, int event)
     const unsigned long flags = clone_flags(parent).value_or(0);
     const auto child = event_message(parent, event);
     if (!child)
-        return; // its exit is reported next, and tells
+        return; // its exit is reported next
     birth(parent, flags, static_cast<pid_t>(*child));
     resume(parent, of);
 }
@@ -77,15 +77,15 @@ void lifecycle::unreported_births(pid_t parent)
             born.push_back(std::stoi(entry.path().filename()));
     }
     for (const pid_t child : born) {
-        // Not those that have been followed to their end and wait for this parent only.
+        // Not tasks that were followed to their end and only wait for this parent.
         const auto status = host::proc_status::of(child);
         if (status && status->number("TracerPid", 0) != 0)
             birth(parent, *flags, child);
     }
 }
 
-// When nothing else is reported, whoever has made a task that waits for its birth is not going to tell
-// any more: it was killed, more than once, and did not even stop on its way out.
+// When nothing else is reported, the parent of a task that waits for its birth will not report it any more:
+// it was killed, more than once, and did not even stop on its way out.
 void lifecycle::lost_births()
 {
     for (const pid_t task : deferred_.tasks(deferred_reports::until::birth, std::chrono::seconds(1))) {

@@ -10,19 +10,18 @@
 
 namespace session {
 
-/// Wait statuses that cannot be acted upon yet, one a task: what is reported of a task before its birth
-/// is, and births and ends that have to wait for what their process has asked of the engine. On the
-/// tracer's thread.
+/// Wait statuses that cannot be handled yet, one for each task: reports of a task before that of its birth,
+/// and births and ends that wait for requests of their process to the engine. On the tracer's thread.
 class deferred_reports {
 public:
     enum class until : unsigned char { birth, requests };
 
-    /// In place of an earlier one of the task: it has left that stop. Its age stays the earlier one's.
+    /// Replaces an earlier status of the task, which has left that stop; keeps the earlier one's age.
     void put(pid_t task, int status, until what);
 
     std::optional<int> take(pid_t task);
 
-    /// The same if it tells of the task's end.
+    /// The same if it reports the task's end.
     std::optional<int> take_end(pid_t task);
 
     /// The tasks whose reports wait for that, and for so long at least.

@@ -8,7 +8,7 @@
 
 namespace session {
 
-// In a kernel a request is done when its sender goes on.
+// In a kernel a request is done before its sender goes on.
 bool lifecycle::waits_for_requests(pid_t task, const tracee& of, int status) const
 {
     if (WIFSTOPPED(status)) {
@@ -27,7 +27,7 @@ bool lifecycle::waits_for_requests(pid_t task, const tracee& of, int status) con
     return !platform::netlink_is_settled(platform::process_of(task));
 }
 
-// A task that has ended need not wait any longer when another one has its id.
+// A task that has ended need not wait once another one has its id.
 void lifecycle::end_deferred(pid_t task)
 {
     if (const auto status = deferred_.take_end(task))
@@ -43,8 +43,8 @@ void lifecycle::exiting(pid_t task, tracee& of)
         root_status_ = static_cast<int>(code);
     of.exited = true;
     of.watch.reset();
-    // It runs no more code of its own. Let go, it is reported to its parent at the moment it ends, not
-    // first to this process; and nobody waits for files that it closes.
+    // It runs no more code of its own. Once it is let go, the host reports its end to its parent at once and
+    // not first to this process, and nobody waits for files that it closes.
     if (ask(PTRACE_DETACH, task) != 0)
         return; // it is being killed, and reported once more
     if (adopts_orphans_ && task != root_)
@@ -86,7 +86,7 @@ void lifecycle::announce_rest() const
 {
     const std::lock_guard guard(lock_);
     if (!tracees_.empty() && isatty(STDERR_FILENO) != 0)
-        say("the command has ended; waiting for what it has left running (Ctrl-C ends that)");
+        say("the command has ended; waiting for the processes that it has left (Ctrl-C ends them)");
 }
 
 } // namespace session

@@ -20,7 +20,7 @@ errands::errands(std::function<void()> wake) : wake_(std::move(wake))
 {
     const std::lock_guard guard(lock_);
     if (!add_thread())
-        throw trouble("no thread to be had for the session's decisions; raise the limit on processes "
+        throw trouble("the host gives no thread for the session's decisions; raise the limit on processes "
                       "(ulimit -u, or the container's)");
 }
 
@@ -37,7 +37,7 @@ void errands::give(pid_t task, work what, finish failed)
     const std::lock_guard guard(lock_);
     given_.push_back(made);
     if (idle_ < given_.size())
-        add_thread(); // else it is done when another one is
+        add_thread(); // else it runs after another one
     more_.notify_one();
 }
 

@@ -16,35 +16,34 @@
 
 namespace session {
 
-/// Work for stopped tasks that may touch files, and so may take as long as whoever serves them likes:
-/// it is done on threads of its own, so that the one that follows births and ends never waits for a
-/// file. All but the destructor on that one thread.
+/// Work for stopped tasks that may touch files, and so may take as long as a file server likes. It runs on
+/// threads of its own, so that the thread that follows births and ends never waits for a file. All functions
+/// but the destructor are called on that one thread.
 class errands {
 public:
-    /// What the giver does with the result, on its own thread. May be empty.
+    /// What the giver does with the result, on the giver's thread. May be empty.
     using finish = std::function<void()>;
 
     /// Set when nobody is interested in an errand any more.
     using given_up = std::shared_ptr<std::atomic<bool>>;
     using work = std::function<finish(const std::atomic<bool>& given_up)>;
 
-    /// `wake` is called when an errand is done, on its thread. Throws trouble when there is no thread
-    /// to be had.
+    /// `wake` is called when an errand is done, on its thread. Throws trouble when the host gives no thread.
     explicit errands(std::function<void()> wake);
     ~errands();
     errands(const errands&) = delete;
     errands& operator=(const errands&) = delete;
 
-    /// Has `what` done for the task, which has no other errand. An errand that throws ends with `failed`.
+    /// Runs `what` for the task, which has no other errand. An errand that throws ends with `failed`.
     void give(pid_t task, work what, finish failed);
 
-    /// Forgets the task's errand: nothing of it comes back. False when it had none.
+    /// Drops the task's errand and its result. False when it had none.
     bool give_up(pid_t task);
 
-    /// Finishes what has been done by now.
+    /// Finishes the errands that are done.
     void collect();
 
-    /// Whether nothing is to come back.
+    /// Whether no errand is left.
     bool empty() const { return running_.empty(); }
 
     /// Gives up everything and ends the threads; see notification_pool::end.

@@ -27,8 +27,8 @@ constexpr std::chrono::milliseconds look_interval(100);
 std::string tracing_forbidden(int error)
 {
     return fmt::format(
-        "the host does not let it trace the command (ptrace: {}); start the session outside of debuggers, "
-        "tracers and other sessions, and see that no container profile and no "
+        "the host does not allow to trace the command (ptrace: {}); start the session outside of debuggers, "
+        "tracers and other sessions, and make sure that no container profile and no "
         "kernel.yama.ptrace_scope=3 forbids ptrace",
         host::error_text(error));
 }
@@ -106,7 +106,7 @@ void lifecycle::handle(pid_t task, int status)
     end_deferred(task);
     deferred_.take(task); // killed, it has left that stop
     if (WIFSTOPPED(status) && status >> 16 == PTRACE_EVENT_EXEC) {
-        // Also of one that is not followed: the process's first thread has ended before.
+        // This also comes for a task that is not followed: its process's first thread has ended before.
         exec_done(task);
     } else if (!WIFSTOPPED(status) && task == root_ && !tracees_.contains(task)) {
         root_gone(status);
@@ -171,8 +171,8 @@ bool lifecycle::has_stopped(bool whole_group) const
            }));
 }
 
-// A request that fails for any other reason than that the task is being killed leaves it standing
-// there for ever, or going on unseen: it is killed instead.
+// When a request fails although the task is not being killed, the task would stand there for ever or go on
+// unseen. So it is killed.
 long lifecycle::ask(__ptrace_request what, pid_t task, std::uintptr_t address, std::uintptr_t data)
 {
     const long result = host_.request(what, task, address, data);
@@ -183,8 +183,8 @@ long lifecycle::ask(__ptrace_request what, pid_t task, std::uintptr_t address, s
     return result;
 }
 
-/// What the host tells of the event at which the task is stopped. Nothing when the task has been
-/// killed since and has left that stop: its message then is already that of its exit.
+/// The host's message about the event at which the task is stopped. Nothing when the task was killed and has
+/// left that stop, because the message is then already that of its exit.
 std::optional<unsigned long> lifecycle::event_message(pid_t task, int event)
 {
     unsigned long message = 0;

@@ -29,8 +29,8 @@ namespace session {
 /// that constructs it is the tracer's; run is to be called on the same one.
 class lifecycle {
 public:
-    /// Takes hold of `root`, a child of the calling process that does nothing yet. Throws
-    /// trouble where the host does not permit tracing.
+    /// Begins to trace `root`, a child of the calling process that does nothing yet. Throws trouble where the
+    /// host does not permit tracing.
     lifecycle(tracer& host, pid_t root, pending_execs& pending, refusals& told, known_tasks& known,
               const session_rules& rules);
 
@@ -38,17 +38,17 @@ public:
     /// process's wait status.
     int run() noexcept;
 
-    /// Whether the root process is gone, others being left. Any thread.
+    /// Whether the root process has ended while others are left. Any thread.
     bool root_ended() const { return root_ended_.load(); }
 
-    /// Looks again at births and ends that wait for requests of their process. Any thread.
+    /// Tries the births and ends again that wait for requests of their process. Any thread.
     void requests_handled();
 
     /// Ends every task of the session, and those that are still being born. Any thread.
     void end_all();
 
-    /// Has run return even if tasks are left that cannot be killed: they wait in the kernel for a file
-    /// server, for one. Any thread, after end_all.
+    /// Makes run return even if tasks are left that cannot be killed, for example because they wait in the
+    /// kernel for a file server. Any thread, after end_all.
     void leave();
 
     /// Sends every process of the session a signal. Any thread.

@@ -46,7 +46,7 @@ void lifecycle::stopped(pid_t task, tracee& of, int status)
         const std::lock_guard guard(lock_);
         of.stopped = stops_a_group(signal) && host_.request(PTRACE_LISTEN, task, 0, 0) == 0;
     }
-        if (!of.stopped) // or continued meanwhile, so that it stands in no group's stop
+        if (!of.stopped) // or it was continued meanwhile and stands in no group stop
             resume(task, of);
         break;
     default:
@@ -136,17 +136,16 @@ void lifecycle::script_opened(pid_t process, const std::optional<std::string>& r
     resume(process, of);
 }
 
-// What could not be asked for want of memory or the like is refused.
+// A program that could not be judged, for example without memory, is refused.
 void lifecycle::unanswered(pid_t process)
 {
     told_.add_failure(refusals::failure::other);
     kill_refused(process, "a program that could not be decided");
 }
 
-// A signal that finds a call still waiting to be taken up by the session makes the kernel give the
-// call up and, depending on the signal's handler, not restart it. Without a session no call is
-// interrupted before it has begun, so it is always restarted. A call that does not wait for the
-// session, or that the session has let go on, is the kernel's own affair.
+// A signal that comes before the session takes a call up makes the kernel give the call up and, depending on
+// the signal's handler, not restart it. Without a session no call is interrupted before it has begun, so it
+// is always restarted here. Other calls, and those that the session has let go on, are left to the kernel.
 void lifecycle::signal_delivery(pid_t task, const tracee& of, int signal)
 {
     if (const auto now = registers(task); now && now->rax == restart_if_handler_agrees) {

@@ -19,8 +19,8 @@ public:
     tracer(const tracer&) = delete;
     tracer& operator=(const tracer&) = delete;
 
-    /// ptrace(2): -1 and errno on failure. ESRCH means that the task does not stand where the
-    /// request needs it: it has been killed, and its end is reported next.
+    /// ptrace(2): -1 and errno on failure. ESRCH means that the task is not in the stop that the request
+    /// needs: it has been killed, and its end is reported next.
     virtual long request(__ptrace_request what, pid_t task, std::uintptr_t address, std::uintptr_t data) = 0;
 
     /// waitpid(2) for any task: its id and status; 0 for none yet (WNOHANG); -1 and errno.
@@ -29,8 +29,7 @@ public:
     /// Returns when a task may have something to report, when woken, or after that time.
     virtual void pause(std::chrono::milliseconds limit) = 0;
 
-    /// Ends the pause that is or is about to be, and a wait with EINTR if there is one right now. Any
-    /// thread.
+    /// Ends the present or next pause, and a present wait with EINTR. Any thread.
     virtual void wake() = 0;
 
     /// Kills the task. 0, or -1 and errno. Any thread.

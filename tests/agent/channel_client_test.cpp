@@ -2,11 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/netlink.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,56 +16,18 @@
 #include "host/unique_fd.h"
 #include "tests/channel/messages.h"
 #include "tests/cli/commands.h"
-#include "tests/free_netlink_port.h"
+#include "tests/support/netlink_socket.h"
 
 namespace {
 
-/// A socket of somebody else, at a port id of its own; its messages come from this process, too.
-class stranger {
-public:
-    explicit stranger(std::uint32_t port) : socket_(::socket(AF_NETLINK, SOCK_RAW, NETLINK_USERSOCK))
-    {
-        const sockaddr_nl own = address(port, 0);
-        EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
-    }
-    bool send(const std::string& message, std::uint32_t port, std::uint32_t group = 0) const
-    {
-        const sockaddr_nl to = address(port, group);
-        return ::sendto(socket_.get(), message.data(), message.size(), MSG_DONTWAIT,
-                        reinterpret_cast<const sockaddr*>(&to), sizeof to) >= 0;
-    }
-
-    /// The next message's sender and type; none when nothing comes for long.
-    std::pair<pid_t, int> receive() const
-    {
-        pollfd arrives = {socket_.get(), POLLIN, 0};
-        char message[64];
-        sockaddr_nl from = {};
-        socklen_t size = sizeof from;
-        if (::poll(&arrives, 1, 20'000) != 1 || ::recvfrom(socket_.get(), message, sizeof message, 0,
-                                                           reinterpret_cast<sockaddr*>(&from), &size) < 16)
-            return {};
-        return {from.nl_pid, message[4]};
-    }
-
-private:
-    static sockaddr_nl address(std::uint32_t port, std::uint32_t group)
-    {
-        sockaddr_nl made = {};
-        made.nl_family = AF_NETLINK;
-        made.nl_pid = port;
-        made.nl_groups = group;
-        return made;
-    }
-
-    host::unique_fd socket_;
-};
+/// A socket of somebody else; its messages come from this process, too.
+using stranger = support::netlink_socket;
 
 class agent_channel : public testing::Test {
 protected:
     void SetUp() override
     {
-        const auto found = free_netlink_port();
+        const auto found = support::free_netlink_port();
         if (!found)
             GTEST_SKIP() << "no NETLINK_USERSOCK here";
         port = *found;
@@ -82,14 +41,14 @@ TEST_F(agent_channel, takes_messages_of_its_session_only)
     const std::string record = messages::of_type(19 | 8 << 16, messages::number(1) + messages::number(2));
     agent::channel_client client({port, own}, own);
     const stranger session(port);
-    const stranger other(free_netlink_port().value());
+    const stranger other(support::free_netlink_port().value());
     ASSERT_TRUE(other.send(record, static_cast<std::uint32_t>(own)));
     EXPECT_EQ(client.receive(), std::nullopt);
     ASSERT_TRUE(session.send(record, static_cast<std::uint32_t>(own)));
     EXPECT_EQ(client.receive(), record);
 
     // The right port id, but the process that has it now is another one.
-    const std::uint32_t wary_port = free_netlink_port().value();
+    const std::uint32_t wary_port = support::free_netlink_port().value();
     agent::channel_client wary({port, own + 1}, static_cast<pid_t>(wary_port));
     ASSERT_TRUE(session.send(record, wary_port));
     EXPECT_EQ(wary.receive(), std::nullopt);
@@ -138,12 +97,13 @@ TEST_F(agent_channel, leaves_its_place_without_losing_what_is_under_way)
         auto program = std::async(std::launch::async, [&] {
             return cli_test::sorvanic({"agent", "--state", state.path(), "--output", state / "records"});
         });
-        const auto [process, request] = session.receive();
-        ASSERT_EQ(request, 16) << program.get().err;
+        const auto helo = session.receive(20'000);
+        ASSERT_EQ(helo.bytes[4], 16) << program.get().err;
+        const auto process = static_cast<pid_t>(helo.sender);
         if (taken)
             kill(process, SIGTERM);
         show(taken ? process : own, process, 1);
-        EXPECT_EQ(session.receive(), std::pair(process, 17));
+        EXPECT_EQ(session.receive(20'000).bytes[4], 17);
         for (int i = 0; taken && i < under_way; ++i)
             session.send(messages::of_type(19 | 8 << 16, messages::number(1) + messages::number(2)),
                          static_cast<std::uint32_t>(process));

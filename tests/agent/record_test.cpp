@@ -72,7 +72,7 @@ TEST(record, shows_all_fields_of_each_kind)
     }
 }
 
-TEST(record, keeps_bytes_that_are_no_text)
+TEST(record, keeps_bytes_that_are_not_text)
 {
     untp_record latin = untp;
     std::snprintf(latin.path, sizeof latin.path, "/caf\xe9");
@@ -84,7 +84,7 @@ TEST(record, keeps_bytes_that_are_no_text)
     EXPECT_FALSE(json.contains("process_hex"));
 }
 
-TEST(record, refuses_what_is_no_record)
+TEST(record, refuses_every_datagram_that_is_no_record)
 {
     const std::string whole = message(audit_plau, plau_record{});
     std::string longer = whole; // says that it is longer than it is

@@ -146,7 +146,7 @@ TEST_F(audit_messages, only_a_repetition_is_suppressed)
     EXPECT_EQ(agent.drain(), 1u) << "a key of 0 is one like others";
 }
 
-TEST_F(audit_messages, what_could_not_be_sent_is_remembered_all_the_same)
+TEST_F(audit_messages, are_remembered_even_when_they_cannot_be_sent)
 {
     const auto report = [] {
         untp(1, "/x");
@@ -163,7 +163,7 @@ TEST_F(audit_messages, what_could_not_be_sent_is_remembered_all_the_same)
     EXPECT_EQ(agent.drain(), 0u);
 }
 
-TEST_F(audit_messages, an_agent_that_is_gone_or_slow_loses_what_it_does_not_take)
+TEST_F(audit_messages, wait_briefly_for_a_slow_agent_and_not_for_one_that_is_gone)
 {
     const std::string lost = "]\nnetlink send audit msg error \nsend untp message error !\n";
     platform::netlink_send(messages::helo, 100);

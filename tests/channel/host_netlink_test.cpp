@@ -1,7 +1,5 @@
 #include <fcntl.h>
-#include <linux/netlink.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 
 #include <future>
@@ -15,42 +13,16 @@
 #include "platform/user/driver/netlink.h"
 #include "policy/whitelist.h"
 #include "tests/channel/messages.h"
-#include "tests/free_netlink_port.h"
 #include "tests/support/machine.h"
+#include "tests/support/netlink_socket.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 
-/// A plain netlink socket bound to this process's id.
-class client {
-public:
-    client() : fd_(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK))
-    {
-        const auto own = static_cast<std::uint32_t>(::getpid());
-        const sockaddr_nl at = {.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = own, .nl_groups = 0};
-        bound_ = ::bind(fd_.get(), reinterpret_cast<const sockaddr*>(&at), sizeof at) == 0;
-    }
-    bool bound() const { return bound_; }
-
-    bool send(const std::string& datagram, std::uint32_t port) const
-    {
-        const sockaddr_nl to = {.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = port, .nl_groups = 0};
-        return ::sendto(fd_.get(), datagram.data(), datagram.size(), 0,
-                        reinterpret_cast<const sockaddr*>(&to), sizeof to) != -1;
-    }
-
-    /// The next datagram, or "" when there is none at the moment.
-    std::string receive() const
-    {
-        std::string buffer(65536, '\0');
-        const ssize_t size = ::recv(fd_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-        return buffer.substr(0, size > 0 ? static_cast<std::size_t>(size) : 0);
-    }
-
-private:
-    host::unique_fd fd_;
-    bool bound_ = false;
+/// A netlink socket bound to this process's id.
+struct client : support::netlink_socket {
+    client() : netlink_socket(static_cast<std::uint32_t>(::getpid())) {}
 };
 
 /// An engine on the host's netlink, at a port of its own.
@@ -58,7 +30,7 @@ class host_netlink : public testing::Test {
 protected:
     void SetUp() override
     {
-        const auto found = free_netlink_port();
+        const auto found = support::free_netlink_port();
         if (!found)
             GTEST_SKIP() << "no NETLINK_USERSOCK here";
         port = *found;
@@ -101,11 +73,11 @@ protected:
     const pid_t own = ::getpid();
 };
 
-TEST_F(host_netlink, a_request_comes_from_whom_the_host_says)
+TEST_F(host_netlink, takes_the_senders_word_from_the_host_alone)
 {
     load("statlabel=3 auditlabel=5:2");
     const client agent;
-    ASSERT_TRUE(agent.bound());
+    ASSERT_EQ(agent.error(), 0);
 
     EXPECT_FALSE(readable());
     std::string forged = messages::helo;
@@ -125,15 +97,15 @@ TEST_F(host_netlink, a_request_comes_from_whom_the_host_says)
     EXPECT_EQ(m.log(), "Response Policy Request Success\nsend plau audit !\nResponse Policy Request Success\n"
                        "Username [bob] Login ID " +
                            self + " current PID " + self + " Mode [1]\nReceived Corrupt Netlink Message\n");
-    EXPECT_EQ(agent.receive().size(), 56u);
-    EXPECT_EQ(agent.receive(), messages::number(16) + messages::number(22) + messages::number(0) +
-                                   messages::number(static_cast<std::uint32_t>(own)));
-    EXPECT_EQ(agent.receive(), "");
+    EXPECT_EQ(agent.receive().bytes.size(), 56u);
+    EXPECT_EQ(agent.receive().bytes, messages::number(16) + messages::number(22) + messages::number(0) +
+                                         messages::number(static_cast<std::uint32_t>(own)));
+    EXPECT_EQ(agent.receive().bytes, "");
     EXPECT_EQ(platform::task_count(), 1u) << "senders from outside are tasks only for as long as it takes";
     EXPECT_EQ(platform::netlink_statistics().handled, 4u);
 }
 
-TEST_F(host_netlink, only_those_who_may_are_heard)
+TEST_F(host_netlink, hears_only_those_who_may_send)
 {
     load("");
     const client sender;
@@ -228,7 +200,7 @@ TEST_F(host_netlink, a_reload_holds_up_nobody_else)
     platform::set_kernel_log({});
 }
 
-TEST_F(host_netlink, requests_that_wait_at_shut_down_are_dropped)
+TEST_F(host_netlink, drops_waiting_requests_at_shut_down)
 {
     load("");
     send_from_another(messages::reload(0x400));

@@ -4,15 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "tests/e2e/child_process.h"
 #include "tests/temporary_directory.h"
 
 namespace cli_test {
 
-struct outcome {
-    int status; ///< exit status; 128 + the signal when one ended it
-    std::string out;
-    std::string err;
-};
+using e2e::outcome;
 
 /// Runs a program, found in PATH, to its end, without standard input. `out` is a file that gets
 /// its standard output in place of the outcome.

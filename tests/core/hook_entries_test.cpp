@@ -16,7 +16,7 @@
 namespace {
 
 // Shut-down frees what an uncounted call still uses.
-TEST(hook_entries, a_call_is_counted_while_it_runs)
+TEST(hook_entries, count_a_call_while_it_runs)
 {
     file_machine m;
     m.start("viewer", "alice");
@@ -54,7 +54,7 @@ TEST(hook_entries, a_call_is_counted_while_it_runs)
     }
 }
 
-TEST(hook_entries, what_is_no_object_is_let_through)
+TEST(hook_entries, lets_through_what_names_no_object)
 {
     file_machine m;
     m.start("viewer", "alice");
@@ -75,7 +75,7 @@ TEST(hook_entries, what_is_no_object_is_let_through)
     EXPECT_EQ(m.log(), "send syst message success: 7  5\n");
 }
 
-TEST(hook_entries, a_freed_inode_loses_its_mark_once)
+TEST(hook_entries, free_the_mark_of_an_inode_once)
 {
     file_machine m;
     m.start("viewer", "alice");

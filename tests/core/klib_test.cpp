@@ -42,7 +42,7 @@ TEST_F(klib, gives_lines_in_pieces_of_the_buffers_size)
     EXPECT_EQ(next(open("/tmp/empty")), "(null)");
 }
 
-TEST_F(klib, fgets_without_room_or_a_readable_file_gives_null)
+TEST_F(klib, gives_no_line_without_room_or_a_readable_file)
 {
     char buffer[4] = "xyz";
     EXPECT_EQ(klib_fgets(buffer, 10, nullptr), nullptr);
@@ -56,7 +56,7 @@ TEST_F(klib, fgets_without_room_or_a_readable_file_gives_null)
     EXPECT_EQ(klib_fgetc(handle_), 'a'); // nothing was read so far
 }
 
-TEST_F(klib, a_failed_read_takes_the_bytes_before_it_along)
+TEST_F(klib, gives_no_line_after_a_failed_read)
 {
     char line[8] = "";
     kernel::file* text = open("/tmp/text");
@@ -101,7 +101,7 @@ TEST_F(klib, writes_texts_bytes_and_formats_up_to_their_bounds)
     EXPECT_EQ(machine_.read("/tmp/wide"), wide.substr(0, 1023));
 }
 
-TEST_F(klib, says_why_something_cannot_be_done)
+TEST_F(klib, returns_the_reason_for_each_failure)
 {
     char byte = 'x';
     kernel::file* text = open("/tmp/text");
@@ -117,18 +117,16 @@ TEST_F(klib, says_why_something_cannot_be_done)
     EXPECT_EQ(klib_fwrite(&byte, 1, nowhere.get()), -38);
     platform::clear_mounts();
 
-    EXPECT_EQ(klib_fread(&byte, 1, nullptr), -2);
-    EXPECT_EQ(klib_fwrite(&byte, 1, nullptr), -2);
-    EXPECT_EQ(klib_fgetc(nullptr), -2);
-    EXPECT_EQ(klib_fputs("x", nullptr), -2);
+    for (const int result : {klib_fread(&byte, 1, nullptr), klib_fwrite(&byte, 1, nullptr),
+                             klib_fgetc(nullptr), klib_fputs("x", nullptr), klib_fseek(nullptr, 0, 0)})
+        EXPECT_EQ(result, -2);
     EXPECT_EQ(klib_fputc('x', nullptr), -1);
-    EXPECT_EQ(klib_fseek(nullptr, 0, 0), -2);
     EXPECT_EQ(klib_fopen("/missing/file", kernel::open_read_only, 0), nullptr);
     klib_fprintf(nullptr, "x");
     klib_fclose(nullptr);
 }
 
-TEST_F(klib, the_products_directories_are_those_that_hold_its_files)
+TEST_F(klib, finds_the_products_directories_by_the_files_in_them)
 {
     const auto number_of = [this](const char* path) {
         return kernel::inode_number(kernel::file_inode(open(path)));

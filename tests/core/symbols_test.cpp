@@ -49,7 +49,7 @@ TEST(symbols, an_address_has_at_most_sixteen_digits)
     EXPECT_EQ(get_sym_address("123456789abcdef01"), 0x123456789abcdef0u);
 }
 
-TEST(symbols, a_file_that_cannot_be_read_has_no_symbols)
+TEST(symbols, finds_no_symbol_in_an_unreadable_file)
 {
     const support::machine m;
     for (const platform::fault kind : {platform::fault::open, platform::fault::read}) {

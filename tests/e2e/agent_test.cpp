@@ -90,7 +90,7 @@ std::vector<std::string> lines_of(const fs::path& file)
     return lines;
 }
 
-TEST_F(session_commands, no_record_is_lost_when_the_agents_file_is_rotated)
+TEST_F(session_commands, keep_every_record_while_the_agents_file_is_rotated)
 {
     std::string first;
     std::string second;

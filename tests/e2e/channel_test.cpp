@@ -7,7 +7,9 @@
 #include <sstream>
 
 #include "tests/e2e/session_fixture.h"
+
 #include "tests/support/machine.h"
+#include "tests/support/netlink_socket.h"
 
 // Sessions and those who talk to them, by a client that shares no code with us.
 
@@ -30,6 +32,15 @@ protected:
     bool shows(const std::string& text) const
     {
         return eventually([&] { return status_file("session.json").find(text) != std::string::npos; });
+    }
+
+    /// For a client that must know the port before its session is there.
+    static std::string free_port()
+    {
+        const auto found = support::free_netlink_port();
+        if (!found)
+            throw std::runtime_error("no netlink port is free");
+        return std::to_string(*found);
     }
 
     const fs::path python;
@@ -107,7 +118,7 @@ TEST_F(session_channel, an_exec_waits_for_the_reload_asked_for_before_it)
                 is_listed ? "{\"run\": 2}\n" : "{\"run\": 1}\n"; // its interpreter is missing, or EPERM
         }
     }
-    const std::string port = "123456789";
+    const std::string port = free_port();
     // By its name one of those that may change the policy.
     command tool_of_product = client(steps, port);
     tool_of_product[1] = listed("sorvadd", "#!" + python.string() + "\n" + read_file(tool_of_product[1]));
@@ -116,7 +127,7 @@ TEST_F(session_channel, an_exec_waits_for_the_reload_asked_for_before_it)
     EXPECT_EQ(result.out, expected) << result.err;
 }
 
-TEST_F(session_channel, no_event_is_decided_by_the_switches_of_a_reload_in_progress)
+TEST_F(session_channel, decides_every_event_by_whole_switches)
 {
     const fs::path closed = directory() / "closed";
     fs::create_directory(closed);
@@ -133,11 +144,11 @@ TEST_F(session_channel, no_event_is_decided_by_the_switches_of_a_reload_in_progr
     EXPECT_GT(count_of(kernel_log(), "Response Policy Request Success"), 100u);
 }
 
-TEST_F(session_channel, survives_tasks_that_end_while_their_requests_wait)
+TEST_F(session_channel, goes_on_when_tasks_end_while_their_requests_wait)
 {
-    const command supervised =
-        session({python, SORVANIC_SOURCE_DIR "/tests/e2e/request_storm.py", "66666666", "150"},
-                {"--channel-port", "66666666", "--channel-inside"});
+    const std::string port = free_port();
+    const command supervised = session({python, script("request_storm.py"), port, "150"},
+                                       {"--channel-port", port, "--channel-inside"});
     std::ofstream(policy() / "whitelist", std::ios::binary | std::ios::app) << many_keys();
     const outcome result = child_process(supervised, directory()).wait();
     EXPECT_EQ(result.status, 0) << result.err;
@@ -173,13 +184,14 @@ TEST_F(session_channel, hears_only_those_who_may_talk)
         SCOPED_TRACE(&one - cases);
         fs::remove_all(directory() / "state");
         fs::remove(directory() / "go");
-        command line = client({"helo", "quit"}, "77777777");
+        const std::string at = free_port();
+        command line = client({"helo", "quit"}, at);
         if (one.client_is_nobody)
             line = as_nobody(line);
         std::string inside = "true";
         for (const std::string& word : line)
             inside += one.inside ? (&word == &line[0] ? "; " : " ") + word : "";
-        command options = {"--channel-port", "77777777"};
+        command options = {"--channel-port", at};
         options.insert(options.end(), one.options.begin(), one.options.end());
         child_process supervisor(session(waiting(inside), options), directory(), one.supervisor);
         port();
@@ -194,7 +206,7 @@ TEST_F(session_channel, hears_only_those_who_may_talk)
     }
 }
 
-TEST_F(session_channel, an_agent_that_went_without_a_word_keeps_its_place)
+TEST_F(session_channel, keeps_the_place_of_an_agent_that_ended_without_quit)
 {
     unlisted("a", "#!/nowhere\n");
     child_process supervisor(session(waiting("./a")), directory());
@@ -216,7 +228,7 @@ TEST_F(session_channel, an_agent_that_went_without_a_word_keeps_its_place)
         << log;
 }
 
-TEST_F(session_channel, a_full_queue_costs_new_records_only)
+TEST_F(session_channel, keeps_queued_records_when_the_queue_is_full)
 {
     constexpr std::size_t programs = 80; // more than a queue of the default size takes
     for (std::size_t i = 0; i < programs; ++i)
@@ -255,8 +267,9 @@ TEST_F(session_channel, its_processes_find_it_and_cannot_forge_its_status)
 
 TEST_F(session_channel, a_port_and_a_state_directory_belong_to_one_session)
 {
-    child_process supervisor(session(waiting("true"), {"--channel-port", "55555555"}), directory());
-    EXPECT_EQ(port(), "55555555");
+    const std::string taken = free_port();
+    child_process supervisor(session(waiting("true"), {"--channel-port", taken}), directory());
+    EXPECT_EQ(port(), taken);
     const auto second = [&](const command& options) {
         const outcome result = child_process(session(waiting("true"), options), beside()).wait();
         EXPECT_EQ(result.status, 125);
@@ -264,10 +277,11 @@ TEST_F(session_channel, a_port_and_a_state_directory_belong_to_one_session)
     };
     EXPECT_EQ(second({}), "sorvanic: another session has the state directory " +
                               (directory() / "state").string() + "; end it or name another with --state\n");
-    EXPECT_EQ(second({"--state", directory() / "other", "--channel-port", "55555555"}),
-              "sorvanic: channel port 55555555: Address already in use; name another with --channel-port, or "
-              "none\n");
-    EXPECT_EQ(port(), "55555555");
+    EXPECT_EQ(second({"--state", directory() / "other", "--channel-port", taken}),
+              "sorvanic: channel port " + taken +
+                  ": Address already in use; name another with --channel-port, or "
+                  "none\n");
+    EXPECT_EQ(port(), taken);
     let_go();
     EXPECT_EQ(supervisor.wait().status, 0);
     // What a session has left in it is in nobody's way.

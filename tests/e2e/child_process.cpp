@@ -21,7 +21,8 @@ void pause_briefly()
 std::string read_file(const std::filesystem::path& path)
 {
     std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
+    if (std::filesystem::is_regular_file(path)) // a device may have no end
+        text << std::ifstream(path).rdbuf();
     return text.str();
 }
 
@@ -47,7 +48,7 @@ child_process::child_process(const std::vector<std::string>& command, std::files
         dup2(err, STDERR_FILENO);
         if (user != 0 && (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0))
             _exit(124);
-        execv(arguments[0], arguments.data());
+        execvp(arguments[0], arguments.data());
         _exit(124);
     }
     for (const int fd : {in, out, err})

@@ -1,9 +1,6 @@
-#include <elf.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <fstream>
-#include <map>
 
 #include "tests/e2e/session_fixture.h"
 
@@ -13,41 +10,6 @@ namespace e2e {
 
 namespace {
 
-using namespace std::string_literals;
-
-const std::string exit_code = "\x31\xff\xb8\x3c\0\0\0\x0f\x05"s; // exit(0)
-// rename(a, b), where these stand behind the code
-const std::string rename_shadow_code = "\x48\x8d\x3d\x17\0\0\0\x48\x8d\x35\x20\0\0\0\xb8\x52\0\0\0\x0f\x05"s +
-                                       exit_code + "/etc/shadow.new\0/etc/shadow\0"s;
-
-/// A program that needs no library.
-std::string tiny_program(const std::string& code)
-{
-    struct {
-        Elf64_Ehdr header;
-        Elf64_Phdr segment;
-    } file = {};
-    constexpr Elf64_Addr base = 0x400000;
-    std::memcpy(file.header.e_ident, ELFMAG, SELFMAG);
-    file.header.e_ident[EI_CLASS] = ELFCLASS64;
-    file.header.e_ident[EI_DATA] = ELFDATA2LSB;
-    file.header.e_ident[EI_VERSION] = EV_CURRENT;
-    file.header.e_type = ET_EXEC;
-    file.header.e_machine = EM_X86_64;
-    file.header.e_version = EV_CURRENT;
-    file.header.e_entry = base + sizeof file.header + sizeof file.segment;
-    file.header.e_phoff = sizeof file.header;
-    file.header.e_ehsize = sizeof file.header;
-    file.header.e_phentsize = sizeof file.segment;
-    file.header.e_phnum = 1;
-    file.segment.p_type = PT_LOAD;
-    file.segment.p_flags = PF_R | PF_X;
-    file.segment.p_vaddr = base;
-    file.segment.p_filesz = file.segment.p_memsz = sizeof file + code.size();
-    file.segment.p_align = 0x1000;
-    return std::string(reinterpret_cast<const char*>(&file), sizeof file) + code;
-}
-
 enum list : unsigned { none = 0, white = 1, black = 2, super = 4 };
 
 /// A root directory with programs at fixed paths, which is the whole session's.
@@ -55,11 +17,11 @@ class exec_steps : public session_test {
 protected:
     exec_steps() { fs::create_directory(root()); }
 
-    void program(const std::string& path, unsigned lists, const std::string& code = exit_code)
+    void program(const std::string& path, unsigned lists)
     {
         fs::create_directories(root() / path.substr(1, path.rfind('/')));
         const std::string name = "root" + path;
-        const std::string content = tiny_program(code) + path;
+        const std::string content = read_file(fs::path(VICTIM_DIRECTORY) / "set_password") + path;
         const fs::path made = (lists & white) != 0 ? listed(name, content) : unlisted(name, content);
         if ((lists & black) != 0)
             blacklist(made);
@@ -156,7 +118,7 @@ TEST_F(exec_steps, a_first_password_ends_the_confinement)
         GTEST_SKIP() << "paths of its own need a root directory of its own, and that needs root";
     encoded("platuser", "operator\n");
     program("/opt/white", white);
-    program("/usr/bin/passwd", white, rename_shadow_code);
+    program("/usr/bin/passwd", white);
     fs::create_directory(root() / "etc");
     std::ofstream(root() / "etc/shadow.new") << "new";
     EXPECT_EQ(run_after_login({"/opt/white", "/usr/bin/passwd", "/opt/white"}, "0"),

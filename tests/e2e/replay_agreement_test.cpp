@@ -48,55 +48,29 @@ TEST_F(replay_agreement, a_replay_and_a_session_decide_alike)
     encoded("auditlabel", "2:2\n3:2\n");
 
     std::ostringstream events;
-    events << ordered_json{{"event", "task"},
-                           {"pid", 100},
-                           {"parent", 1},
-                           {"comm", "sh"},
-                           {"exe", shell.string()}}
-           << "\n";
+    const auto event = [&](const ordered_json& fields) { events << fields << "\n"; };
+    event({{"event", "task"}, {"pid", 100}, {"parent", 1}, {"comm", "sh"}, {"exe", shell.string()}});
     std::string script;
     std::string expected;
     int pid = 100;
-    const struct {
-        fs::path path;
-        bool runs;
-    } programs[] = {{good, true},   {unknown, false}, {bad, false},
-                    {worker, true}, {unknown, false}, {bad, false}};
-    for (const auto& one : programs) {
-        script += one.path.string() + " 2>/dev/null && echo 0 || echo -1\n";
-        events << ordered_json{{"event", "fork"}, {"pid", 100}, {"child", ++pid}} << "\n"
-               << ordered_json{{"event", "exec"},
-                               {"pid", pid},
-                               {"path", one.path.string()},
-                               {"filename", one.path.string()}}
-               << "\n"
-               << ordered_json{{"event", "exit"}, {"pid", pid}} << "\n";
-        expected += one.runs ? "0\n" : "-1\n";
+    for (const fs::path& path : {good, unknown, bad, worker, unknown, bad}) {
+        const std::string name = path.string();
+        script += name + " 2>/dev/null && echo 0 || echo -1\n";
+        event({{"event", "fork"}, {"pid", 100}, {"child", ++pid}});
+        event({{"event", "exec"}, {"pid", pid}, {"path", name}, {"filename", name}});
+        event({{"event", "exit"}, {"pid", pid}});
+        expected += path == good || path == worker ? "0\n" : "-1\n";
     }
-    const struct {
-        const char* redirection;
-        int mask; ///< of the open
-        int use;  ///< what the descriptor is for
-        bool allowed;
-    } opens[] = {{"<", 0x24, 4, true}, {">>", 0x2a, 2, false}};
-    for (const auto& one : opens) {
-        script += std::string("(: ") + one.redirection + (data / "notes").string() +
-                  ") 2>/dev/null && echo 0 || echo -1\n";
-        events << ordered_json{{"event", "file"},
-                               {"pid", 100},
-                               {"op", "inode_permission"},
-                               {"path", (data / "notes").string()},
-                               {"mask", one.mask}}
-               << "\n";
-        if (one.allowed)
-            events << ordered_json{{"event", "file"},
-                                   {"pid", 100},
-                                   {"op", "file_permission"},
-                                   {"path", (data / "notes").string()},
-                                   {"mask", one.use}}
-                   << "\n";
-        expected += one.allowed ? "0\n0\n" : "-1\n";
-    }
+    const std::string notes = (data / "notes").string();
+    const auto asks = [&](const char* operation, int mask) {
+        event({{"event", "file"}, {"pid", 100}, {"op", operation}, {"path", notes}, {"mask", mask}});
+    };
+    script += "(: <" + notes + ") 2>/dev/null && echo 0 || echo -1\n";
+    script += "(: >>" + notes + ") 2>/dev/null && echo 0 || echo -1\n";
+    asks("inode_permission", 0x24);
+    asks("file_permission", 4); // only an open that was granted asks again
+    asks("inode_permission", 0x2a);
+    expected += "0\n0\n-1\n";
     std::ofstream(directory() / "events") << events.str();
 
     const outcome real = run_session({shell, "-c", script}, {"--audit", directory() / "audit", "--json"});

@@ -53,22 +53,6 @@ std::string forbidden()
     return "";
 }
 
-std::string base64(const std::string& text)
-{
-    static constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    unsigned bits = 0;
-    int held = 0;
-    for (const char character : text) {
-        bits = bits << 8 | static_cast<unsigned char>(character);
-        for (held += 8; held >= 6; held -= 6)
-            out += digits[bits >> (held - 6) & 63];
-    }
-    if (held > 0)
-        out += digits[bits << (6 - held) & 63];
-    return out;
-}
-
 void add_key(std::string& list, const std::string& content)
 {
     const std::uint32_t key = support::key_of(content);
@@ -99,18 +83,8 @@ std::size_t count_of(const std::string& text, const std::string& part)
 
 session_test::session_test()
 {
-    std::string pattern = (fs::temp_directory_path() / "sorvanic-e2e-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr)
-        throw std::runtime_error("no temporary directory");
-    directory_ = pattern;
-    fs::permissions(directory_, fs::perms::all);
+    fs::permissions(directory(), fs::perms::all);
     fs::create_directory(policy());
-}
-
-session_test::~session_test()
-{
-    std::error_code error;
-    fs::remove_all(directory_, error);
 }
 
 void session_test::SetUp()
@@ -122,7 +96,7 @@ void session_test::SetUp()
 
 fs::path session_test::unlisted(const std::string& name, const std::string& content)
 {
-    fs::path path = directory_ / name;
+    fs::path path = directory() / name;
     write(path, content);
     fs::permissions(path, fs::perms(0755));
     return path;
@@ -159,7 +133,7 @@ command session_test::shell(const std::string& script, const command& tools)
     of_machine("sleep");
     std::ranges::for_each(tools, [this](const std::string& tool) { of_machine(tool); });
     return {of_machine("sh"), "-c",
-            std::string("PATH=") + places + "; cd '" + directory_.string() + "'; " + script};
+            std::string("PATH=") + places + "; cd '" + directory().string() + "'; " + script};
 }
 
 command session_test::as_nobody(const command& run)
@@ -167,6 +141,13 @@ command session_test::as_nobody(const command& run)
     command line = {of_machine("setpriv"), "--reuid", "65534", "--regid", "65534", "--clear-groups"};
     line.insert(line.end(), run.begin(), run.end());
     return line;
+}
+
+fs::path session_test::script(const std::string& name) const
+{
+    fs::copy_file(fs::path(SORVANIC_SOURCE_DIR "/tests/e2e") / name, directory() / name,
+                  fs::copy_options::skip_existing);
+    return directory() / name;
 }
 
 std::string session_test::port() const
@@ -177,18 +158,15 @@ std::string session_test::port() const
 
 command session_test::client(const command& steps, const std::string& to)
 {
-    const fs::path program = directory_ / "client.py";
-    fs::copy_file(SORVANIC_SOURCE_DIR "/tests/e2e/netlink_client.py", program,
-                  fs::copy_options::skip_existing);
-    command line = {of_machine("python3"), program, to};
+    command line = {of_machine("python3"), script("netlink_client.py"), to};
     line.insert(line.end(), steps.begin(), steps.end());
     return line;
 }
 
 fs::path session_test::beside() const
 {
-    fs::create_directories(directory_ / "beside");
-    return directory_ / "beside";
+    fs::create_directories(directory() / "beside");
+    return directory() / "beside";
 }
 
 void session_test::enlist(const std::string& list, const fs::path& program)
@@ -198,7 +176,7 @@ void session_test::enlist(const std::string& list, const fs::path& program)
 
 void session_test::encoded(const std::string& name, const std::string& text)
 {
-    write(policy() / name, base64(text));
+    write(policy() / name, support::encode(text));
 }
 
 void session_test::write_policy()
@@ -220,7 +198,7 @@ command session_test::session(const command& run, const command& options)
     if (!is_given("--policy"))
         line.insert(line.end(), {"--policy", policy()});
     if (!is_given("--state"))
-        line.insert(line.end(), {"--state", directory_ / "state"});
+        line.insert(line.end(), {"--state", directory() / "state"});
     line.insert(line.end(), options.begin(), options.end());
     line.emplace_back("--");
     line.insert(line.end(), run.begin(), run.end());
@@ -245,8 +223,8 @@ exec chroot "$root" "$@")";
 
 outcome session_test::run_session(const command& run, const command& options, uid_t user)
 {
-    fs::remove_all(directory_ / "state");
-    child_process supervisor(session(run, options), directory_, user);
+    fs::remove_all(directory() / "state");
+    child_process supervisor(session(run, options), directory(), user);
     return supervisor.wait();
 }
 

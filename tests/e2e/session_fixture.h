@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/e2e/child_process.h"
+#include "tests/temporary_directory.h"
 
 namespace e2e {
 
@@ -22,7 +23,6 @@ using command = std::vector<std::string>;
 class session_test : public ::testing::Test {
 protected:
     session_test();
-    ~session_test() override;
     void SetUp() override;
 
     /// Makes a file in the test's directory that everybody may execute, and lists it.
@@ -59,14 +59,17 @@ protected:
     /// Runs it to its end; `user` is who runs the supervisor, 0 for whoever runs the test.
     outcome run_session(const command& run, const command& options = {}, uid_t user = 0);
 
-    fs::path directory() const { return directory_; }
-    fs::path policy() const { return directory_ / "policy"; }
+    fs::path directory() const { return directory_.path(); }
+    fs::path policy() const { return directory() / "policy"; }
     /// A file of the running session's status directory; "" when there is none yet.
     std::string status_file(const std::string& name) const
     {
-        return read_file(directory_ / "state/status" / name);
+        return read_file(directory() / "state/status" / name);
     }
-    std::string kernel_log() const { return read_file(directory_ / "state" / "kernel.log"); }
+    std::string kernel_log() const { return read_file(directory() / "state/kernel.log"); }
+
+    /// A copy of a Python program of this folder, where every user can read it.
+    fs::path script(const std::string& name) const;
 
     /// The port of the running session, which is waited for.
     std::string port() const;
@@ -81,7 +84,7 @@ protected:
 private:
     void write_policy();
 
-    fs::path directory_;
+    const temporary_directory directory_;
     std::string white_;
     std::map<std::string, fs::path> of_machine_;
     std::map<std::string, std::string> other_lists_;

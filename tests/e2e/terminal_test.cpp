@@ -219,14 +219,14 @@ TEST_F(at_terminal, tells_refusals_unless_quiet)
 TEST_F(at_terminal, tells_what_is_left_running_and_ends_it_on_demand)
 {
     terminal user(session(shell("sleep 100 & exit 3")));
-    ASSERT_TRUE(user.shows("waiting for what it has left running (Ctrl-C ends that)")) << user.screen();
+    ASSERT_TRUE(user.shows("waiting for the processes that it has left (Ctrl-C ends them)")) << user.screen();
     user.type("\x03");
     EXPECT_EQ(user.wait(), 3);
 }
 
 } // namespace
 
-TEST_F(at_terminal, a_stopped_screen_holds_no_decision_up)
+TEST_F(at_terminal, decides_while_the_screen_is_stopped)
 {
     const fs::path bad = unlisted("unlisted", read_file(victim("exit_with")) + "x");
     const fs::path done = directory() / "done";

@@ -125,7 +125,7 @@ TEST(exec_check, a_caller_without_a_program_has_no_vote_at_its_own_level)
     EXPECT_EQ(m.log(), "/bin/daemon is in sprolist\n");
 }
 
-TEST(exec_check, no_ancestor_is_read_while_nothing_is_a_super_process)
+TEST(exec_check, reads_no_ancestor_while_no_super_process_is_listed)
 {
     exec_machine m("");
     platform::fail_call(platform::fault::open, 2);
@@ -137,7 +137,7 @@ TEST(exec_check, no_ancestor_is_read_while_nothing_is_a_super_process)
     EXPECT_EQ(m.exec(10, "/bin/other"), 0);
 }
 
-TEST(exec_check, what_it_cannot_get_lets_the_program_run_or_has_key_zero)
+TEST(exec_check, runs_a_program_without_a_path_and_keys_an_unreadable_one_as_zero)
 {
     exec_machine m("supertrustfile=nobody's");
     const messages::agent agent(90);

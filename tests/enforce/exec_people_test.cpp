@@ -175,7 +175,7 @@ TEST(exec_people, an_unlisted_program_runs_inside_an_installation_after_all_list
     }
 }
 
-TEST(exec_people, no_failure_inside_an_installation_refuses_or_leaves_anything)
+TEST(exec_people, allows_programs_of_an_installation_whatever_fails)
 {
     install_machine m;
     m.encoded("platuser", "operator\n");

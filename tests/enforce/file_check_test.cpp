@@ -225,7 +225,7 @@ TEST(file_check, where_both_directories_are_one_only_reading_and_executing_is_le
     EXPECT_EQ(m.act("file:4 /etc/sorvanic/kernel/f"), -1) << "two levels up only the configuration counts";
 }
 
-TEST(file_check, without_memory_it_allows_what_has_no_path_and_refuses_what_has_no_label)
+TEST(file_check, allows_without_a_path_and_refuses_without_a_label_when_memory_is_short)
 {
     file_machine m;
     m.policy(labels + " appevp=/srv:other:7");

@@ -77,7 +77,7 @@ TEST(first_password, is_set_when_the_password_program_of_that_user_replaces_the_
     }
 }
 
-TEST(first_password, is_not_set_by_what_could_not_be_read)
+TEST(first_password, stays_unset_when_its_evidence_cannot_be_read)
 {
     const struct {
         platform::fault kind;

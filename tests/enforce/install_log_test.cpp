@@ -85,7 +85,7 @@ TEST(install_log, a_path_longer_than_the_memory_of_the_last_is_written_whole)
     }
 }
 
-TEST(install_log, a_line_that_is_lost_is_not_remembered)
+TEST(install_log, remembers_only_lines_that_it_has_written)
 {
     install_machine m;
     for (const auto& log : logs) {

@@ -70,7 +70,7 @@ TEST(install_tracking, a_creation_is_listed_and_an_executable_is_marked_too)
     EXPECT_EQ(m.log(), "[sorvall] load success,pid [20]\n");
 }
 
-TEST(install_tracking, a_creation_that_is_refused_leaves_no_trace)
+TEST(install_tracking, lists_only_creations_that_were_allowed)
 {
     install_machine m;
     m.policy("dirctl=/srv dac=/srv:SYSTEM:4 appevp=/srv:*:4");
@@ -101,7 +101,7 @@ TEST(install_tracking, a_mark_counts_for_its_own_phase_and_can_be_renewed)
     EXPECT_EQ(platform::live().allocations, before + 1) << "always the same mark";
 }
 
-TEST(install_tracking, failures_cost_the_mark_or_all_of_it)
+TEST(install_tracking, keeps_what_it_can_when_something_fails)
 {
     install_machine m;
     m.start();

@@ -1,5 +1,3 @@
-#include <vector>
-
 #include "platform/user/driver/machine.h"
 #include "tests/platform/fixture.h"
 
@@ -15,58 +13,6 @@ protected:
     platform::dentry_handle bin_ = platform::make_entry(usr_.get(), "bin", &directory);
     platform::dentry_handle program_ = platform::make_entry(bin_.get(), "program", &regular);
 };
-
-TEST_F(entries, have_paths_through_their_mount)
-{
-    const platform::mount_handle whole = platform::add_mount(root_entry_.get(), "/");
-    const platform::mount_handle moved = platform::add_mount(root_entry_.get(), "/mnt");
-    const platform::mount_handle part = platform::add_mount(usr_.get(), "/mnt/usr");
-    struct {
-        const platform::mount_handle& mount;
-        const platform::dentry_handle& entry;
-        const char* path;
-    } const cases[] = {
-        {whole, program_, "/usr/bin/program"},
-        {whole, root_entry_, "/"},
-        {moved, program_, "/mnt/usr/bin/program"},
-        {moved, root_entry_, "/mnt"},
-        {part, bin_, "/mnt/usr/bin"},
-        {part, usr_, "/mnt/usr"},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(path_text({c.mount.get(), c.entry.get()}), c.path);
-}
-
-TEST_F(entries, have_their_mounts_visited_in_the_order_they_were_made)
-{
-    const platform::dentry_handle other = platform::make_root(directory);
-    std::vector<platform::mount_handle> made;
-    for (const char* at : {"/a", "/b", "/c"})
-        made.push_back(platform::add_mount(at[1] == 'a' ? other.get() : root_entry_.get(), at));
-    struct search {
-        kernel::dentry* root; ///< whose first mount is looked for
-        std::vector<kernel::vfsmount*> seen;
-    };
-    const auto visit = [](kernel::vfsmount* mount, void* argument) {
-        auto* looked_for = static_cast<search*>(argument);
-        looked_for->seen.push_back(mount);
-        return kernel::mount_root(mount) == looked_for->root;
-    };
-    search nowhere = {nullptr, {}};
-    EXPECT_FALSE(kernel::iterate_mounts(visit, &nowhere));
-    ASSERT_EQ(nowhere.seen.size(), 4U); // the first is the host's own
-    EXPECT_EQ(std::vector(nowhere.seen.begin() + 1, nowhere.seen.end()),
-              (std::vector{made[0].get(), made[1].get(), made[2].get()}));
-
-    // What is kept outlives the list.
-    search found = {root_entry_.get(), {}};
-    EXPECT_TRUE(kernel::iterate_mounts(visit, &found));
-    kernel::vfsmount* kept = kernel::mntget(found.seen.back());
-    made.clear();
-    platform::clear_mounts();
-    EXPECT_EQ(path_text({kept, program_.get()}), "/b/usr/bin/program");
-    kernel::mntput(kept);
-}
 
 TEST_F(entries, lead_from_an_inode_only_while_they_live)
 {

@@ -65,25 +65,6 @@ TEST_F(file_io, reads_the_same_with_and_without_reading_ahead)
     EXPECT_EQ(kernel::inode_size(kernel::file_inode(file.get())), static_cast<kernel::s64>(expected.size()));
 }
 
-TEST_F(file_io, appends_whatever_the_position_is)
-{
-    root_.write("log", "first,");
-    platform::mount_memory("/m");
-    kernel::filp_close(kernel::filp_open("/m/log", kernel::open_create, 0), nullptr);
-    for (const char* path : {"/d/log", "/m/log"}) {
-        const kernel::open_file one(path, kernel::open_write_only | kernel::open_append, 0);
-        const kernel::open_file other(path, kernel::open_write_only | kernel::open_append, 0);
-        kernel::s64 position = 0;
-        kernel::s64 other_position = 0;
-        const kernel::s64 before = kernel::inode_size(kernel::file_inode(one.get()));
-        write_at(one.get(), "second,", position);
-        write_at(other.get(), "third,", other_position);
-        write_at(one.get(), "fourth", position);
-        EXPECT_EQ(position, before + 19) << path;
-        EXPECT_EQ(read_path(path).substr(static_cast<std::size_t>(before)), "second,third,fourth");
-    }
-}
-
 TEST_F(file_io, opens_directories_and_does_not_read_them)
 {
     platform::mount_memory("/m");

@@ -2,12 +2,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <latch>
 #include <thread>
 #include <vector>
 
 #include "platform/kernel/mutex.h"
 #include "tests/platform/fixture.h"
+#include "tests/support/threads.h"
 
 namespace {
 
@@ -15,21 +15,6 @@ using namespace std::chrono_literals;
 using locks = platform_fixture;
 
 constexpr int rounds = 5000;
-
-template <typename Work>
-void run_on_threads(int threads, Work work)
-{
-    std::latch together(threads);
-    std::vector<std::thread> running;
-    for (int i = 0; i < threads; ++i) {
-        running.emplace_back([&, i] {
-            together.arrive_and_wait();
-            work(i);
-        });
-    }
-    for (std::thread& thread : running)
-        thread.join();
-}
 
 // Plain variables: the thread sanitizer sees whether the locks order what they should.
 TEST_F(locks, exclude_everyone_from_writers_and_writers_from_readers)
@@ -42,7 +27,7 @@ TEST_F(locks, exclude_everyone_from_writers_and_writers_from_readers)
     long spun = 0;
     long slept = 0;
     std::atomic<int> torn = 0;
-    run_on_threads(4, [&](int number) {
+    support::on_threads(4, [&](int number) {
         for (int i = 0; i < rounds; ++i) {
             if ((i + number) % 4 == 0) {
                 const kernel::write_guard guard(lock);
@@ -150,7 +135,7 @@ TEST_F(locks, keep_the_process_tree_still_for_its_readers)
             }
         }
     });
-    run_on_threads(2, [](int number) {
+    support::on_threads(2, [](int number) {
         for (int round = 0; round < 200; ++round) {
             // A chain of tasks, taken down from its top.
             const int base = 11 + number * 10;

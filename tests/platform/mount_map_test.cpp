@@ -41,36 +41,6 @@ TEST_F(mount_map, lets_no_path_climb_out_of_a_directory)
     EXPECT_EQ(read_path("/in/..hidden"), "a name that begins with two dots");
 }
 
-TEST_F(mount_map, keeps_memory_files_as_long_as_it_lives)
-{
-    platform::mount_memory("/decoded");
-    // Permission bits do not keep the engine out: it creates its files with mode 0.
-    kernel::s64 position = 0;
-    {
-        const kernel::open_file created("/decoded/dac_enc", kernel::open_write_only | kernel::open_create, 0);
-        ASSERT_TRUE(created.is_open());
-        EXPECT_EQ(write_at(created.get(), "one two", position), 7);
-    }
-    EXPECT_EQ(read_path("/decoded/dac_enc"), "one two");
-    EXPECT_EQ(platform::memory_file("/decoded/dac_enc"), "one two");
-
-    {
-        const kernel::open_file emptied("/decoded/dac_enc", kernel::open_read_write | kernel::open_truncate,
-                                        0);
-        EXPECT_EQ(kernel::inode_size(kernel::file_inode(emptied.get())), 0);
-        position = 3;
-        EXPECT_EQ(write_at(emptied.get(), "x", position), 1);
-    }
-    EXPECT_EQ(platform::memory_file("/decoded/dac_enc"), std::string("\0\0\0x", 4));
-
-    EXPECT_EQ(read_path("/decoded/never_created"), "error -2");
-    EXPECT_TRUE(kernel::is_error(kernel::filp_open("/decoded/sub/file", kernel::open_create, 0)));
-    EXPECT_EQ(platform::memory_file("/decoded/sub/file"), std::nullopt);
-    platform::unmount_all();
-    platform::mount_memory("/decoded");
-    EXPECT_EQ(read_path("/decoded/dac_enc"), "error -2");
-}
-
 // The engine knows its directories by the inode numbers of the entries above their files.
 TEST_F(mount_map, gives_a_file_the_real_directories_above_it)
 {

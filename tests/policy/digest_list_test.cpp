@@ -114,7 +114,7 @@ TEST(digest_bucket, takes_the_least_significant_byte_first)
     EXPECT_EQ(digest_bucket(0xffffffff, 65536), (255u * (35937 + 1089 + 33 + 1)) & 0xffffu);
 }
 
-TEST_F(digest_lists, keep_the_records_before_a_failure)
+TEST_F(digest_lists, keep_the_records_read_before_a_failure)
 {
     const std::vector<std::uint32_t> keys = {1, 2, 3};
     machine_.keys("whitelist", keys);

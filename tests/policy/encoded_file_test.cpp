@@ -59,7 +59,7 @@ TEST_F(encoded_file, a_foreign_byte_ends_its_chunk_only)
     EXPECT_EQ(result.size(), 57u + 57u * 6 / 8 + 38u * 6 / 8);
 }
 
-TEST_F(encoded_file, a_file_that_is_not_there_leaves_the_work_file_alone)
+TEST_F(encoded_file, leaves_the_work_file_alone_without_a_source)
 {
     decoded(encode("old\n"));
     machine_.remove(encoded_path);
@@ -80,7 +80,7 @@ TEST_F(encoded_file, the_work_file_is_made_without_permissions)
     EXPECT_EQ(made.st_size, 0);
 }
 
-TEST_F(encoded_file, a_failed_read_keeps_what_was_decoded_before)
+TEST_F(encoded_file, keeps_what_it_has_decoded_before_a_failed_read)
 {
     const std::string text = numbered_lines(2250);
     fail_each_call(

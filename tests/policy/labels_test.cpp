@@ -106,7 +106,7 @@ TEST_F(labels, a_subject_is_known_by_its_whole_name_an_object_by_the_tree_it_is_
     EXPECT_EQ(value(object("relative")), '-');
 }
 
-TEST_F(labels, a_line_without_memory_is_dropped)
+TEST_F(labels, drops_only_the_line_that_has_no_memory)
 {
     const std::string rest = ":1:2:3:1,2,3,4,5,6,7,8\n";
     load("", ""); // from here on there are work files

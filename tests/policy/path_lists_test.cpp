@@ -122,6 +122,12 @@ TEST_F(path_lists, take_lines_and_entries_up_to_their_limits)
     EXPECT_TRUE(covers(longest + "/f") && covers("/x"));
     EXPECT_FALSE(covers(longest + "e") || covers("# a"));
 
+    // A line ends at a byte of 0; of 1022 characters, the rest is a line of its own.
+    const std::string piece(1022, 'p'), nul(1, '\0');
+    load("/ab" + nul + "cd\n" + nul + "/no\n#" + piece + "\n" + piece + "/tail\n/last");
+    const std::vector<std::string> lines = {"/ab", "/no", "/tail", "/last", "p"};
+    EXPECT_EQ(found(lines), std::vector<std::string>(3, "/ab/tail/lastp"));
+
     std::string content;
     for (int n = 1; n <= 8195; ++n)
         content += "/p" + std::to_string(n) + "-\n";
@@ -143,7 +149,7 @@ TEST_F(path_lists, take_lines_and_entries_up_to_their_limits)
     EXPECT_EQ(found(asked), (std::vector<std::string>{"/p1-", but_one, but_one}));
 }
 
-TEST_F(path_lists, a_file_that_is_gone_empties_its_list)
+TEST_F(path_lists, are_empty_when_their_file_is_gone)
 {
     load("/a\n");
     EXPECT_TRUE(covers("/a") && named("a"));
@@ -159,7 +165,7 @@ TEST_F(path_lists, a_file_that_is_gone_empties_its_list)
     EXPECT_NE(dirctl.search("/home"), 0) << "plain text is no policy";
 }
 
-TEST_F(path_lists, a_failure_costs_what_it_must_and_no_more)
+TEST_F(path_lists, keep_what_they_have_read_when_something_fails)
 {
     load("/a\n"); // from here on there are work files
     write("a\nb\nc\n");

@@ -102,7 +102,7 @@ TEST_F(policy, a_load_without_unload_adds_and_a_reload_keeps_the_former_copy)
     EXPECT_EQ(entries(), 1u);
 }
 
-TEST_F(policy, no_failure_leaves_anything_behind)
+TEST_F(policy, leaves_nothing_behind_whatever_fails)
 {
     write_every_file();
     const auto whole_life = [] {

@@ -114,7 +114,7 @@ TEST_F(status, load_says_whether_the_work_file_could_be_opened)
     EXPECT_EQ(system_status(), "1");
 }
 
-TEST_F(status, failures_leave_the_defaults)
+TEST_F(status, keeps_the_defaults_when_something_fails)
 {
     machine_.encoded("auditlabel", "2:1\n3:2\n");
     audit.reload(); // from here on there is a work file

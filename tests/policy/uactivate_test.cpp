@@ -60,7 +60,7 @@ TEST_F(uactivate, states_survive_a_reload_and_nothing_else_does)
     EXPECT_EQ(state("bob") + state("alice"), "20") << "who was gone begins again";
 }
 
-TEST_F(uactivate, an_update_between_load_and_sync_is_lost)
+TEST_F(uactivate, takes_states_over_when_it_loads)
 {
     load("alice\n");
     update("alice", 0);
@@ -81,7 +81,7 @@ TEST_F(uactivate, of_two_lines_with_one_name_the_first_counts)
     EXPECT_EQ(state("alice"), "1");
 }
 
-TEST_F(uactivate, a_line_without_memory_is_dropped)
+TEST_F(uactivate, drops_only_the_line_that_has_no_memory)
 {
     std::string content;
     for (int n = 1; n <= 8200; ++n)

@@ -1,10 +1,12 @@
 #include "process/process_map.h"
 
+#include <atomic>
 #include <random>
 #include <set>
 #include <string>
 
 #include "tests/support/machine.h"
+#include "tests/support/threads.h"
 
 namespace {
 
@@ -34,7 +36,7 @@ TEST_F(process_map, keeps_31_characters_and_one_record_a_pid)
     EXPECT_EQ(user_of(100), "-");
 }
 
-TEST_F(process_map, what_is_absent_stays_untouched)
+TEST_F(process_map, leaves_absent_records_alone)
 {
     EXPECT_EQ(user_of(5), "-");
     EXPECT_EQ(map.erase(5), 0);
@@ -73,6 +75,38 @@ TEST_F(process_map, agrees_with_a_set_under_random_births_and_exits)
     EXPECT_EQ(platform::live().allocations, living.size());
     map.destroy();
     EXPECT_EQ(user_of(*living.begin()), "-");
+}
+
+// Births, exits and lookups of the same sixteen buckets at once: a lookup gives the name that
+// belongs to its pid or none, never half a name or another's.
+TEST_F(process_map, gives_each_lookup_its_own_process)
+{
+    std::atomic<bool> stop = false;
+    std::atomic<long> wrong = 0, found = 0;
+    const auto name_of = [](long pid) {
+        return std::string(1 + static_cast<std::size_t>(pid) % 31, static_cast<char>('a' + pid % 26));
+    };
+    const auto write = [&](long writer) {
+        // On a busy machine the readers may come to run late.
+        for (long i = 0; i < 30000 || found == 0; ++i) {
+            const long pid = (i * 2 + writer) % 64;
+            map.insert(pid, name_of(pid).c_str());
+            if (i % 3 == 0)
+                map.erase(pid);
+        }
+        stop = true;
+    };
+    const auto read = [&] {
+        for (long pid = 0; !stop; pid = (pid + 1) % 64) {
+            char user[sorvanic_user_name_size] = {};
+            if (map.search(pid, user) != 0)
+                continue;
+            ++found;
+            wrong += user == name_of(pid) ? 0 : 1;
+        }
+    };
+    support::at_once({[&] { write(0); }, [&] { write(1); }, read, read});
+    EXPECT_EQ(wrong, 0);
 }
 
 } // namespace

@@ -241,14 +241,15 @@ TEST(calls, each_reaches_its_hooks_in_order_and_passes_none_that_refuses)
     wanted.policy = directory.path();
     wanted.state = directory / "state";
     wanted.rules.every_io = true;
-    std::string made = VICTIM_DIRECTORY "/make_call";
+    std::string made = "python3 " SORVANIC_SOURCE_DIR "/tests/session/make_call.py";
     std::set<std::string> tried;
     for (const call_rule& rule : call_rules()) {
         if ((rule.hooks & ~on_exec) == 0 || needs_more_rights(rule.hooks, rule.name))
             continue;
         const auto expected = expected_hooks().find(rule.name);
         ASSERT_NE(expected, expected_hooks().end()) << rule.name << " is new";
-        made += " " + expected->first + ":" + std::to_string(expected->second.size() + 1);
+        made += " " + expected->first + ":" + std::to_string(rule.number) + ":" +
+                std::to_string(expected->second.size() + 1);
         tried.insert(rule.name);
     }
     wanted.command = {"/bin/sh", "-c", "cd '" + record().place + "'; exec " + made + " > ../out"};

@@ -53,7 +53,7 @@ std::string content(const std::string& path)
     return text.str();
 }
 
-TEST(full_disk, status_is_published_without_room_for_another_file)
+TEST(full_disk, publishes_the_status_without_room_for_another_file)
 {
     const temporary_directory place;
     const int came_to = on_small_disk(place.path(), [&]() -> int {
@@ -79,7 +79,7 @@ TEST(full_disk, status_is_published_without_room_for_another_file)
     EXPECT_EQ(came_to, worked);
 }
 
-TEST(full_disk, a_log_that_cannot_be_written_is_in_the_exit_status)
+TEST(full_disk, tells_of_an_unwritable_log_by_the_exit_status)
 {
     for (const bool lossy : {false, true}) {
         const temporary_directory directory;

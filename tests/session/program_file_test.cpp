@@ -18,7 +18,7 @@ unique_fd pin(const std::string& path)
     return unique_fd(open(path.c_str(), O_PATH | O_CLOEXEC));
 }
 
-TEST(program_file, a_path_is_not_the_one_its_caller_sees)
+TEST(program_file, gives_the_path_that_the_caller_sees)
 {
     const temporary_directory directory;
     const caller self(getpid());
@@ -43,7 +43,7 @@ TEST(program_file, a_path_is_not_the_one_its_caller_sees)
     expect(unique_fd(memfd_create("program", MFD_CLOEXEC)).get(), "/memfd:program", true);
 }
 
-TEST(program_file, a_file_is_written_to_in_the_tick_of_its_identity)
+TEST(program_file, gives_an_identity_that_every_later_write_changes)
 {
     const temporary_directory directory;
     timespec tick;

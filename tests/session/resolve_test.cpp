@@ -102,7 +102,7 @@ private:
 
 class resolve_test : public ::testing::TestWithParam<bool> {};
 
-TEST_P(resolve_test, finds_what_a_name_means_to_its_caller)
+TEST_P(resolve_test, finds_what_the_kernel_finds_for_the_caller)
 {
     const bool own_root = GetParam();
     if (own_root && geteuid() != 0)

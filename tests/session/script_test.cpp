@@ -54,7 +54,7 @@ std::string as_parsed(const std::string& content, const std::string& script)
     return out + "[" + script + "]\n";
 }
 
-TEST(script, the_kernel_reads_a_first_line_otherwise)
+TEST(script, reads_a_first_line_as_the_kernel_does)
 {
     const std::string i = interpreter;
     const std::string nul(1, '\0');

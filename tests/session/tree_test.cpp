@@ -12,7 +12,7 @@
 namespace session {
 namespace {
 
-TEST(tree, a_task_stays_in_the_table)
+TEST(tree, leaves_no_task_in_the_table)
 {
     const temporary_directory directory;
     options wanted;

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <array>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -23,12 +22,8 @@ namespace support {
 
 machine::machine()
 {
-    std::string pattern = (std::filesystem::temp_directory_path() / "sorvanic-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr)
-        throw std::runtime_error("no temporary directory");
-    root_ = pattern;
     std::filesystem::create_directories(root_ / "etc/sorvanic");
-    platform::mount_directory("/", root_.string());
+    platform::mount_directory("/", root_.path());
     platform::mount_memory("/etc/sorvanic/kernel");
     platform::serve_text("/proc/kallsyms", platform::symbol_text());
     platform::set_kernel_log([this](std::string_view text) { log_ += text; });
@@ -56,12 +51,11 @@ machine::~machine()
     platform::assert_thread_clean();
     platform::set_kernel_log({});
     platform::unmount_all();
-    std::filesystem::remove_all(root_);
 }
 
 std::filesystem::path machine::real(std::string_view path) const
 {
-    return root_ / std::filesystem::path(path).relative_path();
+    return root_ / std::filesystem::path(path).relative_path().string();
 }
 
 void machine::write(std::string_view path, std::string_view content)

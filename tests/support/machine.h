@@ -14,6 +14,7 @@
 #include "platform/user/driver/faults.h"
 #include "platform/user/driver/objects.h"
 #include "platform/user/driver/tasks.h"
+#include "tests/temporary_directory.h"
 
 namespace support {
 
@@ -62,7 +63,7 @@ public:
     std::string log();
 
 private:
-    std::filesystem::path root_;
+    const temporary_directory root_;
     std::string log_;
     bool loaded_ = false;
 };

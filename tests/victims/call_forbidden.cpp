@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 // call_forbidden [MOUNT_NAMESPACE]: makes calls that a session must not let through and prints the error
 // of each, 0 when it worked.
@@ -41,26 +42,29 @@ int old_entry()
 
 int main(int argc, char** argv)
 {
-    std::printf("clone %d\n", error_of(clone_with(0)));
-    std::printf("clone-untraced %d\n", error_of(clone_with(untraced)));
-    // The kernel takes no notice of the upper half of the flags.
-    std::printf("clone-untraced-upper-half %d\n", error_of(clone_with(untraced | 0x100000000)));
-    std::printf("clone3 %d\n", error_of(syscall(SYS_clone3, nullptr, 0)));
-    std::printf("io_uring_setup %d\n", error_of(syscall(SYS_io_uring_setup, 0, nullptr)));
-    std::printf("io_uring_enter %d\n", error_of(syscall(SYS_io_uring_enter, -1, 0, 0, 0, nullptr, 0)));
-    std::printf("io_uring_register %d\n", error_of(syscall(SYS_io_uring_register, -1, 0, nullptr, 0)));
-    std::printf("x32-execve %d\n", error_of(syscall(0x40000000 + 520, "/bin/true", nullptr, nullptr)));
-    std::printf("int80 %d\n", old_entry());
-    std::printf("open_by_handle_at %d\n", error_of(syscall(SYS_open_by_handle_at, -1, nullptr, 0)));
-    std::printf("process_vm_writev %d\n",
-                error_of(syscall(SYS_process_vm_writev, getpid(), nullptr, 0, nullptr, 0, 0)));
     // What may be asked for without any rights; the descriptor is a bad one, unless one is named.
     const int mounts = argc > 1 ? open(argv[1], O_RDONLY) : -1;
-    std::printf("open_tree %d\n", error_of(syscall(SYS_open_tree, -1, "name", 0)));
-    std::printf("setns-any %d\n", error_of(syscall(SYS_setns, mounts, 0)));
-    std::printf("setns-mounts %d\n", error_of(syscall(SYS_setns, mounts, CLONE_NEWNS)));
-    std::printf("setns-processes %d\n", error_of(syscall(SYS_setns, mounts, CLONE_NEWPID)));
-    std::printf("setns-net %d\n", error_of(syscall(SYS_setns, -1, CLONE_NEWNET)));
-    std::printf("getpid %d\n", error_of(syscall(SYS_getpid)));
+    const std::pair<const char*, int> calls[] = {
+        {"clone", error_of(clone_with(0))},
+        {"clone-untraced", error_of(clone_with(untraced))},
+        // The kernel takes no notice of the upper half of the flags.
+        {"clone-untraced-upper-half", error_of(clone_with(untraced | 0x100000000))},
+        {"clone3", error_of(syscall(SYS_clone3, nullptr, 0))},
+        {"io_uring_setup", error_of(syscall(SYS_io_uring_setup, 0, nullptr))},
+        {"io_uring_enter", error_of(syscall(SYS_io_uring_enter, -1, 0, 0, 0, nullptr, 0))},
+        {"io_uring_register", error_of(syscall(SYS_io_uring_register, -1, 0, nullptr, 0))},
+        {"x32-execve", error_of(syscall(0x40000000 + 520, "/bin/true", nullptr, nullptr))},
+        {"int80", old_entry()},
+        {"open_by_handle_at", error_of(syscall(SYS_open_by_handle_at, -1, nullptr, 0))},
+        {"process_vm_writev", error_of(syscall(SYS_process_vm_writev, getpid(), nullptr, 0, nullptr, 0, 0))},
+        {"open_tree", error_of(syscall(SYS_open_tree, -1, "name", 0))},
+        {"setns-any", error_of(syscall(SYS_setns, mounts, 0))},
+        {"setns-mounts", error_of(syscall(SYS_setns, mounts, CLONE_NEWNS))},
+        {"setns-processes", error_of(syscall(SYS_setns, mounts, CLONE_NEWPID))},
+        {"setns-net", error_of(syscall(SYS_setns, -1, CLONE_NEWNET))},
+        {"getpid", error_of(syscall(SYS_getpid))},
+    };
+    for (const auto& [name, error] : calls)
+        std::printf("%s %d\n", name, error);
     return 0;
 }

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string_view>
 
-// Test control: making the platform fail on purpose, and asking what is left over.
+// Test control: makes the platform fail on purpose, and shows what is left over.
 
 namespace platform {
 

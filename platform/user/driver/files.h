@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-// Where the kernel paths that the engine opens lead: the mount map.
+// The mount map: where the kernel paths that the engine opens lead.
 //
 // A kernel path is absolute. The entry whose `at` is the longest leading part of it (ending at
 // a "/" or at the path's end) serves it; without one, filp_open gives -ENOENT. A path that

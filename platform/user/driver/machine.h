@@ -27,10 +27,10 @@ void set_clock(std::optional<long long> seconds);
 /// What the kernel variable security_ops points at. Its pages are write-protected.
 const kernel::security_operations& security();
 
-/// While one of these lives, no call below begins: callers wait. What was at work when it began and
-/// then allows is asked again when it is over, so that no answer stands that rests on a state which
-/// only existed meanwhile. The constructor waits for a call that holds have crossed again and again.
-/// Any thread, several at a time; not from inside of a hook.
+/// While one of these exists, no call below begins: callers wait. A call that was running when it began and
+/// then allows is repeated afterwards, so that no answer rests on a state that existed only meanwhile. The
+/// constructor waits for a call that was already repeated often. Any thread, several at a time; not from
+/// inside of a hook.
 class hook_hold {
 public:
     hook_hold();

@@ -14,18 +14,17 @@
 
 #include "platform/kernel/types.h"
 
-// The driver's side of netlink: what stands behind the socket that the engine opens, and how
-// messages reach it.
+// The driver's side of netlink: what the engine's socket is made on, and how messages reach it.
 //
-// In a kernel a message is handled while its sender is still sending it. In memory it is so
-// here, too. On the host's netlink a datagram waits in a queue until the driver comes for it,
-// so the driver must: it polls netlink_descriptor() and calls netlink_pump(), and it calls
-// netlink_settle() with the acting process before each of its events (hook, fork, exit).
+// In a kernel, and here in memory, a message is handled while its sender is still sending it. On the host's
+// netlink a datagram waits in a queue until the driver takes it: the driver polls netlink_descriptor() and
+// calls netlink_pump(), and it calls netlink_settle() with the acting process before each of its events
+// (hook, fork, exit).
 
 namespace platform {
 
-/// What the engine's next socket is made on; both for the next start-up, with no socket open.
-/// In memory (the default): peers are netlink_peer objects of this program.
+/// Choose what the engine's next socket is made on; to be called while no socket is open. In memory (the
+/// default): peers are netlink_peer objects of this program.
 void use_netlink_bus();
 /// The host's: a NETLINK_USERSOCK socket bound to `port`, to which user-space processes send; each
 /// binds its own socket to its process id. Not the id of a process that wants to talk to it.
@@ -33,7 +32,7 @@ void set_netlink_port(kernel::u32 port);
 
 // --- The host's netlink. Any thread may call these; without an open socket they do nothing. ---
 
-/// Whose messages are let through. The host vouches for both ids.
+/// The senders whose messages are let through. Both ids come from the host.
 struct netlink_senders {
     std::set<uid_t> users;                          ///< real user ids; root and our own by default
     std::function<bool(pid_t pid, uid_t user)> may; ///< must agree as well, when there is one. Called
@@ -42,22 +41,22 @@ struct netlink_senders {
 void set_netlink_senders(netlink_senders senders);
 netlink_senders default_netlink_senders();
 
-/// What stands around the handling of a datagram: called with its bytes, header first, and with what
-/// handles it, which it calls once. None at first; not while messages are handled.
+/// A wrapper around the handling of a datagram: called with its bytes, header first, and with the function
+/// that handles it, which it calls once. There is none at first. Not to be set while messages are handled.
 using netlink_escort = std::function<void(std::string_view datagram, const std::function<void()>& handle)>;
 void set_netlink_escort(netlink_escort escort);
 
 /// Readable when netlink_pump() has something to do; -1 without an open socket.
 int netlink_descriptor();
 
-/// Hands all messages that have arrived so far to the engine, in the order they came in, and
-/// returns when they have been handled. Each is handled with its sender as the current task;
-/// a sender that is no known task is one for just that long.
+/// Hands all messages that have arrived so far to the engine, in the order they came in, and returns when
+/// they have been handled. Each is handled with its sender as the current task; an unknown sender is a task
+/// for that time only.
 void netlink_pump();
 
-/// Returns when every message that process `pid` (a thread group's id) has sent so far is handled;
-/// at once, when none of them is waiting or being handled: whatever the others have asked for
-/// does not hold it up. Messages before them are handled first.
+/// Returns when every message that process `pid` (a thread group's id) has sent so far is handled; at once,
+/// when none of them is waiting or being handled: requests of other processes do not delay it. Messages
+/// before them are handled first.
 void netlink_settle(pid_t pid);
 
 /// Whether netlink_settle would return without handling or waiting for anything. If not, and the

@@ -12,9 +12,8 @@
 #include "platform/kernel/path.h"
 #include "platform/kernel/security.h"
 
-// The driver's side of files, entries, mounts and exec parameters: making the objects that
-// hooks are called with. All are reference-counted as the kernel's are; the handles below own
-// one reference each.
+// The driver's side of files, entries, mounts and exec parameters: it makes the objects with which hooks are
+// called. All are reference-counted as the kernel's are; the handles below own one reference each.
 
 namespace platform {
 
@@ -32,25 +31,24 @@ using file_handle = std::unique_ptr<kernel::file, release>;
 using dentry_handle = std::unique_ptr<kernel::dentry, release>;
 using mount_handle = std::unique_ptr<kernel::vfsmount, release>;
 
-/// A file over a real object that stays pinned as long as the file lives. `pinned` is any
-/// descriptor of it, O_PATH is enough. `path` is its absolute path as the acting task sees it;
-/// when the object has been deleted, without the suffix and with `deleted` true (d_path then
-/// appends " (deleted)"). Inode number, mode and size come from the descriptor. While an event
-/// runs (see event below), filp_open of the text that d_path gave for it opens this object
-/// anew, read access being checked by the host: what the supervisor may not read gives -EACCES.
-/// Its entry lives in the file system of the host's names, whose mount is the first of the
-/// namespace; its parents are looked up by name when they are asked for. Null when `pinned` is
-/// no descriptor.
+/// A file over a real object that stays pinned as long as the file lives. `pinned` is any descriptor of it,
+/// O_PATH is enough. `path` is its absolute path as the acting task sees it; when the object has been
+/// deleted, without the suffix and with `deleted` true (d_path then appends " (deleted)"). Inode number, mode
+/// and size come from the descriptor. While an event runs (see event below), filp_open of the text that
+/// d_path gave for it opens this object again. The host checks read access: an object that the supervisor may
+/// not read gives -EACCES. Its entry lives in the file system of the host's names, whose mount is the first
+/// of the namespace; its parents are looked up by name when they are asked for. Null when `pinned` is no
+/// descriptor.
 file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted = false);
 
-/// The entry of such a file, alone, and a file on it. However often an object is pinned, by
-/// whatever name, its inode is one: what the engine attaches to it stays until inode_gone, or to
-/// the end. d_find_alias prefers entries that the calling thread has made, the newest first.
+/// The entry of such a file, alone, and a file on it. An object has one inode, however often and under
+/// whatever names it is pinned: what the engine attaches to it stays until inode_gone, or to the end.
+/// d_find_alias prefers entries that the calling thread has made, the newest first.
 dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted = false);
 file_handle make_pinned_file(kernel::dentry* entry);
 
-/// An object's descriptor, with all that host_statx asks of it: for a driver that has a use for them
-/// itself, and one system call for what would be three.
+/// An object's descriptor with the result of host_statx, for drivers that need both: one system call in place
+/// of three.
 struct host_object {
     std::shared_ptr<const unique_fd> pin;
     struct statx about = {};

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-// The driver's side of sysctl: reading what the engine has registered.
+// The driver's side of sysctl: reads the values that the engine has registered.
 
 namespace platform {
 

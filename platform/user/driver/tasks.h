@@ -23,8 +23,8 @@ struct task_release {
 };
 using task_handle = std::unique_ptr<kernel::task_struct, task_release>;
 
-/// A task that comes from outside: no do_fork runs for it. `program` (may be null: no address
-/// space) is referenced. Returns null when `pid` is taken.
+/// Adds a task from outside, for which no do_fork runs. `program` (may be null: no address space) is
+/// referenced. Returns null when `pid` is taken.
 task_handle add_task(int pid, int parent, std::string_view comm, kernel::file* program);
 
 /// A task that is not in the table and no part of any lineage but its own, for the time of an event:
@@ -42,8 +42,8 @@ int process_of(int pid);
 /// Whether any task of the process is in the table: its first one may have ended before others.
 bool has_process(int process);
 
-/// Makes `task` what current_task() answers on this thread until the end of the scope, and
-/// opens the scope in which paths from d_path open the pinned objects they were made from.
+/// Makes `task` the result of current_task() on this thread until the end of the scope. Within the scope,
+/// paths from d_path open the pinned objects from which they were made.
 class event {
 public:
     explicit event(kernel::task_struct* task);
@@ -65,8 +65,8 @@ long run_do_fork(kernel::task_struct* parent, unsigned long flags, int child);
 /// children on.
 void run_do_exit(kernel::task_struct* task, long code);
 
-/// A thread other than its process's first has called exec, and goes on under that one's id: its task,
-/// known as `former_pid`, takes over `pid`. Nothing when the two are the same.
+/// A thread that is not its process's first has called exec and goes on under the id of the first: its task,
+/// known as `former_pid`, takes over `pid`. Does nothing when the two are the same.
 void take_over_id(int pid, int former_pid);
 
 /// An exec has happened: `program` is what the task's new address space runs, `comm` its name.
@@ -75,10 +75,10 @@ void take_over_id(int pid, int former_pid);
 /// `pid`, the leader's having exited.
 void replace_program(int pid, int former_pid, kernel::file* program, std::string_view comm);
 
-/// Says what the argument area of the task's address space holds: each argument with a zero byte
-/// behind it, "" for no such area. Children with an address space of their own begin with a
-/// copy, a new program with none. Nothing for a task without an address space. To be told
-/// before an event that the engine may want the arguments for, as processes can change them.
+/// Sets the content of the argument area of the task's address space: each argument with a zero byte behind
+/// it, "" for no such area. Children with an address space of their own begin with a copy, a new program with
+/// none. Does nothing for a task without an address space. To be called before an event in which the engine
+/// may read the arguments, as processes can change them.
 void set_arguments(kernel::task_struct* task, std::string area);
 
 /// Empties the table down to task 1.

@@ -7,7 +7,7 @@
 #include "platform/user/driver/objects.h"
 #include "platform/user/files/open_file.h"
 
-// What hooks are handed besides files, entries and tasks.
+// The other objects that hooks get, besides files, entries and tasks.
 
 namespace kernel {
 

@@ -14,7 +14,7 @@
 #include "platform/kernel/path.h"
 #include "platform/user/driver/objects.h"
 
-// What is behind kernel::inode, kernel::dentry and kernel::vfsmount. Private to platform/user/.
+// The types behind kernel::inode, kernel::dentry and kernel::vfsmount. Private to platform/user/.
 //
 // There are two kinds of entries. Those built by hand (objects.h) form trees of their own. A
 // named entry stands for one absolute path of a name_space: its parent and, for all but the
@@ -29,7 +29,7 @@ struct thread_state;
 
 namespace kernel {
 
-/// What tells an object of the host from every other one, before it and after it.
+/// Identifies an object of the host among all that were there before and come later.
 struct inode_key {
     unsigned long number; ///< unique over devices
     s64 birth_seconds;
@@ -97,7 +97,7 @@ name_space& host_names();
 /// The names that filp_open knows.
 name_space& kernel_names();
 
-/// Guards every inode's aliases, and the looking up of what a named entry does not know yet.
+/// Guards every inode's aliases, and look-ups of the parents and inodes of named entries.
 std::mutex& entries_lock();
 
 inode_facts facts_of(const struct stat& of);

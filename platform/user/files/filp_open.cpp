@@ -60,8 +60,8 @@ kernel::file* open_descriptor(unique_fd fd, name_space& space, const char* path,
 
 kernel::file* open_host_path(const std::string& host_path, const char* path, int flags, int mode)
 {
-    // The permissions of a file do not bind a kernel, but they bind us: what is not root's stays open to
-    // its owner.
+    // A file's permissions do not bind a kernel, but they bind this process: a file that is not root's stays
+    // open to its owner.
     if (geteuid() != 0)
         mode |= S_IRUSR | S_IWUSR;
     unique_fd fd(::open(host_path.c_str(), (flags & engine_flags) | host_flags, mode));

@@ -31,8 +31,8 @@ kernel::inode_key key_of(const struct statx& about)
     struct stat numbers = {};
     numbers.st_dev = makedev(about.stx_dev_major, about.stx_dev_minor);
     numbers.st_ino = about.stx_ino;
-    // A number is used again when its file is gone; a file system that does not keep the time of
-    // birth leaves that to be noticed by inode_gone.
+    // A number is used again when its file is gone. On a file system without times of birth only inode_gone
+    // tells that.
     const bool has_birth = (about.stx_mask & STATX_BTIME) != 0;
     return {unique_inode_number(numbers), has_birth ? about.stx_btime.tv_sec : 0,
             has_birth ? about.stx_btime.tv_nsec : 0};
@@ -75,7 +75,7 @@ kernel::inode* cached_inode(const struct statx& about)
 bool drop_cached_inode(kernel::inode* dropped)
 {
     inode_cache& cache = the_cache();
-    // Under the lock, so that nobody finds one that is going.
+    // Under the lock, so that no thread finds one that is being freed.
     const std::lock_guard guard(cache.lock);
     if (dropped->references.fetch_sub(1) != 1)
         return false;

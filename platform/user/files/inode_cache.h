@@ -4,13 +4,13 @@
 #include "platform/user/driver/objects.h"
 #include "platform/user/files/entries.h"
 
-// The inode objects of what the host has: one for a file, however often and by whatever name it
-// comes up, so that what the engine attaches to it is found again. Private to platform/user/.
+// The inode objects of the host's files: one for each file, however often and under whatever name it is used,
+// so that what the engine attaches to it is found again. Private to platform/user/.
 
 namespace platform {
 
-/// The inode of the object of which the host tells this, with one reference; mode and size are
-/// brought up to date.
+/// The inode of the object that these facts describe, with one reference; mode and size are brought up to
+/// date.
 kernel::inode* cached_inode(const struct statx& about);
 
 /// Gives back a reference on an inode from the cache. Returns true when it was the last and the

@@ -45,7 +45,7 @@ void drop_alias(kernel::dentry* entry)
 
 void free_inode(kernel::inode* freed)
 {
-    // As a kernel does when an inode goes: whoever sits in the structure frees its mark.
+    // As in a kernel, the hook frees the mark of an inode that goes.
     __atomic_load_n(&security().inode_free_security, __ATOMIC_ACQUIRE)(freed);
     delete freed;
 }

@@ -11,7 +11,7 @@
 #include "platform/user/driver/objects.h"
 #include "platform/user/files/memory_files.h"
 
-// What is behind kernel::file. Private to platform/user/.
+// The type behind kernel::file. Private to platform/user/.
 
 namespace kernel {
 
@@ -44,7 +44,7 @@ namespace platform {
 kernel::file* hold(kernel::file* held);
 void drop(kernel::file* dropped);
 
-/// Opens the object of a pinned descriptor anew. Returns a descriptor or a negative error number.
+/// Opens the object of a pinned descriptor again. Returns a descriptor or a negative error number.
 int reopen(const unique_fd& pinned, int flags);
 
 } // namespace platform

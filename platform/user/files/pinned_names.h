@@ -12,7 +12,7 @@ namespace platform {
 
 using host::unique_fd;
 
-/// What the paths that d_path gave during one event stand for. Used by the event's thread only.
+/// The objects behind the paths that d_path gave during one event. Used by the event's thread only.
 class pinned_names {
 public:
     void remember(std::string_view path, std::shared_ptr<const unique_fd> object)

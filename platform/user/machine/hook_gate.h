@@ -4,11 +4,11 @@
 #include <cstdint>
 #include <mutex>
 
-// Where hook calls wait while a driver holds them up (hook_hold). Private to platform/user/.
+// The place where hook calls wait while a driver holds them up (hook_hold). Private to platform/user/.
 
 namespace platform {
 
-/// Waits until nothing holds hooks up. Returns the number of the times that something has.
+/// Waits until nothing holds hooks up. Returns how often something has done so.
 std::uint64_t pass_hook_gate();
 
 /// Whether nothing has held hooks up since pass_hook_gate returned this.
@@ -17,8 +17,8 @@ bool is_still_open(std::uint64_t passed);
 /// Waits until nothing holds hooks up, and lets no hold begin while the lock lives.
 std::unique_lock<std::mutex> keep_hook_gate_open();
 
-/// The answer of a hook that no hold has come across. An answer other than 0 stands in any case.
-/// When one hold follows the other, they wait for the last attempt.
+/// The answer of a hook during which no hold began. An answer other than 0 stands in any case. When one hold
+/// follows another, they wait for the last attempt.
 template <typename Hook>
 int answer_of(Hook hook)
 {

@@ -17,9 +17,8 @@ namespace platform {
 
 namespace {
 
-// A fresh inode has no mark to free, and nothing else is refused or done: the kernel's own
-// functions before anyone takes the entries over. Each entry has one of its own, so that a function given
-// back to the wrong entry shows.
+// The kernel's own functions, before the engine takes the entries over: they refuse and do nothing. Each
+// entry has its own function, so that a test notices one that was restored to the wrong entry.
 template <int entry, typename... Arguments>
 int allow(Arguments...)
 {
@@ -84,7 +83,7 @@ Result call(Result (*kernel::security_operations::*entry)(Parameters...), Argume
     return __atomic_load_n(&(security_ops->*entry), __ATOMIC_ACQUIRE)(arguments...);
 }
 
-/// The same for an entry that answers, which a hold of the driver's holds up.
+/// The same for an entry with an answer, which waits for a driver's hold.
 template <typename... Parameters, typename... Arguments>
 int ask(int (*kernel::security_operations::*entry)(Parameters...), Arguments... arguments)
 {

@@ -15,8 +15,7 @@ inline constexpr kernel::u32 token_writer = 1U << 31;
 inline constexpr kernel::u32 token_writer_waits = 1U << 30;
 inline constexpr kernel::u32 token_readers = token_writer_waits - 1;
 
-/// Spins a little, then gives the processor away each time: a holder that has lost its
-/// processor would otherwise be waited for in vain.
+/// Spins a little, then gives the processor away each time, because the holder may have lost its processor.
 class waiter {
 public:
     void wait()
@@ -32,8 +31,8 @@ private:
     unsigned waits_ = 0;
 };
 
-/// After `patience_with_writers` waits the reader enters past writers that only wait: for
-/// readers who may hold what lets the readers inside go on, so that all would wait for ever.
+/// After `patience_with_writers` waits the reader enters past waiting writers. Otherwise all could wait for
+/// ever, when the readers inside need something that this reader holds.
 inline void lock_shared(kernel::u32& token, unsigned patience_with_writers = ~0U)
 {
     waiter patience;

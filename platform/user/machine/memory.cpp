@@ -10,7 +10,7 @@ namespace {
 // The slab allocator's largest object.
 constexpr std::size_t largest_allocation = std::size_t{4} << 20;
 
-// New memory is never zero by chance: who forgets to fill it in sees this.
+// New memory is never zero by chance, so that code which forgets to fill it fails.
 constexpr int fresh_byte = 0x5a;
 
 } // namespace

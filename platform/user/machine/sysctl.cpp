@@ -66,7 +66,7 @@ kernel::ctl_table* find(registry& in, std::string_view path)
 constexpr kernel::u32 any_read_bit = 0444;
 constexpr kernel::u32 any_write_bit = 0222;
 
-/// What both handlers do with the text of a value.
+/// The common part of both handlers: copies the text of a value.
 int hand_out(const std::string& text, int write, char* buffer, std::size_t* size, kernel::s64* position)
 {
     if (write != 0)
@@ -166,7 +166,7 @@ int proc_dostring(ctl_table* table, int write, char* buffer, std::size_t* size, 
 int sysctl_string(ctl_table* /*table*/, void* /*oldval*/, std::size_t* /*oldlen*/, void* /*newval*/,
                   std::size_t /*newlen*/)
 {
-    return -EINVAL; // nobody can ask by number: no entry has one
+    return -EINVAL; // entries have no numbers, so none can be asked for by number
 }
 
 } // namespace kernel

@@ -8,9 +8,8 @@
 #include "platform/kernel/file.h"
 #include "platform/kernel/task.h"
 
-// What the stand-in kernel keeps for each thread: its current task, its address limit, what it
-// holds that forbids sleeping, and its share of the counts of what is live. Private to
-// platform/user/.
+// The stand-in kernel's state of each thread: its current task, its address limit, everything it holds that
+// forbids sleeping, and its share of the counts of live objects. Private to platform/user/.
 
 namespace platform {
 

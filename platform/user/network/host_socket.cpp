@@ -74,7 +74,7 @@ int send_to(int socket, std::string_view datagram, kernel::u32 port, bool nonblo
             return static_cast<int>(sent);
         if (errno != EINTR)
             return -errno;
-        // A signal of the driver's own begins the wait anew, but not for ever.
+        // A signal to the driver restarts the wait, but not for ever.
         if (timeout >= 0 && std::chrono::steady_clock::now() >= end)
             return -EAGAIN;
     }

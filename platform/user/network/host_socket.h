@@ -13,10 +13,10 @@
 
 namespace platform {
 
-/// A socket bound to `port` that is told who sends. Empty when it cannot be had.
+/// A socket bound to `port` that learns who sends. Empty on failure.
 host::unique_fd open_host_socket(kernel::u32 port);
 
-/// One datagram with what the host says of its sender.
+/// One datagram with the host's facts about its sender.
 struct arrival {
     std::string bytes;
     ucred sender;

@@ -19,7 +19,7 @@ namespace {
 // New bytes are never zero by chance.
 constexpr int fresh_byte = 0x5a;
 
-/// The one socket, and who is inside its input.
+/// The only socket, and the threads inside its input.
 struct open_socket {
     std::mutex lock;
     std::condition_variable left;

@@ -16,9 +16,9 @@
 #include "platform/user/network/host_socket.h"
 #include "platform/user/network/netlink_socket.h"
 
-// The host's netlink. Datagrams are taken out of the socket into a queue of our own, because a
-// socket does not tell whose datagrams it holds. They are handled one at a time, in order, by
-// whichever thread needs one of them; nobody else waits.
+// The host's netlink. Datagrams are moved from the socket into a queue, because a socket does not say whose
+// datagrams it holds. They are handled one at a time, in order, by whichever thread needs one of them; no
+// other thread waits.
 
 namespace platform {
 
@@ -65,7 +65,7 @@ bool watch(const unique_fd& by, const unique_fd& watched)
     return ::epoll_ctl(by.get(), EPOLL_CTL_ADD, watched.get(), &readable) == 0;
 }
 
-/// A sender outside our process-id namespace has no id here and cannot be told from others.
+/// A sender outside this process-id namespace has no id here and looks like any other.
 bool may_talk(const host_channel& channel, const ucred& sender)
 {
     return sender.pid > 0 && channel.senders.users.contains(sender.uid) &&
@@ -264,7 +264,7 @@ void close_host_netlink()
 {
     host_channel& channel = the_channel();
     std::unique_lock guard(channel.lock);
-    // What waits finds the engine's socket closed: it is thrown away, and its senders go on.
+    // Waiting messages find the engine's socket closed and are dropped, and their senders go on.
     handle_up_to(channel, guard, channel.taken_in);
     channel.socket.reset();
     channel.left_over.reset();
@@ -282,7 +282,7 @@ void set_host_send_timeout(long timeout)
 
 int deliver_on_host(std::string_view datagram, kernel::u32 port, bool nonblock)
 {
-    // The descriptor is good without the lock: the engine's socket is open, or this is not called.
+    // The descriptor needs no lock: this is called only while the engine's socket is open.
     host_channel& channel = the_channel();
     int socket = -1;
     long timeout = -1;

@@ -9,8 +9,8 @@
 
 #include "platform/kernel/netlink.h"
 
-// What is behind kernel::sk_buff and kernel::sock, and what the two kinds of netlink have in
-// common. Private to platform/user/.
+// The types behind kernel::sk_buff and kernel::sock, and the common part of both kinds of netlink. Private to
+// platform/user/.
 
 namespace kernel {
 

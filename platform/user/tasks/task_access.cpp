@@ -4,7 +4,7 @@
 #include "platform/user/machine/thread_state.h"
 #include "platform/user/tasks/task_table.h"
 
-// What the engine reads of tasks and of the address spaces that they run in.
+// The engine's accessors of tasks and of their address spaces.
 
 namespace kernel {
 

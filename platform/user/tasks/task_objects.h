@@ -9,7 +9,7 @@
 #include "platform/kernel/task.h"
 #include "platform/user/driver/objects.h"
 
-// What is behind kernel::task_struct and kernel::mm_struct. Private to platform/user/.
+// The types behind kernel::task_struct and kernel::mm_struct. Private to platform/user/.
 
 namespace kernel {
 

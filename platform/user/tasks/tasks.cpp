@@ -109,7 +109,7 @@ kernel::task_struct* under_one_id(task_table& table, int pid, int former_pid)
     if (task == nullptr || former_pid == pid)
         return task;
     if (kernel::task_struct* leader = table.find(pid)) {
-        // Never below what it takes over: attached threads may have been told apart as children.
+        // Never below the task that it takes over: attached threads may have been taken for children.
         set_parent(*task, leader->parent);
         table.remove(leader, task);
     }

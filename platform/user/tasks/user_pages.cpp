@@ -8,7 +8,7 @@
 #include "platform/user/machine/thread_state.h"
 #include "platform/user/tasks/task_table.h"
 
-// The memory of processes, as far as the engine reads it: their argument areas.
+// The part of the memory of processes that the engine reads: their argument areas.
 
 namespace kernel {
 

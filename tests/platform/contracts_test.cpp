@@ -1,17 +1,24 @@
-#include "platform/user/driver/netlink.h"
+// What a kernel demands of the engine, and ends the machine for.
 
 #include <chrono>
-#include <string>
+#include <functional>
 #include <thread>
+#include <utility>
 
+#include "platform/kernel/mutex.h"
 #include "platform/kernel/netlink.h"
+#include "platform/kernel/slab.h"
 #include "platform/kernel/sysctl.h"
+#include "platform/kernel/text.h"
+#include "platform/kernel/time.h"
+#include "platform/user/driver/machine.h"
+#include "platform/user/driver/netlink.h"
 #include "platform/user/driver/sysctl.h"
 #include "tests/platform/fixture.h"
 
 namespace {
 
-using netlink = platform_fixture;
+using contracts = platform_fixture;
 
 kernel::sock* open_socket()
 {
@@ -27,7 +34,7 @@ void send_under_spin_lock(kernel::sock* socket) K_NO_THREAD_SAFETY_ANALYSIS
     kernel::netlink_unicast(socket, message, 1, 0);
 }
 
-TEST_F(netlink, ends_the_process_on_a_broken_contract)
+TEST_F(contracts, end_the_process_that_breaks_one)
 {
     kernel::sk_buff* message = kernel::__alloc_skb(16, kernel::GFP_KERNEL);
     kernel::skb_put(message, 16);
@@ -42,7 +49,7 @@ TEST_F(netlink, ends_the_process_on_a_broken_contract)
                  "not registered");
 }
 
-TEST_F(netlink, lets_a_waiting_sender_go_on_when_there_is_room_or_nobody_left)
+TEST_F(contracts, let_a_waiting_sender_go_on_when_there_is_room_or_nobody_left)
 {
     kernel::sock* socket = open_socket();
     const auto send = [&] {
@@ -65,6 +72,36 @@ TEST_F(netlink, lets_a_waiting_sender_go_on_when_there_is_room_or_nobody_left)
     EXPECT_EQ(results[0], 4);
     EXPECT_EQ(results[1], -111);
     kernel::netlink_kernel_release(socket);
+}
+
+// What may sleep in a kernel ends the process wherever sleeping is forbidden.
+TEST_F(contracts, end_the_process_where_it_sleeps_and_must_not)
+{
+    kernel::rwlock_t rwlock = {};
+    kernel::spinlock_t spinlock = {};
+    kernel::mutex mutex = {};
+
+    const auto allocate = [] { kernel::kfree(kernel::kmalloc(8, kernel::GFP_KERNEL)); };
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"kmalloc.*holds 1 spin lock", [&] { return kernel::read_guard(rwlock), allocate(); }},
+        {"msleep.*1 spin lock", [&] { return kernel::write_guard(rwlock), kernel::msleep(1); }},
+        {"filp_open.*1 spin lock",
+         [&] { return kernel::spin_guard(spinlock), void(kernel::filp_open("/x", 0, 0)); }},
+        {"mutex_lock.*1 spin lock",
+         [&] { return kernel::spin_guard(spinlock), void(kernel::mutex_guard(mutex)); }},
+        {"inside rcu_read_lock", [&] { return kernel::rcu_guard(), allocate(); }},
+        {"preemption off", [&] { return kernel::preempt_disable(), allocate(); }},
+        {"visiting the mounts",
+         [] {
+             kernel::iterate_mounts([](kernel::vfsmount*, void*) { return kernel::msleep(1), true; },
+                                    nullptr);
+         }},
+    };
+    for (const auto& [told, work] : cases)
+        EXPECT_DEATH(work(), told);
+
+    const kernel::spin_guard held(spinlock);
+    kernel::kfree(kernel::kmalloc(8, kernel::GFP_ATOMIC));
 }
 
 } // namespace

@@ -1,0 +1,175 @@
+#!/usr/bin/env python3
+"""System calls at their edges, where a caller's limits, memory, locks and leases decide. Prints a line for each
+case: what came of it. All that is made is in a directory of its own."""
+
+import ctypes
+import fcntl
+import os
+import resource
+import shutil
+import signal
+import struct
+import tempfile
+import threading
+
+libc = ctypes.CDLL(None, use_errno=True)
+libc.mmap.restype = ctypes.c_void_p
+SETXATTR, GETXATTR, OPENAT2 = 188, 191, 437
+
+
+def syscall(number, *arguments):
+    """Straight to the kernel: the C library reads some arguments itself."""
+    return libc.syscall(ctypes.c_long(number),
+                        *(ctypes.c_long(each) if isinstance(each, int) else each for each in arguments))
+
+
+def tell(name, result):
+    print(f"{name}: {result} {ctypes.get_errno() if result < 0 else 0}", flush=True)
+
+
+def make_file(name, text="text"):
+    with open(name, "w") as file:
+        file.write(text)
+    os.chmod(name, 0o700)
+
+
+def apart(name, step):
+    """In a process of its own, which a signal may end; its limits shall not be those of the output."""
+    came_out, goes_in = os.pipe()
+    child = os.fork()
+    if child == 0:
+        os.dup2(goes_in, 1)
+        step()
+        os._exit(0)
+    os.close(goes_in)
+    with open(came_out) as text:
+        print(text.read(), end="")
+    print(f"{name} ended {os.waitpid(child, 0)[1]:x}", flush=True)
+
+
+def at_descriptor_limit():
+    make_file("kept")
+    resource.setrlimit(resource.RLIMIT_NOFILE, (16, 16))
+    while libc.dup(0) >= 0:
+        pass
+    tell("open at the limit", libc.open(b"kept", os.O_RDONLY))
+    tell("truncate at the limit", libc.open(b"kept", os.O_WRONLY | os.O_TRUNC))
+    tell("create at the limit", libc.open(b"unmade", os.O_WRONLY | os.O_CREAT, 0o600))
+    tell("size kept", os.stat("kept").st_size)
+    tell("made", int(os.path.exists("unmade")))
+    os.close(15)
+    tell("below the limit", libc.open(b"kept", os.O_WRONLY | os.O_TRUNC))
+
+
+def unreadable_arguments():
+    page = libc.mmap(None, 4096, 3, 0x22, -1, 0)
+    ctypes.memmove(page, b"directory", 9)
+    libc.mprotect(ctypes.c_void_p(page), 4096, 0)
+    os.mkdir("directory", 0o700)
+    watches = libc.inotify_init()
+    for name, number, *arguments in [
+            ("open", 2, page, os.O_RDONLY), ("rmdir", 84, page), ("chdir", 80, page),
+            ("watch", 254, watches, page, 0x100), ("execve", 59, page, 0, 0), ("settimeofday", 164, page, 0),
+            ("clock_settime", 227, 0, page), ("adjtimex", 159, page)]:
+        tell(name + " unreadable", syscall(number, *arguments))
+    tell("attribute from nowhere", syscall(SETXATTR, b"directory", b"user.a", page, 5, 0))
+
+
+def sizes():
+    make_file("file")
+    huge = 2**63 - 1
+    tell("attribute of 2^63-1", syscall(SETXATTR, b"file", b"user.a", b"x", huge, 0))
+    tell("attribute of 3 GB", syscall(SETXATTR, b"file", b"user.a", b"x", 3 << 30, 0))
+    tell("openat2 of 2^63-1", syscall(OPENAT2, -100, b"file", b"x", huge))
+    tell("attribute into 2^63-1", syscall(GETXATTR, b"file", b"user.none", ctypes.create_string_buffer(8), huge))
+
+
+def namespace_arguments():
+    tell("unshare nothing known", libc.unshare(0x1))
+    tell("setns no descriptor", libc.setns(77, 0))
+    tell("setns no namespace", libc.setns(0, 0x40000000))
+    tell("setns other namespace", libc.setns(os.open("/proc/self/ns/net", os.O_RDONLY), 0x4000000))
+
+
+def failing_unshare():
+    """Another thread shares its directory and mask when unshare has failed."""
+    os.umask(0o22)
+    os.mkdir("elsewhere", 0o700)
+    make_file("elsewhere/here", "x")
+    files, mounts, thread, unknown = 0x200, 0x20000, 0x10000, 0x1
+    alone = threading.Thread(target=lambda: tell("unshare", libc.unshare(files | mounts | thread | unknown)))
+    alone.start()
+    alone.join()
+    moved = threading.Event()
+
+    def share():
+        moved.wait()
+        os.close(os.open("masked", os.O_WRONLY | os.O_CREAT, 0o666))
+        tell("relative name", min(libc.open(b"here", os.O_RDONLY), 0))
+
+    sharing = threading.Thread(target=share)
+    sharing.start()
+    os.umask(0o77)
+    os.chdir("elsewhere")
+    moved.set()
+    sharing.join()
+    tell("mask", os.stat("masked").st_mode & 0o777)
+
+
+def locks():
+    """Each comes free when its file is closed, however often."""
+    for name, times, command, argument in [("flock", 3000, None, None),
+                                           ("lock", 1000, 37, struct.pack("hhqqi", fcntl.F_WRLCK, 0, 0, 0, 0)),
+                                           ("lease", 300, fcntl.F_SETLEASE, fcntl.F_WRLCK)]:
+        refused = 0
+        for _ in range(times):
+            file = os.open("locked", os.O_RDWR | os.O_CREAT, 0o600)
+            refused += (libc.fcntl(file, command, argument) if command else libc.flock(file, 6)) != 0
+            os.close(file)
+        tell(name + " refused", refused)
+
+
+def leased_open():
+    """An open that waits for a lease's holder is interrupted by a signal."""
+    make_file("leased")
+    ready = os.pipe()
+    holder = os.fork()
+    if holder == 0:
+        signal.signal(signal.SIGIO, lambda *_: None)
+        held = libc.fcntl(os.open("leased", os.O_RDONLY), fcntl.F_SETLEASE, fcntl.F_RDLCK) == 0
+        os.write(ready[1], b"y" if held else b"n")
+        while True:
+            signal.pause()
+    tell("lease held", int(os.read(ready[0], 1) == b"y"))
+    tell("open without waiting", libc.open(b"leased", os.O_WRONLY | os.O_NONBLOCK))
+    signal.signal(signal.SIGALRM, lambda *_: None)
+    for call in (lambda: libc.open(b"leased", os.O_WRONLY), lambda: libc.open(b"leased", os.O_WRONLY | os.O_TRUNC),
+                 lambda: libc.truncate(b"leased", 1)):
+        signal.setitimer(signal.ITIMER_REAL, 0.1, 0.1)
+        tell("with a signal", call())
+    signal.setitimer(signal.ITIMER_REAL, 0)
+    os.kill(holder, signal.SIGKILL)
+    os.waitpid(holder, 0)
+    tell("open without lease", min(libc.open(b"leased", os.O_WRONLY), 0))
+
+
+def file_size_limit(handler):
+    make_file("limited")
+    signal.signal(signal.SIGXFSZ, handler)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
+    tell("truncate within", libc.truncate(b"limited", 1000))
+    tell("truncate beyond", libc.truncate(b"limited", 1001))
+
+
+place = os.path.abspath(tempfile.mkdtemp(dir="."))
+os.chdir(place)
+apart("limit", at_descriptor_limit)
+apart("memory", unreadable_arguments)
+apart("sizes", sizes)
+apart("namespaces", namespace_arguments)
+apart("unshare", failing_unshare)
+apart("locks", locks)
+apart("lease", leased_open)
+apart("large", lambda: file_size_limit(signal.SIG_DFL))
+apart("large, handled", lambda: file_size_limit(lambda *_: None))
+shutil.rmtree(place)
