@@ -18,9 +18,10 @@ namespace {
 
 constexpr int link_limit = 40; // the kernel's
 
+/// The strictest when it cannot be read.
 int sysctl_number(const char* path)
 {
-    int value = 0;
+    int value = 2;
     std::ifstream(path) >> value;
     return value;
 }

@@ -45,7 +45,8 @@ std::optional<task_status> read_status(pid_t task);
 const credentials& own_credentials();
 
 /// Gives the calling thread the rights of a task for one scope, when the supervisor is root (else
-/// they are its own, or the host would not let it have them). Only this thread changes. Within
+/// they are its own, or the host would not let it have them). Throws std::system_error when the host fails
+/// to: nothing may be done with the supervisor's rights instead. Only this thread changes. Within
 /// such a scope another one changes nothing.
 class as_caller {
 public:
@@ -57,6 +58,7 @@ public:
 
 private:
     void take_on(const credentials& rights);
+    void give_back();
 
     bool switched_ = false;
     bool groups_ = false;

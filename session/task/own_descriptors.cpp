@@ -2,7 +2,12 @@
 
 #include <fcntl.h>
 #include <linux/limits.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
 
 #include <fmt/format.h>
 
@@ -30,6 +35,30 @@ std::string link_to(int fd)
 unique_fd reopen(int fd, int flags)
 {
     return unique_fd(openat(directory(), fmt::format_int(fd).c_str(), flags));
+}
+
+struct stat status_of(int fd)
+{
+    struct stat about = {};
+    if (fstat(fd, &about) != 0)
+        throw std::system_error(errno, std::generic_category(), "fstat");
+    return about;
+}
+
+bool is_in_proc(int fd)
+{
+    struct statfs about = {};
+    if (fstatfs(fd, &about) != 0)
+        throw std::system_error(errno, std::generic_category(), "fstatfs");
+    return about.f_type == PROC_SUPER_MAGIC;
+}
+
+unique_fd duplicate_of(const unique_fd& fd)
+{
+    unique_fd made = host::duplicate(fd);
+    if (!made)
+        throw std::system_error(errno, std::generic_category(), "fcntl");
+    return made;
 }
 
 std::string path_behind(int fd)

@@ -35,7 +35,8 @@ bool may_be_written_to(int fd)
 {
     const unique_fd file = open_to_read(fd);
     if (!file)
-        return false; // no decision depends on what cannot be read
+        // No decision depends on what may not be read.
+        return errno != EACCES && errno != EPERM && errno != ELOOP;
     // Not SIGIO, which ends a process, should somebody open the file at this very moment.
     fcntl(file.get(), F_SETSIG, SIGURG);
     if (fcntl(file.get(), F_SETLEASE, F_RDLCK) == 0) {
@@ -75,6 +76,8 @@ file_identity settled_identity(int fd)
         const std::int64_t unit = identity.change_nanoseconds == 0 ? 2 * nanoseconds : tick;
         const std::int64_t age =
             coarse_now() - (identity.change_seconds * nanoseconds + identity.change_nanoseconds);
+        if (identity == file_identity())
+            break;
         if (age < 0 || age >= unit)
             return may_be_written_to(fd) ? never_the_same : identity;
         const timespec wait = {0, tick};
@@ -85,14 +88,13 @@ file_identity settled_identity(int fd)
 
 bool may_execute(int fd)
 {
-    struct stat about;
-    return fstat(fd, &about) == 0 && S_ISREG(about.st_mode) &&
+    return S_ISREG(status_of(fd).st_mode) &&
            syscall(SYS_faccessat2, fd, "", X_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
 }
 
 bool may_read(int fd)
 {
-    return syscall(SYS_faccessat2, fd, "", R_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
+    return syscall(SYS_faccessat2, fd, "", R_OK, AT_EMPTY_PATH | AT_EACCESS) == 0 || errno != EACCES;
 }
 
 seen_path path_of(int fd, const caller& who)
@@ -105,9 +107,9 @@ seen_path path_of(int fd, const caller& who)
     if (path.text.ends_with(suffix)) {
         // Or the file really is called that.
         struct stat named;
-        struct stat pinned;
-        path.deleted = lstat(path.text.c_str(), &named) != 0 || fstat(fd, &pinned) != 0 ||
-                       named.st_ino != pinned.st_ino || named.st_dev != pinned.st_dev;
+        const struct stat pinned = status_of(fd);
+        path.deleted = lstat(path.text.c_str(), &named) != 0 || named.st_ino != pinned.st_ino ||
+                       named.st_dev != pinned.st_dev;
         if (path.deleted)
             path.text.resize(path.text.size() - suffix.size());
     }

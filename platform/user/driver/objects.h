@@ -39,8 +39,8 @@ using mount_handle = std::unique_ptr<kernel::vfsmount, release>;
 /// runs (see event below), filp_open of the text that d_path gave for it opens this object
 /// anew, read access being checked by the host: what the supervisor may not read gives -EACCES.
 /// Its entry lives in the file system of the host's names, whose mount is the first of the
-/// namespace; its parents are looked up by name when they are asked for. Null when `pinned` is
-/// no descriptor.
+/// namespace; its parents are looked up by name when they are asked for. Throws std::system_error when the
+/// host does not tell what the object is: the engine would take what it is not told of for allowed.
 file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted = false);
 
 /// The entry of such a file, alone, and a file on it. However often an object is pinned, by
@@ -55,14 +55,14 @@ struct host_object {
     std::shared_ptr<const unique_fd> pin;
     struct statx about = {};
 };
-bool host_statx(int fd, struct statx& about); ///< false when `fd` is no descriptor
+bool host_statx(int fd, struct statx& about); ///< false, and errno, when the host does not tell
 /// `above` is what stands before `path` on the host, where the acting task's root is another one
 /// ("/jail" for "/jail/file", seen as "/file"): its parents are what they are on the host.
 dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted = false,
                                 std::string above = {});
 
 /// An entry at `path`, as the acting task sees it, in the directory `parent`, over the object `pinned` or,
-/// when that is empty, for a name that nothing has yet. Null when `pinned` is no descriptor.
+/// when that is empty, for a name that nothing has yet. Throws as make_pinned_file does.
 dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd pinned = {});
 
 /// The object has lost its last name: its inode goes as soon as nothing refers to it.
