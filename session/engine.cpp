@@ -52,10 +52,14 @@ engine::engine(const options& wanted)
     platform::mount_memory("/etc/sorvanic/kernel");
     platform::mount_directory("/var/log", state_->link() + "/log");
     platform::serve_text("/proc/kallsyms", platform::symbol_text());
+    platform::watch_reads_below("/etc/sorvanic");
     port_ = prepare_channel(wanted);
+    const unsigned long unread = platform::reads_that_failed().count;
     if (sorvanic_init() != 0)
         throw trouble(fmt::format("the engine did not start; the kernel log tells why: {}",
                                   wanted.log.empty() ? state + "/kernel.log" : wanted.log));
+    if (const platform::failed_reads now = platform::reads_that_failed(); now.count != unread)
+        throw trouble(fmt::format("policy files cannot be read: {}", host::error_text(now.error)));
 }
 
 engine::~engine()

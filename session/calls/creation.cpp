@@ -11,6 +11,7 @@
 #include "session/calls/directory_lock.h"
 #include "session/calls/opening.h"
 #include "session/calls/target.h"
+#include "session/task/own_descriptors.h"
 
 namespace session {
 
@@ -18,9 +19,10 @@ namespace {
 
 constexpr int link_limit = 40; // the kernel's
 
+/// The strictest when it cannot be read.
 int sysctl_number(const char* path)
 {
-    int value = 0;
+    int value = 2;
     std::ifstream(path) >> value;
     return value;
 }
@@ -115,7 +117,7 @@ answer check_use(notification& call, answer given, const changed_name& fresh, co
     if (!given.file)
         return given;
     const auto made = std::make_shared<const changed_name>(
-        changed_name{fresh.directory, fresh.last, host::duplicate(given.file)});
+        changed_name{fresh.directory, fresh.last, duplicate_of(given.file)});
     const auto questions = questions_of_use({.asked = on_file_permission, .name = made}, wanted);
     return allowed(call, questions) ? std::move(given) : answer::fail(EPERM);
 }

@@ -3,7 +3,7 @@
 #include <signal.h>
 
 #include <cerrno>
-#include <system_error>
+#include <exception>
 #include <utility>
 
 #include <fmt/format.h>
@@ -75,12 +75,12 @@ bool notification_pool::add_thread()
             work();
             running_.fetch_sub(1);
         });
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) { // no thread, or no memory for one
         running_.fetch_sub(1);
         if (!threads_.empty() && !std::exchange(short_of_threads_, true))
             say(fmt::format("no more than {} threads for decisions ({}): calls may have to wait for others; "
                             "raise the limit on processes",
-                            threads_.size(), host::error_text(error.code().value())));
+                            threads_.size(), error.what()));
         return false;
     }
     balance_.started();

@@ -61,7 +61,7 @@ planned plan_reference(notification& call, const open_request& wanted)
         return fails(ENOTDIR);
     return plan{
         .targets = {object},
-        .carry_out = [object, wanted] { return hand_over(host::duplicate(object->file()), wanted); },
+        .carry_out = [object, wanted] { return hand_over(duplicate_of(object->file()), wanted); },
     };
 }
 

@@ -11,6 +11,7 @@
 #include "platform/user/driver/tasks.h"
 #include "session/calls/changed_name.h"
 #include "session/calls/notification.h"
+#include "session/task/own_descriptors.h"
 #include "session/task/program_file.h"
 
 namespace session {
@@ -119,7 +120,7 @@ shared_name other_name(const shared_name& name, std::size_t which, bool& found)
         return name;
     return std::make_shared<const changed_name>(
         changed_name{other_target(name->directory, which, found), name->last,
-                     name->object ? host::duplicate(name->object) : unique_fd(), name->about, name->certain});
+                     name->object ? duplicate_of(name->object) : unique_fd(), name->about, name->certain});
 }
 
 /// The same about other paths of what is asked about, until none has so many.

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "core/counters.h"
@@ -37,7 +38,9 @@ bool same_directory(const changed_name& one, const changed_name& other)
 std::uint64_t mount_of(const unique_fd& file)
 {
     struct statx about = {};
-    return statx(file.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &about) == 0 ? about.stx_mnt_id : 0;
+    if (statx(file.get(), "", AT_EMPTY_PATH, STATX_MNT_ID, &about) != 0)
+        throw std::system_error(errno, std::generic_category(), "statx");
+    return about.stx_mnt_id;
 }
 
 /// Whether the host would change anything: it moves nothing from one mount to another, and leaves two names

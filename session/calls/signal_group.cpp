@@ -98,7 +98,7 @@ answer send_to_many(notification& call, int signal, bool kernel_can, Condition i
 
 bool is_supervisor(pid_t task)
 {
-    return access(fmt::format("/proc/self/task/{}", task).c_str(), F_OK) == 0;
+    return access(fmt::format("/proc/self/task/{}", task).c_str(), F_OK) == 0 || errno != ENOENT;
 }
 
 bool may_send(const caller& sender, pid_t process, int signal)

@@ -13,6 +13,7 @@
 #include "session/exec/script.h"
 #include "session/state/enforcing.h"
 #include "session/task/content.h"
+#include "session/task/own_descriptors.h"
 #include "session/task/resolve.h"
 
 #ifndef AT_EXECVE_CHECK
@@ -75,7 +76,7 @@ bool ask_hook(kernel::task_struct* task, const found_program& program, const std
 {
     return ask_by_path(task, program, name, bounds) &&
            std::ranges::all_of(program.path.others, [&](const std::string& other) {
-               const found_program same{host::duplicate(program.file), {other, program.path.deleted}};
+               const found_program same{duplicate_of(program.file), {other, program.path.deleted}};
                return ask_by_path(task, same, name, bounds);
            });
 }

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "session/state/enforcing.h"
+#include "session/task/own_descriptors.h"
 #include "session/task/tracee_memory.h"
 
 namespace session {
@@ -43,7 +44,7 @@ struct new_image {
     {
         if (!file)
             return unreadable_program({fmt::format("/proc/{}/exe", who.task()), false});
-        return {host::duplicate(file), path_of(file.get())};
+        return {duplicate_of(file), path_of(file.get())};
     }
 
     const caller& who;

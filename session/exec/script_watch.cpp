@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "session/task/own_descriptors.h"
 #include "session/task/tracee_memory.h"
 
 namespace session {
@@ -86,7 +87,7 @@ std::optional<std::string> script_watch::refused(const opened_file& opened, cons
         return std::nullopt;
     const host_path path = path_of(file.get());
     found_program program =
-        is_regular(file.get()) ? found_program{host::duplicate(file), path} : unreadable_program(path);
+        is_regular(file.get()) ? found_program{duplicate_of(file), path} : unreadable_program(path);
     const platform::task_handle task = platform::find_task(process_);
     if (task && ask_hook(task.get(), program, program_name_, bounds))
         return std::nullopt;

@@ -18,9 +18,11 @@
 
 #include "channel/wire.h"
 #include "host/text.h"
+#include "platform/user/driver/files.h"
 #include "platform/user/driver/machine.h"
 #include "platform/user/driver/netlink.h"
 #include "platform/user/driver/tasks.h"
+#include "session/state/notices.h"
 #include "session/state/trouble.h"
 
 namespace session {
@@ -114,13 +116,20 @@ bool is_reload(std::string_view datagram)
 }
 
 /// While their files are read, the switches have their defaults, which allow everything. So no event is
-/// decided meanwhile.
+/// decided meanwhile, and none by what remains of a table whose file could not be read.
 void handle(std::string_view datagram, const std::function<void()>& go_on)
 {
-    std::optional<platform::hook_hold> events;
-    if (is_reload(datagram))
-        events.emplace();
+    if (!is_reload(datagram))
+        return go_on();
+    const platform::hook_hold events;
+    const unsigned long unread = platform::reads_that_failed().count;
     go_on();
+    if (const platform::failed_reads now = platform::reads_that_failed(); now.count != unread) {
+        say(fmt::format("a policy file that is to be reloaded cannot be read: {}; the session and all it "
+                        "runs are ended, as they would go on without what it refuses",
+                        host::error_text(now.error)));
+        _exit(125);
+    }
 }
 
 } // namespace

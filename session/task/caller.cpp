@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -16,11 +17,14 @@ namespace session {
 
 namespace {
 
+/// Of a task that has just gone it does not matter what is decided for it.
 known_task ask_for(pid_t task)
 {
     known_task known;
     known.places->own_root.store(true);
     const auto status = read_status(task);
+    if (!status && errno != ENOENT && errno != ESRCH)
+        throw std::system_error(errno, std::generic_category(), "a task's status");
     known.process = status ? status->process : task;
     known.places->umask.store(status ? static_cast<int>(status->umask) : 0777);
     if (status)

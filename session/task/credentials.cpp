@@ -6,9 +6,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <system_error>
+
 #include <fmt/format.h>
 
 #include "host/proc.h"
+#include "session/state/notices.h"
 
 namespace session {
 
@@ -16,24 +20,37 @@ namespace {
 
 thread_local bool rights_taken = false;
 
-void set_capabilities(std::uint64_t effective)
+bool set_capabilities(std::uint64_t effective)
 {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[2];
     if (syscall(SYS_capget, &header, sets) != 0)
-        return;
+        return false;
     for (int half = 0; half < 2; ++half)
         sets[half].effective = static_cast<__u32>(effective >> 32 * half) & sets[half].permitted;
-    syscall(SYS_capset, &header, sets);
+    return syscall(SYS_capset, &header, sets) == 0;
 }
 
-/// Whether its user namespace is not the supervisor's.
+// The two calls that tell the former id, and never an error.
+bool set_file_user(uid_t user)
+{
+    syscall(SYS_setfsuid, user);
+    return static_cast<uid_t>(syscall(SYS_setfsuid, -1)) == user;
+}
+
+bool set_file_group(gid_t group)
+{
+    syscall(SYS_setfsgid, group);
+    return static_cast<gid_t>(syscall(SYS_setfsgid, -1)) == group;
+}
+
+/// Whether its user namespace is not the supervisor's, as far as the host tells.
 bool has_other_users(pid_t task)
 {
     struct stat own = {};
     struct stat its = {};
-    return stat("/proc/self/ns/user", &own) == 0 &&
-           stat(fmt::format("/proc/{}/ns/user", task).c_str(), &its) == 0 && own.st_ino != its.st_ino;
+    return stat("/proc/self/ns/user", &own) != 0 ||
+           stat(fmt::format("/proc/{}/ns/user", task).c_str(), &its) != 0 || own.st_ino != its.st_ino;
 }
 
 } // namespace
@@ -103,14 +120,17 @@ void as_caller::take_on(const credentials& rights)
     rights_taken = switched_ = true;
     groups_ = rights.groups != own.groups;
     constexpr auto same = -1;
-    if (groups_)
-        syscall(SYS_setgroups, rights.groups.size(), rights.groups.data());
-    syscall(SYS_setresgid, same, rights.effective_group, same);
-    syscall(SYS_setfsgid, rights.group);
-    syscall(SYS_setresuid, same, rights.effective_user, same);
-    if (rights.user != rights.effective_user)
-        syscall(SYS_setfsuid, rights.user);
-    set_capabilities(rights.capabilities);
+    const bool done = (!groups_ || syscall(SYS_setgroups, rights.groups.size(), rights.groups.data()) == 0) &&
+                      syscall(SYS_setresgid, same, rights.effective_group, same) == 0 &&
+                      set_file_group(rights.group) &&
+                      syscall(SYS_setresuid, same, rights.effective_user, same) == 0 &&
+                      (rights.user == rights.effective_user || set_file_user(rights.user)) &&
+                      set_capabilities(rights.capabilities);
+    if (done)
+        return;
+    const int error = errno;
+    give_back();
+    throw std::system_error(error, std::generic_category(), "a task's rights");
 }
 
 as_caller::as_caller(const credentials& rights)
@@ -128,20 +148,32 @@ as_caller::as_caller(pid_t task)
 }
 
 // On the way back the user comes first, because the rest needs privilege.
-as_caller::~as_caller()
+void as_caller::give_back()
 {
-    if (!switched_)
-        return;
     const credentials& own = own_credentials();
     constexpr auto same = -1;
-    syscall(SYS_setresuid, same, own.effective_user, same);
-    syscall(SYS_setfsuid, own.user);
-    set_capabilities(own.capabilities);
-    syscall(SYS_setresgid, same, own.effective_group, same);
-    syscall(SYS_setfsgid, own.group);
-    if (groups_)
-        syscall(SYS_setgroups, own.groups.size(), own.groups.data());
+    const auto try_once = [&] {
+        return syscall(SYS_setresuid, same, own.effective_user, same) == 0 && set_file_user(own.user) &&
+               set_capabilities(own.capabilities) &&
+               syscall(SYS_setresgid, same, own.effective_group, same) == 0 && set_file_group(own.group) &&
+               (!groups_ || syscall(SYS_setgroups, own.groups.size(), own.groups.data()) == 0);
+    };
+    // What the host wants memory for it may have a moment later. A thread with somebody else's rights must
+    // not go on; its end is the end of all that it supervises.
+    for (int attempt = 0; !try_once(); ++attempt) {
+        if (attempt == 100) {
+            say("the host does not give the supervisor its own rights back; the session ends");
+            _exit(125);
+        }
+        usleep(1000);
+    }
     rights_taken = false;
+}
+
+as_caller::~as_caller()
+{
+    if (switched_)
+        give_back();
 }
 
 } // namespace session

@@ -47,7 +47,8 @@ std::optional<task_status> read_status(pid_t task);
 const credentials& own_credentials();
 
 /// Gives the calling thread the rights of a task for one scope when the supervisor is root. Otherwise the
-/// rights are its own, or the host denies them. Only this thread changes. An inner scope changes nothing.
+/// rights are its own, or the host denies them. Throws std::system_error when the host fails to: nothing may
+/// be done with the supervisor's rights instead. Only this thread changes. An inner scope changes nothing.
 class as_caller {
 public:
     explicit as_caller(const credentials& rights);
@@ -58,6 +59,7 @@ public:
 
 private:
     void take_on(const credentials& rights);
+    void give_back();
 
     bool switched_ = false;
     bool groups_ = false;

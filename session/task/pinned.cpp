@@ -3,10 +3,8 @@
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <linux/limits.h>
-#include <linux/magic.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
-#include <sys/vfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -59,12 +57,6 @@ std::string next_number(const std::string& path, std::size_t& begin)
     return {};
 }
 
-bool is_in_proc(const unique_fd& file)
-{
-    struct statfs about;
-    return fstatfs(file.get(), &about) == 0 && about.f_type == PROC_SUPER_MAGIC;
-}
-
 } // namespace
 
 kernel::inode* pinned_object::inode() const
@@ -74,8 +66,8 @@ kernel::inode* pinned_object::inode() const
 
 pinned_object pin(resolved found)
 {
-    if (found.about.stx_mask == 0)
-        platform::host_statx(found.file.get(), found.about);
+    if (found.about.stx_mask == 0 && !platform::host_statx(found.file.get(), found.about))
+        throw std::system_error(errno, std::generic_category(), "statx");
     pinned_object made;
     made.about = as_stat(found.about);
     made.path = path_of(found.file.get());
@@ -107,7 +99,7 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
     std::string path = directory.path.text == "/" ? "" : directory.path.text;
     path += "/" + last.substr(0, last.find('/'));
     return platform::make_entry_in(directory.entry.get(), std::move(path),
-                                   object ? host::duplicate(object) : unique_fd());
+                                   object ? duplicate_of(object) : unique_fd());
 }
 
 bool is_off_limits(const pinned_object& object, const std::string& state_directory, bool only_to_read)
@@ -128,13 +120,15 @@ bool is_off_limits(const pinned_object& object, const std::string& state_directo
 bool is_of_supervisor(const unique_fd& file, const std::string& path)
 {
     std::size_t at = 1;
-    if (next_number(path, at).empty() || !is_in_proc(file))
+    if (next_number(path, at).empty() || !is_in_proc(file.get()))
         return false;
     at = 1;
     for (std::string number; !(number = next_number(path, at)).empty();) {
         // Other numbers name descriptors, interrupts, or directories above this proc.
         struct stat above;
-        if (access(fmt::format("/proc/self/task/{}", number).c_str(), F_OK) == 0 &&
+        const bool is_own =
+            access(fmt::format("/proc/self/task/{}", number).c_str(), F_OK) == 0 || errno != ENOENT;
+        if (is_own &&
             (stat(path.substr(0, at - number.size() - 1).c_str(), &above) != 0 || above.st_ino == proc_root))
             return true;
     }

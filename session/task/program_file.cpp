@@ -37,7 +37,8 @@ bool may_be_written_to(int fd)
 {
     const unique_fd file = open_to_read(fd);
     if (!file)
-        return !host::is_denial(errno); // no decision depends on an unreadable file
+        // No decision depends on an unreadable file.
+        return !host::is_denial(errno) && errno != ELOOP;
     // Not SIGIO, which would end the process if the file were opened at this very moment.
     fcntl(file.get(), F_SETSIG, SIGURG);
     if (fcntl(file.get(), F_SETLEASE, F_RDLCK) == 0) {
@@ -83,6 +84,8 @@ file_identity settled_identity(int fd)
         const std::int64_t unit = identity.change_nanoseconds == 0 ? 2 * nanoseconds : tick;
         const std::int64_t age =
             coarse_now() - (identity.change_seconds * nanoseconds + identity.change_nanoseconds);
+        if (identity == file_identity())
+            break;
         if (age < 0 || age >= unit)
             return may_be_written_to(fd) ? file_identity{} : identity;
         const timespec wait = {0, tick};
@@ -93,14 +96,13 @@ file_identity settled_identity(int fd)
 
 bool may_execute(int fd)
 {
-    struct stat about;
-    return fstat(fd, &about) == 0 && S_ISREG(about.st_mode) &&
+    return S_ISREG(status_of(fd).st_mode) &&
            syscall(SYS_faccessat2, fd, "", X_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
 }
 
 bool may_read(int fd)
 {
-    return syscall(SYS_faccessat2, fd, "", R_OK, AT_EMPTY_PATH | AT_EACCESS) == 0;
+    return syscall(SYS_faccessat2, fd, "", R_OK, AT_EMPTY_PATH | AT_EACCESS) == 0 || errno != EACCES;
 }
 
 host_path path_of(int fd)
@@ -113,9 +115,9 @@ host_path path_of(int fd)
     if (path.text.ends_with(suffix)) {
         // Unless the file really has that name.
         struct stat named;
-        struct stat pinned;
-        path.deleted = lstat(path.text.c_str(), &named) != 0 || fstat(fd, &pinned) != 0 ||
-                       named.st_ino != pinned.st_ino || named.st_dev != pinned.st_dev;
+        const struct stat pinned = status_of(fd);
+        path.deleted = lstat(path.text.c_str(), &named) != 0 || named.st_ino != pinned.st_ino ||
+                       named.st_dev != pinned.st_dev;
         if (path.deleted)
             path.text.resize(path.text.size() - suffix.size());
     }
@@ -126,7 +128,7 @@ host_path path_of(int fd)
 
 platform::file_handle pinned_file(int fd, const host_path& path)
 {
-    return platform::make_pinned_file(host::duplicate(fd), path.text, path.deleted);
+    return platform::make_pinned_file(duplicate_of(fd), path.text, path.deleted);
 }
 
 std::array<char, program_head_size> read_head(int fd)

@@ -2,11 +2,9 @@
 
 #include <fcntl.h>
 #include <linux/limits.h>
-#include <linux/magic.h>
 #include <linux/openat2.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,10 +12,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "platform/user/driver/objects.h"
 #include "session/task/mount_table.h"
+#include "session/task/own_descriptors.h"
 #include "session/task/pinned.h"
 
 namespace session {
@@ -26,27 +26,25 @@ namespace {
 
 constexpr int link_limit = 40; // the kernel's
 
-bool is_proc(int fd)
+struct statx place_of(int fd)
 {
-    struct statfs about;
-    return fstatfs(fd, &about) == 0 && about.f_type == PROC_SUPER_MAGIC;
+    struct statx place = {};
+    if (statx(fd, "", AT_EMPTY_PATH, STATX_INO | STATX_MNT_ID, &place) != 0)
+        throw std::system_error(errno, std::generic_category(), "statx");
+    return place;
 }
 
 bool same_place(int one, int other)
 {
-    struct statx a;
-    struct statx b;
-    const unsigned wanted = STATX_INO | STATX_MNT_ID;
-    return statx(one, "", AT_EMPTY_PATH, wanted, &a) == 0 &&
-           statx(other, "", AT_EMPTY_PATH, wanted, &b) == 0 && a.stx_ino == b.stx_ino &&
-           a.stx_dev_major == b.stx_dev_major && a.stx_dev_minor == b.stx_dev_minor &&
-           a.stx_mnt_id == b.stx_mnt_id;
+    const struct statx a = place_of(one);
+    const struct statx b = place_of(other);
+    return a.stx_ino == b.stx_ino && a.stx_dev_major == b.stx_dev_major &&
+           a.stx_dev_minor == b.stx_dev_minor && a.stx_mnt_id == b.stx_mnt_id;
 }
 
 bool is_proc_root(int fd)
 {
-    struct stat about;
-    return is_proc(fd) && fstat(fd, &about) == 0 && about.st_ino == 1;
+    return is_in_proc(fd) && status_of(fd).st_ino == 1;
 }
 
 unique_fd open_at(int directory, const std::string& name, int flags)
@@ -71,7 +69,7 @@ std::optional<resolved> walk_at_once(int start, const std::string& name, int fla
         resolved result{std::move(found)};
         // No device is behind proc; asking for the file system costs a call more.
         if (!platform::host_statx(result.file.get(), result.about) ||
-            (result.about.stx_dev_major == 0 && is_proc(result.file.get())))
+            (result.about.stx_dev_major == 0 && is_in_proc(result.file.get())))
             return std::nullopt;
         return result;
     }
@@ -79,7 +77,7 @@ std::optional<resolved> walk_at_once(int start, const std::string& name, int fla
     if (error == ELOOP)
         return std::nullopt;
     // From within proc, "self" needs neither links that lead out of it nor other mounts.
-    if (start >= 0 && is_proc(start))
+    if (start >= 0 && is_in_proc(start))
         return std::nullopt;
     // Any other walk without links, or within one mount, cannot lead to "/proc/self".
     constexpr std::uint64_t less[] = {RESOLVE_NO_SYMLINKS, RESOLVE_NO_XDEV | RESOLVE_NO_MAGICLINKS};
@@ -161,7 +159,7 @@ private:
 
     void follow(const unique_fd& link, const std::string& component)
     {
-        if (is_proc(link.get())) {
+        if (is_in_proc(link.get())) {
             const bool top = is_proc_root(at_.get());
             if (top && component == "self") {
                 go_to(who_.process_directory());
@@ -236,7 +234,7 @@ resolved walk_from(const caller& who, int start, std::string_view name, bool fol
     if (!root)
         return {{}, EACCES};
     const as_caller rights(who.rights());
-    return walk(who, root).run(host::duplicate(start < 0 ? root.get() : start), name, follow_last);
+    return walk(who, root).run(duplicate_of(start < 0 ? root.get() : start), name, follow_last);
 }
 
 /// Where a name begins.
@@ -261,7 +259,7 @@ beginning start_of(const caller& who, int directory, std::string_view name)
 bool protects_symlinks()
 {
     static const bool protects = [] {
-        int value = 0;
+        int value = 1;
         std::ifstream("/proc/sys/fs/protected_symlinks") >> value;
         return value != 0;
     }();
@@ -288,10 +286,10 @@ resolved_parent parent_from(const caller& who, int start, std::string_view name)
 
 bool may_follow(const credentials& who, int directory, int link)
 {
-    struct stat place;
-    struct stat followed;
-    if (!protects_symlinks() || fstat(directory, &place) != 0 || fstat(link, &followed) != 0)
+    if (!protects_symlinks())
         return true;
+    const struct stat place = status_of(directory);
+    const struct stat followed = status_of(link);
     const mode_t common = S_ISVTX | S_IWOTH;
     return (place.st_mode & common) != common || followed.st_uid == who.user ||
            followed.st_uid == place.st_uid;
@@ -305,7 +303,7 @@ resolved resolve(const caller& who, int directory, std::string_view name, int fl
     if (start.error != 0)
         return {{}, start.error};
     if (name.empty())
-        return {host::duplicate(start.fd())};
+        return {duplicate_of(start.fd())};
     return walk_from(who, start.fd(), name, (flags & AT_SYMLINK_NOFOLLOW) == 0);
 }
 

@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <sys/syscall.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -90,6 +91,8 @@ void lifecycle::lost_births()
 {
     for (const pid_t task : deferred_.tasks(deferred_reports::until::birth, std::chrono::seconds(1))) {
         const auto status = host::proc_status::of(task);
+        if (!status && errno != ENOENT)
+            continue; // looked at once more
         const pid_t group = status ? status->number<pid_t>("Tgid", 0) : 0;
         const pid_t maker = group != task ? group : status ? status->number<pid_t>("PPid", 0) : 0;
         birth(platform::find_task(maker) ? maker : root_, group != task ? CLONE_THREAD | CLONE_VM : 0, task);

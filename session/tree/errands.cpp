@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-#include <system_error>
+#include <exception>
 #include <utility>
 
 #include "session/state/trouble.h"
@@ -98,7 +98,7 @@ bool errands::add_thread()
         return false;
     try {
         threads_.emplace_back([this] { run(); });
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) { // no thread, or no memory for one
         return false;
     }
     ++alive_;

@@ -83,10 +83,11 @@ void lifecycle::exec_done(pid_t process)
     // The new program has not run yet, and does not before this is answered.
     errands_.give(
         process,
-        [this, who = caller(process, known_.look_up(process))](const std::atomic<bool>& given_up) {
+        [this, process](const std::atomic<bool>& given_up) {
+            const caller who(process, known_.look_up(process));
             auto outcome =
                 std::make_shared<exec_outcome>(verify_exec(who, who.task(), pending_, bounds(given_up)));
-            return [this, outcome, process = who.task()] { exec_verified(process, std::move(*outcome)); };
+            return [this, outcome, process] { exec_verified(process, std::move(*outcome)); };
         },
         [this, process] { unanswered(process); });
 }
@@ -94,7 +95,10 @@ void lifecycle::exec_done(pid_t process)
 void lifecycle::exec_verified(pid_t process, exec_outcome outcome)
 {
     tracee& of = tracee_of(process);
-    platform::replace_program(process, process, outcome.program.get(), host::command_name(process));
+    const std::string name = host::command_name(process);
+    if (name.empty()) // rules that go by it would not hold
+        return unanswered(process);
+    platform::replace_program(process, process, outcome.program.get(), name);
     if (outcome.watch || !of.watch || !of.watch->outlives_exec())
         of.watch = std::move(outcome.watch);
     if (outcome.refused)

@@ -40,6 +40,17 @@ struct failed_writes {
 };
 failed_writes writes_that_failed();
 
+/// Counts from now on what could not be opened or read below `at`, for another reason than that it is not
+/// there. What the engine makes of such a file is what it makes of an absent one, so a driver has to look.
+void watch_reads_below(std::string_view at);
+
+/// How often that happened so far, and the last error.
+struct failed_reads {
+    unsigned long count;
+    int error;
+};
+failed_reads reads_that_failed();
+
 } // namespace platform
 
 #endif

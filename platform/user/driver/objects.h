@@ -37,8 +37,9 @@ using mount_handle = std::unique_ptr<kernel::vfsmount, release>;
 /// and size come from the descriptor. While an event runs (see event below), filp_open of the text that
 /// d_path gave for it opens this object again. The host checks read access: an object that the supervisor may
 /// not read gives -EACCES. Its entry lives in the file system of the host's names, whose mount is the first
-/// of the namespace; its parents are looked up by name when they are asked for. Null when `pinned` is no
-/// descriptor.
+/// of the namespace; its parents are looked up by name when they are asked for. Throws
+/// std::system_error when the host does not tell what the object is: the engine would allow what it is not
+/// told of.
 file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted = false);
 
 /// The entry of such a file, alone, and a file on it. An object has one inode, however often and under
@@ -53,11 +54,11 @@ struct host_object {
     std::shared_ptr<const unique_fd> pin;
     struct statx about = {};
 };
-bool host_statx(int fd, struct statx& about); ///< false when `fd` is no descriptor
+bool host_statx(int fd, struct statx& about); ///< false, and errno, when the host does not tell
 dentry_handle make_pinned_entry(const host_object& object, std::string path, bool deleted = false);
 
 /// An entry at `path` in the directory `parent`, over the object `pinned` or,
-/// when that is empty, for a name that nothing has yet. Null when `pinned` is no descriptor.
+/// when that is empty, for a name that nothing has yet. Throws as make_pinned_file does.
 dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd pinned = {});
 
 /// The object has lost its last name: its inode goes as soon as nothing refers to it.

@@ -1,7 +1,9 @@
 #include "platform/user/files/entries.h"
 
+#include <cerrno>
 #include <mutex>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "platform/user/driver/machine.h"
@@ -39,12 +41,12 @@ bool find_on_host(const std::string& path, inode_facts& facts)
     return true;
 }
 
-/// Without a pin when `pinned` is no descriptor.
 host_object pinned_object(unique_fd pinned)
 {
     host_object object;
-    if (host_statx(pinned.get(), object.about))
-        object.pin = std::make_shared<const unique_fd>(std::move(pinned));
+    if (!host_statx(pinned.get(), object.about))
+        throw std::system_error(errno, std::generic_category(), "statx");
+    object.pin = std::make_shared<const unique_fd>(std::move(pinned));
     return object;
 }
 
@@ -114,16 +116,14 @@ dentry_handle make_pinned_entry(const host_object& object, std::string path, boo
 
 dentry_handle make_pinned_entry(unique_fd pinned, std::string path, bool deleted)
 {
-    const host_object object = pinned_object(std::move(pinned));
-    return object.pin ? make_pinned_entry(object, std::move(path), deleted) : nullptr;
+    return make_pinned_entry(pinned_object(std::move(pinned)), std::move(path), deleted);
 }
 
 dentry_handle make_entry_in(kernel::dentry* parent, std::string path, unique_fd pinned)
 {
     dentry_handle made = pinned ? make_pinned_entry(std::move(pinned), std::move(path))
                                 : dentry_handle(make_named_entry(host_names(), std::move(path), nullptr));
-    if (made)
-        made->parent = hold(parent);
+    made->parent = hold(parent);
     return made;
 }
 

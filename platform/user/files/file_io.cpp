@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <string>
 
 #include "platform/kernel/errno.h"
 #include "platform/user/driver/files.h"
@@ -75,6 +76,8 @@ kernel::s64 read_buffered(kernel::file& from, char* buffer, std::size_t size, ke
             from.ahead_at = at;
             from.ahead_size = static_cast<std::size_t>(std::max<kernel::s64>(got, 0));
         }
+        if (got < 0 && from.watched)
+            count_failed_read(static_cast<int>(-got));
         if (got < 0)
             return done != 0 ? static_cast<kernel::s64>(done) : got;
         if (got == 0)
@@ -98,6 +101,10 @@ kernel::s64 read_descriptor(kernel::file& from, char* buffer, std::size_t size, 
         return read_buffered(from, buffer, size, position);
     return read_host(from.fd.get(), buffer, size, position);
 }
+
+std::atomic<unsigned long> failed_read_count{0};
+std::atomic<int> last_read_error{0};
+std::string watched_place; // set before the engine starts
 
 std::atomic<unsigned long> failed_write_count{0};
 std::atomic<int> last_write_error{0};
@@ -140,6 +147,27 @@ void grow(kernel::file& to, kernel::s64 end)
 }
 
 } // namespace
+
+bool is_watched(std::string_view path)
+{
+    return !watched_place.empty() && path.starts_with(watched_place);
+}
+
+void count_failed_read(int error)
+{
+    last_read_error.store(error);
+    failed_read_count.fetch_add(1);
+}
+
+void watch_reads_below(std::string_view at)
+{
+    watched_place = std::string(at) + "/";
+}
+
+failed_reads reads_that_failed()
+{
+    return {failed_read_count.load(), last_read_error.load()};
+}
 
 failed_writes writes_that_failed()
 {

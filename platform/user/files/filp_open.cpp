@@ -65,9 +65,19 @@ kernel::file* open_host_path(const std::string& host_path, const char* path, int
     if (geteuid() != 0)
         mode |= S_IRUSR | S_IWUSR;
     unique_fd fd(::open(host_path.c_str(), (flags & engine_flags) | host_flags, mode));
-    if (!fd)
-        return error_value(reading_failed(errno));
-    return open_descriptor(std::move(fd), kernel_names(), path, flags);
+    const bool watched = is_watched(path);
+    if (!fd) {
+        const int error = errno;
+        if (watched && error != ENOENT)
+            count_failed_read(error);
+        return error_value(reading_failed(error));
+    }
+    kernel::file* const opened = open_descriptor(std::move(fd), kernel_names(), path, flags);
+    if (is_object(opened))
+        opened->watched = watched;
+    else if (watched)
+        count_failed_read(EIO);
+    return opened;
 }
 
 kernel::file* open_memory(map_target target, const char* path, int flags, int mode)
@@ -150,8 +160,7 @@ void drop(kernel::file* dropped)
 
 file_handle make_pinned_file(unique_fd pinned, std::string path, bool deleted)
 {
-    const dentry_handle entry = make_pinned_entry(std::move(pinned), std::move(path), deleted);
-    return entry ? make_pinned_file(entry.get()) : nullptr;
+    return make_pinned_file(make_pinned_entry(std::move(pinned), std::move(path), deleted).get());
 }
 
 file_handle make_pinned_file(kernel::dentry* entry)

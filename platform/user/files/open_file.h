@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "host/unique_fd.h"
 #include "platform/kernel/file.h"
@@ -27,6 +28,7 @@ struct file {
     std::shared_ptr<platform::memory_node> memory;
     bool directory = false;
     bool buffered = false;         ///< a regular file: reads go through the read-ahead buffer
+    bool watched = false;          ///< reads that fail are counted
     bool opened_on_demand = false; ///< a pinned file: `fd` is opened by the first read
 
     // The bytes [ahead_at, ahead_at + ahead_size) of the file, under the lock.
@@ -43,6 +45,10 @@ namespace platform {
 // References that are not counted as the engine's.
 kernel::file* hold(kernel::file* held);
 void drop(kernel::file* dropped);
+
+/// Whether failed reads of a file that is opened by this kernel path are counted; counts one.
+bool is_watched(std::string_view path);
+void count_failed_read(int error);
 
 /// Opens the object of a pinned descriptor again. Returns a descriptor or a negative error number.
 int reopen(const unique_fd& pinned, int flags);
