@@ -15,6 +15,7 @@ namespace bench {
 inline int run_command(std::vector<std::string> command)
 {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& argument : command)
         arguments.push_back(argument.data());
     arguments.push_back(nullptr);

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include <fmt/core.h>
+
 #include "bench/benchmarks.h"
 #include "bench/command.h"
 #include "bench/directory.h"
@@ -223,7 +225,7 @@ void make_job(benchmark::State& state, const char* modules)
     for (int i = 0; i < files; ++i) {
         const std::string number = std::to_string(i);
         work.write("part_" + number + ".c",
-                   "int part_" + number + "(int x) { return x * " + number + "; }\n");
+                   fmt::format("int part_{0}(int x) {{ return x * {0}; }}\n", number));
     }
     const session_policy policy(programs, modules);
     in_session(state, policy, 1, {"make", "-s", "-j2", "-C", work / ""}, [&] {

@@ -1,14 +1,15 @@
 # sorvanic_test(NAME SOURCES file... [LIBRARIES target...] [LABELS label])
 #
 # One GoogleTest program, each of its tests a ctest of its own. Labels: "concurrency" runs under
-# the thread sanitizer, "e2e" needs a machine that permits tracing.
+# the thread sanitizer, "e2e" needs a machine that permits tracing, and so does "e2e-attacks", which takes from
+# the supervisor what a sanitizer needs more of. One label a program: gtest_discover_tests loses a second.
 include(GoogleTest)
 
 # All that the thread sanitizer has to run, without what it has not.
 add_custom_target(concurrency_tests)
 
 function(sorvanic_test name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  cmake_parse_arguments(arg "" "LABELS" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest GTest::gtest_main)
   # What is tested is optimised; optimising the tests would only take most of a build's time.

@@ -188,8 +188,8 @@ void try_programs()
                                     {"descriptor", &run_descriptor},
                                     {"memory", &run_memory},
                                     {"thread", &run_from_thread}}) {
-        attempt(refused, std::string("run ") + name, [&] { return way(bad); });
-        attempt(done, std::string("run ") + name, [&] { return way(good); });
+        attempt(refused, std::string("run ") + name, [&, way = way] { return way(bad); });
+        attempt(done, std::string("run ") + name, [&, way = way] { return way(good); });
     }
     attempt(refused, "run script", [&] { return run_program(place + "/unlisted_script"); });
     attempt(done, "run script", [&] { return run_program(place + "/listed_script"); });

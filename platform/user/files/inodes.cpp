@@ -1,5 +1,4 @@
 #include <mutex>
-#include <ranges>
 
 #include "platform/user/driver/machine.h"
 #include "platform/user/files/entries.h"
@@ -77,9 +76,9 @@ dentry* d_find_alias(inode* of)
         return false;
     };
     // The newest is the one that the running event is about.
-    for (dentry* alias : of->aliases | std::views::reverse) {
-        if (alias->made_by == &platform::this_thread() && take(alias))
-            return alias;
+    for (auto alias = of->aliases.rbegin(); alias != of->aliases.rend(); ++alias) {
+        if ((*alias)->made_by == &platform::this_thread() && take(*alias))
+            return *alias;
     }
     for (dentry* alias : of->aliases) {
         if (take(alias))
