@@ -106,7 +106,7 @@ std::string tree::without_links(const std::string& path, last_link at_end) const
         if (++links > most_links)
             throw bad_event(fmt::format("the symbolic links at {} lead nowhere; name what is meant", path));
         walked = target->starts_with('/') ? "/" : parent_of(walked);
-        rest = rest.empty() ? *target : *target + "/" + rest;
+        rest = rest.empty() ? *target : fmt::format("{}/{}", *target, rest);
     }
     return walked;
 }

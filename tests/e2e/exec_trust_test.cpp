@@ -143,7 +143,7 @@ print('end')
                                    fmt::format("--nofile={0}:{0}", descriptors)};
             const outcome limited = child_process(limit, directory(), user).wait();
             ASSERT_EQ(limited.status, 0) << limited.err;
-            std::ofstream(directory() / "go");
+            std::ofstream(directory() / "go") << "go";
             const outcome result = run.wait(20s);
             EXPECT_EQ(result.out.find("read"), std::string::npos) << result.out << result.err;
             EXPECT_EQ(result.out.find("ran"), std::string::npos) << result.out << result.err;

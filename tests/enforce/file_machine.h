@@ -55,7 +55,7 @@ struct file_machine : support::machine {
         std::istringstream words(event);
         std::string what, first, second;
         words >> what >> first >> second;
-        const auto mask = static_cast<int>(std::strtoul(what.c_str() + what.find(':') + 1, nullptr, 0));
+        const auto mask = static_cast<int>(std::strtoul(what.substr(what.find(':') + 1).c_str(), nullptr, 0));
         kernel::dentry* entry = entry_of(first);
         const kernel::security_operations& hooks = platform::security();
         const support::acting as(20);
