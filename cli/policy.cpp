@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "cli/commands.h"
-#include "cli/policy_build.h"
+#include "source/build.h"
 
 namespace cli {
 
@@ -35,10 +35,10 @@ Example: ls may run, and whatever lies below /opt/tools
   echo 2000 > src/modllabel
   sorvanic policy build src built)";
 
-void print_summary(const build_request& request, const build_report& report)
+void print_summary(const source::build_request& request, const source::build_report& report)
 {
     fmt::print("{}:\n", request.destination);
-    for (const built_file& built : report.built) {
+    for (const source::built_file& built : report.built) {
         const bool programs = built.file->form == policy_form::programs;
         fmt::print("  {:<15}{:>6} {}{}", built.file->name, built.entries, programs ? "program" : "line",
                    built.entries == 1 ? "" : "s");
@@ -54,10 +54,10 @@ void print_summary(const build_request& request, const build_report& report)
                    fmt::join(report.absent, " and no "));
 }
 
-int build(const build_request& request)
+int build(const source::build_request& request)
 {
     try {
-        const build_report report = build_policy(request);
+        const source::build_report report = source::build_policy(request);
         if (report.errors.empty()) {
             print_summary(request, report);
             return exit_done;
@@ -81,7 +81,7 @@ void add_policy(const command& program, int& status)
     const command compile = policy.add("build", "Turn text files into policy files");
     compile.footer(build_help);
 
-    auto request = std::make_shared<build_request>();
+    auto request = std::make_shared<source::build_request>();
     compile.value("SRC", request->source, "Directory with the text files").required().typed("");
     compile.value("DST", request->destination, "Policy directory; made when it is missing")
         .required()

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "cli/commands.h"
-#include "cli/policy_files.h"
 #include "cli/session_access.h"
 #include "host/text.h"
+#include "source/table_names.h"
 
 namespace cli {
 
@@ -51,7 +51,7 @@ std::string wrong_with(const std::string& name)
     if (bits_of(name) != 0)
         return {};
     return fmt::format("there is no table '{}'; did you mean {}? Tables: {}", host::visible(name),
-                       nearest_policy_file(name).name, table_names());
+                       source::nearest_policy_file(name).name, table_names());
 }
 
 int reload(const agent::session_files& session, const std::vector<std::string>& tables)

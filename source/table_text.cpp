@@ -1,4 +1,4 @@
-#include "cli/policy_source.h"
+#include "source/table_text.h"
 
 #include <fmt/format.h>
 
@@ -9,12 +9,12 @@
 #include <unordered_set>
 #include <utility>
 
-#include "cli/line_text.h"
-#include "cli/policy_lines.h"
-#include "cli/program_digest.h"
 #include "policy/base64.h"
+#include "source/line_text.h"
+#include "source/program_digest.h"
+#include "source/table_lines.h"
 
-namespace cli {
+namespace source {
 
 namespace {
 
@@ -176,4 +176,4 @@ compiled_file compile_policy_file(const policy_file& file, std::string_view text
     return lines.finish(std::max<std::size_t>(number, 1));
 }
 
-} // namespace cli
+} // namespace source

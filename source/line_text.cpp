@@ -1,4 +1,4 @@
-#include "cli/line_text.h"
+#include "source/line_text.h"
 
 #include <charconv>
 
@@ -6,7 +6,7 @@
 
 #include "host/text.h"
 
-namespace cli {
+namespace source {
 
 std::string shown(std::string_view text)
 {
@@ -57,4 +57,4 @@ std::optional<std::string> wrong_directory(std::string_view path)
     return wrong_start(path);
 }
 
-} // namespace cli
+} // namespace source

@@ -1,14 +1,14 @@
-#include "cli/program_digest.h"
+#include "source/program_digest.h"
 
 #include <fmt/format.h>
 
 #include <array>
 
-#include "cli/regular_file.h"
 #include "digest/digest_key.h"
 #include "digest/file_digest.h"
+#include "source/regular_file.h"
 
-namespace cli {
+namespace source {
 
 std::string key_text(std::uint32_t key)
 {
@@ -38,4 +38,4 @@ std::optional<program_digest> digest_program(const std::string& path, std::strin
     return result;
 }
 
-} // namespace cli
+} // namespace source

@@ -1,13 +1,13 @@
-#ifndef SORVANIC_CLI_POLICY_BUILD_H
-#define SORVANIC_CLI_POLICY_BUILD_H
+#ifndef SORVANIC_SOURCE_BUILD_H
+#define SORVANIC_SOURCE_BUILD_H
 
 #include <cstddef>
 #include <string>
 #include <vector>
 
-#include "cli/policy_files.h"
+#include "source/table_names.h"
 
-namespace cli {
+namespace source {
 
 struct build_request {
     std::string source;      ///< directory of text files named as the policy files are
@@ -36,6 +36,6 @@ struct build_report {
 /// Throws std::system_error when the result cannot be written.
 build_report build_policy(const build_request& request);
 
-} // namespace cli
+} // namespace source
 
 #endif

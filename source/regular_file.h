@@ -1,12 +1,12 @@
-#ifndef SORVANIC_CLI_REGULAR_FILE_H
-#define SORVANIC_CLI_REGULAR_FILE_H
+#ifndef SORVANIC_SOURCE_REGULAR_FILE_H
+#define SORVANIC_SOURCE_REGULAR_FILE_H
 
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
-namespace cli {
+namespace source {
 
 /// Hands the content of the regular file at `path` to `take`, in pieces and in order. Anything
 /// that is not a regular file is not read: a fifo would wait for ever, and a directory has no
@@ -15,6 +15,6 @@ namespace cli {
 std::optional<std::string> read_regular_file(const std::string& path,
                                              const std::function<void(std::string_view)>& take);
 
-} // namespace cli
+} // namespace source
 
 #endif

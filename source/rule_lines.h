@@ -1,5 +1,5 @@
-#ifndef SORVANIC_CLI_RULE_LINES_H
-#define SORVANIC_CLI_RULE_LINES_H
+#ifndef SORVANIC_SOURCE_RULE_LINES_H
+#define SORVANIC_SOURCE_RULE_LINES_H
 
 #include <optional>
 #include <string>
@@ -8,7 +8,7 @@
 // What is wrong with a line about users, labels or rules, and what to do about it; nothing when
 // the engine takes it as it is meant. The line is not empty.
 
-namespace cli {
+namespace source {
 
 std::optional<std::string> wrong_user(std::string_view name);
 
@@ -22,6 +22,6 @@ std::optional<std::string> wrong_user_rule(std::string_view line);
 std::optional<std::string> wrong_privilege(std::string_view line);
 std::optional<std::string> wrong_program_rule(std::string_view line);
 
-} // namespace cli
+} // namespace source
 
 #endif

@@ -1,12 +1,12 @@
-#include "cli/rule_lines.h"
+#include "source/rule_lines.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 
-#include "cli/line_text.h"
+#include "source/line_text.h"
 
-namespace cli {
+namespace source {
 
 namespace {
 
@@ -144,4 +144,4 @@ std::optional<std::string> wrong_program_rule(std::string_view line)
     return wrong_mask(fields[2]);
 }
 
-} // namespace cli
+} // namespace source

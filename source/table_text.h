@@ -1,14 +1,14 @@
-#ifndef SORVANIC_CLI_POLICY_SOURCE_H
-#define SORVANIC_CLI_POLICY_SOURCE_H
+#ifndef SORVANIC_SOURCE_TABLE_TEXT_H
+#define SORVANIC_SOURCE_TABLE_TEXT_H
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "cli/policy_files.h"
+#include "source/table_names.h"
 
-namespace cli {
+namespace source {
 
 /// Something wrong in a source file, and what to do about it.
 struct source_error {
@@ -30,6 +30,6 @@ struct compiled_file {
 /// error of its own, but a file with zero bytes or carriage returns is only told about those.
 compiled_file compile_policy_file(const policy_file& file, std::string_view text);
 
-} // namespace cli
+} // namespace source
 
 #endif

@@ -1,11 +1,11 @@
-#ifndef SORVANIC_CLI_PROGRAM_DIGEST_H
-#define SORVANIC_CLI_PROGRAM_DIGEST_H
+#ifndef SORVANIC_SOURCE_PROGRAM_DIGEST_H
+#define SORVANIC_SOURCE_PROGRAM_DIGEST_H
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
-namespace cli {
+namespace source {
 
 /// What the policy knows a program by, all computed by the engine's own code.
 struct program_digest {
@@ -21,6 +21,6 @@ std::optional<program_digest> digest_program(const std::string& path, std::strin
 /// The written form of a key, as `sorvanic digest` shows it: least significant byte first.
 std::string key_text(std::uint32_t key);
 
-} // namespace cli
+} // namespace source
 
 #endif

@@ -1,14 +1,14 @@
-#ifndef SORVANIC_CLI_POLICY_FILES_H
-#define SORVANIC_CLI_POLICY_FILES_H
+#ifndef SORVANIC_SOURCE_TABLE_NAMES_H
+#define SORVANIC_SOURCE_TABLE_NAMES_H
 
 #include <string_view>
 
 #include "policy/catalogue.h"
 
 // Finding the files of a policy directory by name. What stands in a line of each form is in
-// policy_lines.cpp.
+// table_lines.cpp.
 
-namespace cli {
+namespace source {
 
 /// The file with this very name, or null.
 const policy_file* find_policy_file(std::string_view name);
@@ -16,6 +16,6 @@ const policy_file* find_policy_file(std::string_view name);
 /// The file whose name takes the fewest changed, added or left-out letters to get from `name`.
 const policy_file& nearest_policy_file(std::string_view name);
 
-} // namespace cli
+} // namespace source
 
 #endif

@@ -1,11 +1,11 @@
-#include "cli/policy_lines.h"
+#include "source/table_lines.h"
 
 #include <fmt/format.h>
 
-#include "cli/line_text.h"
-#include "cli/rule_lines.h"
+#include "source/line_text.h"
+#include "source/rule_lines.h"
 
-namespace cli {
+namespace source {
 
 namespace {
 
@@ -84,4 +84,4 @@ std::optional<std::string> wrong_line(const policy_file& file, std::string_view 
     return std::nullopt;
 }
 
-} // namespace cli
+} // namespace source

@@ -1,11 +1,11 @@
-#include "cli/policy_files.h"
+#include "source/table_names.h"
 
 #include <algorithm>
 #include <iterator>
 #include <numeric>
 #include <vector>
 
-namespace cli {
+namespace source {
 
 namespace {
 
@@ -43,4 +43,4 @@ const policy_file& nearest_policy_file(std::string_view name)
                              });
 }
 
-} // namespace cli
+} // namespace source

@@ -1,5 +1,5 @@
-#ifndef SORVANIC_CLI_LINE_TEXT_H
-#define SORVANIC_CLI_LINE_TEXT_H
+#ifndef SORVANIC_SOURCE_LINE_TEXT_H
+#define SORVANIC_SOURCE_LINE_TEXT_H
 
 #include <cstdint>
 #include <optional>
@@ -9,7 +9,7 @@
 
 // What all checks of policy lines are made of.
 
-namespace cli {
+namespace source {
 
 inline constexpr std::string_view blanks = " \t";
 
@@ -29,6 +29,6 @@ std::optional<std::string> wrong_start(std::string_view path);
 /// directory above, and what to do about it; nothing when it would.
 std::optional<std::string> wrong_directory(std::string_view path);
 
-} // namespace cli
+} // namespace source
 
 #endif

@@ -1,10 +1,10 @@
-#ifndef SORVANIC_CLI_REPLACE_FILES_H
-#define SORVANIC_CLI_REPLACE_FILES_H
+#ifndef SORVANIC_SOURCE_REPLACE_FILES_H
+#define SORVANIC_SOURCE_REPLACE_FILES_H
 
 #include <string>
 #include <vector>
 
-namespace cli {
+namespace source {
 
 struct new_file {
     std::string name; ///< without a "/"
@@ -18,6 +18,6 @@ struct new_file {
 /// where that is permitted. Throws std::system_error naming the file.
 void replace_files(const std::string& directory, const std::vector<new_file>& files);
 
-} // namespace cli
+} // namespace source
 
 #endif

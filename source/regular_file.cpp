@@ -1,4 +1,4 @@
-#include "cli/regular_file.h"
+#include "source/regular_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,7 +9,7 @@
 
 #include "host/unique_fd.h"
 
-namespace cli {
+namespace source {
 
 std::optional<std::string> read_regular_file(const std::string& path,
                                              const std::function<void(std::string_view)>& take)
@@ -32,4 +32,4 @@ std::optional<std::string> read_regular_file(const std::string& path,
     }
 }
 
-} // namespace cli
+} // namespace source

@@ -1,4 +1,4 @@
-#include "cli/policy_build.h"
+#include "source/build.h"
 
 #include <fmt/format.h>
 
@@ -6,11 +6,11 @@
 #include <filesystem>
 #include <system_error>
 
-#include "cli/policy_source.h"
-#include "cli/regular_file.h"
-#include "cli/replace_files.h"
+#include "source/regular_file.h"
+#include "source/replace_files.h"
+#include "source/table_text.h"
 
-namespace cli {
+namespace source {
 
 namespace fs = std::filesystem;
 
@@ -102,4 +102,4 @@ build_report build_policy(const build_request& request)
     return report;
 }
 
-} // namespace cli
+} // namespace source

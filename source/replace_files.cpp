@@ -1,4 +1,4 @@
-#include "cli/replace_files.h"
+#include "source/replace_files.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,7 +11,7 @@
 
 #include "host/unique_fd.h"
 
-namespace cli {
+namespace source {
 
 namespace {
 
@@ -109,4 +109,4 @@ void replace_files(const std::string& directory, const std::vector<new_file>& fi
         fail(directory);
 }
 
-} // namespace cli
+} // namespace source
