@@ -2,31 +2,10 @@
 
 #include <algorithm>
 #include <iterator>
-#include <numeric>
-#include <vector>
+
+#include "source/nearest.h"
 
 namespace source {
-
-namespace {
-
-/// The number of single-letter changes between two names (Wagner and Fischer, 1974).
-std::size_t distance(std::string_view a, std::string_view b)
-{
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), 0U);
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (std::size_t j = 0; j < b.size(); ++j) {
-            const std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.back();
-}
-
-} // namespace
 
 const policy_file* find_policy_file(std::string_view name)
 {
