@@ -17,13 +17,13 @@ std::string_view name_of(severity level)
 {
     switch (level) {
     case severity::note:
-        return "note";
+        return "note: ";
     case severity::warning:
-        return "warning";
+        return "warning: ";
     case severity::error:
-        return "error";
+        return "";
     }
-    return "error";
+    return "";
 }
 
 /// The line, and a caret below the column. Tabs stay tabs in both, so that the caret stands right.
@@ -71,7 +71,7 @@ std::string rendered(const finding& one)
         where += fmt::format(":{}", one.at.line);
     if (one.at.line > 0 && one.at.column > 0)
         where += fmt::format(":{}", one.at.column);
-    std::string text = fmt::format("{}: {}: {}\n", where, name_of(one.level), one.text);
+    std::string text = fmt::format("{}: {}{}\n", where, name_of(one.level), one.text);
     if (!one.at.text.empty())
         text += excerpt(one.at);
     return text;

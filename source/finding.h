@@ -46,7 +46,8 @@ private:
     std::vector<finding> all_;
 };
 
-/// As a compiler shows it: "file:line:column: error: text", then the line with a caret below.
+/// As a compiler shows it: "file:line:column: warning: text" (an error has no such word), then the line with
+/// a caret below.
 std::string rendered(const finding& one);
 
 } // namespace source

@@ -15,8 +15,9 @@ namespace source {
 
 /// One of the sixteen tables as text, whatever it was made from.
 struct policy_text {
-    bool present = false;    ///< the policy has a file for it, be it empty
-    std::vector<word> lines; ///< without comments and blank lines; of program lists: key texts
+    bool present = false;     ///< the policy has a file for it, be it empty
+    std::vector<word> lines;  ///< without comments and blank lines; of program lists: key texts
+    std::size_t repeated = 0; ///< programs listed again, left out
 };
 
 struct listed_program {

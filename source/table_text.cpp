@@ -39,12 +39,15 @@ std::uint32_t reversed_bytes(std::uint32_t value)
 }
 
 /// The key that a line of a program list stands for, or nothing and why in `reason`.
-std::optional<std::uint32_t> program_key(std::string_view line, std::string& reason)
+std::optional<std::uint32_t> program_key(std::string_view line, source_entry& entry, std::string& reason)
 {
     if (line.front() == '/') {
         const auto digest = digest_program(std::string(line), reason);
-        if (digest)
+        if (digest) {
+            entry.path = line;
+            entry.md5 = digest->md5;
             return digest->key;
+        }
         reason = fmt::format("{}: {}; name an existing program, or write its key text", line, reason);
         return std::nullopt;
     }
@@ -77,6 +80,8 @@ std::string too_many(const policy_file& file)
 /// A byte that no source file may hold.
 std::optional<source_error> not_plain_text(std::string_view text)
 {
+    if (text.starts_with("\xEF\xBB\xBF"))
+        return source_error{1, "a byte order mark; save the file as UTF-8 without one"};
     const auto at = text.find_first_of(std::string_view("\0\r", 2));
     if (at == std::string_view::npos)
         return std::nullopt;
@@ -98,8 +103,8 @@ public:
             return;
         const std::size_t before = result_.entries;
         const std::optional<std::string> reason = file_.form == policy_form::programs
-                                                      ? take_program(without_trailing_blanks(line))
-                                                      : take_line(line);
+                                                      ? take_program(number, without_trailing_blanks(line))
+                                                      : take_line(number, line);
         if (reason)
             result_.errors.push_back({number, *reason});
         else if (result_.entries > before && before == file_.most_entries)
@@ -118,12 +123,15 @@ public:
     }
 
 private:
-    std::optional<std::string> take_program(std::string_view line)
+    std::optional<std::string> take_program(std::size_t at, std::string_view line)
     {
         std::string reason;
-        const auto key = program_key(line, reason);
+        source_entry entry{at, {}, {}, {}};
+        const auto key = program_key(line, entry, reason);
         if (!key)
             return reason;
+        entry.text = key_text(*key);
+        result_.lines.push_back(std::move(entry));
         if (!keys_.insert(*key).second) {
             ++result_.duplicates;
             return std::nullopt;
@@ -134,10 +142,11 @@ private:
         return std::nullopt;
     }
 
-    std::optional<std::string> take_line(std::string_view line)
+    std::optional<std::string> take_line(std::size_t at, std::string_view line)
     {
         if (auto reason = wrong_line(file_, line))
             return reason;
+        result_.lines.push_back({at, std::string(line), {}, {}});
         result_.content.append(line).push_back('\n');
         ++result_.entries;
         return std::nullopt;

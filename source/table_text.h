@@ -16,8 +16,17 @@ struct source_error {
     std::string text;
 };
 
+/// An entry of a source file.
+struct source_entry {
+    std::size_t line; ///< from 1
+    std::string text; ///< of a program list: the key text
+    std::string path; ///< the program that was named; empty for a key text
+    std::string md5;  ///< of that program
+};
+
 /// A source file turned into what the policy directory gets.
 struct compiled_file {
+    std::vector<source_entry> lines;
     std::string content; ///< the file's bytes; of no use when there are errors
     std::size_t entries = 0;
     std::size_t duplicates = 0; ///< programs listed again, left out of `content`
