@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "source/table_names.h"
+#include "source/policy.h"
 
 namespace source {
 
 struct build_request {
-    std::string source;      ///< directory of text files named as the policy files are
+    std::string source;      ///< a policy.toml, or a directory with one or with the text files
     std::string destination; ///< the policy directory to be filled
     bool keep = false;       ///< leave policy files of `destination` that `source` lacks
 };
@@ -22,19 +22,19 @@ struct built_file {
 };
 
 struct build_report {
-    std::vector<std::string>
-        errors; ///< "file:line: reason" or "file: reason"; when not empty, nothing was changed
+    findings found; ///< with an error, nothing was changed
     std::vector<built_file> built;
     std::vector<std::string>
-        others; ///< policy files that only `destination` had: removed, or left with `keep`
-    std::vector<std::string>
-        absent; ///< of statlabel and modllabel, without which the engine allows everything
+        others;           ///< policy files that only `destination` had: removed, or left with `keep`
+    std::string in_force; ///< in one line, what the policy does
 };
 
-/// Builds a policy directory from its source: all of it or, when any file is wrong, nothing, with
-/// every error of every file in the report. Names in `source` that begin with "." are passed over.
-/// Throws std::system_error when the result cannot be written.
+/// Builds a policy directory from its source: all of it or, when anything is wrong, nothing, with
+/// every error in the report. Throws std::system_error when the result cannot be written.
 build_report build_policy(const build_request& request);
+
+/// The same for a policy that was loaded already; with an error in `found`, nothing is changed.
+void write_policy(const policy& of, const std::string& destination, findings& found);
 
 } // namespace source
 

@@ -186,10 +186,7 @@ private:
                                      shown(text)));
             return std::nullopt;
         }
-        if (!fs::exists(text, failure))
-            found_.warn(written.at,
-                        fmt::format("{} does not exist; a rule for it waits until it does", shown(text)));
-        else if (text != written.value && text + "/" != written.value)
+        if (text != written.value && text + "/" != written.value)
             found_.note(written.at, fmt::format("{} is {}", shown(written.value), text));
         return text;
     }

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <optional>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 #include <fmt/format.h>
@@ -125,6 +126,7 @@ void take_text(const file_content& one, policy& into, findings& found)
     policy_text& text = into.of(one.file->table);
     text.present = true;
     text.repeated = compiled.duplicates;
+    std::unordered_set<std::string> keys;
     for (source_entry& entry : compiled.lines) {
         if (!entry.path.empty()) {
             program_entry program;
@@ -134,7 +136,8 @@ void take_text(const file_content& one, policy& into, findings& found)
             program.at = {one.path, entry.line};
             into.programs.push_back({one.file->table, std::move(program)});
         }
-        text.lines.push_back({std::move(entry.text), {one.path, entry.line}});
+        if (one.file->form != policy_form::programs || keys.insert(entry.text).second)
+            text.lines.push_back({std::move(entry.text), {one.path, entry.line}});
     }
 }
 
