@@ -54,7 +54,10 @@ build_report build_policy(const build_request& request)
         report.found.error({request.source},
                            "source and destination are the same directory; build into another one");
     else if (loaded.kind == policy_kind::built && !report.found.failed())
-        report.found.error({request.source}, "is built already; build from its source");
+        report.found.error({request.source},
+                           std::ranges::any_of(loaded.tables, &policy_text::present)
+                               ? "is built already; build from its source"
+                               : "holds no policy file; write one (`sorvanic policy init` does)");
     if (report.found.failed())
         return report;
     const std::vector<new_file> files = encode(loaded, report.found);

@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 
 /// Far above what any policy holds, and below what the encoder counts with.
 constexpr std::size_t largest_source = std::size_t{256} << 20;
+constexpr std::size_t most_wrong_lines = 5; ///< of a built file, each told
 constexpr const char* document_name = "policy.toml";
 
 /// What editors and packages leave beside a file.
@@ -169,13 +170,17 @@ void take_built(const file_content& one, policy& into, findings& found)
     if (one.file->encoded && !one.content.empty() && lines.empty())
         found.warn({one.path}, "nothing can be decoded; is it text? `sorvanic policy build` encodes it");
     std::size_t number = 0;
+    std::size_t wrong = 0;
     for (const std::string_view line : split(lines, '\n')) {
         ++number;
         if (line.empty() || line.front() == '#' || line.find_first_not_of(blanks) == std::string_view::npos)
             continue;
-        if (const auto reason = wrong_line(*one.file, line))
+        const auto reason = wrong_line(*one.file, line);
+        if (reason && ++wrong <= most_wrong_lines)
             found.warn({one.path, number}, *reason);
-        else
+        else if (reason && wrong == most_wrong_lines + 1)
+            found.warn({one.path, number}, "more such lines follow");
+        else if (!reason)
             text.lines.push_back({std::string(line), {one.path, number}});
     }
 }
@@ -213,10 +218,10 @@ policy load_directory(const std::string& path, findings& found)
                                                          nearest_policy_file(name).name));
     }
     if (files.empty() && !found.failed())
-        found.error({path},
-                    fmt::format("holds no policy; write {}/{} (`sorvanic policy init` does), or a text "
-                                "file such as {}/whitelist",
-                                path, document_name, path));
+        found.warn({path},
+                   fmt::format("holds no policy file: everything is allowed; write {}/{} (`sorvanic policy "
+                               "init` does)",
+                               path, document_name));
     return loaded;
 }
 

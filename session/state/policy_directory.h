@@ -7,8 +7,7 @@ namespace session {
 
 /// Sees that a policy directory is one, and that those of the policy files which exist in it are
 /// regular files that the supervisor can read: the engine itself takes a file that it cannot
-/// read for an empty table. Throws trouble that names the file and what to do. Says on standard
-/// error when the policy leaves everything allowed because a switch file is missing.
+/// read for an empty table. Throws trouble that names the file and what to do.
 void check_policy_directory(const std::string& path);
 
 } // namespace session
