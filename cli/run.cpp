@@ -77,12 +77,14 @@ std::unique_ptr<source::prepared> prepare_policy(session::options& of)
     auto ready = std::make_unique<source::prepared>(
         of.policy, of.state.empty() ? session::default_base_directory() : of.state, found);
     for (const source::finding& one : found.all())
-        if (one.level >= source::severity::warning)
+        if (one.level == source::severity::error)
             fmt::print(stderr, "sorvanic: {}", source::rendered(one));
+        else if (one.level == source::severity::warning && !of.quiet)
+            of.announcement.push_back(source::summary(one));
     if (found.failed())
         throw session::trouble("the policy cannot be used; nothing was started");
     if (!of.quiet)
-        fmt::print(stderr, "sorvanic: {}\n", source::in_force(ready->loaded()));
+        of.announcement.push_back(source::in_force(ready->loaded()));
     of.policy = ready->directory();
     return ready;
 }
@@ -144,7 +146,8 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
         .shows_default();
     run.flag("--lossy", options->lossy,
              "Exit with COMMAND's status even if logs or audit records could not be written");
-    run.flag("--quiet", options->quiet, "Do not tell each refusal on the terminal");
+    run.flag("--quiet", options->quiet,
+             "Do not tell what is in force at the start, nor each refusal on the terminal");
 
     run.action([options, audit, stop_timeout, &status] {
         options->stop_timeout = std::chrono::seconds(*stop_timeout);

@@ -49,15 +49,14 @@ void write_policy(const policy& of, const std::string& destination, findings& fo
 build_report build_policy(const build_request& request)
 {
     build_report report;
-    const policy loaded = load_policy(request.source, report.found);
+    const policy loaded = load_policy(request.source, report.found, wanted_form::source);
     if (same_directory(request.source, request.destination))
         report.found.error({request.source},
                            "source and destination are the same directory; build into another one");
     else if (loaded.kind == policy_kind::built && !report.found.failed())
-        report.found.error({request.source},
-                           std::ranges::any_of(loaded.tables, &policy_text::present)
-                               ? "is built already; build from its source"
-                               : "holds no policy file; write one (`sorvanic policy init` does)");
+        report.found.error({request.source}, "is built already; build from its source");
+    else if (std::ranges::none_of(loaded.tables, &policy_text::present) && !report.found.failed())
+        report.found.error({request.source}, "holds no policy file; write one (`sorvanic policy init` does)");
     if (report.found.failed())
         return report;
     const std::vector<new_file> files = encode(loaded, report.found);

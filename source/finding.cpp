@@ -64,14 +64,19 @@ std::size_t findings::count(severity level) const
         std::ranges::count_if(all_, [&](const finding& one) { return one.level == level; }));
 }
 
-std::string rendered(const finding& one)
+std::string summary(const finding& one)
 {
     std::string where = host::visible(one.at.file);
     if (one.at.line > 0)
         where += fmt::format(":{}", one.at.line);
     if (one.at.line > 0 && one.at.column > 0)
         where += fmt::format(":{}", one.at.column);
-    std::string text = fmt::format("{}: {}{}\n", where, name_of(one.level), one.text);
+    return fmt::format("{}: {}{}", where, name_of(one.level), one.text);
+}
+
+std::string rendered(const finding& one)
+{
+    std::string text = summary(one) + "\n";
     if (!one.at.text.empty())
         text += excerpt(one.at);
     return text;

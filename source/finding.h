@@ -46,6 +46,9 @@ private:
     std::vector<finding> all_;
 };
 
+/// "file:line:column: warning: text" (an error has no such word).
+std::string summary(const finding& one);
+
 /// As a compiler shows it: "file:line:column: warning: text" (an error has no such word), then the line with
 /// a caret below.
 std::string rendered(const finding& one);

@@ -98,18 +98,16 @@ bool is_encoded(std::string_view content)
            decoded(content).ends_with('\n');
 }
 
-/// Whether a file holds what people write, not what the engine reads. Work directories look the same
-/// in both, and so do empty files.
+/// Whether a file holds what people write, right or wrong, and not what the engine reads. Work directories
+/// look the same in both, and so do empty files.
 bool is_written_by_people(const policy_file& file, std::string_view content)
 {
-    if (content.empty() || file.form == policy_form::directories)
-        return file.encoded && !content.empty() && !is_encoded(content);
-    if (file.form == policy_form::programs)
-        return is_text(content) && compile_policy_file(file, content).errors.empty();
-    if (is_encoded(content))
+    constexpr std::size_t shortest_program = 7; // keys that happen to be text are seldom that long
+    if (!is_text(content))
         return false;
-    const compiled_file compiled = compile_policy_file(file, content);
-    return compiled.errors.empty() && compiled.entries > 0;
+    if (file.form == policy_form::programs)
+        return content.size() >= shortest_program;
+    return file.encoded && !content.empty() && !is_encoded(content);
 }
 
 /// The directory's policy files with what is in them.
@@ -185,7 +183,7 @@ void take_built(const file_content& one, policy& into, findings& found)
     }
 }
 
-policy load_directory(const std::string& path, findings& found)
+policy load_directory(const std::string& path, findings& found, wanted_form form)
 {
     policy loaded;
     loaded.path = path;
@@ -207,7 +205,12 @@ policy load_directory(const std::string& path, findings& found)
     const bool has_engine_file = std::ranges::any_of(files, [](const file_content& one) {
         return one.file->encoded && !one.content.empty() && is_encoded(one.content);
     });
-    loaded.kind = is_text_source && !has_engine_file ? policy_kind::texts : policy_kind::built;
+    loaded.kind = !has_engine_file && (is_text_source || form == wanted_form::source) ? policy_kind::texts
+                                                                                      : policy_kind::built;
+    if (loaded.kind == policy_kind::built && is_text_source)
+        found.warn({path},
+                   "some files are text and some are not: the engine reads none of the text; build the "
+                   "policy from its source");
     for (const file_content& one : files)
         loaded.kind == policy_kind::texts ? take_text(one, loaded, found) : take_built(one, loaded, found);
     for (const std::string& name : unknown) {
@@ -227,12 +230,12 @@ policy load_directory(const std::string& path, findings& found)
 
 } // namespace
 
-policy load_policy(const std::string& path, findings& found)
+policy load_policy(const std::string& path, findings& found, wanted_form form)
 {
     std::error_code unknown;
     const std::string document_path = fs::is_directory(path, unknown) ? path + "/" + document_name : path;
     if (document_path != path && !fs::exists(document_path, unknown))
-        return load_directory(path, found);
+        return load_directory(path, found, form);
     const document read = read_document(document_path, found);
     policy loaded;
     if (!found.failed())

@@ -42,10 +42,13 @@ struct policy {
     const policy_text& of(policy_table table) const { return tables[static_cast<std::size_t>(table)]; }
 };
 
+/// What a directory is when what is in it does not tell.
+enum class wanted_form { any, source };
+
 /// Reads the policy at `path`: a file is a policy.toml, a directory has one, or the sixteen files as
 /// text or as the engine reads them. What is wrong goes to `found`; with an error there the policy
 /// is of no use. What is wrong in a built directory is a warning, as the engine reads it all the same.
-policy load_policy(const std::string& path, findings& found);
+policy load_policy(const std::string& path, findings& found, wanted_form form = wanted_form::any);
 
 /// The tables that a document stands for.
 policy compile_document(const document& from, findings& found);

@@ -30,8 +30,9 @@ struct options {
     bool channel_inside = false;          ///< supervised processes are heard, too
     session_rules rules;                  ///< what is decided, beside what always is
     std::chrono::milliseconds stop_timeout = std::chrono::seconds(10); ///< from SIGTERM to the kill
-    bool lossy = false; ///< what could not be written down does not change the exit status
-    bool quiet = false; ///< no line on standard error for each refusal
+    bool lossy = false;                    ///< what could not be written down does not change the exit status
+    std::vector<std::string> announcement; ///< lines about the policy, told as soon as it is in force
+    bool quiet = false;                    ///< no line on standard error for each refusal
     /// Makes an agent that gets the audit records, in this process; empty: none. Called with the
     /// channel's port id before anything is decided, and sends the helo from a socket at the
     /// supervisor's process id. The agent is destroyed when all is decided, and its quit heard.
