@@ -35,8 +35,6 @@ int run(const options& wanted)
     try {
         check_proc();
         engine loaded(wanted);
-        for (const std::string& line : wanted.announcement)
-            say(line);
         const supervisor_signals signals;
         refusals told(!wanted.quiet && isatty(STDERR_FILENO) != 0);
         const int status = supervise(wanted, loaded, signals, told);
