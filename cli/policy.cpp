@@ -1,12 +1,24 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <fmt/core.h>
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "cli/commands.h"
+#include "host/text.h"
+#include "host/unique_fd.h"
 #include "source/build.h"
+#include "source/difference.h"
+#include "source/manifest.h"
+#include "source/profiles.h"
 #include "source/validate.h"
 
 namespace cli {
@@ -68,6 +80,8 @@ void print_summary(const source::build_request& request, const source::build_rep
         fmt::print("not in {}, {}: {}\n", request.source, request.keep ? "left as they were" : "so removed",
                    fmt::join(report.others, " "));
     fmt::print("{}\n", report.in_force);
+    if (!report.changed.empty())
+        fmt::print("changed: {}\n", report.changed);
 }
 
 int build(const source::build_request& request)
@@ -85,6 +99,65 @@ int build(const source::build_request& request)
         fmt::print(stderr, "sorvanic policy build: {}\n", error.what());
     }
     return exit_failed;
+}
+
+/// A policy that a command cannot go on without; nothing when it is told what is wrong with it.
+std::optional<source::policy> load(const std::string& path)
+{
+    source::findings found;
+    source::policy loaded = source::load_policy(path, found);
+    print_findings(found, source::severity::error);
+    if (found.failed())
+        return std::nullopt;
+    return loaded;
+}
+
+int show(const std::string& path)
+{
+    const auto loaded = load(path);
+    if (!loaded)
+        return exit_failed;
+    if (const auto about = source::read_manifest(path))
+        fmt::print("generation {}, digest {}, built {} from {}\n", about->generation, about->digest,
+                   about->built, host::visible(about->source));
+    fmt::print("{}\n{}", source::in_force(*loaded), source::in_words(*loaded));
+    return exit_done;
+}
+
+int compare(const std::string& one, const std::string& other)
+{
+    const auto from = load(one);
+    const auto to = load(other);
+    if (!from || !to)
+        return exit_usage;
+    const auto lines = source::difference(*from, *to);
+    for (const std::string& line : lines)
+        fmt::print("{}\n", line);
+    return lines.empty() ? exit_done : exit_failed;
+}
+
+struct init_request {
+    std::string file = "policy.toml";
+    std::vector<std::string> packages;
+    std::string profile;
+};
+
+int begin(const init_request& request)
+{
+    const auto text = source::starting_document(request.profile, request.packages);
+    if (!text)
+        misuse(fmt::format("there is no profile {}; there are {}", host::visible(request.profile),
+                           source::profile_names()));
+    const host::unique_fd file(::open(request.file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!file || ::write(file.get(), text->data(), text->size()) != static_cast<ssize_t>(text->size())) {
+        fmt::print(stderr, "sorvanic policy init: {}: {}\n", request.file, host::error_text(errno));
+        return exit_failed;
+    }
+    fmt::print("{} is written. It observes only. Next:\n"
+               "  sorvanic policy check {}\n"
+               "  sorvanic run --policy {} -- COMMAND\n",
+               request.file, request.file, request.file);
+    return exit_done;
 }
 
 struct check_request {
@@ -127,6 +200,29 @@ void add_policy(const command& program, int& status)
         .typed("");
     compile.flag("--keep", request->keep, "Leave policy files of DST that SRC does not have");
     compile.action([request, &status] { status = build(*request); });
+
+    const command shown = policy.add("show", "Print a policy in words");
+    auto path = std::make_shared<std::string>();
+    shown.value("SRC", *path, "A policy in any form").required().typed("");
+    shown.action([path, &status] { status = show(*path); });
+
+    const command compared = policy.add("diff", "Print what differs between two policies");
+    auto both = std::make_shared<std::pair<std::string, std::string>>();
+    compared.value("A", both->first, "A policy in any form").required().typed("");
+    compared.value("B", both->second, "Another").required().typed("");
+    compared.footer("Exit status: 0 they decide the same, 1 they differ, 2 one of them cannot be used.");
+    compared.action([both, &status] { status = compare(both->first, both->second); });
+
+    const command started = policy.add("init", "Write a policy.toml to start from");
+    auto start = std::make_shared<init_request>();
+    started.value("FILE", start->file, "The file to write; it must not exist").typed("").shows_default();
+    started.value("--from-package", start->packages, "A package whose programs are allowed; repeatable")
+        .typed("NAME")
+        .once();
+    started.value("--profile", start->profile, "What the policy is for: " + source::profile_names())
+        .typed("NAME");
+    started.footer("Example:\n  sorvanic policy init --profile nginx nginx.toml");
+    started.action([start, &status] { status = begin(*start); });
 
     const command checked = policy.add("check", "Say what is wrong or unexpected in a policy");
     checked.footer(check_help);

@@ -10,6 +10,7 @@
 #include "host/text.h"
 #include "policy/base64.h"
 #include "source/line_text.h"
+#include "source/manifest.h"
 #include "source/policy.h"
 #include "source/program_digest.h"
 #include "source/regular_file.h"
@@ -213,6 +214,9 @@ policy load_directory(const std::string& path, findings& found, wanted_form form
                    "policy from its source");
     for (const file_content& one : files)
         loaded.kind == policy_kind::texts ? take_text(one, loaded, found) : take_built(one, loaded, found);
+    if (loaded.kind == policy_kind::built)
+        if (auto about = read_manifest(path))
+            loaded.programs = std::move(about->programs);
     for (const std::string& name : unknown) {
         if (is_left_over(name))
             found.note({path + "/" + name}, "left by an editor or a package, and not read");
