@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -56,28 +57,28 @@ std::uint32_t mask_of(const word& whose, std::span<const word> words, findings& 
                                             one.value, known->needs, known->because, known->needs));
         mask |= known->bits;
     }
+    constexpr std::uint32_t changes_directories = write_bit | execute_bit;
+    if ((mask & changes_directories) == changes_directories && !has("create") && !has("delete"))
+        found.error(whose.at,
+                    "\"execute\" and \"write\" together would also grant \"create\": it asks for these two "
+                    "bits of the directory; add \"create\" if that is meant");
     return mask;
 }
 
 std::string words_of(std::uint32_t mask)
 {
-    if (mask == find_word("edit")->bits)
-        return "edit";
-    std::vector<std::string_view> names;
-    std::uint32_t made = 0;
-    for (const std::string_view name : {"read", "execute", "write", "create"}) {
-        const access_word& known = *find_word(name);
-        if ((known.bits & ~mask) == 0 && (known.bits & ~made) != 0) {
-            // What can be created can be executed: the word for less says nothing more then.
-            if (name == "create")
-                std::erase(names, "execute");
-            names.push_back(name);
-            made |= known.bits;
-        }
-    }
-    if (made != mask)
-        return std::to_string(mask);
-    return names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "));
+    constexpr std::pair<std::uint32_t, std::string_view> known[] = {
+        {0, "none"},
+        {read_bit, "read"},
+        {read_bit | execute_bit, "read, execute"},
+        {read_bit | write_bit | append_bit, "read, write"},
+        {read_bit | write_bit | append_bit | execute_bit, "read, write, create"},
+        {read_bit | write_bit | append_bit | execute_bit | delete_bit, "edit"},
+    };
+    for (const auto& [bits, words] : known)
+        if (bits == mask)
+            return std::string(words);
+    return std::to_string(mask);
 }
 
 } // namespace source

@@ -43,8 +43,8 @@ inline constexpr access_word access_words[] = {
     {"edit", delete_bit | write_bit | append_bit | read_bit | execute_bit, "", ""},
 };
 
-/// The mask that the words of a rule make together. Words that are unknown, or cannot stand without
-/// another, go to `found`.
+/// The mask that the words of a rule make together. Words that are unknown, or would grant more than they say,
+/// go to `found`.
 std::uint32_t mask_of(const word& whose, std::span<const word> words, findings& found);
 
 /// The fewest words that make this mask, joined by ", "; the number itself when no words do.

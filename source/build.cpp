@@ -94,11 +94,11 @@ void write_policy(const policy& of, const std::string& destination, findings& fo
     about.generation = former ? former->generation + (former->digest == about.digest ? 0 : 1) : 1;
     about.programs = of.programs;
     files.push_back(manifest_file(about));
-    if (!before.empty() && (!former || former->digest != about.digest))
-        put(destination + previous_name, before);
     replace_files(destination, files);
     if (!keep)
         remove_others(destination, files);
+    if (!before.empty() && (!former || former->digest != about.digest))
+        put(destination + previous_name, before);
 }
 
 bool restore_previous(const std::string& destination)

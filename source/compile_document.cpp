@@ -61,14 +61,15 @@ private:
         text.lines.push_back({std::move(line), at});
     }
 
-    /// The place of `name` among the names; reports one that is none of them.
-    std::optional<std::size_t> choice(const word& name, std::span<const std::string_view> names)
+    /// The place of `name` among the names that `what` has; reports one that is none of them.
+    std::optional<std::size_t> choice(std::string_view what, const word& name,
+                                      std::span<const std::string_view> names)
     {
         const auto at = std::ranges::find(names, name.value);
         if (at != names.end())
             return static_cast<std::size_t>(at - names.begin());
-        found_.error(name.at, fmt::format("{} is none of its words{}", shown(name.value),
-                                          suggestion(name.value, names)));
+        found_.error(name.at,
+                     fmt::format("{} has no {}{}", what, shown(name.value), suggestion(name.value, names)));
         return std::nullopt;
     }
 
@@ -79,7 +80,7 @@ private:
             if (!from_.lines.contains(policy_table::statlabel))
                 found_.error({from_.file}, "no mode; write mode = \"observe\" (tells what it would refuse) "
                                            "or mode = \"enforce\"");
-        } else if (const auto mode = choice(*from_.mode, modes)) {
+        } else if (const auto mode = choice("mode", *from_.mode, modes)) {
             add(policy_table::statlabel, fmt::format("{}:{}", *mode + 1, modes[*mode]), from_.mode->at);
         }
         if (from_.install)
@@ -92,7 +93,7 @@ private:
         static constexpr std::string_view lines[][2] = {{"2:1", "3:1"}, {"2:2", "3:2"}, {"5:2", ""}};
         std::set<std::size_t> wanted;
         for (const word& kind : from_.records)
-            if (const auto known = choice(kind, kinds))
+            if (const auto known = choice("records", kind, kinds))
                 wanted.insert(*known);
         for (const std::size_t kind : wanted) // a later line wins: accesses are refusals, too
             for (const std::string_view line : lines[kind])
@@ -352,7 +353,7 @@ private:
             programs = files = false;
             for (const word& name : *from_.control) {
                 at = name.at;
-                const auto known = choice(name, controls);
+                const auto known = choice("control", name, controls);
                 programs = programs || known == 0U;
                 files = files || known == 1U;
             }

@@ -27,11 +27,13 @@ protected:
 
     std::string built(const std::string& name) const { return files_.read("dst/" + name); }
 
+    /// But for what the build says of itself.
     std::set<std::string> names_in_destination() const
     {
         std::set<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(files_ / "dst"))
-            names.insert(entry.path().filename());
+            if (entry.path().filename() != "manifest.json" && entry.path().filename() != ".previous")
+                names.insert(entry.path().filename());
         return names;
     }
 
