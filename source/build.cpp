@@ -33,6 +33,17 @@ std::vector<std::string> others_in(const std::string& destination, const std::ve
     return others;
 }
 
+/// The files, and those of `before` that they leave.
+std::vector<new_file> with_kept(std::vector<new_file> files, const std::vector<new_file>& before)
+{
+    const std::vector<new_file> replacing = files;
+    for (const new_file& old : before)
+        if (old.name != manifest_name &&
+            std::ranges::find(replacing, old.name, &new_file::name) == replacing.end())
+            files.push_back(old);
+    return files;
+}
+
 void remove_others(const std::string& destination, const std::vector<new_file>& files)
 {
     for (const std::string& name : others_in(destination, files))
@@ -89,7 +100,7 @@ void write_policy(const policy& of, const std::string& destination, findings& fo
     manifest about;
     std::error_code unknown;
     about.source = fs::absolute(of.path, unknown).lexically_normal().string();
-    about.digest = digest_of(files);
+    about.digest = digest_of(keep ? with_kept(files, before) : files);
     about.built = time_now();
     about.generation = former ? former->generation + (former->digest == about.digest ? 0 : 1) : 1;
     about.programs = of.programs;

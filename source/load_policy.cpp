@@ -184,6 +184,23 @@ void take_built(const file_content& one, policy& into, findings& found)
     }
 }
 
+/// What the directory says of itself, and whether it is still so.
+void take_manifest(const std::vector<file_content>& files, policy& into, findings& found)
+{
+    auto about = read_manifest(into.path);
+    if (!about)
+        return;
+    into.programs = std::move(about->programs);
+    std::vector<new_file> contents;
+    for (const file_content& one : files)
+        contents.push_back({one.file->name, one.content});
+    if (digest_of(contents) != about->digest)
+        found.warn({into.path},
+                   fmt::format("is not as it was built at {}: a file was changed, cut or removed since; "
+                               "build it anew",
+                               about->built));
+}
+
 policy load_directory(const std::string& path, findings& found, wanted_form form)
 {
     policy loaded;
@@ -215,8 +232,7 @@ policy load_directory(const std::string& path, findings& found, wanted_form form
     for (const file_content& one : files)
         loaded.kind == policy_kind::texts ? take_text(one, loaded, found) : take_built(one, loaded, found);
     if (loaded.kind == policy_kind::built)
-        if (auto about = read_manifest(path))
-            loaded.programs = std::move(about->programs);
+        take_manifest(files, loaded, found);
     for (const std::string& name : unknown) {
         if (is_left_over(name))
             found.note({path + "/" + name}, "left by an editor or a package, and not read");

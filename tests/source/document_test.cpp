@@ -153,7 +153,7 @@ TEST_F(document, is_refused_with_the_place_and_the_remedy)
         {"[[files]]\npath = '@/www'\n[[files]]\npath = '@/link'", "a second section for"},
         {"[protect]\nprograms = ['ng*']", "names no program"},
         {"[labels.user]\nbin = { confidentiality = 65536 }", "a number from 0 to 65535 is expected"},
-        {"[tables]\ndac = ['/srv:bin:rw']", "2:8: \"rw\" is no mask"},
+        {"mode = 'off'\n[tables]\ndac = ['/srv:bin:rw']", "3:8: \"rw\" is no mask"},
         {"[tables]\nwhitlist = []", "the nearest is whitelist"},
         {"[[files]]\npath = '@/www'\nuser.bin = ['read', 'write', 'execute']", "would also grant \"create\""},
         {"include = 'gone.toml'", "no file is called \"gone.toml\""},
