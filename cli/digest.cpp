@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "cli/commands.h"
-#include "cli/program_digest.h"
+#include "source/program_digest.h"
 
 namespace cli {
 
@@ -32,7 +32,7 @@ int digest_files(const std::vector<std::string>& files, bool as_json)
     int status = exit_done;
     for (const std::string& file : files) {
         std::string reason;
-        const auto digest = digest_program(file, reason);
+        const auto digest = source::digest_program(file, reason);
         if (!digest) {
             fmt::print(stderr, "sorvanic digest: {}: {}\n", file, reason);
             status = exit_failed;

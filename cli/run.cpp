@@ -3,9 +3,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -13,17 +15,22 @@
 #include "agent/record_output.h"
 #include "cli/commands.h"
 #include "session/session.h"
+#include "source/prepared.h"
+#include "source/validate.h"
 
 namespace cli {
 
 namespace {
 
 constexpr const char* examples =
-    R"(Everything behind -- is the command; its program is searched in PATH as by a shell. Without --state,
+    R"(At its start a session says in one line what is in force, and warns of each control that is off or has
+no rules (sorvanic policy check tells more). A policy.toml that is wrong starts nothing.
+
+Everything behind -- is the command; its program is searched in PATH as by a shell. Without --state,
 logs go to a private directory below $XDG_STATE_HOME, or /var/lib/sorvanic for root.
 
 Examples:
-  sorvanic run --policy built -- make test
+  sorvanic run --policy policy.toml -- make test
   sorvanic run --policy built --log - --quiet -- sh -c 'ls | wc -l'
   sorvanic run --policy built --audit refused.json --json -- make test
 
@@ -56,6 +63,44 @@ void write_records(session::options& of, const audit_options& wanted)
     };
 }
 
+/// Tells what the policy is, and has the session read it in a form that the engine knows. Exit status 0, or
+/// that of a policy that cannot be used.
+std::unique_ptr<source::prepared> prepare_policy(session::options& of)
+{
+    std::error_code unknown;
+    if (std::filesystem::is_directory(of.policy, unknown))
+        session::check_policy_directory(of.policy);
+    else if (!std::filesystem::exists(of.policy, unknown))
+        return nullptr; // the session tells what is missing
+    source::findings found;
+    auto ready = std::make_unique<source::prepared>(
+        of.policy, of.state.empty() ? session::default_base_directory() : of.state, found);
+    for (const source::finding& one : found.all())
+        if (one.level == source::severity::error)
+            fmt::print(stderr, "sorvanic: {}", source::rendered(one));
+        else if (one.level == source::severity::warning && !of.quiet)
+            of.announcement.push_back(source::summary(one));
+    if (found.failed())
+        throw session::trouble("the policy cannot be used; nothing was started");
+    if (!of.quiet)
+        of.announcement.push_back(source::in_force(ready->loaded()));
+    of.policy = ready->directory();
+    return ready;
+}
+
+int run_session(session::options& of)
+{
+    try {
+        const auto ready = prepare_policy(of);
+        return session::run(of);
+    } catch (const session::trouble& reason) {
+        fmt::print(stderr, "sorvanic: {}\n", reason.what());
+    } catch (const std::system_error& error) {
+        fmt::print(stderr, "sorvanic: the policy cannot be built: {}\n", error.what());
+    }
+    return session::exit_failure;
+}
+
 } // namespace
 
 void add_run(const command& program, std::vector<std::string> operands, int& status)
@@ -66,7 +111,10 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
 
     auto options = std::make_shared<session::options>();
     options->command = std::move(operands);
-    run.value("--policy", options->policy, "Directory with the policy files").typed("DIR").shows_default();
+    run.value("--policy", options->policy,
+              "A policy.toml, or a directory with one, with text files, or a built one")
+        .typed("POLICY")
+        .shows_default();
     run.value("--state", options->state, "Directory that gets the logs (see below)").typed("DIR");
     run.value("--user", options->user, "Login user recorded for the command").typed("NAME");
     run.value("--channel-port", options->channel_port,
@@ -102,7 +150,8 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
         .shows_default();
     run.flag("--lossy", options->lossy,
              "Exit with COMMAND's status even if logs or audit records could not be written");
-    run.flag("--quiet", options->quiet, "Do not report each refusal on the terminal");
+    run.flag("--quiet", options->quiet,
+             "Do not say what is in force at the start, nor report each refusal on the terminal");
 
     run.action([options, audit, stop_timeout, &status] {
         options->stop_timeout = std::chrono::seconds(*stop_timeout);
@@ -110,7 +159,7 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
             misuse("no COMMAND; write it behind --, as in: sorvanic run -- ls -l");
         if (!audit->file.empty())
             write_records(*options, *audit);
-        status = session::run(*options);
+        status = run_session(*options);
         if (audit->incomplete->load() && !options->lossy)
             status = session::exit_failure;
     });

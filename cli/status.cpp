@@ -9,6 +9,7 @@
 #include "cli/commands.h"
 #include "cli/session_access.h"
 #include "host/text.h"
+#include "source/manifest.h"
 
 namespace cli {
 
@@ -22,7 +23,8 @@ it was loaded, and the numbers of decisions, refusals, events let through withou
 messages sent and lost.
 
 With --json: the session's own document (docs/formats.md, "Status of a session"), together with
-"state" and "shell" (the protected-shell switch: "mode" and "user").
+"state", "shell" (the protected-shell switch: "mode" and "user") and, where the policy was built,
+"policy_build" ("generation", "digest", "built", "source").
 
 Examples:
   sorvanic status
@@ -103,11 +105,20 @@ void print_tables(const json& tables)
                              table.at("entries").dump(), table.at("generation").dump()));
 }
 
+void print_policy(const std::string& directory)
+{
+    line("policy", host::visible(directory));
+    if (const auto about = source::read_manifest(directory))
+        line("", fmt::format("generation {}, digest {}, built {} from {}", about->generation, about->digest,
+                             about->built, host::visible(about->source)));
+}
+
 void print_text(const json& status)
 {
     line("session", fmt::format("{} (process {}, since {})", command_line(status.at("command")),
                                 status.at("pid").dump(), status.at("started").get<std::string>()));
     line("state", host::visible(status.at("state").get<std::string>()));
+    print_policy(status.at("policy").get<std::string>());
     line("port", status.at("port").dump());
     const json& connected = status.at("agent");
     line("agent", connected.at("connected").get<bool>() ? "process " + connected.at("pid").dump() : "none");
@@ -129,6 +140,11 @@ int show(const agent::session_files& session, bool as_json)
     json status = session.status().document();
     status["state"] = session.state();
     status["shell"] = {{"mode", session.shell_mode()}, {"user", session.shell_user()}};
+    if (const auto about = source::read_manifest(status.value("policy", "")))
+        status["policy_build"] = {{"generation", about->generation},
+                                  {"digest", about->digest},
+                                  {"built", about->built},
+                                  {"source", about->source}};
     try {
         if (as_json)
             fmt::print("{}\n", status.dump(2, ' ', false, json::error_handler_t::replace));

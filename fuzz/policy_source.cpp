@@ -5,8 +5,8 @@
 
 #include <string_view>
 
-#include "cli/policy_source.h"
 #include "fuzz/machine.h"
+#include "source/table_text.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // A path in a list of programs is read; this machine's files are nobody's input.
     if (file.form == policy_form::programs && text.find('/') != std::string_view::npos)
         return 0;
-    const cli::compiled_file compiled = cli::compile_policy_file(file, text);
+    const source::compiled_file compiled = source::compile_policy_file(file, text);
     if (!compiled.errors.empty())
         return 0;
     fuzz::serve_policy_file(file.table, compiled.content);

@@ -92,6 +92,7 @@ std::string status_board::session_text() const
         {"pid", getpid()},
         {"port", engine_.port()},
         {"command", command_},
+        {"policy", engine_.policy().path()},
         {"started", started_},
         {"switches", switches_of(counters)},
         {"agent", {{"connected", counters.agent != 0}, {"pid", counters.agent}}},

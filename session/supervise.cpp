@@ -14,6 +14,7 @@
 #include <optional>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -145,7 +146,7 @@ public:
         watch_.emplace([this](const siginfo_t* info) { return meaning_.handle(info); });
         // On a thread of its own beside the tracing, because the first process can be stopped at any step,
         // for example by a signal.
-        starter_ = std::jthread([this] { start_command(); });
+        starter_ = std::jthread([this, &wanted] { start_command(wanted.announcement); });
         first_.hand_over();
     }
 
@@ -185,12 +186,14 @@ public:
 private:
     static constexpr std::chrono::seconds end_limit{2};
 
-    void start_command()
+    void start_command(const std::vector<std::string>& announcement)
     {
         try {
             if (unique_fd listener = first_.install_filter()) {
                 listener_.emplace(std::move(listener));
                 workers_.emplace(*listener_, parts_);
+                for (const std::string& line : announcement)
+                    say(line);
                 first_.start();
             }
         } catch (...) {

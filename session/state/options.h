@@ -32,8 +32,9 @@ struct options {
     bool channel_inside = false;          ///< supervised processes may send too
     session_rules rules;                  ///< decisions that only some sessions make
     std::chrono::milliseconds stop_timeout = std::chrono::seconds(10); ///< from SIGTERM to the kill
-    bool lossy = false; ///< lost writes do not change the exit status
-    bool quiet = false; ///< no line on standard error for each refusal
+    bool lossy = false;                    ///< lost writes do not change the exit status
+    std::vector<std::string> announcement; ///< lines about the policy, told as soon as it is in force
+    bool quiet = false;                    ///< no line on standard error for each refusal
     /// Makes an agent that gets the audit records, in this process; empty: none. Called with the channel's
     /// port id before anything is decided, and sends the helo from a socket at the supervisor's process id.
     /// The agent is destroyed after the last decision, and its quit is handled. An exception ends the

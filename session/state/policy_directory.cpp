@@ -11,18 +11,11 @@
 #include "host/text.h"
 #include "host/unique_fd.h"
 #include "policy/catalogue.h"
-#include "session/state/notices.h"
 #include "session/state/trouble.h"
 
 namespace session {
 
 namespace {
-
-bool exists(const std::string& path)
-{
-    struct stat about;
-    return stat(path.c_str(), &about) == 0;
-}
 
 void check_file(const std::string& path)
 {
@@ -57,12 +50,6 @@ void check_policy_directory(const std::string& path)
                                   host::error_text(errno)));
     for (const policy_file& file : policy_files)
         check_file(path + "/" + file.name);
-    for (const char* name : {"statlabel", "modllabel"}) {
-        if (!exists(path + "/" + name)) {
-            say(fmt::format("warning: {} has no {}: every program is allowed", path, name));
-            break;
-        }
-    }
 }
 
 } // namespace session

@@ -7,8 +7,7 @@ namespace session {
 
 /// Checks that a policy directory is a directory, and that the policy files in it are regular files that the
 /// supervisor can read, because the engine takes an unreadable file for an empty table. Throws trouble that
-/// names the file and what to do. Says on standard error when the policy leaves everything allowed because a
-/// switch file is missing.
+/// names the file and what to do.
 void check_policy_directory(const std::string& path);
 
 } // namespace session

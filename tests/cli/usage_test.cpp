@@ -22,7 +22,7 @@ TEST(usage, explains_each_misuse_with_its_own_status)
         {{"policy"}, 2, "sorvanic policy: "},
         {{"policy", "build", "src"}, 2, "DST is required"},
         {{"policy", "build", "src", "dst", "more"}, 2, "too many arguments at 'more'"},
-        {{"reload"}, 2, "TABLE is required"},
+        {{"policy", "init", "--profile", "ngin"}, 2, "there is no profile ngin; there are nginx"},
         {{"reload", "dac", "platusr"}, 2, "no table 'platusr'; did you mean platuser? Tables: blacklist wh"},
         {{"login", "--user", "bob"}, 2, "--pid is required"},
         {{"login", "--pid", "0", "--user", "bob"}, 2, "--pid"},
@@ -47,8 +47,9 @@ TEST(usage, explains_each_misuse_with_its_own_status)
 TEST(usage, shows_an_example_in_every_help_text)
 {
     const std::vector<std::string> commands[] = {
-        {},         {"run"},   {"digest"},      {"policy", "build"}, {"agent"}, {"status"},
-        {"reload"}, {"login"}, {"install-end"}, {"shell-reset"},     {"replay"}};
+        {},        {"run"},    {"digest"}, {"policy", "build"}, {"policy", "check"}, {"policy", "init"},
+        {"agent"}, {"status"}, {"reload"}, {"login"},           {"install-end"},     {"shell-reset"},
+        {"replay"}};
     for (std::vector<std::string> command : commands) {
         command.emplace_back("--help");
         const outcome got = sorvanic(command);

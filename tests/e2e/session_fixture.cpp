@@ -199,6 +199,8 @@ command session_test::session(const command& run, const command& options)
         line.insert(line.end(), {"--policy", policy()});
     if (!is_given("--state"))
         line.insert(line.end(), {"--state", directory() / "state"});
+    if (!is_told && !is_given("--quiet"))
+        line.emplace_back("--quiet");
     line.insert(line.end(), options.begin(), options.end());
     line.emplace_back("--");
     line.insert(line.end(), run.begin(), run.end());

@@ -80,6 +80,8 @@ protected:
 
     /// The system status of the policy that the next session gets: 3 enforces, 2 observes.
     std::string status = "3";
+    /// Whether sessions tell what is in force when they start, and refusals at a terminal.
+    bool is_told = false;
 
 private:
     void write_policy();

@@ -103,6 +103,8 @@ private:
 };
 
 struct at_terminal : session_test {
+    at_terminal() { is_told = true; }
+
     command interactive()
     {
         victim("exit_with");

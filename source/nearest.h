@@ -1,0 +1,19 @@
+#ifndef SORVANIC_SOURCE_NEAREST_H
+#define SORVANIC_SOURCE_NEAREST_H
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace source {
+
+/// The number of letters to change, add or leave out to get from one name to the other.
+std::size_t distance(std::string_view a, std::string_view b);
+
+/// `; did you mean "NAME"?` with the nearest of `known`, or all of them when none is near.
+std::string suggestion(std::string_view wrong, std::span<const std::string_view> known);
+
+} // namespace source
+
+#endif
