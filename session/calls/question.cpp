@@ -11,6 +11,7 @@
 #include "platform/user/driver/tasks.h"
 #include "session/calls/changed_name.h"
 #include "session/calls/notification.h"
+#include "session/exec/exec_decision.h"
 #include "session/task/own_descriptors.h"
 #include "session/task/program_file.h"
 
@@ -18,11 +19,9 @@ namespace session {
 
 namespace {
 
-/// The receiver of a signal as the engine knows it, or as a task outside the session.
-platform::task_handle task_of(pid_t receiver)
+/// The receiver of a signal as the host shows it.
+platform::task_handle task_on_host(pid_t receiver)
 {
-    if (platform::task_handle known = platform::find_task(receiver))
-        return known;
     const caller stranger(receiver);
     platform::file_handle program;
     if (const unique_fd file = stranger.program())
@@ -62,10 +61,28 @@ bool allows_attributes(const question& asked)
     return platform::call_inode_setattr(asked.object->entry.get(), request.get()) == 0;
 }
 
+bool allows_signal(const platform::task_handle& task, int signal)
+{
+    return platform::call_task_kill(task.get(), nullptr, signal, 0) == 0;
+}
+
+/// For the receiver as the engine knows it, or as a task outside the session.
 bool allows_signal(const question& asked)
 {
-    const platform::task_handle task = task_of(asked.receiver);
-    return platform::call_task_kill(task.get(), nullptr, asked.value, 0) == 0;
+    platform::task_handle task = platform::find_task(asked.receiver);
+    if (!task)
+        task = task_on_host(asked.receiver);
+    return allows_signal(task, asked.value);
+}
+
+/// A process in an exec runs a program that the engine does not know of yet: its signals must be allowed for
+/// that program, too.
+bool allows_signal_in_exec(pending_execs& pending, const question& asked)
+{
+    const auto is_in_exec = [&] { return pending.is_in_exec(platform::process_of(asked.receiver)); };
+    const bool before = is_in_exec();
+    return allows(asked) &&
+           (!(before || is_in_exec()) || allows_signal(task_on_host(asked.receiver), asked.value));
 }
 
 bool allows_clock_change(const question& asked)
@@ -186,8 +203,10 @@ bool allowed(notification& call, std::span<const question> questions)
     if (questions.empty())
         return true;
     const platform::event running(task);
-    return std::ranges::all_of(questions,
-                               [](const question& one) { return allows(one) && allows_by_other_paths(one); });
+    return std::ranges::all_of(questions, [&call](const question& one) {
+        return one.asked == on_kill ? allows_signal_in_exec(call.parts().pending, one)
+                                    : allows(one) && allows_by_other_paths(one);
+    });
 }
 
 } // namespace session

@@ -131,14 +131,29 @@ void pending_execs::put(pid_t task, decided_exec decided)
     entries_.insert_or_assign(task, std::move(decided));
 }
 
-void pending_execs::moved(pid_t from, pid_t to)
+void pending_execs::started(pid_t task, pid_t process)
 {
     const std::lock_guard guard(lock_);
-    if (auto node = entries_.extract(from)) {
-        node.key() = to;
-        entries_.erase(to);
+    unsettled_.insert(process);
+    if (auto node = task != process ? entries_.extract(task) : decltype(entries_)::node_type()) {
+        node.key() = process;
+        entries_.erase(process);
         entries_.insert(std::move(node));
     }
+}
+
+void pending_execs::settled(pid_t process)
+{
+    const std::lock_guard guard(lock_);
+    unsettled_.erase(process);
+}
+
+bool pending_execs::is_in_exec(pid_t process)
+{
+    const std::lock_guard guard(lock_);
+    return unsettled_.contains(process) || std::ranges::any_of(entries_, [process](const auto& entry) {
+               return platform::process_of(entry.first) == process;
+           });
 }
 
 std::optional<decided_exec> pending_execs::take(pid_t task)

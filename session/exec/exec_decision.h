@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "host/result.h"
@@ -87,18 +88,25 @@ bool ask_hook(kernel::task_struct* task, const found_program& program, const std
 exec_answer decide_exec(const caller& who, kernel::task_struct* task, found_program program,
                         const exec_request& request, const exec_bounds& bounds);
 
-/// The decision for each task that is in the middle of an exec. Any thread.
+/// The decision for each task that is in the middle of an exec, and which processes are. Any thread.
 class pending_execs {
 public:
     void put(pid_t task, decided_exec decided);
     std::optional<decided_exec> take(pid_t task);
 
-    /// The task goes on under another id.
-    void moved(pid_t from, pid_t to);
+    /// The kernel has started the new program; the task goes on under its process's id.
+    void started(pid_t task, pid_t process);
+
+    /// The engine knows what the process runs, or the process ends.
+    void settled(pid_t process);
+
+    /// Whether the kernel may have started a program in it that the engine does not know of yet.
+    bool is_in_exec(pid_t process);
 
 private:
     std::mutex lock_;
     std::unordered_map<pid_t, decided_exec> entries_;
+    std::unordered_set<pid_t> unsettled_;
 };
 
 } // namespace session

@@ -77,6 +77,7 @@ void lifecycle::root_gone(int status)
 void lifecycle::leave_table(pid_t task, long code)
 {
     pending_.take(task);
+    pending_.settled(task);
     known_.gone(task);
     if (const platform::task_handle leaving = platform::find_task(task))
         platform::run_do_exit(leaving.get(), code);

@@ -77,8 +77,8 @@ void lifecycle::exec_done(pid_t process)
         tracees_[process].born = true;
         tracees_.erase(former);
     }
+    pending_.started(former, process);
     platform::take_over_id(process, former);
-    pending_.moved(former, process);
     known_.executed(process, former);
     // The new program has not run yet, and does not before this is answered.
     errands_.give(
@@ -99,6 +99,7 @@ void lifecycle::exec_verified(pid_t process, exec_outcome outcome)
     if (name.empty()) // rules that go by it would not hold
         return unanswered(process);
     platform::replace_program(process, process, outcome.program.get(), name);
+    pending_.settled(process);
     if (outcome.watch || !of.watch || !of.watch->outlives_exec())
         of.watch = std::move(outcome.watch);
     if (outcome.refused)

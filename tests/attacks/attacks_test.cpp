@@ -87,6 +87,7 @@ const row rows[] = {
     {"pass_bytes", "mmap", R | U | S, R | U | S, every_io},
 
     {"touch_process", "guarded-signal", R | U | S},
+    {"touch_process", "guarded-start", R | U | S},
     {"touch_process", "guarded-memory", R | U | S, R | U | S},
     {"touch_process", "guarded-oom", R | U | S, R | U | S},
     {"touch_process", "guarded-clear-refs", R | U | S, R | U | S},

@@ -127,6 +127,34 @@ result to_guarded(const std::string& place, int)
     return act(target.pid());
 }
 
+std::string name_of(pid_t process)
+{
+    char name[16] = {};
+    if (FILE* comm = std::fopen(("/proc/" + std::to_string(process) + "/comm").c_str(), "re")) {
+        if (std::fscanf(comm, "%15s", name) != 1)
+            name[0] = '\0';
+        std::fclose(comm);
+    }
+    return name;
+}
+
+/// As soon as the host says that the child runs it.
+result end_at_start(const std::string& place, int tries)
+{
+    for (int i = 0; i < tries / 10; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            execl((place + "/guarded").c_str(), "guarded", (place + "/ready").c_str(), nullptr);
+            _exit(126);
+        }
+        while (name_of(child) != "guarded" && kill(child, 0) == 0)
+            continue;
+        if (kill(child, SIGKILL) == 0)
+            return worked;
+    }
+    return refused;
+}
+
 /// Whose child the shell is that has started us.
 pid_t supervisor()
 {
@@ -147,6 +175,7 @@ result to_supervisor(const std::string&, int)
 
 constexpr entry attacks[] = {
     {"guarded-signal", to_guarded<end>},
+    {"guarded-start", end_at_start},
     {"guarded-memory", to_guarded<memory>},
     {"guarded-oom", to_guarded<sacrifice>},
     {"guarded-clear-refs", to_guarded<clear_references>},
