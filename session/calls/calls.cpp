@@ -209,17 +209,17 @@ constexpr call_rule rules[] = {
     handled("prctl", SYS_prctl, plan_set_dumpable, no_hook, equal(0, PR_SET_DUMPABLE)),
 
     // Limits and priorities of others, not of the caller itself (0).
-    handled("prlimit64", SYS_prlimit64, plan_change_of_task, no_hook, with(0, ~0U)),
-    handled("sched_setaffinity", SYS_sched_setaffinity, plan_change_of_task, no_hook, with(0, ~0U)),
-    handled("sched_setscheduler", SYS_sched_setscheduler, plan_change_of_task, no_hook, with(0, ~0U)),
-    handled("sched_setparam", SYS_sched_setparam, plan_change_of_task, no_hook, with(0, ~0U)),
-    handled("sched_setattr", SYS_sched_setattr, plan_change_of_task, no_hook, with(0, ~0U)),
-    handled("migrate_pages", SYS_migrate_pages, plan_change_of_task, no_hook, with(0, ~0U)),
-    handled("move_pages", SYS_move_pages, plan_change_of_task, no_hook, with(0, ~0U)),
-    handled("setpriority", SYS_setpriority, plan_setpriority, no_hook, with(0, ~0U)),
-    handled("setpriority", SYS_setpriority, plan_setpriority, no_hook, with(1, ~0U)),
-    handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, no_hook, with(0, 2)), // a group or a user
-    handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, no_hook, with(1, ~0U)),
+    handled("prlimit64", SYS_prlimit64, plan_prlimit, on_kill, with(0, ~0U)),
+    handled("sched_setaffinity", SYS_sched_setaffinity, plan_change_of_task, on_kill, with(0, ~0U)),
+    handled("sched_setscheduler", SYS_sched_setscheduler, plan_change_of_task, on_kill, with(0, ~0U)),
+    handled("sched_setparam", SYS_sched_setparam, plan_change_of_task, on_kill, with(0, ~0U)),
+    handled("sched_setattr", SYS_sched_setattr, plan_change_of_task, on_kill, with(0, ~0U)),
+    handled("migrate_pages", SYS_migrate_pages, plan_change_of_task, on_kill, with(0, ~0U)),
+    handled("move_pages", SYS_move_pages, plan_change_of_task, on_kill, with(0, ~0U)),
+    handled("setpriority", SYS_setpriority, plan_setpriority, on_kill, with(0, ~0U)),
+    handled("setpriority", SYS_setpriority, plan_setpriority, on_kill, with(1, ~0U)),
+    handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, on_kill, with(0, 2)), // a group or a user
+    handled("ioprio_set", SYS_ioprio_set, plan_ioprio_set, on_kill, with(1, ~0U)),
 
     // A file that the supervisor opens for a caller would escape the caller's domain.
     barred("landlock_create_ruleset", SYS_landlock_create_ruleset, absent),
@@ -242,6 +242,8 @@ constexpr call_rule rules[] = {
     barred("io_uring_register", SYS_io_uring_register, absent),
     // Files without their names, other processes' memory and descriptors, the supervisor's among them.
     barred("open_by_handle_at", SYS_open_by_handle_at, refuse),
+    barred("process_madvise", SYS_process_madvise, absent),
+    barred("process_mrelease", SYS_process_mrelease, absent),
     barred("process_vm_writev", SYS_process_vm_writev, refuse),
     barred("pidfd_getfd", SYS_pidfd_getfd, refuse),
     barred("ptrace", SYS_ptrace, refuse),

@@ -8,6 +8,7 @@
 
 #include "platform/kernel/security.h"
 #include "session/calls/caller_limits.h"
+#include "session/calls/harm.h"
 #include "session/calls/slow_open.h"
 #include "session/calls/target.h"
 #include "session/task/own_descriptors.h"
@@ -103,6 +104,10 @@ planned plan_opening(notification& call, resolved found, const open_request& wan
         made.questions.push_back(attributes_of(object, mode_without_rights(object->about)));
     for (question& one : questions_of_use({.asked = on_file_permission, .object = object}, wanted))
         made.questions.push_back(std::move(one));
+
+    if (wanted.writes())
+        for (question& one : harm_to(call.who(), acted_on_by_writes(*object)))
+            made.questions.push_back(std::move(one));
 
     if (opens_at_once(*object, wanted)) {
         const auto opened = std::make_shared<unique_fd>();

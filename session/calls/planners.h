@@ -87,6 +87,7 @@ planned plan_pidfd_send_signal(notification& call);
 
 // process_calls.cpp
 planned plan_change_of_task(notification& call);
+planned plan_prlimit(notification& call);
 planned plan_setpriority(notification& call);
 planned plan_ioprio_set(notification& call);
 

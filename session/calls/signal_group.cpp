@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
-#include <filesystem>
 #include <set>
 #include <string>
 #include <utility>
@@ -15,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "platform/user/driver/tasks.h"
+#include "session/calls/harm.h"
 #include "session/task/credentials.h"
 
 namespace session {
@@ -26,21 +25,6 @@ struct receiver {
     pid_t process;
     unique_fd handle;
 };
-
-std::vector<pid_t> all_processes()
-{
-    std::vector<pid_t> all;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
-        const std::string name = entry.path().filename();
-        const char* const end = name.data() + name.size();
-        pid_t process = 0;
-        if (const auto read = std::from_chars(name.data(), end, process);
-            read.ec == std::errc() && read.ptr == end)
-            all.push_back(process);
-    }
-    return all;
-}
 
 /// The result of a call to many processes.
 struct delivery {
@@ -68,10 +52,8 @@ template <typename Condition>
 answer send_to_many(notification& call, int signal, bool kernel_can, Condition is_meant)
 {
     delivery all;
-    for (const pid_t process : all_processes()) {
-        if (is_meant(process))
-            all.add(call, process, signal);
-    }
+    for (const pid_t process : processes_where(is_meant))
+        all.add(call, process, signal);
     if (kernel_can && !all.refused)
         return answer::let_go_on();
 
@@ -84,10 +66,8 @@ answer send_to_many(notification& call, int signal, bool kernel_can, Condition i
             sent |= send_signal(one.handle, signal, info) == 0;
         if (pass == passes)
             break;
-        for (const pid_t process : all_processes()) {
-            if (is_meant(process))
-                all.add(call, process, signal);
-        }
+        for (const pid_t process : processes_where(is_meant))
+            all.add(call, process, signal);
     }
     if (sent)
         return answer::succeed();

@@ -57,6 +57,27 @@ std::string next_number(const std::string& path, std::size_t& begin)
     return {};
 }
 
+/// Whether the file at `path` is in a proc file system, below the entry of a task for which `is_meant`.
+template <typename Condition>
+bool leads_through_entry(const unique_fd& file, const std::string& path, Condition is_meant)
+{
+    std::size_t at = 1;
+    if (next_number(path, at).empty() || !is_in_proc(file.get()))
+        return false;
+    at = 1;
+    for (std::string number; !(number = next_number(path, at)).empty();) {
+        // Other numbers name descriptors, interrupts, or directories above this proc.
+        struct stat above;
+        const auto is_entry = [&] {
+            return stat(path.substr(0, at - number.size() - 1).c_str(), &above) != 0 ||
+                   above.st_ino == proc_root;
+        };
+        if (is_meant(number) && is_entry())
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 kernel::inode* pinned_object::inode() const
@@ -117,22 +138,21 @@ bool is_off_limits(const pinned_object& object, const std::string& state_directo
     return is_of_supervisor(object.file(), path);
 }
 
+pid_t process_of_entry(const unique_fd& file, const std::string& path)
+{
+    pid_t found = 0;
+    const bool leads = leads_through_entry(file, path, [&found](const std::string& number) {
+        found = std::atoi(number.c_str());
+        return found != 0;
+    });
+    return leads ? found : 0;
+}
+
 bool is_of_supervisor(const unique_fd& file, const std::string& path)
 {
-    std::size_t at = 1;
-    if (next_number(path, at).empty() || !is_in_proc(file.get()))
-        return false;
-    at = 1;
-    for (std::string number; !(number = next_number(path, at)).empty();) {
-        // Other numbers name descriptors, interrupts, or directories above this proc.
-        struct stat above;
-        const bool is_own =
-            access(fmt::format("/proc/self/task/{}", number).c_str(), F_OK) == 0 || errno != ENOENT;
-        if (is_own &&
-            (stat(path.substr(0, at - number.size() - 1).c_str(), &above) != 0 || above.st_ino == proc_root))
-            return true;
-    }
-    return false;
+    return leads_through_entry(file, path, [](const std::string& number) {
+        return access(fmt::format("/proc/self/task/{}", number).c_str(), F_OK) == 0 || errno != ENOENT;
+    });
 }
 
 int access_error(const caller& who, const unique_fd& object, int wanted)

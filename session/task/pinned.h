@@ -45,6 +45,10 @@ platform::dentry_handle entry_in(const pinned_object& directory, const std::stri
 bool is_off_limits(const pinned_object& object, const std::string& state_directory,
                    bool only_to_read = false);
 
+/// The task whose entry in a proc file system the file at `path` is of; 0 for none. Numbers in a proc of
+/// another process-id namespace are taken for this one's.
+pid_t process_of_entry(const unique_fd& file, const std::string& path);
+
 /// Whether the file at `path` is of the supervisor's entry in any proc.
 bool is_of_supervisor(const unique_fd& file, const std::string& path);
 

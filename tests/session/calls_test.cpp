@@ -198,6 +198,8 @@ const std::map<std::string, texts>& expected_hooks()
         {"setxattr lsetxattr fsetxattr removexattr lremovexattr fremovexattr", {"permission 2 f"}},
         {"getxattr lgetxattr fgetxattr inotify_add_watch", {"permission 4 f"}},
         {"kill tkill tgkill rt_sigqueueinfo rt_tgsigqueueinfo pidfd_send_signal", {"kill 0"}},
+        {"prlimit64 sched_setaffinity sched_setscheduler sched_setparam sched_setattr", {"kill 9"}},
+        {"setpriority ioprio_set migrate_pages move_pages", {"kill 9"}},
         {"settimeofday clock_settime clock_adjtime adjtimex", {"settime"}},
         {"read pread64 readv preadv preadv2 splice", {"file 4 f"}},
         {"getdents getdents64", {"file 4 d"}},
@@ -248,9 +250,10 @@ TEST(calls, each_reaches_its_hooks_in_order_and_passes_none_that_refuses)
             continue;
         const auto expected = expected_hooks().find(rule.name);
         ASSERT_NE(expected, expected_hooks().end()) << rule.name << " is new";
+        if (!tried.insert(rule.name).second)
+            continue; // it has several rules
         made += " " + expected->first + ":" + std::to_string(rule.number) + ":" +
                 std::to_string(expected->second.size() + 1);
-        tried.insert(rule.name);
     }
     wanted.command = {"/bin/sh", "-c", "cd '" + record().place + "'; exec " + made + " > ../out"};
     try {

@@ -6,6 +6,7 @@ is over, "ended" is opened in the directory above."""
 
 import ctypes
 import os
+import resource
 import struct
 import sys
 import time
@@ -27,6 +28,14 @@ def now(parts):
 
 def no_offset():
     return ctypes.create_string_buffer(struct.pack("I", 0x100), 208)  # a timex of ADJ_SETOFFSET
+
+
+def limits(which):
+    return struct.pack("2Q", *(each % 2**64 for each in resource.getrlimit(which)))
+
+
+def processors(task):
+    return sum(1 << each for each in os.sched_getaffinity(task)).to_bytes(128, "little")
 
 
 CALLS = {
@@ -62,6 +71,14 @@ CALLS = {
     "pwritev2": lambda n: (n.file, one, 1, 0, 0, 0), "sendfile": lambda n: (n.other, n.file, None, 1),
     "copy_file_range": lambda n: (n.file, None, n.other, None, 1, 0),
     "splice": lambda n: (n.file, None, n.pipe, None, 1, 0),
+    # What the parent has already, and no page of it.
+    "prlimit64": lambda n: (n.parent, resource.RLIMIT_CORE, limits(resource.RLIMIT_CORE), None),
+    "sched_setaffinity": lambda n: (n.parent, 128, processors(n.parent)),
+    "sched_setscheduler": lambda n: (n.parent, 0, bytes(4)), "sched_setparam": lambda n: (n.parent, bytes(4)),
+    "sched_setattr": lambda n: (n.parent, struct.pack("I", 48) + bytes(44), 0),
+    "setpriority": lambda n: (0, n.parent, os.getpriority(os.PRIO_PROCESS, n.parent)),
+    "ioprio_set": lambda n: (1, n.parent, 0), "move_pages": lambda n: (n.parent, 0, None, None, None, 0),
+    "migrate_pages": lambda n: (n.parent, 64, struct.pack("Q", 1), struct.pack("Q", 1)),
 }
 
 
@@ -74,7 +91,7 @@ def make(number, arguments, directory):
     os.chmod(f, 0o4755)  # what its owner gives up is seen by the hooks
     needs = SimpleNamespace(file=os.open(f, os.O_RDWR), directory=os.open(d, os.O_RDONLY),
                             other=os.open("other", os.O_RDWR), process=os.pidfd_open(os.getpid()),
-                            watches=libc.inotify_init(), pipe=os.pipe()[1], own=os.getpid())
+                            watches=libc.inotify_init(), pipe=os.pipe()[1], own=os.getpid(), parent=os.getppid())
     passed = [ctypes.c_long(each) if isinstance(each, int) else each for each in arguments(needs)]
     os.close(os.open("go", os.O_RDONLY))
     return ctypes.get_errno() if libc.syscall(ctypes.c_long(number), *passed) < 0 else 0
