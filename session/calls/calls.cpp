@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/sched.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
@@ -114,6 +115,8 @@ constexpr call_rule rules[] = {
     handled("renameat", SYS_renameat, plan_renameat, losing | on_rename),
     handled("renameat2", SYS_renameat2, plan_renameat2, losing | on_rename),
 
+    handled("bind", SYS_bind, plan_bind, on_inode_permission),
+
     handled("chmod", SYS_chmod, plan_chmod, on_setattr),
     handled("fchmod", SYS_fchmod, plan_fchmod, on_setattr),
     handled("fchmodat", SYS_fchmodat, plan_fchmodat, on_setattr),
@@ -173,6 +176,8 @@ constexpr call_rule rules[] = {
     io_call("pwritev2", SYS_pwritev2, plan_write),
     io_call("sendfile", SYS_sendfile, plan_sendfile),
     io_call("splice", SYS_splice, plan_splice),
+    in_scope(call_scope::every_io,
+             handled("mmap", SYS_mmap, plan_map, on_file_permission, without(3, MAP_ANONYMOUS))),
     io_call("copy_file_range", SYS_copy_file_range, plan_splice),
 
     // After them, names and process ids mean other objects than when they were decided.

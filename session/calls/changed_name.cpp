@@ -14,9 +14,12 @@ namespace session {
 found_name named_place(notification& call, int directory, int name)
 {
     const auto passed = call.name(name);
-    if (!passed)
-        return fails(passed.error());
-    resolved_parent parent = resolve_parent(call.who(), directory, *passed);
+    return passed ? place_of(call, directory, *passed) : found_name(fails(passed.error()));
+}
+
+found_name place_of(const notification& call, int directory, const std::string& name)
+{
+    resolved_parent parent = resolve_parent(call.who(), directory, name);
     if (parent.error != 0)
         return fails(parent.error);
     changed_name found;

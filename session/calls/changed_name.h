@@ -25,6 +25,9 @@ using found_name = tl::expected<changed_name, answer>;
 /// Finds the directory of the name that argument `name` points at, or the answer of the error that it is.
 found_name named_place(notification& call, int directory, int name);
 
+/// The same for a name that has been read.
+found_name place_of(const notification& call, int directory, const std::string& name);
+
 /// Then, with that directory locked, finds the object of that name. 0, or the caller's error.
 int find_object(const notification& call, changed_name& name);
 

@@ -1,13 +1,17 @@
 #include "session/calls/directory_lock.h"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <set>
+#include <stdexcept>
 
 namespace session {
 
 namespace {
+
+constexpr std::pair<dev_t, ino_t> whole_tree = {0, 0}; // no directory's
 
 // Each directory has a lock of its own, because a process of the session that serves a file system must be
 // able to work in other directories while a call waits for it there.
@@ -34,7 +38,7 @@ void directory_lock::take(const key& wanted)
 {
     held_directories& all = all_held();
     std::unique_lock guard(all.lock);
-    all.changed.wait(guard, [&] { return !all.held.contains(wanted); });
+    all.changed.wait(guard, [&] { return !all.held.contains(wanted) && !all.held.contains(whole_tree); });
     all.held.insert(wanted);
 }
 
@@ -46,6 +50,16 @@ void directory_lock::give_back(const key& held)
         all.held.erase(held);
     }
     all.changed.notify_all();
+}
+
+directory_lock::directory_lock() : first_(whole_tree), second_(whole_tree)
+{
+    held_directories& all = all_held();
+    std::unique_lock guard(all.lock);
+    // Those who come meanwhile go before: one that waits for a file server must not stop all others.
+    if (!all.changed.wait_for(guard, std::chrono::seconds(1), [&] { return all.held.empty(); }))
+        throw std::runtime_error("names are being changed all the time");
+    all.held.insert(whole_tree);
 }
 
 directory_lock::directory_lock(const pinned_object& one) : directory_lock(one, one)

@@ -13,6 +13,7 @@ namespace session {
 /// decided call is done. Any thread; waits for the others.
 class directory_lock {
 public:
+    directory_lock(); ///< of all directories; throws std::runtime_error when others do not end in time
     explicit directory_lock(const pinned_object& one);
     directory_lock(const pinned_object& one, const pinned_object& other); ///< in an order without deadlock
     ~directory_lock();

@@ -1,3 +1,4 @@
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <initializer_list>
@@ -23,6 +24,8 @@ planned plan_uses(notification& call, std::initializer_list<use> uses)
 {
     plan made;
     for (const use& one : uses) {
+        if (one.mask == 0)
+            continue;
         unique_fd file = call.who().descriptor(one.descriptor);
         struct stat about;
         // Other objects have no name, and the kernel fails a bad descriptor.
@@ -57,6 +60,18 @@ planned plan_sendfile(notification& call)
 planned plan_splice(notification& call)
 {
     return plan_uses(call, {{call.number(0), kernel::may_read}, {call.number(2), kernel::may_write}});
+}
+
+// What is mapped can be read and written later without a call, as far as the descriptor permits: mprotect may
+// add to the protection.
+planned plan_map(notification& call)
+{
+    const bool is_shared = (call.number(3) & MAP_TYPE) != MAP_PRIVATE;
+    const int file = call.number(4);
+    const open_mode opened = call.who().mode_of(file);
+    const bool may_be_written = opened.writes || !opened.reads; // or it is not known
+    return plan_uses(call,
+                     {{file, kernel::may_read}, {file, is_shared && may_be_written ? kernel::may_write : 0}});
 }
 
 } // namespace session

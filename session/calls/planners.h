@@ -106,6 +106,11 @@ planned plan_write(notification& call);
 planned plan_sendfile(notification& call);
 planned plan_splice(notification& call);
 
+planned plan_map(notification& call);
+
+// socket_calls.cpp
+planned plan_bind(notification& call);
+
 // identity_calls.cpp: the kernel does them, and the session updates what it knows of the caller.
 planned plan_change_of_rights(notification& call);
 planned plan_umask(notification& call);

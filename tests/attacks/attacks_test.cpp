@@ -67,7 +67,7 @@ const row rows[] = {
      {.before = "mkdir -p run; ", .options = {"--state", "@/run/state"}}},
     {"reach_closed", "enter", R | U | S},
     {"reach_closed", "secret-name", R | U | S},
-    {"reach_closed", "socket", R | U | S, R | U | S},
+    {"reach_closed", "socket", R | U | S},
     {"reach_closed", "watch", U | S},
     {"reach_closed", "accounting", R},
     {"reach_closed", "core", R | U | S},
@@ -84,7 +84,7 @@ const row rows[] = {
     {"pass_bytes", "splice", R | U | S, 0, every_io},
     {"pass_bytes", "sendfile", R | U | S, 0, every_io},
     {"pass_bytes", "copy_file_range", R | U | S, 0, every_io},
-    {"pass_bytes", "mmap", R | U | S, R | U | S, every_io},
+    {"pass_bytes", "mmap", R | U | S, 0, every_io},
 
     {"touch_process", "guarded-signal", R | U | S},
     {"touch_process", "guarded-start", R | U | S},

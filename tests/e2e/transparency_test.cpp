@@ -17,6 +17,25 @@ struct way_of_work {
 };
 
 constexpr way_of_work ways[] = {
+    {"sockets", "python3", R"(exec python3 - <<'END'
+import os, socket, stat
+def tell(name, *addresses):
+    one = socket.socket(socket.AF_UNIX)
+    for to in addresses:
+        try: print(name, one.bind(to), one.getsockname())
+        except OSError as e: print(name, e.errno)
+    return one
+os.umask(0o27); os.mkdir('in'); os.symlink('in', 'link')
+listening = tell('relative', 'in/a'); listening.listen(); print(oct(os.stat('in/a').st_mode))
+peer = socket.socket(socket.AF_UNIX); peer.connect('link/a'); print(peer.getpeername())
+tell('link', 'link/b'); tell('taken', 'in/a', 'in/c', 'in/d'); tell('none', 'none/a'); tell('directory', 'in')
+tell('file', '/proc/version/x'); tell('long', 'in/' + 'x' * 104); tell('abstract', '\0transparent'); tell('slash', 'in/e/')
+own = socket.socket(socket.AF_UNIX); own.bind(''); print(len(own.getsockname())); print(sorted(os.listdir('in')))
+inet = socket.socket(); inet.bind(('127.0.0.1', 0)); print(inet.getsockname()[0])
+try: os.close(3); socket.socket(fileno=0)
+except OSError as e: print(e.errno)
+END
+)"},
     {"shell", "bash", R"(cat <<END | tr a-z A-Z
 here $((1 + 2))
 END

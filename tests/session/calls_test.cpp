@@ -201,6 +201,8 @@ const std::map<std::string, texts>& expected_hooks()
         {"prlimit64 sched_setaffinity sched_setscheduler sched_setparam sched_setattr", {"kill 9"}},
         {"setpriority ioprio_set migrate_pages move_pages", {"kill 9"}},
         {"settimeofday clock_settime clock_adjtime adjtimex", {"settime"}},
+        {"bind", {"permission 3 ."}},
+        {"mmap", {"file 4 f"}},
         {"read pread64 readv preadv preadv2 splice", {"file 4 f"}},
         {"getdents getdents64", {"file 4 d"}},
         {"write pwrite64 writev pwritev pwritev2", {"file 2 f"}},

@@ -71,6 +71,7 @@ CALLS = {
     "pwritev2": lambda n: (n.file, one, 1, 0, 0, 0), "sendfile": lambda n: (n.other, n.file, None, 1),
     "copy_file_range": lambda n: (n.file, None, n.other, None, 1, 0),
     "splice": lambda n: (n.file, None, n.pipe, None, 1, 0),
+    "mmap": lambda n: (None, 64, 1, 2, n.file, 0), "bind": lambda n: (n.socket, struct.pack("H", 1) + new, 5),
     # What the parent has already, and no page of it.
     "prlimit64": lambda n: (n.parent, resource.RLIMIT_CORE, limits(resource.RLIMIT_CORE), None),
     "sched_setaffinity": lambda n: (n.parent, 128, processors(n.parent)),
@@ -91,7 +92,7 @@ def make(number, arguments, directory):
     os.chmod(f, 0o4755)  # what its owner gives up is seen by the hooks
     needs = SimpleNamespace(file=os.open(f, os.O_RDWR), directory=os.open(d, os.O_RDONLY),
                             other=os.open("other", os.O_RDWR), process=os.pidfd_open(os.getpid()),
-                            watches=libc.inotify_init(), pipe=os.pipe()[1], own=os.getpid(), parent=os.getppid())
+                            watches=libc.inotify_init(), pipe=os.pipe()[1], own=os.getpid(), socket=libc.socket(1, 1, 0), parent=os.getppid())
     passed = [ctypes.c_long(each) if isinstance(each, int) else each for each in arguments(needs)]
     os.close(os.open("go", os.O_RDONLY))
     return ctypes.get_errno() if libc.syscall(ctypes.c_long(number), *passed) < 0 else 0
