@@ -9,7 +9,11 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
+#include <sstream>
+#include <string>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -17,11 +21,30 @@ namespace session {
 
 namespace {
 
-rlim_t limit_of(pid_t task, __rlimit_resource resource)
+struct limit_kind {
+    __rlimit_resource resource;
+    std::string_view label; ///< in /proc/PID/limits
+};
+
+constexpr limit_kind file_size = {RLIMIT_FSIZE, "Max file size"};
+constexpr limit_kind open_files = {RLIMIT_NOFILE, "Max open files"};
+
+/// A supervisor without CAP_SYS_RESOURCE may read other users' limits only there.
+rlim_t limit_in_proc(pid_t task, const limit_kind& kind)
 {
-    rlimit limit = {RLIM_INFINITY, RLIM_INFINITY};
-    prlimit(task, resource, nullptr, &limit);
-    return limit.rlim_cur;
+    std::ifstream limits(fmt::format("/proc/{}/limits", task));
+    for (std::string line; std::getline(limits, line);) {
+        rlim_t limit = RLIM_INFINITY;
+        if (line.starts_with(kind.label))
+            return std::istringstream(line.substr(kind.label.size())) >> limit ? limit : RLIM_INFINITY;
+    }
+    return RLIM_INFINITY;
+}
+
+rlim_t limit_of(pid_t task, const limit_kind& kind)
+{
+    rlimit limit = {};
+    return prlimit(task, kind.resource, nullptr, &limit) == 0 ? limit.rlim_cur : limit_in_proc(task, kind);
 }
 
 /// How many descriptors below `limit` are in use. A kernel before 6.2 does not give their number directly.
@@ -48,13 +71,13 @@ rlim_t descriptors_below(const caller& who, rlim_t limit)
 
 bool has_room_for_descriptor(const caller& who)
 {
-    const rlim_t limit = limit_of(who.task(), RLIMIT_NOFILE);
+    const rlim_t limit = limit_of(who.task(), open_files);
     return descriptors_below(who, limit) < limit;
 }
 
 int file_size_error(const caller& who, off_t present, off_t wanted)
 {
-    if (wanted <= present || static_cast<rlim_t>(wanted) <= limit_of(who.task(), RLIMIT_FSIZE))
+    if (wanted <= present || static_cast<rlim_t>(wanted) <= limit_of(who.task(), file_size))
         return 0;
     syscall(SYS_tgkill, platform::process_of(who.task()), who.task(), SIGXFSZ);
     return EFBIG;

@@ -104,7 +104,7 @@ const row rows[] = {
     {"touch_process", "supervisor-io", S},
 
     {"bring_down", "huge-attribute", R | U | S, 0, survives},
-    {"bring_down", "small-files", R | U | S, U, survives},
+    {"bring_down", "small-files", R | U | S, 0, survives},
     {"bring_down", "many-waits", R | U | S, 0, survives},
     {"bring_down", "many-processes", S, 0, {.wanted = attack::worked, .before = "ulimit -n 256; "}},
     {"bring_down", "many-refusals", S, 0, {.wanted = attack::worked, .before = stop_errors}},
