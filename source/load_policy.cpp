@@ -199,6 +199,7 @@ void take_manifest(const std::vector<file_content>& files, policy& into, finding
         return;
     into.programs = std::move(about->programs);
     std::vector<new_file> contents;
+    contents.reserve(files.size());
     for (const file_content& one : files)
         contents.push_back({one.file->name, one.content});
     if (digest_of(contents) != about->digest)
