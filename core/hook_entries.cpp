@@ -6,6 +6,7 @@
 #include "enforce/file_check.h"
 #include "enforce/install/install_tracking.h"
 #include "enforce/self_protection.h"
+#include "platform/kernel/decision.h"
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/time.h"
 
@@ -13,12 +14,22 @@ using namespace kernel;
 
 namespace {
 
-/// The file access decision for the current task, in the values that the kernel expects.
-int decide(dentry* entry, int mask, file_operation operation)
+/// The file access decision for the current task, in the values that the kernel expects; `made` gets what led
+/// to it.
+int decide(decision& made, dentry* entry, int mask, file_operation operation)
 {
-    const int answer =
-        sorvanic_kernel_hook_dentry_has_permission(current_task(), entry, static_cast<u32>(mask), operation);
+    const int answer = sorvanic_kernel_hook_dentry_has_permission(current_task(), entry,
+                                                                  static_cast<u32>(mask), operation, &made);
     return answer == 0 ? 0 : -1;
+}
+
+/// The same where one decision is the hook's answer.
+int answer(dentry* entry, int mask, file_operation operation)
+{
+    decision made;
+    const int given = decide(made, entry, mask, operation);
+    decided(&made);
+    return given;
 }
 
 constexpr u32 any_execute_bit = 0111;
@@ -37,7 +48,7 @@ int sorvanic_kernel_hook_module_inside_file_permission(file* opened, int mask)
     dentry* entry = file_path(opened).dentry;
     if (!is_object(entry))
         return 0;
-    return decide(entry, mask, file_operation::file_permission);
+    return answer(entry, mask, file_operation::file_permission);
 }
 
 int sorvanic_kernel_hook_module_inside_inode_permission(inode* asked, int mask)
@@ -50,13 +61,13 @@ int sorvanic_kernel_hook_module_inside_inode_permission(inode* asked, int mask)
     const dentry_ref alias(d_find_alias(asked));
     if (alias.get() == nullptr)
         return 0;
-    return decide(alias.get(), mask, file_operation::inode_permission);
+    return answer(alias.get(), mask, file_operation::inode_permission);
 }
 
 int sorvanic_kernel_hook_module_inside_inode_create(inode*, dentry* entry, int)
 {
     const call_in_flight gate;
-    if (decide(entry, may_write, file_operation::create) != 0)
+    if (answer(entry, may_write, file_operation::create) != 0)
         return -1;
     sorvanic_filter_install_executablefile(entry, install_code, install_origin_created);
     return 0;
@@ -65,41 +76,52 @@ int sorvanic_kernel_hook_module_inside_inode_create(inode*, dentry* entry, int)
 int sorvanic_kernel_hook_module_inside_inode_unlink(inode*, dentry* entry)
 {
     const call_in_flight gate;
-    return decide(entry, may_remove, file_operation::unlink);
+    return answer(entry, may_remove, file_operation::unlink);
 }
 
 int sorvanic_kernel_hook_module_inside_inode_link(dentry* old_entry, inode*, dentry* new_entry)
 {
     const call_in_flight gate;
-    if (decide(new_entry, may_write, file_operation::link) == 0)
-        return 0;
-    return decide(old_entry, may_write, file_operation::link);
+    decision made;
+    int given = decide(made, new_entry, may_write, file_operation::link);
+    if (given != 0)
+        given = decide(made, old_entry, may_write, file_operation::link);
+    decided(&made);
+    return given;
 }
 
 int sorvanic_kernel_hook_module_inside_inode_symlink(inode*, dentry* entry, const char*)
 {
     const call_in_flight gate;
-    return decide(entry, may_write, file_operation::symlink);
+    return answer(entry, may_write, file_operation::symlink);
 }
 
 int sorvanic_kernel_hook_module_inside_inode_rename(inode*, dentry* old_entry, inode*, dentry* new_entry)
 {
     const call_in_flight gate;
-    if (decide(new_entry, may_rename, file_operation::rename) != 0)
-        return -1;
-    return decide(old_entry, may_rename, file_operation::rename);
+    decision made;
+    int given = decide(made, new_entry, may_rename, file_operation::rename);
+    if (given == 0) {
+        const bool refusing = made.refusing;
+        decision existing;
+        given = decide(existing, old_entry, may_rename, file_operation::rename);
+        if (given != 0 || !refusing)
+            made = existing;
+    }
+    decided(&made);
+    return given;
 }
 
 int sorvanic_kernel_hook_module_inside_inode_mkdir(inode*, dentry* entry, int)
 {
     const call_in_flight gate;
-    return decide(entry, may_write, file_operation::mkdir);
+    return answer(entry, may_write, file_operation::mkdir);
 }
 
 int sorvanic_kernel_hook_module_inside_inode_rmdir(inode*, dentry* entry)
 {
     const call_in_flight gate;
-    return decide(entry, may_remove, file_operation::rmdir);
+    return answer(entry, may_remove, file_operation::rmdir);
 }
 
 int sorvanic_kernel_hook_module_inside_inode_setattr(dentry* entry, iattr* attributes)

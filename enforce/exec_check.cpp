@@ -6,10 +6,12 @@
 #include "enforce/install/install_log.h"
 #include "enforce/install/install_tracking.h"
 #include "platform/kernel/binprm.h"
+#include "platform/kernel/decision.h"
 #include "platform/kernel/printk.h"
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/string.h"
 #include "policy/blacklist.h"
+#include "policy/catalogue.h"
 #include "policy/installctl.h"
 #include "policy/modlctl.h"
 #include "policy/sprolist.h"
@@ -55,8 +57,23 @@ struct exec_case {
     s32 system_status;
     s32 install_status;
     const char* path; ///< the program's absolute path
-    u32 key;          ///< its digest key, once taken
+    decision& made;   ///< has the program's digest key, once taken
 };
+
+/// Answers, and notes the step that did.
+step by(exec_case& exec, decided_by which, step answer)
+{
+    exec.made.step = which;
+    return answer;
+}
+
+/// The same when an entry of a table decides.
+step by_entry(exec_case& exec, decided_by which, policy_table table, u32 line, step answer)
+{
+    exec.made.table = static_cast<u8>(table);
+    exec.made.line = line;
+    return by(exec, which, answer);
+}
 
 /// The digest key of the file at `path`; 0, the key of zeros, when it cannot be read.
 u32 key_of_file(const char* path)
@@ -104,7 +121,7 @@ step first_login(exec_case& exec)
     if (is_login_program(exec.path))
         return step::go_on;
     if (!begins_with(exec.path, password_program))
-        return step::refuse;
+        return by(exec, decided_by::first_login, step::refuse);
     if (state == first_login_pending)
         sorvanic_kernel_uactivate_module.update(user, first_login_changing);
     return step::go_on;
@@ -145,10 +162,10 @@ bool has_address_space(task_struct* task)
     return mm.get() != nullptr;
 }
 
-step allow_and_log(const exec_case& exec)
+step allow_and_log(exec_case& exec, decided_by which)
 {
     sorvanic_write_local_exec_log(bprm_file(exec.bprm), exec.path);
-    return step::allow;
+    return by(exec, which, step::allow);
 }
 
 /// A program that this installation has brought in runs inside it, whatever the lists say.
@@ -156,7 +173,7 @@ step installed_program(exec_case& exec)
 {
     if (has_current_install_mark(file_inode(bprm_file(exec.bprm))) && has_address_space(current_task()) &&
         inside_installation())
-        return allow_and_log(exec);
+        return allow_and_log(exec, decided_by::installed_program);
     return step::go_on;
 }
 
@@ -164,37 +181,40 @@ step product_tools(exec_case& exec)
 {
     for (const char* tool : sorvanic_default_super_proc)
         if (leads(exec.path, tool))
-            return step::allow;
+            return by(exec, decided_by::product_tool, step::allow);
     return step::go_on;
 }
 
 step switching_sessions(exec_case& exec)
 {
-    return leads(exec.path, session_switcher) ? step::refuse_always : step::go_on;
+    return leads(exec.path, session_switcher) ? by(exec, decided_by::session_switcher, step::refuse_always)
+                                              : step::go_on;
 }
 
 /// The lists from here on know the program by its digest. It is taken only now, so that the steps above read
 /// no file.
 step take_digest(exec_case& exec)
 {
-    exec.key = key_of_file(exec.path);
+    exec.made.key = key_of_file(exec.path);
     return step::go_on;
 }
 
 step black_list(exec_case& exec)
 {
-    if (sorvanic_kernel_blacklist_module.search(&exec.key) != 0)
+    u32 record = 0;
+    if (find_blacklisted(&exec.made.key, &record) != 0)
         return step::go_on;
     printk("%s is in blacklist \n", exec.path);
-    return step::refuse;
+    return by_entry(exec, decided_by::black_list, policy_table::blacklist, record, step::refuse);
 }
 
 step work_directories(exec_case& exec)
 {
-    if (sorvanic_kernel_workdir_module.search(exec.path) != 0)
+    u32 line = 0;
+    if (find_work_directory(exec.path, &line) != 0)
         return step::go_on;
     printk("%s is in workdir \n", exec.path);
-    return step::allow;
+    return by_entry(exec, decided_by::work_directory, policy_table::workdir, line, step::allow);
 }
 
 /// The parent, with a reference of its own.
@@ -208,14 +228,14 @@ task_struct* take_parent(const task_struct* task)
 
 /// Whether the program of `task` counts as a super process. The caller itself (level 0) counts
 /// by the key of the program it is about to run, yet is named by the one it runs now, and has
-/// no vote without one.
-bool is_super_process(task_struct* task, int level, u32 key_of_new_program)
+/// no vote without one. `record` gets the place of its entry.
+bool is_super_process(task_struct* task, int level, u32 key_of_new_program, u32* record)
 {
     sorvanic_name_holder name = {};
     if (sorvanic_common_get_name(task, &name, nullptr, sorvanic_name_of_program) == nullptr)
         return false;
     const u32 key = level == 0 ? key_of_new_program : key_of_file(name.path);
-    const bool listed = sorvanic_kernel_sprolist_module.search(&key) == 0;
+    const bool listed = find_super_process(&key, record) == 0;
     if (listed)
         printk("%s is in sprolist\n", name.path);
     kfree(name.buffer);
@@ -230,8 +250,11 @@ step super_process_lineage(exec_case& exec)
     get_task_struct(task);
     step answer = step::go_on;
     for (int level = 0; level < ancestry_levels; ++level) {
-        if (is_super_process(task, level, exec.key)) {
-            answer = step::allow;
+        u32 record = 0;
+        if (is_super_process(task, level, exec.made.key, &record)) {
+            exec.made.ancestor = static_cast<u32>(level);
+            answer =
+                by_entry(exec, decided_by::super_process, policy_table::supertrustfile, record, step::allow);
             break;
         }
         task_struct* parent = take_parent(task);
@@ -247,18 +270,21 @@ step super_process_lineage(exec_case& exec)
 
 step white_list(exec_case& exec)
 {
-    return sorvanic_kernel_whitelist_module.search(&exec.key) != 1 ? step::allow : step::go_on;
+    u32 record = 0;
+    if (find_whitelisted(&exec.made.key, &record) != 0)
+        return step::go_on;
+    return by_entry(exec, decided_by::white_list, policy_table::whitelist, record, step::allow);
 }
 
 step unlisted_inside_installation(exec_case& exec)
 {
-    return inside_installation() ? allow_and_log(exec) : step::go_on;
+    return inside_installation() ? allow_and_log(exec, decided_by::installation) : step::go_on;
 }
 
 step unknown_program(exec_case& exec)
 {
-    sorvanic_common_send_untp_message(&exec.key, exec.path, task_comm(current_task()));
-    return step::refuse;
+    sorvanic_common_send_untp_message(&exec.made.key, exec.path, task_comm(current_task()));
+    return by(exec, decided_by::unknown_program, step::refuse);
 }
 
 /// The first step that does not go on decides.
@@ -283,15 +309,15 @@ step decide(exec_case& exec)
     return unknown_program(exec);
 }
 
-int allow_undecided()
+int allow_undecided(decision& made)
 {
+    made.step = decided_by::without_memory;
     execs_undecided.fetch_add(1, std::memory_order_relaxed);
     return 0;
 }
 
-} // namespace
-
-int sorvanic_kernel_hook_inside_bprm_check_security(linux_binprm* bprm)
+/// The answer of the hook, with what led to it in `made`.
+int check(linux_binprm* bprm, decision& made)
 {
     const file* program = bprm_file(bprm);
     if (!is_object(program))
@@ -300,10 +326,14 @@ int sorvanic_kernel_hook_inside_bprm_check_security(linux_binprm* bprm)
     if (!is_object(place.dentry))
         return 0;
 
-    exec_case exec = {};
-    exec.bprm = bprm;
-    exec.system_status = sorvanic_kernel_statusctl_module.getstatus();
-    exec.install_status = sorvanic_kernel_installctl_module.getstatus();
+    exec_case exec = {
+        .bprm = bprm,
+        .system_status = sorvanic_kernel_statusctl_module.getstatus(),
+        .install_status = sorvanic_kernel_installctl_module.getstatus(),
+        .path = nullptr,
+        .made = made,
+    };
+    made.step = decided_by::switched_off;
     if (sorvanic_kernel_modlctl_module.getstatus(modl_switch_execution) != modl_switch_on)
         return 0;
     if (exec.system_status == system_status_off)
@@ -311,16 +341,28 @@ int sorvanic_kernel_hook_inside_bprm_check_security(linux_binprm* bprm)
 
     const kmem<char> buffer(sorvanic_path_size);
     if (!buffer)
-        return allow_undecided();
+        return allow_undecided(made);
     {
         const path_ref held(place);
         exec.path = d_path(held.get(), buffer.get(), sorvanic_path_size);
     }
     if (!is_object(exec.path))
-        return allow_undecided();
+        return allow_undecided(made);
 
     const step answer = decide(exec);
+    made.refusing = answer != step::allow;
     if (answer == step::refuse && exec.system_status == system_status_observing)
         return 0;
     return answer == step::allow ? 0 : -1;
+}
+
+} // namespace
+
+int sorvanic_kernel_hook_inside_bprm_check_security(linux_binprm* bprm)
+{
+    decision made;
+    const int answer = check(bprm, made);
+    made.refused = answer != 0;
+    decided(&made);
+    return answer;
 }

@@ -1,6 +1,7 @@
 #ifndef SORVANIC_ENFORCE_FILE_CHECK_H
 #define SORVANIC_ENFORCE_FILE_CHECK_H
 
+#include "platform/kernel/decision.h"
 #include "platform/kernel/types.h"
 
 // Mask bits of the engine's own, above the kernel's.
@@ -36,8 +37,11 @@ enum class file_operation : int {
 /// 0 in the end.
 ///
 /// An entry without a path is allowed. A task without a known user is judged as "SYSTEM"; a user who sets the
-/// first password is noted on the way (first_password.h). May sleep.
+/// first password is noted on the way (first_password.h). `made` gets what decided: of a refusal, the rule
+/// that is for the program, else that for the user, else the labels, else the controlled directory. May
+/// sleep.
 int sorvanic_kernel_hook_dentry_has_permission(kernel::task_struct* task, kernel::dentry* entry,
-                                               kernel::u32 mask, file_operation operation);
+                                               kernel::u32 mask, file_operation operation,
+                                               kernel::decision* made);
 
 #endif

@@ -3,6 +3,7 @@
 #include "enforce/file_check.h"
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/security.h"
+#include "policy/catalogue.h"
 #include "policy/objlabel.h"
 #include "policy/sublabel.h"
 
@@ -39,7 +40,7 @@ bool label_test(const security_label& subject, const security_label& object, u32
     return true;
 }
 
-bool labels_permit(const char* user, const char* path, u32 mask)
+bool labels_permit(const char* user, const char* path, u32 mask, decision& made)
 {
     const kmem<object_label> object;
     if (!object)
@@ -50,5 +51,12 @@ bool labels_permit(const char* user, const char* path, u32 mask)
     if (sorvanic_kernel_objlabel_module.search(path, object.get()) == nullptr ||
         sorvanic_kernel_sublabel_module.search(user, subject.get()) == nullptr)
         return false;
+    made.step = decided_by::labels;
+    made.table = static_cast<u8>(policy_table::objlabel);
+    made.line = object->line;
+    made.subject[0] = subject->label.confidentiality;
+    made.subject[1] = subject->label.integrity;
+    made.object[0] = object->label.confidentiality;
+    made.object[1] = object->label.integrity;
     return label_test(subject->label, object->label, mask);
 }

@@ -1,6 +1,7 @@
 #ifndef SORVANIC_ENFORCE_LABEL_TEST_H
 #define SORVANIC_ENFORCE_LABEL_TEST_H
 
+#include "platform/kernel/decision.h"
 #include "platform/kernel/types.h"
 #include "policy/label_line.h"
 
@@ -13,7 +14,7 @@ bool label_test(const security_label& subject, const security_label& object, ker
 
 /// The same for the labels of the user `user` and of the absolute path `path`. False when one of
 /// them has none, and without memory. May sleep; takes the read lock of one label table, then
-/// that of the other.
-bool labels_permit(const char* user, const char* path, kernel::u32 mask);
+/// that of the other. Notes the labels in `made` when both have one.
+bool labels_permit(const char* user, const char* path, kernel::u32 mask, kernel::decision& made);
 
 #endif

@@ -54,13 +54,17 @@ product_verdict allowed_if(bool allowed)
 
 } // namespace
 
-product_verdict product_directories(const task_struct* task, const dentry* entry, u32 mask)
+product_verdict product_directories(const task_struct* task, const dentry* entry, u32 mask, decision& made)
 {
     if (!is_object(entry))
         return product_verdict::elsewhere;
-    if (has_number(sorvanic_kernel_common_get_readonly_exec_inode_number(), entry, parent))
+    if (has_number(sorvanic_kernel_common_get_readonly_exec_inode_number(), entry, parent)) {
+        made.step = decided_by::program_directory;
         return allowed_if((mask & ~u32{may_read | may_exec}) == 0);
-    if (has_number(sorvanic_kernel_common_get_config_inode_number(), entry, grandparent))
+    }
+    if (has_number(sorvanic_kernel_common_get_config_inode_number(), entry, grandparent)) {
+        made.step = decided_by::policy_directory;
         return allowed_if(is_trusted(task_comm(task)));
+    }
     return product_verdict::elsewhere;
 }

@@ -1,6 +1,7 @@
 #ifndef SORVANIC_ENFORCE_PRODUCT_DIRS_H
 #define SORVANIC_ENFORCE_PRODUCT_DIRS_H
 
+#include "platform/kernel/decision.h"
 #include "platform/kernel/types.h"
 
 /// The verdict of the protection of the product's own directories.
@@ -15,8 +16,8 @@ enum class product_verdict {
 /// processes, the login programs and the shells, known by their command names: a name matches when one of
 /// theirs begins with it. The program directory and what is in it may be read and executed; where both apply,
 /// the latter decides. Directories are known by the numbers of core/base/inode_numbers.h; a number of 0
-/// protects nothing. Neither sleeps nor takes a lock.
+/// protects nothing. Notes in `made` which directory judged. Neither sleeps nor takes a lock.
 product_verdict product_directories(const kernel::task_struct* task, const kernel::dentry* entry,
-                                    kernel::u32 mask);
+                                    kernel::u32 mask, kernel::decision& made);
 
 #endif

@@ -1,8 +1,10 @@
 #include "enforce/self_protection.h"
 
+#include "platform/kernel/decision.h"
 #include "platform/kernel/errno.h"
 #include "platform/kernel/string.h"
 #include "platform/kernel/task.h"
+#include "policy/catalogue.h"
 #include "policy/ptpy.h"
 #include "policy/statusctl.h"
 #include "process/process_name.h"
@@ -44,22 +46,41 @@ bool is_product(const char* path)
     return false;
 }
 
+/// The answer before the observing mode changes it.
+bool refuses(task_struct* target, int signal, decision& made)
+{
+    made.step = decided_by::unprotected_process;
+    const char* comm = task_comm(target);
+    if (!may_be_product(comm) && sorvanic_kernel_ptpy_module.search(comm) != 0)
+        return false;
+
+    const held_name program(target);
+    if (program.path() == nullptr)
+        return false;
+    if (is_product(program.path())) {
+        made.step = decided_by::product_process;
+        return signal != signal_user_1 && signal != signal_user_2;
+    }
+    u32 line = 0;
+    if (find_protected_process(program.path(), &line) != 0)
+        return false;
+    made.step = decided_by::protected_process;
+    made.table = static_cast<u8>(policy_table::ptpylist);
+    made.line = line;
+    return true;
+}
+
 } // namespace
 
 int sorvanic_common_task_avoid_kill(task_struct* target, siginfo*, int signal, u32)
 {
     if (!is_object(target))
         return 0;
-    if (sorvanic_kernel_statusctl_module.getstatus() != system_status_enforcing)
-        return 0;
-    const char* comm = task_comm(target);
-    if (!may_be_product(comm) && sorvanic_kernel_ptpy_module.search(comm) != 0)
-        return 0;
-
-    const held_name program(target);
-    if (program.path() == nullptr)
-        return 0;
-    if (is_product(program.path()))
-        return signal == signal_user_1 || signal == signal_user_2 ? 0 : -1;
-    return sorvanic_kernel_ptpy_module.match(program.path()) == 0 ? -1 : 0;
+    decision made = {.step = decided_by::switched_off};
+    const s32 system_status = sorvanic_kernel_statusctl_module.getstatus();
+    if (system_status == system_status_enforcing || system_status == system_status_observing)
+        made.refusing = refuses(target, signal, made);
+    made.refused = made.refusing && system_status == system_status_enforcing;
+    decided(&made);
+    return made.refused ? -1 : 0;
 }

@@ -7,4 +7,7 @@
 /// last record are ignored.
 extern const digest_list_ops sorvanic_kernel_blacklist_module;
 
+/// The search of the table; on 0, `record` has the key's place in the file, from 1.
+int find_blacklisted(const kernel::u32* key, kernel::u32* record);
+
 #endif

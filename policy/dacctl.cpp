@@ -45,16 +45,23 @@ static int sorvanic_kernel_dacctl_module_reload()
     return reload_table(sorvanic_kernel_dacctl_module);
 }
 
-static int sorvanic_kernel_dacctl_module_match(const char* user, const char* path, u32 mask)
+int find_user_rule(const char* user, const char* path, u32 mask, u32* line)
 {
     int result = dac_no_rule;
-    copies::walk(0, [user, path, mask, &result](const user_rule& rule) {
+    copies::walk(0, [user, path, mask, line, &result](const user_rule& rule) {
         if (!in_tree(rule.path, path) || !equals_field(rule.user, user))
             return false;
+        *line = rule.line;
         result = (mask & ~rule.mask) == 0 ? dac_granted : dac_denied;
         return true;
     });
     return result;
+}
+
+static int sorvanic_kernel_dacctl_module_match(const char* user, const char* path, u32 mask)
+{
+    u32 line = 0;
+    return find_user_rule(user, path, mask, &line);
 }
 
 static int sorvanic_kernel_dacctl_module_destroy()

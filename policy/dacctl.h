@@ -12,4 +12,7 @@ inline constexpr int dac_denied = 2; ///< that rule lacks a bit of it
 /// lies below it. The first rule of the user that covers a path decides.
 extern const user_rule_ops sorvanic_kernel_dacctl_module;
 
+/// The match of the table; `line` gets the line in the file of the rule that applied, if one did.
+int find_user_rule(const char* user, const char* path, kernel::u32 mask, kernel::u32* line);
+
 #endif

@@ -15,6 +15,7 @@
 struct digest_entry {
     kernel::list_head link;
     kernel::u32 key;
+    kernel::u32 record; ///< its place in the file, from 1
 };
 
 struct digest_file {
@@ -39,14 +40,17 @@ constexpr std::size_t digest_bucket(kernel::u32 key, std::size_t lists)
     return hash & (lists - 1);
 }
 
-/// 0 when the key is in the active copy, else 1.
+/// 0 when the key is in the active copy, else 1. `record` gets its place in the file.
 template <typename Copies>
-int search_digest_list(const kernel::u32* key)
+int search_digest_list(const kernel::u32* key, kernel::u32* record)
 {
     static_assert((Copies::lists & (Copies::lists - 1)) == 0);
     const kernel::u32 wanted = *key;
-    const bool listed = Copies::walk(digest_bucket(wanted, Copies::lists),
-                                     [wanted](const digest_entry& entry) { return entry.key == wanted; });
+    const bool listed =
+        Copies::walk(digest_bucket(wanted, Copies::lists), [wanted, record](const digest_entry& entry) {
+            *record = entry.record;
+            return entry.key == wanted;
+        });
     return listed ? 0 : 1;
 }
 
@@ -78,6 +82,7 @@ int load_digest_list(const digest_file& source)
         if (!entry)
             break;
         entry->key = key;
+        entry->record = static_cast<kernel::u32>(n) + 1;
         Copies::append(entry.release(), digest_bucket(key, Copies::lists));
     }
     return 0;

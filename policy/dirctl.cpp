@@ -43,9 +43,15 @@ static int sorvanic_kernel_dirctl_module_reload()
     return reload_table(sorvanic_kernel_dirctl_module);
 }
 
+int find_controlled_directory(const char* path, u32* line)
+{
+    return search_directories<copies>(path, line);
+}
+
 static int sorvanic_kernel_dirctl_module_search(const char* path)
 {
-    return search_directories<copies>(path);
+    u32 line = 0;
+    return find_controlled_directory(path, &line);
 }
 
 bool controls_below(const char* directory)

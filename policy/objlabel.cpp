@@ -39,6 +39,7 @@ static int sorvanic_kernel_objlabel_module_load()
             continue;
         strncpy(record->path, read.key, sizeof record->path - 1);
         record->label = read.label;
+        record->line = text.line_number();
         copies::append(record.release());
     }
     return 0;

@@ -10,6 +10,7 @@ struct object_label {
     kernel::list_head link;
     char path[512]; ///< zero-terminated
     security_label label;
+    kernel::u32 line; ///< in the file
 };
 
 /// The labels of objects, from "/etc/sorvanic/objlabel": label lines (label_line.h) whose key is a

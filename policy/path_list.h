@@ -15,7 +15,8 @@
 
 struct path_entry {
     kernel::list_head link;
-    char text[512]; ///< zero-terminated
+    kernel::u32 line; ///< in the file
+    char text[512];   ///< zero-terminated
 };
 
 /// The most characters a line may have; longer ones are skipped.
@@ -52,16 +53,19 @@ void load_path_list(text_source& text, without_memory failed)
             continue;
         }
         kernel::strncpy(entry->text, line, longest_path_line);
+        entry->line = text.line_number();
         Copies::append(entry.release());
     }
 }
 
-/// 0 when `path` is a directory of the active copy or lies below one, else 1.
+/// 0 when `path` is a directory of the active copy or lies below one, else 1. `line` gets that entry's line.
 template <typename Copies>
-int search_directories(const char* path)
+int search_directories(const char* path, kernel::u32* line)
 {
-    const bool listed =
-        Copies::walk(0, [path](const path_entry& entry) { return in_tree(entry.text, path); });
+    const bool listed = Copies::walk(0, [path, line](const path_entry& entry) {
+        *line = entry.line;
+        return in_tree(entry.text, path);
+    });
     return listed ? 0 : 1;
 }
 

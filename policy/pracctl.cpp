@@ -16,6 +16,7 @@ namespace {
 struct program_rule {
     list_head link;
     u32 mask;
+    u32 line;
     char path[512]; // zero-terminated, as is `program`
     char program[512];
 };
@@ -56,6 +57,7 @@ static int sorvanic_kernel_pracctl_module_load()
         strncpy(rule->path, read.path, sizeof rule->path);
         strncpy(rule->program, read.who, sizeof rule->program);
         rule->mask = read.mask;
+        rule->line = text.line_number();
         copies::append(rule.release());
     }
     return 0;
@@ -76,19 +78,26 @@ static int sorvanic_kernel_pracctl_module_reload()
     return reload_table(sorvanic_kernel_pracctl_module);
 }
 
-static int sorvanic_kernel_pracctl_module_match(const char* path, const char* program, u32 mask)
+int find_program_rule(const char* path, const char* program, u32 mask, u32* line)
 {
     int result = program_no_rule;
-    copies::walk(0, [path, program, mask, &result](const program_rule& rule) {
+    copies::walk(0, [path, program, mask, line, &result](const program_rule& rule) {
         if (!in_tree(rule.path, path))
             return false;
         result = program_of_other_rules;
         if (!is_for(rule, program))
             return false;
+        *line = rule.line;
         result = (mask & ~rule.mask) == 0 ? program_granted : program_denied;
         return true;
     });
     return result;
+}
+
+static int sorvanic_kernel_pracctl_module_match(const char* path, const char* program, u32 mask)
+{
+    u32 line = 0;
+    return find_program_rule(path, program, mask, &line);
 }
 
 static int sorvanic_kernel_pracctl_module_destroy()

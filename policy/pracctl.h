@@ -16,4 +16,7 @@ inline constexpr int program_denied = 3;         ///< the first rule for the pro
 /// program is longer than 511 characters, that cannot be read or has no memory is skipped.
 extern const program_rule_ops sorvanic_kernel_pracctl_module;
 
+/// The match of the table; `line` gets the line in the file of the rule that applied, if one did.
+int find_program_rule(const char* path, const char* program, kernel::u32 mask, kernel::u32* line);
+
 #endif

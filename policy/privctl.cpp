@@ -47,16 +47,23 @@ static int sorvanic_kernel_privctl_module_reload()
     return reload_table(sorvanic_kernel_privctl_module);
 }
 
-static int sorvanic_kernel_privctl_module_match(const char* user, const char* path, u32 mask)
+int find_privilege(const char* user, const char* path, u32 mask, u32* line)
 {
     int result = no_rule;
-    copies::walk(0, [user, path, mask, &result](const user_rule& rule) {
+    copies::walk(0, [user, path, mask, line, &result](const user_rule& rule) {
         if (!is_prefix(rule.path, path) || !equals_field(rule.user, user))
             return false;
+        *line = rule.line;
         result = static_cast<int>(mask & ~rule.mask);
         return true;
     });
     return result;
+}
+
+static int sorvanic_kernel_privctl_module_match(const char* user, const char* path, u32 mask)
+{
+    u32 line = 0;
+    return find_privilege(user, path, mask, &line);
 }
 
 static int sorvanic_kernel_privctl_module_destroy()

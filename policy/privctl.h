@@ -10,4 +10,7 @@
 /// lacks; 1 when there is no such rule, which cannot be told from lacking the execute bit alone.
 extern const user_rule_ops sorvanic_kernel_privctl_module;
 
+/// The match of the table; `line` gets the line in the file of the rule that applied, if one did.
+int find_privilege(const char* user, const char* path, kernel::u32 mask, kernel::u32* line);
+
 #endif

@@ -52,13 +52,21 @@ static int sorvanic_kernel_ptpy_module_search(const char* name)
     return listed ? 0 : 1;
 }
 
-static int sorvanic_kernel_ptpy_module_match(const char* path)
+int find_protected_process(const char* path, u32* line)
 {
     const char* name = final_component(path);
     const std::size_t length = strlen(name);
-    const bool listed = copies::walk(
-        0, [name, length](const path_entry& entry) { return strncasecmp(entry.text, name, length) == 0; });
+    const bool listed = copies::walk(0, [name, length, line](const path_entry& entry) {
+        *line = entry.line;
+        return strncasecmp(entry.text, name, length) == 0;
+    });
     return listed ? 0 : 1;
+}
+
+static int sorvanic_kernel_ptpy_module_match(const char* path)
+{
+    u32 line = 0;
+    return find_protected_process(path, &line);
 }
 
 static int sorvanic_kernel_ptpy_module_destroy()

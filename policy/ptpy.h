@@ -8,4 +8,7 @@
 /// only by the command name.
 extern const process_list_ops sorvanic_kernel_ptpy_module;
 
+/// The match of the table; on 0, `line` has the entry's line in the file.
+int find_protected_process(const char* path, kernel::u32* line);
+
 #endif

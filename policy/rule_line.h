@@ -26,6 +26,7 @@ bool read_rule_line(char* line, rule_line* read);
 struct user_rule {
     kernel::list_head link;
     kernel::u32 mask;
+    kernel::u32 line; ///< in the file
     char user[sorvanic_user_name_size];
     char path[512];
 };
@@ -48,6 +49,7 @@ void load_user_rules(text_source& text)
         kernel::strncpy(rule->path, read.path, sizeof rule->path - 1);
         kernel::strncpy(rule->user, read.who, sizeof rule->user - 1);
         rule->mask = read.mask;
+        rule->line = text.line_number();
         Copies::append(rule.release());
     }
 }

@@ -64,9 +64,15 @@ static int sorvanic_kernel_sprolist_module_reload()
     return reload_table(sorvanic_kernel_sprolist_module);
 }
 
+int find_super_process(const u32* key, u32* record)
+{
+    return search_digest_list<copies>(key, record);
+}
+
 static int sorvanic_kernel_sprolist_module_search(const u32* key)
 {
-    return search_digest_list<copies>(key);
+    u32 record = 0;
+    return find_super_process(key, &record);
 }
 
 static int sorvanic_kernel_sprolist_module_destroy()

@@ -11,4 +11,7 @@ extern const digest_list_ops sorvanic_kernel_sprolist_module;
 /// is expensive.
 bool super_process_list_is_empty();
 
+/// The search of the table; on 0, `record` has the key's place in the file, from 1.
+int find_super_process(const kernel::u32* key, kernel::u32* record);
+
 #endif

@@ -44,6 +44,8 @@ char* text_source::next_line(std::size_t longest)
 
     while (char* line = klib_fgets(line_.get(), piece + 1, file_.get())) {
         std::size_t length = strlen(line);
+        line_number_ += line_goes_on_ ? 0 : 1;
+        line_goes_on_ = length == 0 || line[length - 1] != '\n';
         if (length > 0 && line[length - 1] == '\n')
             line[--length] = '\0';
         if (length > 0 && length <= longest && line[0] != '#')

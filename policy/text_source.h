@@ -32,6 +32,10 @@ public:
     /// are judged one by one, so the tail of a long comment is a line of its own.
     char* next_line(std::size_t longest = piece);
 
+    /// The number of the line that next_line returned last, from 1. Comments and empty lines count as in an
+    /// editor; the pieces of a long line share its number.
+    kernel::u32 line_number() const { return line_number_; }
+
 private:
     /// The work file's content, from the decoding to the emptying. A null `work` is none.
     class decoded : kernel::not_copied {
@@ -48,6 +52,8 @@ private:
     kernel::open_file file_;
     bool has_text_;
     kernel::kmem<char> line_;
+    kernel::u32 line_number_ = 0;
+    bool line_goes_on_ = false; ///< the last piece did not end its line
 };
 
 #endif

@@ -46,9 +46,15 @@ static int sorvanic_kernel_whitelist_module_reload()
     return reload_table(sorvanic_kernel_whitelist_module);
 }
 
+int find_whitelisted(const u32* key, u32* record)
+{
+    return search_digest_list<copies>(key, record);
+}
+
 static int sorvanic_kernel_whitelist_module_search(const u32* key)
 {
-    return search_digest_list<copies>(key);
+    u32 record = 0;
+    return find_whitelisted(key, &record);
 }
 
 static int sorvanic_kernel_whitelist_module_destroy()

@@ -7,4 +7,7 @@
 /// whole records is ignored.
 extern const digest_list_ops sorvanic_kernel_whitelist_module;
 
+/// The search of the table; on 0, `record` has the key's place in the file, from 1.
+int find_whitelisted(const kernel::u32* key, kernel::u32* record);
+
 #endif

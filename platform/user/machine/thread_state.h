@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 
+#include "platform/kernel/decision.h"
 #include "platform/kernel/file.h"
 #include "platform/kernel/task.h"
 
@@ -30,7 +31,8 @@ struct thread_state {
     unsigned mutexes = 0;
     unsigned standing_still = 0; ///< lists that the platform keeps from changing (iterate_mounts)
     kernel::task_struct* current = nullptr;
-    pinned_names* pinned = nullptr; ///< the running event's
+    pinned_names* pinned = nullptr;   ///< the running event's
+    kernel::decision* told = nullptr; ///< gets the decisions of hooks
 
     /// Written by this thread only and summed by others. A share may be negative: what one
     /// thread took another may give back.
