@@ -5,8 +5,8 @@
 
 namespace platform {
 
-/// Keeps the last decision that a hook hands over on this thread until the end of the scope. Scopes nest; the
-/// inner one gets the decision.
+/// Keeps the last decision that a hook hands over on this thread until the end of the scope, and of several
+/// the last that refuses or would refuse. Scopes nest; the inner one gets the decision.
 class decision_watch {
 public:
     decision_watch();

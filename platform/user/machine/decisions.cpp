@@ -15,6 +15,7 @@ platform::decision_watch::~decision_watch()
 
 void kernel::decided(const decision* made)
 {
-    if (decision* const told = platform::this_thread().told)
+    decision* const told = platform::this_thread().told;
+    if (told != nullptr && (made->refusing || !told->refusing))
         *told = *made;
 }
