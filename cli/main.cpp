@@ -23,6 +23,7 @@ constexpr const char* examples = R"(Examples:
   sorvanic policy build my-policy built        turn text files into policy files
   sorvanic run --policy built -- make test     run a command and all it starts under that policy
   sorvanic replay --policy built events        ask what the policy decides about written events
+  sorvanic why                                 tell why a session refused what it did
   sorvanic agent                               print the refusals of a session as they happen
   sorvanic reload whitelist                    make a session read a changed policy file
 
@@ -80,6 +81,7 @@ int parse_and_run(std::span<char*> arguments)
         cli::add_replay(program, status);
         cli::add_agent(program, status);
         cli::add_status(program, status);
+        cli::add_why(program, status);
         cli::add_reload(program, status);
         cli::add_login(program, status);
         cli::add_install_end(program, status);

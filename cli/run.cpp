@@ -128,6 +128,11 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
     run.flag("--channel-inside", options->channel_inside,
              "Let supervised processes talk to the session too: they can then end an installation or reload");
     run.value("--log", options->log, "File that gets the kernel log; - is standard error").typed("FILE");
+    run.value("--decisions", options->decisions,
+              "File that gets each refusal and why, as JSON lines; - is standard output (default: "
+              "decisions.jsonl among the logs)")
+        .typed("FILE");
+    run.flag("--decisions-all", options->all_decisions, "Write what is allowed there, too");
     run.flag("--every-io", options->rules.every_io, "Decide each read and write, not only each open");
     run.value("--largest-program", options->rules.largest_program,
               "Refuse programs of more bytes than this: their digest would take too long")
@@ -150,8 +155,7 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
         .shows_default();
     run.flag("--lossy", options->lossy,
              "Exit with COMMAND's status even if logs or audit records could not be written");
-    run.flag("--quiet", options->quiet,
-             "Do not say what is in force at the start, nor report each refusal on the terminal");
+    run.flag("--quiet", options->quiet, "Do not say what is in force at the start, nor report refusals");
 
     run.action([options, audit, stop_timeout, &status] {
         options->stop_timeout = std::chrono::seconds(*stop_timeout);

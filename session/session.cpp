@@ -36,10 +36,8 @@ int run(const options& wanted)
         check_proc();
         engine loaded(wanted);
         const supervisor_signals signals;
-        refusals told(!wanted.quiet && isatty(STDERR_FILENO) != 0);
-        const int status = supervise(wanted, loaded, signals, told);
-        told.add_up();
-        return status;
+        refusals told(!wanted.quiet);
+        return supervise(wanted, loaded, signals, told);
     } catch (const trouble& reason) {
         say(reason.what());
     } catch (const std::system_error& error) {

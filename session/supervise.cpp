@@ -27,6 +27,7 @@
 #include "session/session.h"
 #include "session/session_signals.h"
 #include "session/state/channel.h"
+#include "session/state/decision_log.h"
 #include "session/state/notices.h"
 #include "session/state/trouble.h"
 #include "session/status.h"
@@ -126,8 +127,10 @@ private:
 /// order that it shows.
 class running_session {
 public:
-    running_session(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
+    running_session(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told,
+                    unique_fd decisions)
         : first_(wanted.command, signals, wanted.rules), lines_(std::in_place, STDERR_FILENO),
+          decisions_(std::move(decisions), wanted.all_decisions, !wanted.quiet),
           root_handle_(static_cast<int>(syscall(SYS_pidfd_open, first_.pid(), 0))),
           tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules),
           meaning_(tree_, first_.pid(), root_handle_.get(), wanted.stop_timeout),
@@ -168,6 +171,7 @@ public:
         requests_.reset();
         // With the last counts: no other thread writes there now.
         board_->publish();
+        decisions_.end();
         return idle;
     }
 
@@ -204,6 +208,7 @@ private:
 
     launcher first_;
     std::optional<notices> lines_; // a thread, so after the fork
+    decision_log decisions_;       // likewise
     const unique_fd root_handle_;
     pending_execs pending_;
     known_tasks tasks_;
@@ -226,7 +231,8 @@ private:
 
 int supervise(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
 {
-    auto session = std::make_unique<running_session>(wanted, loaded, signals, told);
+    auto session = std::make_unique<running_session>(wanted, loaded, signals, told,
+                                                     decision_log::open(wanted, loaded.state().path()));
     int status = session->follow();
     const bool idle = session->end();
     status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
@@ -239,7 +245,6 @@ int supervise(const options& wanted, engine& loaded, const supervisor_signals& s
     }
     if (!idle) {
         say("a file server does not answer the supervisor, which ends without waiting for it");
-        told.add_up();
         session->end_lines();
         _exit(status);
     }

@@ -9,6 +9,7 @@
 #include "platform/user/driver/tasks.h"
 #include "session/calls/calls.h"
 #include "session/calls/plan.h"
+#include "session/state/decision_log.h"
 #include "session/state/enforcing.h"
 #include "session/state/refusals.h"
 #include "session/task/tracee_memory.h"
@@ -30,12 +31,16 @@ answer carry_out(notification& call, plan& way)
     return way.carry_out();
 }
 
-answer follow(notification& call, plan& way)
+answer follow(notification& call, const call_rule& rule, plan& way)
 {
-    if (std::ranges::any_of(way.targets, [&](const target& one) {
-            return is_off_limits(*one, call.parts().state.path(), way.only_to_read);
-        }))
+    const auto own = std::ranges::find_if(way.targets, [&](const target& one) {
+        return is_off_limits(*one, call.parts().state.path(), way.only_to_read);
+    });
+    if (own != way.targets.end()) {
+        tell_own_refusal({call.who().task(), rule.name, "use", (*own)->path.text},
+                         "it belongs to the session");
         return answer::fail(EPERM);
+    }
     if (const int error = way.rights ? way.rights() : 0)
         return answer::fail(error);
     kernel::task_struct* const task = call.task();
@@ -55,7 +60,7 @@ answer attempt(notification& call, const call_rule& rule)
     if (!call.who().is_known())
         return is_enforcing() ? answer::fail(EPERM) : answer::let_go_on();
     planned made = rule.planner(call);
-    return made ? follow(call, *made) : std::move(made.error());
+    return made ? follow(call, rule, *made) : std::move(made.error());
 }
 
 answer answer_to(notification& call, const call_rule& rule)

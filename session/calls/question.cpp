@@ -5,13 +5,19 @@
 #include <algorithm>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "host/proc.h"
 #include "platform/kernel/security.h"
+#include "platform/user/driver/decisions.h"
 #include "platform/user/driver/machine.h"
 #include "platform/user/driver/tasks.h"
+#include "session/calls/calls.h"
 #include "session/calls/changed_name.h"
 #include "session/calls/notification.h"
 #include "session/exec/exec_decision.h"
+#include "session/state/decision_log.h"
+#include "session/state/decision_words.h"
 #include "session/task/own_descriptors.h"
 #include "session/task/program_file.h"
 
@@ -195,6 +201,70 @@ bool allows(const question& asked)
     }
 }
 
+namespace {
+
+const char* call_name(int number)
+{
+    for (const call_rule& rule : call_rules())
+        if (rule.number == number)
+            return rule.name;
+    return "";
+}
+
+std::string access_of(const question& asked)
+{
+    struct word {
+        hook asked;
+        const char* text;
+    };
+    constexpr word known[] = {{on_create, "create"},   {on_unlink, "delete"},  {on_link, "link"},
+                              {on_symlink, "symlink"}, {on_rename, "rename"},  {on_mkdir, "mkdir"},
+                              {on_rmdir, "rmdir"},     {on_setattr, "change"}, {on_settime, "set"}};
+    for (const word& one : known)
+        if (one.asked == asked.asked)
+            return one.text;
+    if (asked.asked == on_kill)
+        return fmt::format("send signal {} to", asked.value);
+    return access_words(static_cast<unsigned>(asked.value));
+}
+
+std::string path_of_name(const shared_name& name)
+{
+    const std::string& directory = name->directory->path.text;
+    return directory + (directory.ends_with('/') ? "" : "/") + name->last;
+}
+
+judged_event event_of(const notification& call, const question& asked)
+{
+    judged_event about{call.who().task(), call_name(call.system_call()), access_of(asked), {}};
+    if (asked.asked == on_kill)
+        about.object = fmt::format("{} (pid {})", host::command_name(asked.receiver), asked.receiver);
+    else if (asked.asked == on_settime)
+        about.object = "the clock";
+    else
+        about.object = asked.object ? asked.object->path.text : path_of_name(asked.name);
+    if (asked.asked == on_link)
+        about.second = path_of_name(asked.name);
+    else if (asked.new_name)
+        about.second = path_of_name(asked.new_name);
+    return about;
+}
+
+/// Asks, and tells the answer.
+template <typename Ask>
+bool told(const notification& call, const question& asked, Ask ask)
+{
+    const platform::decision_watch decisions;
+    const bool allowed = ask();
+    kernel::decision made = decisions.last();
+    made.refused = !allowed;
+    if (is_told(made))
+        tell_decision(made, event_of(call, asked));
+    return allowed;
+}
+
+} // namespace
+
 bool allowed(notification& call, std::span<const question> questions)
 {
     kernel::task_struct* const task = call.task();
@@ -204,8 +274,10 @@ bool allowed(notification& call, std::span<const question> questions)
         return true;
     const platform::event running(task);
     return std::ranges::all_of(questions, [&call](const question& one) {
-        return one.asked == on_kill ? allows_signal_in_exec(call.parts().pending, one)
-                                    : allows(one) && allows_by_other_paths(one);
+        return told(call, one, [&call, &one] {
+            return one.asked == on_kill ? allows_signal_in_exec(call.parts().pending, one)
+                                        : allows(one) && allows_by_other_paths(one);
+        });
     });
 }
 

@@ -8,9 +8,11 @@
 
 #include <fmt/format.h>
 
+#include "platform/user/driver/decisions.h"
 #include "platform/user/driver/machine.h"
 #include "platform/user/driver/reading.h"
 #include "session/exec/script.h"
+#include "session/state/decision_log.h"
 #include "session/state/enforcing.h"
 #include "session/task/content.h"
 #include "session/task/own_descriptors.h"
@@ -50,23 +52,38 @@ found_program unreadable_program(host_path path)
 
 namespace {
 
+/// Tells what was decided about the program, in which `refused` has the last word.
+void tell(kernel::task_struct* task, const found_program& program, const kernel::decision& made, bool refused)
+{
+    const judged_event about{kernel::task_pid(task), "execve", "execute", program.path.text};
+    // A refusal that is not the policy's.
+    if (refused && !made.refused)
+        tell_own_refusal(about, "its content cannot be vouched for");
+    else if (is_told(made))
+        tell_decision(made, about);
+}
+
 bool ask_by_path(kernel::task_struct* task, const found_program& program, const std::string& name,
                  const exec_bounds& bounds)
 {
     const platform::file_handle file = pinned_file(program.file.get(), program.path);
     const content_trust trust = trust_in_content(program.file.get(), bounds.largest_program);
     // Reading these may take for ever, or tell nothing.
-    if (trust == content_trust::too_large)
-        return !is_enforcing();
-    if (!file || trust == content_trust::unknown || trust == content_trust::unvouched)
-        if (is_enforcing())
-            return false;
+    const bool unreadable = !file || trust == content_trust::unknown || trust == content_trust::unvouched;
+    if (trust == content_trust::too_large || (unreadable && is_enforcing())) {
+        const bool refused = is_enforcing();
+        tell(task, program, {}, refused);
+        return !refused;
+    }
     const platform::exec_parameters parameters(file.get(), name);
     const platform::event running(task);
     const platform::reading watched(bounds.given_up);
+    const platform::decision_watch decisions;
     const bool allowed = platform::call_bprm_check_security(parameters.get()) == 0;
     const bool judged = trust == content_trust::trusted && watched.complete();
-    return allowed && (judged || !is_enforcing());
+    const bool refused = !allowed || (!judged && is_enforcing());
+    tell(task, program, decisions.last(), refused);
+    return !refused;
 }
 
 } // namespace

@@ -26,6 +26,8 @@ struct options {
     std::string policy = "/etc/sorvanic"; ///< the directory that stands at "/etc/sorvanic"
     std::string state;                    ///< local logs and the kernel log; empty: the default directory
     std::string user;                     ///< login user recorded for the tree; empty: none
+    std::string decisions;                ///< decision log; "-": standard output; empty: below `state`
+    bool all_decisions = false;           ///< also what is allowed
     std::string log;                      ///< kernel log file; "-": standard error; empty: below `state`
     std::uint32_t channel_port = 0;       ///< netlink port id of the agent channel; 0: a free one
     std::vector<uid_t> channel_users;     ///< may send on it, besides root and the supervisor's own user

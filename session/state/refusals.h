@@ -10,7 +10,7 @@
 
 namespace session {
 
-/// Counts refused execs and reports each in a line on standard error. Any thread.
+/// Counts refused execs and reports on standard error those that end a process. Any thread.
 class refusals {
 public:
     explicit refusals(bool shown) : shown_(shown) {}
@@ -34,9 +34,6 @@ public:
 
     unsigned long count() const { return count_.load(std::memory_order_relaxed); }
     unsigned long undecided() const { return undecided_.load(std::memory_order_relaxed); }
-
-    /// At the session's end: how many there were, when there were several.
-    void add_up() const;
 
 private:
     bool shown_;
