@@ -77,8 +77,8 @@ TEST_F(process_map, agrees_with_a_set_under_random_births_and_exits)
     EXPECT_EQ(user_of(*living.begin()), "-");
 }
 
-// Births, exits and lookups of the same sixteen buckets at once: a lookup gives the name that
-// belongs to its pid or none, never half a name or another's.
+// Births, exits, lookups and the end of all records at once, in the same sixteen buckets: a lookup gives
+// the name that belongs to its pid or none, never half a name or another's.
 TEST_F(process_map, gives_each_lookup_its_own_process)
 {
     std::atomic<bool> stop = false;
@@ -93,6 +93,8 @@ TEST_F(process_map, gives_each_lookup_its_own_process)
             map.insert(pid, name_of(pid).c_str());
             if (i % 3 == 0)
                 map.erase(pid);
+            if (i % 100 == 0)
+                map.destroy();
         }
         stop = true;
     };
