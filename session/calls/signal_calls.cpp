@@ -68,6 +68,7 @@ planned to_group(notification& call, pid_t group, int signal, bool kernel_can)
 struct process_handle {
     pid_t receiver = 0; ///< 0: no such descriptor; -1: the target has ended
     bool of_thread = false;
+    unique_fd directory = {}; ///< in proc, if it is one
 };
 
 process_handle behind(const caller& who, int descriptor)
@@ -85,13 +86,24 @@ process_handle behind(const caller& who, int descriptor)
             return found;
         }
     }
-    const unique_fd file = who.descriptor(descriptor);
+    found.directory = who.descriptor(descriptor);
     struct statfs about = {};
     char more = 0;
-    if (file && fstatfs(file.get(), &about) == 0 && about.f_type == PROC_SUPER_MAGIC &&
-        std::sscanf(path_of(file.get()).text.c_str(), "/proc/%d%c", &found.receiver, &more) != 1)
+    if (found.directory && who.mode_of(descriptor).reads && fstatfs(found.directory.get(), &about) == 0 &&
+        about.f_type == PROC_SUPER_MAGIC &&
+        std::sscanf(path_of(found.directory.get()).text.c_str(), "/proc/%d%c", &found.receiver, &more) != 1)
         found.receiver = 0;
     return found;
+}
+
+/// A handle of the process that the descriptor means; empty when that has ended, also when another one has
+/// got its id: then the descriptor, asked once more, no longer tells of a living process.
+unique_fd open_handle(const caller& who, int descriptor, const process_handle& whom)
+{
+    unique_fd handle(static_cast<int>(syscall(SYS_pidfd_open, whom.receiver, whom.of_thread ? O_EXCL : 0)));
+    const bool is_alive = whom.directory ? faccessat(whom.directory.get(), "stat", F_OK, 0) == 0
+                                         : behind(who, descriptor).receiver == whom.receiver;
+    return is_alive ? std::move(handle) : unique_fd();
 }
 
 } // namespace
@@ -141,8 +153,7 @@ planned plan_pidfd_send_signal(notification& call)
     siginfo_t info = signal_from(call.who(), signal);
     if (call.argument(2) != 0 && !call.read(call.argument(2), &info, sizeof info))
         return fails(EFAULT);
-    auto handle = std::make_shared<const unique_fd>(
-        static_cast<int>(syscall(SYS_pidfd_open, whom.receiver, whom.of_thread ? O_EXCL : 0)));
+    const auto handle = std::make_shared<const unique_fd>(open_handle(call.who(), call.number(0), whom));
     if (whom.receiver < 0 || !*handle)
         return fails(ESRCH);
     if (!is_signal(signal) || info.si_signo != signal)

@@ -14,7 +14,7 @@ import threading
 
 libc = ctypes.CDLL(None, use_errno=True)
 libc.mmap.restype = ctypes.c_void_p
-SETXATTR, GETXATTR, OPENAT2 = 188, 191, 437
+SETXATTR, GETXATTR, OPENAT2, PIDFD_SEND_SIGNAL = 188, 191, 437, 424
 
 
 def syscall(number, *arguments):
@@ -161,6 +161,49 @@ def file_size_limit(handler):
     tell("truncate beyond", libc.truncate(b"limited", 1001))
 
 
+def child_with_id(wanted):
+    """A new child, with that id if root can have it so."""
+    child = 0
+    for _ in range(100):
+        try:
+            with open("/proc/sys/kernel/ns_last_pid", "w") as last:
+                last.write(str(wanted - 1))
+        except OSError:
+            pass
+        child = os.fork()
+        if child == 0:
+            signal.pause()
+        if child == wanted or os.geteuid() != 0:
+            break
+        os.kill(child, signal.SIGKILL)
+        os.waitpid(child, 0)
+    return child
+
+
+def process_descriptors():
+    """A descriptor means the process for which it was opened, whoever has its id now."""
+    child = os.fork()
+    if child == 0:
+        signal.pause()
+    opened = {"directory": os.open(f"/proc/{child}", os.O_RDONLY), "handle": os.pidfd_open(child),
+              "reference": os.open(f"/proc/{child}", os.O_PATH)}
+    other = {"file": os.open(f"/proc/{child}/stat", os.O_RDONLY), "proc": os.open("/proc", os.O_RDONLY),
+             "nothing": 77}
+
+    def send(number, all_descriptors):
+        for name, descriptor in all_descriptors.items():
+            tell(f"signal {number} by {name}", syscall(PIDFD_SEND_SIGNAL, descriptor, number, 0, 0))
+
+    send(0, {**opened, **other})
+    os.kill(child, signal.SIGKILL)
+    os.waitpid(child, 0)
+    later = child_with_id(child)
+    send(signal.SIGKILL, opened)
+    tell("later child lives", int(os.waitpid(later, os.WNOHANG)[0] == 0))
+    os.kill(later, signal.SIGKILL)
+    os.waitpid(later, 0)
+
+
 place = os.path.abspath(tempfile.mkdtemp(dir="."))
 os.chdir(place)
 apart("limit", at_descriptor_limit)
@@ -170,6 +213,7 @@ apart("namespaces", namespace_arguments)
 apart("unshare", failing_unshare)
 apart("locks", locks)
 apart("lease", leased_open)
+apart("descriptors", process_descriptors)
 apart("large", lambda: file_size_limit(signal.SIG_DFL))
 apart("large, handled", lambda: file_size_limit(lambda *_: None))
 shutil.rmtree(place)
