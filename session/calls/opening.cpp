@@ -9,8 +9,11 @@
 #include "platform/kernel/security.h"
 #include "session/calls/caller_limits.h"
 #include "session/calls/harm.h"
+#include "session/calls/namespace_files.h"
 #include "session/calls/slow_open.h"
 #include "session/calls/target.h"
+#include "session/state/decision_log.h"
+#include "session/state/enforcing.h"
 #include "session/task/own_descriptors.h"
 
 namespace session {
@@ -60,6 +63,16 @@ int open_without_waiting(const pinned_object& object, int flags, unique_fd& open
     return 0;
 }
 
+/// The kernel opens it in the caller's namespaces, but looks the name up again.
+answer open_in_own_namespaces(const notification& call, const pinned_object& object)
+{
+    if (!is_enforcing())
+        return answer::let_go_on();
+    tell_own_refusal({call.who().task(), "open", "open", object.path.text},
+                     "the session would open it in other namespaces than the process is in");
+    return answer::fail(EPERM);
+}
+
 answer open_with_time(notification& call, const pinned_object& object, int flags, const open_request& wanted)
 {
     answer given = open_slowly(call, object, flags);
@@ -94,6 +107,8 @@ planned plan_opening(notification& call, resolved found, const open_request& wan
     const target object = share(std::move(found));
     if (const int error = kind_error(object->about, wanted))
         return fails(error);
+    if (acts_on_other_namespace(call.who(), *object, wanted.writes()))
+        return tl::unexpected(open_in_own_namespaces(call, *object));
     plan made{.targets = {object}};
     made.only_to_read = (wanted.flags & (O_ACCMODE | O_TRUNC)) == O_RDONLY;
 

@@ -79,6 +79,28 @@ TEST_F(names, rules_hold_below_every_mount)
         << told.err;
 }
 
+// Settings below /proc/sys/net and the tunnel device belong to the network namespace of who opens them, and
+// for its callers that is the supervisor.
+TEST_F(names, a_process_in_a_network_of_its_own_changes_no_other)
+{
+    if (std::system("unshare -n true 2>/dev/null") != 0)
+        GTEST_SKIP() << "no network namespace is to be had";
+    const command tree =
+        shell("setting=/proc/sys/net/ipv4/ip_default_ttl; export setting; cat $setting; "
+              "unshare -n sh -c 'echo 7 > $setting; cat /proc/sys/kernel/cap_last_cap | wc -l; "
+              ": < /dev/net/tun; :'; cat $setting",
+              {"cat", "unshare", "wc"});
+    for (const char* now : {"3", "2"}) {
+        status = now;
+        command run = session(tree);
+        run.insert(run.begin(), {"unshare", "-n"});
+        const outcome result = child_process(run, directory()).wait();
+        EXPECT_EQ(result.out, "64\n1\n64\n") << status << result.err;
+        EXPECT_EQ(count_of(result.err, "Operation not permitted"), status == "3" ? 2u : 0u)
+            << status << result.err;
+    }
+}
+
 } // namespace
 
 } // namespace e2e
