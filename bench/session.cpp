@@ -180,7 +180,8 @@ void system_calls(benchmark::State& state, const std::string& what, bool against
     const std::string shell = find_program("sh");
     const session_policy policy({shell}, no_control);
     const bench::directory work;
-    work.write("file", "content");
+    constexpr std::size_t page_of_a_server = 16 << 10;
+    work.write("file", std::string(page_of_a_server, 'x'));
     const words command = {shell, "-c",
                            "cd " + (work / "") + " && exec " + SORVANIC_MAKE_CALLS + " " + what + " " +
                                std::to_string(times)};
@@ -246,7 +247,8 @@ void bench::register_session(const plan& plan)
         ->Arg(plan.smoke ? 20 : 300)
         ->Iterations(plan.rounds(15, 1))
         ->UseManualTime();
-    for (const char* what : {"stat", "open_close", "create_unlink", "rename"})
+    for (const char* what :
+         {"stat", "open_close", "create_unlink", "rename", "serve_file", "watch", "signal"})
         benchmark::RegisterBenchmark(("session/one_cpu/" + std::string(what)).c_str(), system_calls, what,
                                      false)
             ->Arg(plan.smoke ? 100 : 20'000)

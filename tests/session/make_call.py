@@ -17,6 +17,7 @@ f, d, new, here = b"f", b"d", b"new", -100
 data = ctypes.create_string_buffer(b"x", 64)
 one = struct.pack("Pq", ctypes.addressof(data), 1)  # an iovec
 queued = struct.pack("3i", 0, 0, -1) + bytes(116)  # a siginfo of SI_QUEUE
+same_schedule = struct.pack("=2IQ", 48, 0, 0x18) + bytes(32)  # a sched_attr that keeps policy and nice value
 times = struct.pack("4q", 1, 0, 1, 0)
 creating = struct.pack("3Q", os.O_CREAT | os.O_WRONLY, 0o640, 0)
 
@@ -76,7 +77,7 @@ CALLS = {
     "prlimit64": lambda n: (n.parent, resource.RLIMIT_CORE, limits(resource.RLIMIT_CORE), None),
     "sched_setaffinity": lambda n: (n.parent, 128, processors(n.parent)),
     "sched_setscheduler": lambda n: (n.parent, 0, bytes(4)), "sched_setparam": lambda n: (n.parent, bytes(4)),
-    "sched_setattr": lambda n: (n.parent, struct.pack("I", 48) + bytes(44), 0),
+    "sched_setattr": lambda n: (n.parent, same_schedule, 0),
     "setpriority": lambda n: (0, n.parent, os.getpriority(os.PRIO_PROCESS, n.parent)),
     "ioprio_set": lambda n: (1, n.parent, 0), "move_pages": lambda n: (n.parent, 0, None, None, None, 0),
     "migrate_pages": lambda n: (n.parent, 64, struct.pack("Q", 1), struct.pack("Q", 1)),
