@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -80,17 +81,20 @@ planned set(notification& call, meant by)
     return made;
 }
 
-answer copy_value(notification& call, const target& object, const std::string& name)
+answer read_value(const target& object, const std::string& name, std::vector<char>& value)
 {
-    std::vector<char> value(std::min<std::size_t>(call.argument(3), XATTR_SIZE_MAX));
-    const ssize_t size =
-        getxattr(link_to(object->file().get()).c_str(), name.c_str(), value.data(), value.size());
-    if (size < 0)
-        return answer::fail(errno);
-    if (!value.empty() &&
-        !write_memory(call.who().task(), call.argument(2), value.data(), static_cast<std::size_t>(size)))
-        return answer::fail(EFAULT);
-    return answer::succeed(size);
+    return answer::of_host(
+        getxattr(link_to(object->file().get()).c_str(), name.c_str(), value.data(), value.size()));
+}
+
+/// Passes the value on to the caller, whose memory the supervisor reaches with its own rights.
+answer hand_over_value(const notification& call, answer given, const std::vector<char>& value)
+{
+    if (given.what != answer::kind::result || given.value <= 0 || value.empty())
+        return given;
+    const bool written = write_memory(call.who().task(), call.argument(2), value.data(),
+                                      static_cast<std::size_t>(given.value));
+    return written ? std::move(given) : answer::fail(EFAULT);
 }
 
 planned get(notification& call, meant by)
@@ -99,10 +103,14 @@ planned get(notification& call, meant by)
     if (!name)
         return fails(name.error());
     planned made = plan_use(call, *name, target_of(call, by), kernel::may_read);
-    if (made)
-        made->carry_out = [&call, object = made->targets.front(), name = *name] {
-            return copy_value(call, object, name);
-        };
+    if (!made)
+        return made;
+    const auto value =
+        std::make_shared<std::vector<char>>(std::min<std::size_t>(call.argument(3), XATTR_SIZE_MAX));
+    made->carry_out = [object = made->targets.front(), name = *name, value] {
+        return read_value(object, name, *value);
+    };
+    made->finish = [&call, value](answer given) { return hand_over_value(call, std::move(given), *value); };
     return made;
 }
 

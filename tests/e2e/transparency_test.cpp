@@ -68,6 +68,7 @@ tell('rmdir', lambda: os.rmdir('sub', dir_fd=here))
 os.utime('sub/g', ns=(10**18, 10**18)); os.truncate('sub/g', 7); os.chmod('sub/g', 0o604)
 about = os.stat('sub/g'); print(about.st_size, oct(about.st_mode), os.access('sub/g', os.X_OK))
 tell('xattr', lambda: os.getxattr('sub/g', 'user.none'))
+tell('xattr kept', lambda: (os.setxattr('sub/g', 'user.b', b'value'), os.getxattr('sub/g', 'user.b')))
 tell('gone', lambda: os.kill(2**22 - 1, 0))
 tell('watch', lambda: (libc.inotify_add_watch(libc.inotify_init(), b'sub', 2), libc.inotify_add_watch(0, b'none', 2), ctypes.get_errno()))
 def sets_times(name, call):
@@ -202,6 +203,12 @@ TEST_P(transparency, a_program_works_as_without_a_session)
     for (const uid_t user : users()) {
         const std::string bare = work({}, user);
         EXPECT_EQ(work(supervised, user), bare);
+        if (user == nobody) {
+            command under_root = supervised;
+            for (const std::string& word : as_nobody({}))
+                under_root.push_back(word);
+            EXPECT_EQ(work(under_root, 0), bare) << "of a user under root's supervisor";
+        }
     }
 }
 
