@@ -1,9 +1,11 @@
 #include "session/calls/interruption.h"
 
 #include <pthread.h>
+#include <signal.h>
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <list>
 #include <mutex>
 #include <thread>
@@ -18,6 +20,14 @@ namespace {
 constexpr int restart_by_handler = 512; // ERESTARTSYS: the kernel looks at the handler's SA_RESTART
 constexpr std::chrono::milliseconds round_time(20);
 constexpr int looks_each_round = 50; // one takes some 20 microseconds
+
+constexpr std::uint64_t bit_of(int signal)
+{
+    return std::uint64_t{1} << (signal - 1);
+}
+
+constexpr std::uint64_t ignored_by_default =
+    bit_of(SIGCHLD) | bit_of(SIGCONT) | bit_of(SIGURG) | bit_of(SIGWINCH);
 
 class watcher {
 public:
@@ -83,8 +93,8 @@ interruptible_wait::~interruptible_wait()
     watcher::one().remove();
 }
 
-// Another thread may take a signal that is pending for the whole process, so it counts only when there is no
-// other thread.
+// A traced task keeps ignored signals, too, until it sees them. Another thread may take a signal that is
+// pending for the whole process, so it counts only when there is no other thread.
 bool has_signal(pid_t task)
 {
     const auto status = host::proc_status::of(task);
@@ -92,7 +102,8 @@ bool has_signal(pid_t task)
         return false;
     const auto set = [&](const char* name) { return status->number<std::uint64_t>(name, 0, 16); };
     const std::uint64_t of_process = status->number("Threads", 0) == 1 ? set("ShdPnd") : 0;
-    return ((set("SigPnd") | of_process) & ~set("SigBlk") & set("SigCgt")) != 0;
+    const std::uint64_t without_effect = set("SigIgn") | (ignored_by_default & ~set("SigCgt"));
+    return ((set("SigPnd") | of_process) & ~set("SigBlk") & ~without_effect) != 0;
 }
 
 answer interrupted(notification& call)

@@ -20,7 +20,7 @@ public:
     interruptible_wait& operator=(const interruptible_wait&) = delete;
 };
 
-/// Whether the task is due to run a signal's handler.
+/// Whether a signal is due to end or stop the task, or to run a handler in it.
 bool has_signal(pid_t task);
 
 /// The answer for a caller whose signal has interrupted it: the kernel looks at the handler's SA_RESTART.

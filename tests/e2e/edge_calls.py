@@ -11,6 +11,7 @@ import signal
 import struct
 import tempfile
 import threading
+import time
 
 libc = ctypes.CDLL(None, use_errno=True)
 libc.mmap.restype = ctypes.c_void_p
@@ -153,6 +154,34 @@ def leased_open():
     tell("open without lease", min(libc.open(b"leased", os.O_WRONLY), 0))
 
 
+def stopped_and_ended():
+    """A call that waits does not keep its process from being stopped, continued and ended."""
+    make_file("held")
+    os.mkfifo("fifo")
+    holder = os.open("held", os.O_RDWR)
+    fcntl.flock(holder, fcntl.LOCK_EX)
+    fcntl.fcntl(holder, fcntl.F_OFD_SETLK, struct.pack("hhqqi", fcntl.F_WRLCK, 0, 0, 0, 0))
+
+    def lock(command, argument):
+        return libc.fcntl(os.open("held", os.O_RDWR), command, argument)
+
+    for name, call in {
+            "fifo": lambda: libc.open(b"fifo", os.O_RDONLY),
+            "flock": lambda: libc.flock(os.open("held", os.O_RDWR), fcntl.LOCK_EX),
+            "lock": lambda: lock(fcntl.F_OFD_SETLKW, struct.pack("hhqqi", fcntl.F_WRLCK, 0, 0, 0, 0))}.items():
+        child = os.fork()
+        if child == 0:
+            signal.signal(signal.SIGTERM, signal.SIG_DFL)
+            os._exit(call() & 1)
+        hung = threading.Timer(10, os.kill, (child, signal.SIGKILL))
+        hung.start()
+        for each in (signal.SIGSTOP, signal.SIGCONT, signal.SIGTERM):
+            time.sleep(0.05)
+            os.kill(child, each)
+            tell(f"{name} {each}", os.waitpid(child, os.WUNTRACED | os.WCONTINUED)[1])
+        hung.cancel()
+
+
 def file_size_limit(handler):
     make_file("limited")
     signal.signal(signal.SIGXFSZ, handler)
@@ -214,6 +243,7 @@ apart("unshare", failing_unshare)
 apart("locks", locks)
 apart("lease", leased_open)
 apart("descriptors", process_descriptors)
+apart("stops", stopped_and_ended)
 apart("large", lambda: file_size_limit(signal.SIG_DFL))
 apart("large, handled", lambda: file_size_limit(lambda *_: None))
 shutil.rmtree(place)
