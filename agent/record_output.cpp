@@ -37,7 +37,7 @@ std::string json_line(const record& received, const std::string& time)
     line["kind_number"] = kind_of(received);
     if (const auto path_class = path_class_of(received))
         line["class_word"] = path_class_word(*path_class);
-    return line.dump();
+    return line.dump(-1, ' ', true);
 }
 
 } // namespace

@@ -46,7 +46,7 @@ int digest_files(const std::vector<std::string>& files, bool as_json)
         }
     }
     if (as_json)
-        fmt::print("{}\n", array.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+        fmt::print("{}\n", array.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
     return status;
 }
 

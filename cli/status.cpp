@@ -147,7 +147,7 @@ int show(const agent::session_files& session, bool as_json)
                                   {"source", about->source}};
     try {
         if (as_json)
-            fmt::print("{}\n", status.dump(2, ' ', false, json::error_handler_t::replace));
+            fmt::print("{}\n", status.dump(2, ' ', true, json::error_handler_t::replace));
         else
             print_text(status);
     } catch (const json::exception& error) {

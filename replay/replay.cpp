@@ -23,7 +23,7 @@ std::string text_of(std::size_t number, const answer& given)
     object["result"] = given.result ? json(*given.result) : json(nullptr);
     object["log"] = given.log;
     object["audit"] = std::move(audit);
-    return object.dump(-1, ' ', false, json::error_handler_t::replace);
+    return object.dump(-1, ' ', true, json::error_handler_t::replace);
 }
 
 } // namespace

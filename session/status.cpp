@@ -114,7 +114,7 @@ std::string status_board::session_text() const
         {"handled_by", std::move(senders)},
     };
     // File names are bytes; JSON is UTF-8.
-    return all.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+    return all.dump(-1, ' ', true, json::error_handler_t::replace) + "\n";
 }
 
 void status_board::put(const char* name, std::string text)

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "agent/failure.h"
@@ -93,6 +94,18 @@ TEST_F(record_output, adds_what_only_the_agent_knows)
         R"({"received":"1969-12-31T23:59:59.999Z","kind":"pcau","path":"/p","process":"vi","user":"bob",)"
         R"("decision":2,"class":5,"kind_number":4,"class_word":"home"})"
         "\n");
+}
+
+// Agents write what programs have chosen, and people read it in terminals.
+TEST_F(record_output, keeps_what_a_terminal_takes_for_a_command_out_of_both_forms)
+{
+    for (const form as : {form::text, form::json}) {
+        fs::remove(name);
+        open(as).write(agent::untp_event{0, "/\x1B[2J\u009B2J\x9B\x7F\n", "p", 0, 0}, {});
+        const std::string written = content();
+        EXPECT_EQ(written.find_first_of("\x1B\x9B\x7F\xC2"), written.npos) << written;
+        EXPECT_EQ(std::ranges::count(written, '\n'), 1) << written;
+    }
 }
 
 } // namespace

@@ -139,7 +139,7 @@ TEST_F(session_channel, decides_every_event_by_whole_switches)
                              directory());
     const std::string switches = ":0x280"; // statlabel and modllabel
     child_process agent(client({"reload-while:" + until.string() + switches}, port()), beside());
-    EXPECT_EQ(supervisor.wait(60s).out, "allowed 0\n");
+    EXPECT_EQ(supervisor.wait(180s).out, "allowed 0\n");
     EXPECT_EQ(agent.wait().err, "");
     EXPECT_GT(count_of(kernel_log(), "Response Policy Request Success"), 100u);
 }
