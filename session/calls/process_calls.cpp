@@ -1,4 +1,3 @@
-#include <linux/ioprio.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -17,6 +16,10 @@
 namespace session {
 
 namespace {
+
+// Of linux/ioprio.h, whose newer editions no C++ compiler takes.
+constexpr int priority_of_group = 2;
+constexpr int priority_of_user = 3;
 
 /// The target: one task, a group of processes, or all of a user.
 enum class whose : unsigned char { task, group, user };
@@ -72,9 +75,9 @@ planned plan_ioprio_set(notification& call)
 {
     const int kind = call.number(0);
     return unless_it_harms(call,
-                           kind == IOPRIO_WHO_PGRP   ? whose::group
-                           : kind == IOPRIO_WHO_USER ? whose::user
-                                                     : whose::task,
+                           kind == priority_of_group  ? whose::group
+                           : kind == priority_of_user ? whose::user
+                                                      : whose::task,
                            call.number(1));
 }
 

@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <linux/ioprio.h>
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -116,8 +115,9 @@ result move(pid_t process)
 
 result starve(pid_t process)
 {
-    return told("ioprio_set", syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, process,
-                                      IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 0)) == 0);
+    constexpr int of_process = 1; // IOPRIO_WHO_PROCESS
+    constexpr int idle = 3 << 13; // IOPRIO_CLASS_IDLE
+    return told("ioprio_set", syscall(SYS_ioprio_set, of_process, process, idle) == 0);
 }
 
 template <result (*act)(pid_t)>
