@@ -1,19 +1,26 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
 #include "platform/kernel/security.h"
 #include "session/calls/caller_limits.h"
+#include "session/calls/extensible_struct.h"
 #include "session/calls/interruption.h"
 #include "session/calls/planners.h"
 #include "session/calls/target.h"
 #include "session/task/own_descriptors.h"
 
 // Calls that change a file's mode, owner or size.
+
+#ifndef SYS_file_setattr
+#define SYS_file_setattr 469
+#endif
 
 namespace session {
 
@@ -150,6 +157,37 @@ planned plan_ftruncate(notification& call)
     if (mode && call.who().mode_of(call.number(0)).writes)
         made.questions = {attributes_of(*found, mode)};
     return made;
+}
+
+planned plan_file_setattr(notification& call)
+{
+    struct { // file_attr, newer than the C library's headers
+        std::uint64_t flags;
+        std::uint32_t extent_size;
+        std::uint32_t extents;
+        std::uint32_t project;
+        std::uint32_t copied_extent_size;
+    } wanted = {};
+    const int flags = call.number(4);
+    if ((flags & ~name_flags) != 0)
+        return fails(EINVAL);
+    if (const int error = read_extensible(call, call.argument(2), call.argument(3), wanted))
+        return fails(error);
+    const bool is_descriptor = (flags & AT_EMPTY_PATH) != 0 && call.argument(1) == 0;
+    found_target found =
+        is_descriptor ? open_target(call, call.number(0)) : named_target(call, call.number(0), 1, flags);
+    if (!found)
+        return tl::unexpected(std::move(found.error()));
+    return plan{
+        .targets = {*found},
+        .questions = {attributes_of(*found, mode_without_rights((*found)->about))},
+        .carry_out =
+            [object = *found, wanted] {
+                return answer::of_host(syscall(SYS_file_setattr, AT_FDCWD,
+                                               link_to(object->file().get()).c_str(), &wanted, sizeof wanted,
+                                               0));
+            },
+    };
 }
 
 } // namespace session

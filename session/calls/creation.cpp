@@ -139,11 +139,37 @@ planned plan_new_file(notification& call, resolved_parent parent, const open_req
     return made;
 }
 
+/// The same within bounds. A link that leads to nothing could leave them, so that nothing is made behind it.
+found_place find_place_within(const caller& who, const open_request& wanted)
+{
+    creation_place place{resolve_parent_within(who, wanted.directory, wanted.name, wanted.bounds)};
+    if (place.parent.error != 0)
+        return tl::unexpected(place.parent.error);
+    if (!place.parent.is_name()) {
+        if (const int error = find_opened(who, wanted).error)
+            return tl::unexpected(error);
+        return place;
+    }
+    if (place.parent.last.ends_with('/'))
+        return place;
+    struct stat about = {};
+    if (const int error = look(who, place, about))
+        return tl::unexpected(error);
+    if (!place.found || !S_ISLNK(about.st_mode) || (wanted.flags & (O_NOFOLLOW | O_EXCL)) != 0)
+        return place;
+    resolved end = find_opened(who, wanted);
+    if (end.error != 0)
+        return tl::unexpected(end.error == ENOENT ? ENOSYS : end.error);
+    place.found = std::move(end.file);
+    return place;
+}
+
 } // namespace
 
 planned plan_creation(notification& call, const open_request& wanted)
 {
-    found_place place = find_place(call.who(), wanted);
+    found_place place =
+        wanted.bounds != 0 ? find_place_within(call.who(), wanted) : find_place(call.who(), wanted);
     if (!place)
         return fails(place.error());
     const resolved_parent& parent = place->parent;

@@ -3,12 +3,12 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
 #include "session/calls/caller_limits.h"
 #include "session/calls/changed_name.h"
+#include "session/calls/extensible_struct.h"
 #include "session/calls/opening.h"
 #include "session/calls/planners.h"
 #include "session/calls/target.h"
@@ -20,8 +20,7 @@ namespace {
 
 tl::expected<target, answer> find(notification& call, const open_request& wanted)
 {
-    resolved found =
-        resolve(call.who(), wanted.directory, wanted.name, wanted.has(O_NOFOLLOW) ? AT_SYMLINK_NOFOLLOW : 0);
+    resolved found = find_opened(call.who(), wanted);
     if (found.error != 0)
         return fails(found.error);
     return share(std::move(found));
@@ -50,36 +49,18 @@ planned plan_nameless(notification& call, const open_request& wanted)
     };
 }
 
-/// A descriptor from O_PATH can be neither read nor written, so no hook is asked.
-planned plan_reference(notification& call, const open_request& wanted)
+planned plan_open(notification& call, const open_request& wanted)
 {
-    tl::expected<target, answer> found = find(call, wanted);
-    if (!found)
-        return tl::unexpected(std::move(found.error()));
-    const target& object = *found;
-    if (wanted.has(O_DIRECTORY) && !object->is_directory())
-        return fails(ENOTDIR);
-    return plan{
-        .targets = {object},
-        .carry_out = [object, wanted] { return hand_over(duplicate_of(object->file()), wanted); },
-    };
-}
-
-planned plan_open(notification& call, open_request wanted)
-{
-    if ((wanted.flags & (O_CREAT | O_TRUNC)) != 0 && !wanted.has(O_PATH) &&
-        !has_room_for_descriptor(call.who()))
+    // Such a descriptor can be neither read nor written, so no hook is asked.
+    if (wanted.has(O_PATH))
+        return goes_on();
+    if ((wanted.flags & (O_CREAT | O_TRUNC)) != 0 && !has_room_for_descriptor(call.who()))
         return fails(EMFILE);
-    if (wanted.has(O_PATH)) {
-        wanted.flags &= O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-        return plan_reference(call, wanted);
-    }
     if (wanted.has(O_TMPFILE))
         return plan_nameless(call, wanted);
     if (wanted.has(O_CREAT))
         return wanted.has(O_DIRECTORY) ? planned(fails(EINVAL)) : plan_creation(call, wanted);
-    resolved found =
-        resolve(call.who(), wanted.directory, wanted.name, wanted.has(O_NOFOLLOW) ? AT_SYMLINK_NOFOLLOW : 0);
+    resolved found = find_opened(call.who(), wanted);
     return found.error != 0 ? planned(fails(found.error)) : plan_opening(call, std::move(found), wanted);
 }
 
@@ -117,24 +98,16 @@ planned plan_creat(notification& call)
 
 planned plan_openat2(notification& call)
 {
-    constexpr std::size_t largest = 4096; // the kernel's
-    const std::size_t size = call.argument(3);
-    if (size < sizeof(open_how))
-        return fails(EINVAL);
-    if (size > largest)
-        return fails(E2BIG);
-    alignas(open_how) char raw[largest] = {};
-    if (!call.read(call.argument(2), raw, size))
-        return fails(EFAULT);
-    if (std::any_of(raw + sizeof(open_how), raw + size, [](char byte) { return byte != 0; }))
-        return fails(E2BIG);
-    const open_how& how = *reinterpret_cast<const open_how*>(raw);
+    open_how how = {};
+    if (const int error = read_extensible(call, call.argument(2), call.argument(3), how))
+        return fails(error);
     if (const int error = flags_error(how, sizeof how))
         return fails(error);
-    // As on a kernel without these flags: callers that need them then walk by themselves.
-    if (how.resolve != 0)
-        return fails(ENOSYS);
-    return plan_open(call, call.number(0), 1, static_cast<int>(how.flags), static_cast<mode_t>(how.mode));
+    passed_name passed = call.name(1);
+    if (!passed)
+        return fails(passed.error());
+    return plan_open(call, {call.number(0), std::move(*passed), static_cast<int>(how.flags),
+                            static_cast<mode_t>(how.mode), how.resolve});
 }
 
 } // namespace session

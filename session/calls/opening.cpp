@@ -82,6 +82,13 @@ answer open_with_time(notification& call, const pinned_object& object, int flags
 
 } // namespace
 
+resolved find_opened(const caller& who, const open_request& wanted)
+{
+    if (wanted.bounds != 0)
+        return resolve_within(who, wanted.directory, wanted.name, wanted.flags, wanted.bounds);
+    return resolve(who, wanted.directory, wanted.name, wanted.has(O_NOFOLLOW) ? AT_SYMLINK_NOFOLLOW : 0);
+}
+
 answer hand_over(unique_fd file, const open_request& wanted)
 {
     return answer::hand_over(std::move(file), wanted.has(O_CLOEXEC));

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,11 +19,15 @@ struct open_request {
     std::string name;
     int flags; ///< open's
     mode_t mode;
+    std::uint64_t bounds = 0; ///< openat2's RESOLVE flags
 
     bool has(int all) const { return (flags & all) == all; }
     bool reads() const { return (flags & O_ACCMODE) != O_WRONLY; }
     bool writes() const { return (flags & O_ACCMODE) != O_RDONLY; }
 };
+
+/// The file of that name. Of the flags O_NOFOLLOW counts.
+resolved find_opened(const caller& who, const open_request& wanted);
 
 /// Opens an existing file.
 planned plan_opening(notification& call, resolved found, const open_request& wanted);

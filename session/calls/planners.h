@@ -59,6 +59,7 @@ planned plan_fchown(notification& call);
 planned plan_fchownat(notification& call);
 planned plan_truncate(notification& call);
 planned plan_ftruncate(notification& call);
+planned plan_file_setattr(notification& call);
 
 // time_calls.cpp
 planned plan_utime(notification& call);
@@ -70,12 +71,15 @@ planned plan_utimensat(notification& call);
 planned plan_setxattr(notification& call);
 planned plan_lsetxattr(notification& call);
 planned plan_fsetxattr(notification& call);
+planned plan_setxattrat(notification& call);
 planned plan_getxattr(notification& call);
 planned plan_lgetxattr(notification& call);
 planned plan_fgetxattr(notification& call);
+planned plan_getxattrat(notification& call);
 planned plan_removexattr(notification& call);
 planned plan_lremovexattr(notification& call);
 planned plan_fremovexattr(notification& call);
+planned plan_removexattrat(notification& call);
 
 // signal_calls.cpp
 planned plan_kill(notification& call);

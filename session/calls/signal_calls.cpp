@@ -14,6 +14,7 @@
 
 #include <fmt/format.h>
 
+#include "platform/user/driver/tasks.h"
 #include "session/calls/planners.h"
 #include "session/calls/signal_group.h"
 #include "session/task/program_file.h"
@@ -73,6 +74,12 @@ struct process_handle {
 
 process_handle behind(const caller& who, int descriptor)
 {
+    constexpr int own_thread = -10000;  // PIDFD_SELF_THREAD
+    constexpr int own_process = -10001; // PIDFD_SELF_THREAD_GROUP
+    if (descriptor == own_thread)
+        return {who.task(), true};
+    if (descriptor == own_process)
+        return {platform::process_of(who.task())};
     process_handle found;
     char text[1024] = {};
     const unique_fd info = open_proc(who.task(), fmt::format("fdinfo/{}", descriptor), O_RDONLY);

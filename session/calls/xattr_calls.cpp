@@ -5,11 +5,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <memory>
 #include <utility>
 #include <vector>
 
 #include "platform/kernel/security.h"
+#include "session/calls/extensible_struct.h"
 #include "session/calls/planners.h"
 #include "session/calls/target.h"
 #include "session/task/own_descriptors.h"
@@ -32,10 +34,50 @@ found_target target_of(notification& call, meant by)
     return named_target(call, AT_FDCWD, 0, by == meant::link ? AT_SYMLINK_NOFOLLOW : 0);
 }
 
-/// The attribute's name, or the error of such a call.
-passed_name attribute_name(const notification& call)
+/// The same for calls with a directory, a name and flags.
+found_target target_at(notification& call)
 {
-    passed_name name = call.name(1);
+    const int flags = call.number(2);
+    if ((flags & ~(AT_SYMLINK_NOFOLLOW | AT_EMPTY_PATH)) != 0)
+        return fails(EINVAL);
+    const bool may_be_empty = (flags & AT_EMPTY_PATH) != 0;
+    if (may_be_empty && call.number(0) >= 0) {
+        const passed_name name = call.argument(1) == 0 ? passed_name("") : call.name(1);
+        if (name && name->empty())
+            return open_target(call, call.number(0));
+    }
+    return named_target(call, call.number(0), 1, flags);
+}
+
+/// Where a call has the attribute's value in the caller's memory, or wants it.
+struct value_place {
+    std::uint64_t address;
+    std::size_t size;
+    int flags;
+};
+
+value_place value_of(const notification& call)
+{
+    return {call.argument(2), call.argument(3), call.number(4)};
+}
+
+/// The same for calls that pass it in a struct (xattr_args).
+tl::expected<value_place, int> value_at(const notification& call)
+{
+    struct {
+        std::uint64_t value;
+        std::uint32_t size;
+        std::uint32_t flags;
+    } passed = {};
+    if (const int error = read_extensible(call, call.argument(4), call.argument(5), passed))
+        return tl::unexpected(error);
+    return value_place{passed.value, passed.size, static_cast<int>(passed.flags)};
+}
+
+/// The attribute's name, or the error of such a call.
+passed_name attribute_name(const notification& call, int argument)
+{
+    passed_name name = call.name(argument);
     if (!name)
         return tl::unexpected(name.error() == EFAULT ? EFAULT : ERANGE);
     if (name->empty() || name->size() > XATTR_NAME_MAX)
@@ -60,21 +102,20 @@ planned plan_use(notification& call, const std::string& name, found_target found
     return made;
 }
 
-planned set(notification& call, meant by)
+planned set(notification& call, int name_argument, const value_place& from, found_target found)
 {
-    const passed_name name = attribute_name(call);
+    const passed_name name = attribute_name(call, name_argument);
     if (!name)
         return fails(name.error());
-    const std::size_t size = call.argument(3);
-    if (size > XATTR_SIZE_MAX)
+    if (from.size > XATTR_SIZE_MAX)
         return fails(E2BIG);
-    std::vector<char> value(size);
-    if (size != 0 && !call.read(call.argument(2), value.data(), size))
+    std::vector<char> value(from.size);
+    if (from.size != 0 && !call.read(from.address, value.data(), from.size))
         return fails(EFAULT);
-    planned made = plan_use(call, *name, target_of(call, by), kernel::may_write);
+    planned made = plan_use(call, *name, std::move(found), kernel::may_write);
     if (made)
         made->carry_out = [object = made->targets.front(), name = *name, value = std::move(value),
-                           flags = call.number(4)] {
+                           flags = from.flags] {
             return answer::of_host(setxattr(link_to(object->file().get()).c_str(), name.c_str(), value.data(),
                                             value.size(), flags));
         };
@@ -88,38 +129,40 @@ answer read_value(const target& object, const std::string& name, std::vector<cha
 }
 
 /// Passes the value on to the caller, whose memory the supervisor reaches with its own rights.
-answer hand_over_value(const notification& call, answer given, const std::vector<char>& value)
+answer hand_over_value(const notification& call, std::uint64_t address, answer given,
+                       const std::vector<char>& value)
 {
     if (given.what != answer::kind::result || given.value <= 0 || value.empty())
         return given;
-    const bool written = write_memory(call.who().task(), call.argument(2), value.data(),
-                                      static_cast<std::size_t>(given.value));
+    const bool written =
+        write_memory(call.who().task(), address, value.data(), static_cast<std::size_t>(given.value));
     return written ? std::move(given) : answer::fail(EFAULT);
 }
 
-planned get(notification& call, meant by)
+planned get(notification& call, int name_argument, const value_place& to, found_target found)
 {
-    const passed_name name = attribute_name(call);
+    const passed_name name = attribute_name(call, name_argument);
     if (!name)
         return fails(name.error());
-    planned made = plan_use(call, *name, target_of(call, by), kernel::may_read);
+    planned made = plan_use(call, *name, std::move(found), kernel::may_read);
     if (!made)
         return made;
-    const auto value =
-        std::make_shared<std::vector<char>>(std::min<std::size_t>(call.argument(3), XATTR_SIZE_MAX));
+    const auto value = std::make_shared<std::vector<char>>(std::min<std::size_t>(to.size, XATTR_SIZE_MAX));
     made->carry_out = [object = made->targets.front(), name = *name, value] {
         return read_value(object, name, *value);
     };
-    made->finish = [&call, value](answer given) { return hand_over_value(call, std::move(given), *value); };
+    made->finish = [&call, address = to.address, value](answer given) {
+        return hand_over_value(call, address, std::move(given), *value);
+    };
     return made;
 }
 
-planned remove(notification& call, meant by)
+planned remove(notification& call, int name_argument, found_target found)
 {
-    const passed_name name = attribute_name(call);
+    const passed_name name = attribute_name(call, name_argument);
     if (!name)
         return fails(name.error());
-    planned made = plan_use(call, *name, target_of(call, by), kernel::may_write);
+    planned made = plan_use(call, *name, std::move(found), kernel::may_write);
     if (made)
         made->carry_out = [object = made->targets.front(), name = *name] {
             return answer::of_host(removexattr(link_to(object->file().get()).c_str(), name.c_str()));
@@ -131,47 +174,66 @@ planned remove(notification& call, meant by)
 
 planned plan_setxattr(notification& call)
 {
-    return set(call, meant::name);
+    return set(call, 1, value_of(call), target_of(call, meant::name));
 }
 
 planned plan_lsetxattr(notification& call)
 {
-    return set(call, meant::link);
+    return set(call, 1, value_of(call), target_of(call, meant::link));
 }
 
 planned plan_fsetxattr(notification& call)
 {
-    return set(call, meant::descriptor);
+    return set(call, 1, value_of(call), target_of(call, meant::descriptor));
+}
+
+planned plan_setxattrat(notification& call)
+{
+    const auto from = value_at(call);
+    return from ? set(call, 3, *from, target_at(call)) : fails(from.error());
 }
 
 planned plan_getxattr(notification& call)
 {
-    return get(call, meant::name);
+    return get(call, 1, value_of(call), target_of(call, meant::name));
 }
 
 planned plan_lgetxattr(notification& call)
 {
-    return get(call, meant::link);
+    return get(call, 1, value_of(call), target_of(call, meant::link));
 }
 
 planned plan_fgetxattr(notification& call)
 {
-    return get(call, meant::descriptor);
+    return get(call, 1, value_of(call), target_of(call, meant::descriptor));
+}
+
+planned plan_getxattrat(notification& call)
+{
+    const auto to = value_at(call);
+    if (!to)
+        return fails(to.error());
+    return to->flags == 0 ? get(call, 3, *to, target_at(call)) : fails(EINVAL);
 }
 
 planned plan_removexattr(notification& call)
 {
-    return remove(call, meant::name);
+    return remove(call, 1, target_of(call, meant::name));
 }
 
 planned plan_lremovexattr(notification& call)
 {
-    return remove(call, meant::link);
+    return remove(call, 1, target_of(call, meant::link));
 }
 
 planned plan_fremovexattr(notification& call)
 {
-    return remove(call, meant::descriptor);
+    return remove(call, 1, target_of(call, meant::descriptor));
+}
+
+planned plan_removexattrat(notification& call)
+{
+    return remove(call, 3, target_at(call));
 }
 
 } // namespace session

@@ -266,20 +266,32 @@ bool protects_symlinks()
     return protects;
 }
 
-resolved_parent parent_from(const caller& who, int start, std::string_view name)
+/// A name's last component, with a "/" at its end when the name has one there, and what stands before it.
+struct parted_name {
+    std::string before;
+    std::string last;
+};
+
+parted_name part(std::string_view name)
 {
     const std::size_t end = name.find_last_not_of('/');
     if (end == std::string_view::npos)
-        return {who.root(), "/", 0};
+        return {"/", "/"};
     const std::size_t slash = name.find_last_of('/', end);
     std::string last(name.substr(slash + 1, end - slash));
     if (end + 1 < name.size())
         last += '/';
-    // Checked for the start too: it must be a directory that may be searched.
-    const std::string before =
-        slash == std::string_view::npos ? "./" : std::string(name.substr(0, slash + 1));
-    resolved parent = walk_from(who, start, before, true);
-    return {std::move(parent.file), std::move(last), parent.error};
+    // The start, too, must be a directory that may be searched.
+    return {slash == std::string_view::npos ? "./" : std::string(name.substr(0, slash + 1)), std::move(last)};
+}
+
+resolved_parent parent_from(const caller& who, int start, std::string_view name)
+{
+    parted_name parts = part(name);
+    if (parts.last == "/")
+        return {who.root(), "/", 0};
+    resolved parent = walk_from(who, start, parts.before, true);
+    return {std::move(parent.file), std::move(parts.last), parent.error};
 }
 
 } // namespace
@@ -305,6 +317,53 @@ resolved resolve(const caller& who, int directory, std::string_view name, int fl
     if (name.empty())
         return {duplicate_of(start.fd())};
     return walk_from(who, start.fd(), name, (flags & AT_SYMLINK_NOFOLLOW) == 0);
+}
+
+resolved resolve_within(const caller& who, int directory, std::string_view name, int flags,
+                        std::uint64_t bounds)
+{
+    constexpr std::uint64_t at_start = RESOLVE_BENEATH | RESOLVE_IN_ROOT; // absolute names, too, begin there
+    const bool stays_at_start = (bounds & at_start) != 0;
+    if (name.empty())
+        return {{}, ENOENT};
+    // Callers have to try again without it.
+    if ((bounds & RESOLVE_CACHED) != 0)
+        return {{}, EAGAIN};
+    const beginning start = start_of(who, directory, stays_at_start ? "" : name);
+    if (start.error != 0)
+        return {{}, start.error};
+    unique_fd root;
+    if (who.has_own_root() && !stays_at_start) {
+        if (!name.starts_with('/'))
+            return {{}, ENOSYS};
+        root = who.root();
+        bounds |= RESOLVE_IN_ROOT;
+    }
+    const int from = root ? root.get() : start.fd();
+    if (from >= 0 && is_in_proc(from))
+        return {{}, ENOSYS};
+
+    const as_caller rights(who.rights());
+    resolved result{
+        open_beneath(from, std::string(name), flags & O_NOFOLLOW, bounds | RESOLVE_NO_MAGICLINKS)};
+    if (!result.file) {
+        const int error = errno;
+        // Was it a link of proc, which the caller's bounds permit?
+        const bool may_go_on =
+            error == ELOOP && open_beneath(from, std::string(name), flags & O_NOFOLLOW, bounds);
+        return {{}, may_go_on ? ENOSYS : error};
+    }
+    if (is_in_proc(result.file.get()))
+        return {{}, ENOSYS};
+    return result;
+}
+
+resolved_parent resolve_parent_within(const caller& who, int directory, std::string_view name,
+                                      std::uint64_t bounds)
+{
+    parted_name parts = part(name);
+    resolved parent = resolve_within(who, directory, parts.before, 0, bounds);
+    return {std::move(parent.file), std::move(parts.last), parent.error};
 }
 
 bool resolved_parent::is_name() const

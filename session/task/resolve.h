@@ -27,6 +27,12 @@ struct resolved {
 /// component may be a link itself).
 resolved resolve(const caller& who, int directory, std::string_view name, int flags);
 
+/// The same within the bounds of openat2's RESOLVE flags, `bounds`, which are not 0. ENOSYS where the host
+/// could not be asked to keep them: in proc, whose names mean another process to the supervisor, and for a
+/// task with a root of its own outside of it. `flags` are open's (O_NOFOLLOW counts).
+resolved resolve_within(const caller& who, int directory, std::string_view name, int flags,
+                        std::uint64_t bounds);
+
 /// The directory in which the last component of a name stands, found or not.
 struct resolved_parent {
     unique_fd directory;
@@ -39,6 +45,9 @@ struct resolved_parent {
 };
 
 resolved_parent resolve_parent(const caller& who, int directory, std::string_view name);
+
+resolved_parent resolve_parent_within(const caller& who, int directory, std::string_view name,
+                                      std::uint64_t bounds);
 
 /// The same from a directory on, as for the text of a link.
 resolved_parent resolve_parent_from(const caller& who, const unique_fd& start, std::string_view name);

@@ -85,6 +85,74 @@ def sizes():
     tell("attribute into 2^63-1", syscall(GETXATTR, b"file", b"user.none", ctypes.create_string_buffer(8), huge))
 
 
+def bounded_names():
+    """openat2 keeps a walk within bounds."""
+    for name in ("in", "in/deep"):
+        os.mkdir(name)
+    make_file("in/file")
+    make_file("outside")
+    for name, target in [("up", "../outside"), ("root", os.path.abspath("outside")), ("deeper", "deep/../file"), ("none", "nothing"),
+                         ("loop", "loop"), ("magic", "/proc/self/exe")]:
+        os.symlink(target, "in/" + name)
+    directory = os.open("in", os.O_RDONLY)
+    names = ("file deep/../file deep/../../in/file ../outside up root deeper none loop magic none/x . .. deep/ "
+             "file/x").split() + [os.path.abspath("in/file")]
+    for bounds in (0x1, 0x2, 0x4, 0x8, 0x10, 0x40, 0x8 | 0x4, 0x8 | 0x10):
+        for flags in (os.O_RDONLY, os.O_PATH, os.O_RDWR | os.O_CREAT, os.O_RDWR | os.O_CREAT | os.O_EXCL,
+                      os.O_RDWR | os.O_TMPFILE):
+            for name in names:
+                mode = 0o600 if flags & (os.O_CREAT | os.O_TMPFILE) == os.O_CREAT or flags & 0x400000 else 0
+                how = struct.pack("3Q", flags, mode, bounds)
+                opened = syscall(OPENAT2, directory, name.encode(), how, 24)
+                error = ctypes.get_errno() if opened < 0 else 0
+                if opened >= 0:
+                    os.close(opened)
+                made = os.path.lexists("in/nothing") or os.path.exists("nothing")
+                for left in ("in/nothing", "nothing"):
+                    if os.path.lexists(left):
+                        os.unlink(left)
+                # A session does not bound walks through proc, nor does it make files behind links then.
+                if name == "magic" or name in ("none", "root") and flags & os.O_CREAT:
+                    continue
+                print(f"bounds {bounds:x} {flags:x} {name.replace(place, '')}: {min(opened, 0)} {error} {made}")
+
+
+def later_calls():
+    """Calls and arguments that came with later kernels."""
+    make_file("file")
+    os.symlink("file", "link")
+    value = ctypes.create_string_buffer(b"value", 16)
+    there = ctypes.create_string_buffer(16)
+
+    def arguments(buffer, size, flags=0):
+        return struct.pack("Q2I", ctypes.addressof(buffer), size, flags)
+
+    file = os.open("file", os.O_RDWR)
+    here, nofollow, empty = -100, 0x100, 0x1000
+    for name, number, *passed in [
+            ("set", 463, here, b"file", 0, b"user.a", arguments(value, 5), 16),
+            ("set again", 463, here, b"file", 0, b"user.a", arguments(value, 5, 1), 16),
+            ("set longer struct", 463, here, b"file", 0, b"user.a", arguments(value, 5) + b"\1", 17),
+            ("set no struct", 463, here, b"file", 0, b"user.a", arguments(value, 5), 8),
+            ("set by descriptor", 463, file, b"", empty, b"user.b", arguments(value, 5), 16),
+            ("set without a name", 463, file, 0, empty, b"user.c", arguments(value, 5), 16),
+            ("set of the link", 463, here, b"link", nofollow, b"user.a", arguments(value, 5), 16),
+            ("get", 464, here, b"link", 0, b"user.a", arguments(there, 16), 16),
+            ("get with flags", 464, here, b"link", 0, b"user.a", arguments(there, 16, 1), 16),
+            ("get size", 464, here, b"link", 0, b"user.a", arguments(there, 0), 16),
+            ("remove", 466, file, b"", empty, b"user.b"), ("remove again", 466, file, b"", empty, b"user.b"),
+            ("bad flags", 466, file, b"", 0x40000000, b"user.b"),
+            ("attributes", 469, here, b"file", bytes(24), 24, 0),
+            ("attributes of nothing", 469, here, b"none", bytes(24), 24, 0),
+            ("attributes short", 469, here, b"file", bytes(24), 20, 0),
+            ("attributes by descriptor", 469, file, 0, bytes(24), 24, empty),
+            ("signal to own thread", PIDFD_SEND_SIGNAL, -10000, 0, 0, 0),
+            ("signal to own process", PIDFD_SEND_SIGNAL, -10001, 0, 0, 0),
+            ("signal to no descriptor", PIDFD_SEND_SIGNAL, -10002, 0, 0, 0)]:
+        tell(name, syscall(number, *passed))
+    tell(there.value.decode(), len(os.listxattr("file")))
+
+
 def namespace_arguments():
     tell("unshare nothing known", libc.unshare(0x1))
     tell("setns no descriptor", libc.setns(77, 0))
@@ -238,6 +306,8 @@ os.chdir(place)
 apart("limit", at_descriptor_limit)
 apart("memory", unreadable_arguments)
 apart("sizes", sizes)
+apart("bounds", bounded_names)
+apart("later", later_calls)
 apart("namespaces", namespace_arguments)
 apart("unshare", failing_unshare)
 apart("locks", locks)

@@ -163,7 +163,7 @@ TEST_F(signals, calls_that_wait_and_calls_at_their_edges_come_out_as_without_a_s
         const char* script;
         const char* word; ///< stands so often in what it prints
         std::size_t count;
-    } cases[] = {{"block_in_calls.py", "interrupted", 44}, {"edge_calls.py", " ended ", 11}};
+    } cases[] = {{"block_in_calls.py", "interrupted", 44}, {"edge_calls.py", " ended ", 13}};
     for (const auto& [name, word, count] : cases) {
         const command run = shell("exec python3 " + script(name).string(), {"python3"});
         for (const uid_t user : users()) {

@@ -16,6 +16,7 @@ libc = ctypes.CDLL(None, use_errno=True)
 f, d, new, here = b"f", b"d", b"new", -100
 data = ctypes.create_string_buffer(b"x", 64)
 one = struct.pack("Pq", ctypes.addressof(data), 1)  # an iovec
+value = struct.pack("Q2I", ctypes.addressof(data), 1, 0)  # an xattr_args
 queued = struct.pack("3i", 0, 0, -1) + bytes(116)  # a siginfo of SI_QUEUE
 same_schedule = struct.pack("=2IQ", 48, 0, 0x18) + bytes(32)  # a sched_attr that keeps policy and nice value
 times = struct.pack("4q", 1, 0, 1, 0)
@@ -59,7 +60,9 @@ CALLS = {
     "fsetxattr": lambda n: (n.file, b"user.a", data, 1, 0), "getxattr": lambda n: (f, b"user.b", data, 64),
     "lgetxattr": lambda n: (f, b"user.b", data, 64), "fgetxattr": lambda n: (n.file, b"user.b", data, 64),
     "removexattr": lambda n: (f, b"user.b"), "lremovexattr": lambda n: (f, b"user.b"),
-    "fremovexattr": lambda n: (n.file, b"user.b"), "kill": lambda n: (n.own, 0), "tkill": lambda n: (n.own, 0),
+    "fremovexattr": lambda n: (n.file, b"user.b"), "setxattrat": lambda n: (here, f, 0, b"user.a", value, 16),
+    "getxattrat": lambda n: (here, f, 0, b"user.b", value, 16), "removexattrat": lambda n: (here, f, 0, b"user.b"),
+    "file_setattr": lambda n: (here, f, bytes(24), 24, 0), "kill": lambda n: (n.own, 0), "tkill": lambda n: (n.own, 0),
     "tgkill": lambda n: (n.own, n.own, 0), "rt_sigqueueinfo": lambda n: (n.own, 0, queued),
     "rt_tgsigqueueinfo": lambda n: (n.own, n.own, 0, queued), "pidfd_send_signal": lambda n: (n.process, 0, None, 0),
     "settimeofday": lambda n: (now(10**6), None), "clock_settime": lambda n: (0, now(10**9)),
