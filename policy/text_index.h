@@ -28,7 +28,14 @@ public:
     /// Makes it the hash of a pair of texts.
     constexpr void add(const text_hash& second) { value_ = (value_ ^ second.value()) * 16777619U; }
 
-    constexpr kernel::u32 value() const { return value_ * 2654435769U; }
+    /// Spread over all bits, so that texts which differ in little lie far apart.
+    constexpr kernel::u32 value() const
+    {
+        kernel::u32 spread = value_;
+        spread = (spread ^ spread >> 16) * 0x85ebca6bU;
+        spread = (spread ^ spread >> 13) * 0xc2b2ae35U;
+        return spread ^ spread >> 16;
+    }
 
 private:
     kernel::u32 value_ = 2166136261U;
