@@ -50,8 +50,8 @@ static int sorvanic_kernel_dacctl_module_reload()
 int find_user_rule(const char* user, const char* path, u32 mask, u32* line)
 {
     int result = dac_no_rule;
-    const auto keys = [path, name = hash_of(user)](auto probe) {
-        each_covering_part(path, longest_user_rule, [&](text_hash part) {
+    const auto keys = [path, name = hash_of(user)](std::size_t longest, auto probe) {
+        each_covering_part(path, longest, [&](text_hash part) {
             part.add(name);
             probe(part);
         });

@@ -69,7 +69,7 @@ static int sorvanic_kernel_objlabel_module_reload()
 
 static object_label* sorvanic_kernel_objlabel_module_search(const char* path, object_label* found)
 {
-    const auto parts = [path](auto probe) { each_covering_part(path, longest_object_label, probe); };
+    const auto parts = [path](std::size_t longest, auto probe) { each_covering_part(path, longest, probe); };
     const bool labelled = copies::find(
         parts, [path](const object_label& record) { return in_tree(record.path, path); },
         [found](const object_label& record) { *found = record; });

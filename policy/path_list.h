@@ -74,7 +74,7 @@ void index_directories()
 template <typename Copies>
 int search_directories(const char* path, kernel::u32* line)
 {
-    const auto parts = [path](auto probe) { each_covering_part(path, longest_path_line, probe); };
+    const auto parts = [path](std::size_t longest, auto probe) { each_covering_part(path, longest, probe); };
     const bool listed = Copies::find(
         parts, [path](const path_entry& entry) { return in_tree(entry.text, path); },
         [line](const path_entry& entry) { *line = entry.line; });

@@ -22,7 +22,6 @@ struct program_rule {
     char program[512];
 };
 
-constexpr std::size_t longest_rule_path = sizeof(program_rule::path) - 1;
 constexpr const char* any_program = "*";
 
 bool is_for(const program_rule& rule, const char* program)
@@ -100,8 +99,9 @@ static int sorvanic_kernel_pracctl_module_reload()
 
 int find_program_rule(const char* path, const char* program, u32 mask, u32* line)
 {
-    const auto keys = [path, named = hash_of(program), any = hash_of(any_program)](auto probe) {
-        each_covering_part(path, longest_rule_path, [&](const text_hash& part) {
+    const auto keys = [path, named = hash_of(program), any = hash_of(any_program)](std::size_t longest,
+                                                                                   auto probe) {
+        each_covering_part(path, longest, [&](const text_hash& part) {
             probe(part);
             for (const text_hash& of : {named, any}) {
                 text_hash rule = part;

@@ -52,8 +52,8 @@ static int sorvanic_kernel_privctl_module_reload()
 int find_privilege(const char* user, const char* path, u32 mask, u32* line)
 {
     int result = no_rule;
-    const auto keys = [path, name = hash_of(user)](auto probe) {
-        each_leading_part(path, longest_user_rule, [&](text_hash part) {
+    const auto keys = [path, name = hash_of(user)](std::size_t longest, auto probe) {
+        each_leading_part(path, longest, [&](text_hash part) {
             part.add(name);
             probe(part);
         });

@@ -31,8 +31,8 @@ const char* whole(const path_entry& entry)
     return entry.text;
 }
 
-// Texts are keyed by beginnings up to here, which is longer than a command name. What is longer shares the
-// key of its beginning.
+// Texts are keyed by beginnings up to here, more than a command name has. What is longer shares the key of
+// its beginning.
 constexpr std::size_t longest_key = 16;
 
 /// The beginning of `text` as a key, of those of `kind`.
@@ -65,7 +65,7 @@ template <typename Use>
 int find_beginning(text_of_entry kind, const char* name, Use use)
 {
     const std::size_t length = strlen(name);
-    const auto key = [kind, name, length](auto probe) { probe(key_of(kind, name, length)); };
+    const auto key = [kind, name, length](std::size_t, auto probe) { probe(key_of(kind, name, length)); };
     const auto begins = [kind, name, length](const path_entry& entry) {
         return strncasecmp(kind(entry), name, length) == 0;
     };

@@ -62,7 +62,7 @@ static int sorvanic_kernel_sublabel_module_reload()
 
 static subject_label* sorvanic_kernel_sublabel_module_search(const char* name, subject_label* found)
 {
-    const auto key = [name](auto probe) { probe(hash_of(name)); };
+    const auto key = [name](std::size_t, auto probe) { probe(hash_of(name)); };
     const bool labelled = copies::find(
         key, [name](const subject_label& record) { return equals_field(record.name, name); },
         [found](const subject_label& record) { *found = record; });

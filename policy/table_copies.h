@@ -109,8 +109,7 @@ struct table_copies {
         const auto add_entry = [&](Entry& entry) {
             made->add(&entry.link);
             keys_of(entry, [made](const text_hash& key, auto same) {
-                made->add_key(key.value(),
-                              [&same](kernel::list_head* earlier) { return same(*entry_of(earlier)); });
+                made->add_key(key, [&same](kernel::list_head* earlier) { return same(*entry_of(earlier)); });
             });
             return false;
         };
@@ -142,8 +141,9 @@ struct table_copies {
     }
 
     /// Calls `use` with the first entry of the active copy for which `is_wanted` is true; returns whether
-    /// there is one. `keys(probe)` calls `probe` with every key under which such an entry can be, and only
-    /// entries with these are judged, in any order; all in turn where there is no index. What is called runs
+    /// there is one. `keys(longest, probe)` calls `probe` with every key
+    /// under which such an entry can be, but need not with one above that length; only entries with these are
+    /// judged, in any order; all in turn where there is no index. What is called runs
     /// as in `walk`.
     template <typename Keys, typename Wanted, typename Use>
     static bool find(Keys keys, Wanted is_wanted, Use use)
@@ -158,8 +158,8 @@ struct table_copies {
                     return wanted;
                 });
             text_index::place best = text_index::nowhere;
-            keys([&](const text_hash& key) {
-                best = index->first(key.value(), best,
+            keys(index->longest(), [&](const text_hash& key) {
+                best = index->first(key, best,
                                     [&](kernel::list_head* entry) { return is_wanted(*entry_of(entry)); });
             });
             if (best != text_index::nowhere)

@@ -19,13 +19,14 @@ public:
         // Folds more bytes together than kernel::strncasecmp does, and all that it does.
         constexpr kernel::u8 case_bit = 0x20;
         value_ = (value_ ^ (static_cast<kernel::u8>(byte) | case_bit)) * 16777619U;
+        ++length_;
     }
     constexpr void add(const char* text)
     {
         for (; *text != '\0'; ++text)
             add(*text);
     }
-    /// Makes it the hash of a pair of texts.
+    /// Makes it the hash of a pair of texts; the length stays that of the first.
     constexpr void add(const text_hash& second) { value_ = (value_ ^ second.value()) * 16777619U; }
 
     /// Spread over all bits, so that texts which differ in little lie far apart.
@@ -36,9 +37,11 @@ public:
         spread = (spread ^ spread >> 13) * 0xc2b2ae35U;
         return spread ^ spread >> 16;
     }
+    constexpr kernel::u32 length() const { return length_; }
 
 private:
     kernel::u32 value_ = 2166136261U;
+    kernel::u32 length_ = 0;
 };
 
 inline text_hash hash_of(const char* text)
@@ -56,8 +59,8 @@ inline text_hash hash_of(const char* first, const char* second)
 }
 
 /// Calls `use` with the hash of each leading part of `path` that ends where a component does, from the
-/// empty one on: every directory that covers the path is one of them. Parts of more than `longest` bytes,
-/// more than an entry has, are left out.
+/// empty one on: every directory that covers the path is one of them. Parts of more than `longest` bytes
+/// are left out.
 template <typename Use>
 void each_covering_part(const char* path, std::size_t longest, Use use)
 {
@@ -102,20 +105,29 @@ public:
     /// Gives the entry that was added last a key, unless an earlier entry has it for which `same` is true:
     /// one that is found whenever this one is.
     template <typename Same>
-    void add_key(kernel::u32 key, Same same)
+    void add_key(const text_hash& text, Same same)
     {
+        const kernel::u32 key = text.value();
         slot* at = slot_of(key);
         for (; at->taken != 0; at = next(at))
             if (at->key == key && same(entries()[at->taken - 1]))
                 return;
         *at = {key, held_};
+        mark_of(key) |= bit_of(key);
+        longest_ = text.length() > longest_ ? text.length() : longest_;
     }
+
+    /// The length of the longest key.
+    std::size_t longest() const { return longest_; }
 
     /// The place of the first entry before `limit` that has the key and for which `is_wanted` is true, else
     /// `limit`.
     template <typename Wanted>
-    place first(kernel::u32 key, place limit, Wanted is_wanted) const
+    place first(const text_hash& text, place limit, Wanted is_wanted) const
     {
+        const kernel::u32 key = text.value();
+        if ((mark_of(key) & bit_of(key)) == 0)
+            return limit;
         for (const slot* at = slot_of(key); at->taken != 0; at = next(at))
             if (at->key == key && at->taken <= limit && is_wanted(entries()[at->taken - 1]))
                 limit = at->taken - 1;
@@ -130,15 +142,29 @@ private:
         kernel::u32 taken; ///< by the entry at this place, plus 1; 0 is free
     };
 
-    // Behind the object in its memory: the slots, of which some stay free, and the entries.
+    // Behind the object in its memory: the slots, of which some stay free; the marks, a bit in sixteen for
+    // each key that there is, which most of a path's leading parts do not pass; and the entries.
     slot* slots() const { return reinterpret_cast<slot*>(const_cast<text_index*>(this) + 1); }
-    kernel::list_head** entries() const { return reinterpret_cast<kernel::list_head**>(slots() + slots_); }
+    kernel::u64* marks() const { return reinterpret_cast<kernel::u64*>(slots() + slots_); }
+    kernel::list_head** entries() const { return reinterpret_cast<kernel::list_head**>(marks() + marks_); }
+
+    // By the low bits, as slots are found by the high ones.
+    kernel::u64& mark_of(kernel::u32 key) const { return marks()[key / mark_bits & (marks_ - 1)]; }
+    static kernel::u64 bit_of(kernel::u32 key) { return kernel::u64{1} << key % mark_bits; }
 
     slot* slot_of(kernel::u32 key) const { return slots() + (kernel::u64{key} * slots_ >> 32); }
-    slot* next(const slot* at) const { return slots() + (at + 1 - slots()) % slots_; }
+    slot* next(const slot* at) const
+    {
+        const auto after = static_cast<std::size_t>(at + 1 - slots());
+        return slots() + (after == slots_ ? 0 : after);
+    }
+
+    static constexpr kernel::u32 mark_bits = 64;
 
     kernel::u32 slots_;
-    kernel::u32 held_; ///< entries
+    kernel::u32 marks_; ///< a power of two
+    kernel::u32 held_;  ///< entries
+    kernel::u32 longest_;
 };
 
 #endif

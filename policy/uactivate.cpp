@@ -46,7 +46,7 @@ using copies = table_copies<platform_user, sorvanic_kernel_uactivate_head, sorva
 template <typename Use>
 static int with_state_of(const char* name, Use use)
 {
-    const auto key = [name](auto probe) { probe(hash_of(name)); };
+    const auto key = [name](std::size_t, auto probe) { probe(hash_of(name)); };
     const bool listed = copies::find(
         key, [name](const platform_user& user) { return equals_field(user.name, name); },
         [&use](platform_user& user) { use(state_of(user)); });
