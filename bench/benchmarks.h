@@ -14,6 +14,7 @@ struct plan {
 void register_md5(const plan& plan);
 void register_file_digest(const plan& plan);
 void register_program_lists(const plan& plan);
+void register_text_tables(const plan& plan);
 void register_process_map(const plan& plan);
 void register_exec_check(const plan& plan);
 void register_channel(const plan& plan);

@@ -72,6 +72,7 @@ int main(int argc, char** argv)
     bench::register_md5(plan);
     bench::register_file_digest(plan);
     bench::register_program_lists(plan);
+    bench::register_text_tables(plan);
     bench::register_process_map(plan);
     bench::register_exec_check(plan);
     bench::register_channel(plan);

@@ -4,6 +4,7 @@
 #include "policy/path_rules.h"
 #include "policy/rule_line.h"
 #include "policy/table_copies.h"
+#include "policy/text_index.h"
 
 using namespace kernel;
 
@@ -11,10 +12,11 @@ static list_head sorvanic_kernel_dacctl_head[2];
 static rwlock_t sorvanic_kernel_dacctl_rwlock[2];
 static constinit table_mark sorvanic_kernel_dacctl_used_mark{1};
 static constinit table_mark sorvanic_kernel_dacctl_idle_mark{0};
+static constinit text_index* sorvanic_kernel_dacctl_index[2] = {};
 
-using copies =
-    table_copies<user_rule, sorvanic_kernel_dacctl_head, sorvanic_kernel_dacctl_rwlock,
-                 sorvanic_kernel_dacctl_used_mark, sorvanic_kernel_dacctl_idle_mark, policy_table::dac>;
+using copies = table_copies<user_rule, sorvanic_kernel_dacctl_head, sorvanic_kernel_dacctl_rwlock,
+                            sorvanic_kernel_dacctl_used_mark, sorvanic_kernel_dacctl_idle_mark,
+                            policy_table::dac, sorvanic_kernel_dacctl_index>;
 
 static int sorvanic_kernel_dacctl_module_init()
 {
@@ -48,13 +50,21 @@ static int sorvanic_kernel_dacctl_module_reload()
 int find_user_rule(const char* user, const char* path, u32 mask, u32* line)
 {
     int result = dac_no_rule;
-    copies::walk(0, [user, path, mask, line, &result](const user_rule& rule) {
-        if (!in_tree(rule.path, path) || !equals_field(rule.user, user))
-            return false;
-        *line = rule.line;
-        result = (mask & ~rule.mask) == 0 ? dac_granted : dac_denied;
-        return true;
-    });
+    const auto keys = [path, name = hash_of(user)](std::size_t longest, auto probe) {
+        each_covering_part(path, longest, [&](text_hash part) {
+            part.add(name);
+            probe(part);
+        });
+    };
+    copies::find(
+        keys,
+        [user, path](const user_rule& rule) {
+            return in_tree(rule.path, path) && equals_field(rule.user, user);
+        },
+        [mask, line, &result](const user_rule& rule) {
+            *line = rule.line;
+            result = (mask & ~rule.mask) == 0 ? dac_granted : dac_denied;
+        });
     return result;
 }
 

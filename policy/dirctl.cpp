@@ -2,6 +2,7 @@
 
 #include "policy/path_list.h"
 #include "policy/table_copies.h"
+#include "policy/text_index.h"
 
 using namespace kernel;
 
@@ -9,10 +10,11 @@ static list_head sorvanic_kernel_dirctl_head[2];
 static rwlock_t sorvanic_kernel_dirctl_rwlock[2];
 static constinit table_mark sorvanic_kernel_dirctl_used_mark{1};
 static constinit table_mark sorvanic_kernel_dirctl_idle_mark{0};
+static constinit text_index* sorvanic_kernel_dirctl_index[2] = {};
 
-using copies =
-    table_copies<path_entry, sorvanic_kernel_dirctl_head, sorvanic_kernel_dirctl_rwlock,
-                 sorvanic_kernel_dirctl_used_mark, sorvanic_kernel_dirctl_idle_mark, policy_table::dirctl>;
+using copies = table_copies<path_entry, sorvanic_kernel_dirctl_head, sorvanic_kernel_dirctl_rwlock,
+                            sorvanic_kernel_dirctl_used_mark, sorvanic_kernel_dirctl_idle_mark,
+                            policy_table::dirctl, sorvanic_kernel_dirctl_index>;
 
 static int sorvanic_kernel_dirctl_module_init()
 {
@@ -25,6 +27,7 @@ static int sorvanic_kernel_dirctl_module_load()
     if (!text.is_open())
         return 1;
     load_path_list<copies>(text, without_memory::skip_line);
+    index_directories<copies>();
     return 0;
 }
 

@@ -3,8 +3,10 @@
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/string.h"
 #include "policy/catalogue.h"
+#include "policy/fields.h"
 #include "policy/path_rules.h"
 #include "policy/table_copies.h"
+#include "policy/text_index.h"
 #include "policy/text_source.h"
 
 using namespace kernel;
@@ -17,10 +19,11 @@ static list_head sorvanic_kernel_objlabel_head[2];
 static rwlock_t sorvanic_kernel_objlabel_rwlock[2];
 static constinit table_mark sorvanic_kernel_objlabel_used_mark{1};
 static constinit table_mark sorvanic_kernel_objlabel_idle_mark{0};
+static constinit text_index* sorvanic_kernel_objlabel_index[2] = {};
 
 using copies = table_copies<object_label, sorvanic_kernel_objlabel_head, sorvanic_kernel_objlabel_rwlock,
                             sorvanic_kernel_objlabel_used_mark, sorvanic_kernel_objlabel_idle_mark,
-                            policy_table::objlabel>;
+                            policy_table::objlabel, sorvanic_kernel_objlabel_index>;
 
 static int sorvanic_kernel_objlabel_module_init()
 {
@@ -42,6 +45,10 @@ static int sorvanic_kernel_objlabel_module_load()
         record->line = text.line_number();
         copies::append(record.release());
     }
+    copies::index_idle([](const object_label& record, auto add) {
+        add(hash_of(record.path),
+            [&record](const object_label& earlier) { return equals_field(earlier.path, record.path); });
+    });
     return 0;
 }
 
@@ -62,12 +69,10 @@ static int sorvanic_kernel_objlabel_module_reload()
 
 static object_label* sorvanic_kernel_objlabel_module_search(const char* path, object_label* found)
 {
-    const bool labelled = copies::walk(0, [path, found](const object_label& record) {
-        if (!in_tree(record.path, path))
-            return false;
-        *found = record;
-        return true;
-    });
+    const auto parts = [path](std::size_t longest, auto probe) { each_covering_part(path, longest, probe); };
+    const bool labelled = copies::find(
+        parts, [path](const object_label& record) { return in_tree(record.path, path); },
+        [found](const object_label& record) { *found = record; });
     return labelled ? found : nullptr;
 }
 

@@ -7,7 +7,9 @@
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/string.h"
 #include "policy/catalogue.h"
+#include "policy/fields.h"
 #include "policy/path_rules.h"
+#include "policy/text_index.h"
 #include "policy/text_source.h"
 
 // Lists of paths, one a line and taken whole, in the file's order, over table_copies (`Copies`
@@ -58,14 +60,24 @@ void load_path_list(text_source& text, without_memory failed)
     }
 }
 
+/// A directory is asked for by the parts of a path that it covers.
+template <typename Copies>
+void index_directories()
+{
+    Copies::index_idle([](const path_entry& entry, auto add) {
+        add(hash_of(entry.text),
+            [&entry](const path_entry& earlier) { return equals_field(earlier.text, entry.text); });
+    });
+}
+
 /// 0 when `path` is a directory of the active copy or lies below one, else 1. `line` gets that entry's line.
 template <typename Copies>
 int search_directories(const char* path, kernel::u32* line)
 {
-    const bool listed = Copies::walk(0, [path, line](const path_entry& entry) {
-        *line = entry.line;
-        return in_tree(entry.text, path);
-    });
+    const auto parts = [path](std::size_t longest, auto probe) { each_covering_part(path, longest, probe); };
+    const bool listed = Copies::find(
+        parts, [path](const path_entry& entry) { return in_tree(entry.text, path); },
+        [line](const path_entry& entry) { *line = entry.line; });
     return listed ? 0 : 1;
 }
 

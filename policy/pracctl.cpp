@@ -7,6 +7,7 @@
 #include "policy/path_rules.h"
 #include "policy/rule_line.h"
 #include "policy/table_copies.h"
+#include "policy/text_index.h"
 #include "policy/text_source.h"
 
 using namespace kernel;
@@ -21,10 +22,26 @@ struct program_rule {
     char program[512];
 };
 
+constexpr const char* any_program = "*";
+
 bool is_for(const program_rule& rule, const char* program)
 {
     const char* named = final_component(rule.program);
-    return strcmp(named, "*") == 0 || strncasecmp(named, program, sizeof rule.program) == 0;
+    return strcmp(named, any_program) == 0 || strncasecmp(named, program, sizeof rule.program) == 0;
+}
+
+/// The rule by its path alone, which tells whether any rule covers a path, and by path and program.
+template <typename Add>
+void keys_of(const program_rule& rule, Add add)
+{
+    const auto same_path = [&rule](const program_rule& earlier) {
+        return equals_field(earlier.path, rule.path);
+    };
+    const char* program = final_component(rule.program);
+    add(hash_of(rule.path), same_path);
+    add(hash_of(rule.path, program), [same_path, program](const program_rule& earlier) {
+        return same_path(earlier) && is_for(earlier, program);
+    });
 }
 
 } // namespace
@@ -33,10 +50,11 @@ static list_head sorvanic_kernel_pracctl_head[2];
 static rwlock_t sorvanic_kernel_pracctl_rwlock[2];
 static constinit table_mark sorvanic_kernel_pracctl_used_mark{1};
 static constinit table_mark sorvanic_kernel_pracctl_idle_mark{0};
+static constinit text_index* sorvanic_kernel_pracctl_index[2] = {};
 
-using copies =
-    table_copies<program_rule, sorvanic_kernel_pracctl_head, sorvanic_kernel_pracctl_rwlock,
-                 sorvanic_kernel_pracctl_used_mark, sorvanic_kernel_pracctl_idle_mark, policy_table::appevp>;
+using copies = table_copies<program_rule, sorvanic_kernel_pracctl_head, sorvanic_kernel_pracctl_rwlock,
+                            sorvanic_kernel_pracctl_used_mark, sorvanic_kernel_pracctl_idle_mark,
+                            policy_table::appevp, sorvanic_kernel_pracctl_index>;
 
 static int sorvanic_kernel_pracctl_module_init()
 {
@@ -60,6 +78,7 @@ static int sorvanic_kernel_pracctl_module_load()
         rule->line = text.line_number();
         copies::append(rule.release());
     }
+    copies::index_idle([](const program_rule& rule, auto add) { keys_of(rule, add); });
     return 0;
 }
 
@@ -80,18 +99,31 @@ static int sorvanic_kernel_pracctl_module_reload()
 
 int find_program_rule(const char* path, const char* program, u32 mask, u32* line)
 {
+    const auto keys = [path, named = hash_of(program), any = hash_of(any_program)](std::size_t longest,
+                                                                                   auto probe) {
+        each_covering_part(path, longest, [&](const text_hash& part) {
+            probe(part);
+            for (const text_hash& of : {named, any}) {
+                text_hash rule = part;
+                rule.add(of);
+                probe(rule);
+            }
+        });
+    };
+    bool covered = false;
     int result = program_no_rule;
-    copies::walk(0, [path, program, mask, line, &result](const program_rule& rule) {
-        if (!in_tree(rule.path, path))
-            return false;
-        result = program_of_other_rules;
-        if (!is_for(rule, program))
-            return false;
-        *line = rule.line;
-        result = (mask & ~rule.mask) == 0 ? program_granted : program_denied;
-        return true;
-    });
-    return result;
+    const bool decided = copies::find(
+        keys,
+        [path, program, &covered](const program_rule& rule) {
+            const bool covers = in_tree(rule.path, path);
+            covered |= covers;
+            return covers && is_for(rule, program);
+        },
+        [mask, line, &result](const program_rule& rule) {
+            *line = rule.line;
+            result = (mask & ~rule.mask) == 0 ? program_granted : program_denied;
+        });
+    return decided || !covered ? result : program_of_other_rules;
 }
 
 static int sorvanic_kernel_pracctl_module_match(const char* path, const char* program, u32 mask)

@@ -4,6 +4,7 @@
 #include "policy/path_rules.h"
 #include "policy/rule_line.h"
 #include "policy/table_copies.h"
+#include "policy/text_index.h"
 
 using namespace kernel;
 
@@ -13,10 +14,11 @@ static list_head sorvanic_kernel_privctl_head[2];
 static rwlock_t sorvanic_kernel_privctl_rwlock[2];
 static constinit table_mark sorvanic_kernel_privctl_used_mark{1};
 static constinit table_mark sorvanic_kernel_privctl_idle_mark{0};
+static constinit text_index* sorvanic_kernel_privctl_index[2] = {};
 
-using copies =
-    table_copies<user_rule, sorvanic_kernel_privctl_head, sorvanic_kernel_privctl_rwlock,
-                 sorvanic_kernel_privctl_used_mark, sorvanic_kernel_privctl_idle_mark, policy_table::priv>;
+using copies = table_copies<user_rule, sorvanic_kernel_privctl_head, sorvanic_kernel_privctl_rwlock,
+                            sorvanic_kernel_privctl_used_mark, sorvanic_kernel_privctl_idle_mark,
+                            policy_table::priv, sorvanic_kernel_privctl_index>;
 
 static int sorvanic_kernel_privctl_module_init()
 {
@@ -50,13 +52,21 @@ static int sorvanic_kernel_privctl_module_reload()
 int find_privilege(const char* user, const char* path, u32 mask, u32* line)
 {
     int result = no_rule;
-    copies::walk(0, [user, path, mask, line, &result](const user_rule& rule) {
-        if (!is_prefix(rule.path, path) || !equals_field(rule.user, user))
-            return false;
-        *line = rule.line;
-        result = static_cast<int>(mask & ~rule.mask);
-        return true;
-    });
+    const auto keys = [path, name = hash_of(user)](std::size_t longest, auto probe) {
+        each_leading_part(path, longest, [&](text_hash part) {
+            part.add(name);
+            probe(part);
+        });
+    };
+    copies::find(
+        keys,
+        [user, path](const user_rule& rule) {
+            return is_prefix(rule.path, path) && equals_field(rule.user, user);
+        },
+        [mask, line, &result](const user_rule& rule) {
+            *line = rule.line;
+            result = static_cast<int>(mask & ~rule.mask);
+        });
     return result;
 }
 

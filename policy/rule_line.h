@@ -7,6 +7,8 @@
 #include "platform/kernel/scoped.h"
 #include "platform/kernel/types.h"
 #include "policy/catalogue.h"
+#include "policy/fields.h"
+#include "policy/text_index.h"
 #include "policy/text_source.h"
 #include "process/process_map.h"
 
@@ -36,8 +38,19 @@ inline constexpr std::size_t longest_user_rule = sizeof(user_rule::path) - 1;
 static_assert(file_of(policy_table::dac).longest_line == longest_user_rule &&
               file_of(policy_table::priv).longest_line == longest_user_rule);
 
+/// The pair that a user rule is asked for by: the first of a pair decides.
+template <typename Copies>
+void index_user_rules()
+{
+    Copies::index_idle([](const user_rule& rule, auto add) {
+        add(hash_of(rule.path, rule.user), [&rule](const user_rule& earlier) {
+            return equals_field(earlier.path, rule.path) && equals_field(earlier.user, rule.user);
+        });
+    });
+}
+
 /// Reads user rules into the idle copy of a table_copies (`Copies`); of a user name the first 31
-/// characters are kept. A line without memory is skipped.
+/// characters are kept. A line without memory is skipped. Then indexes them.
 template <typename Copies>
 void load_user_rules(text_source& text)
 {
@@ -52,6 +65,7 @@ void load_user_rules(text_source& text)
         rule->line = text.line_number();
         Copies::append(rule.release());
     }
+    index_user_rules<Copies>();
 }
 
 #endif

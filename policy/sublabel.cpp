@@ -4,6 +4,7 @@
 #include "platform/kernel/string.h"
 #include "policy/fields.h"
 #include "policy/table_copies.h"
+#include "policy/text_index.h"
 #include "policy/text_source.h"
 
 using namespace kernel;
@@ -12,10 +13,11 @@ static list_head sorvanic_kernel_sublabel_head[2];
 static rwlock_t sorvanic_kernel_sublabel_rwlock[2];
 static constinit table_mark sorvanic_kernel_sublabel_used_mark{1};
 static constinit table_mark sorvanic_kernel_sublabel_idle_mark{0};
+static constinit text_index* sorvanic_kernel_sublabel_index[2] = {};
 
 using copies = table_copies<subject_label, sorvanic_kernel_sublabel_head, sorvanic_kernel_sublabel_rwlock,
                             sorvanic_kernel_sublabel_used_mark, sorvanic_kernel_sublabel_idle_mark,
-                            policy_table::sublabel>;
+                            policy_table::sublabel, sorvanic_kernel_sublabel_index>;
 
 static int sorvanic_kernel_sublabel_module_init()
 {
@@ -36,6 +38,10 @@ static int sorvanic_kernel_sublabel_module_load()
         record->label = read.label;
         copies::append(record.release());
     }
+    copies::index_idle([](const subject_label& record, auto add) {
+        add(hash_of(record.name),
+            [&record](const subject_label& earlier) { return equals_field(earlier.name, record.name); });
+    });
     return 0;
 }
 
@@ -56,12 +62,10 @@ static int sorvanic_kernel_sublabel_module_reload()
 
 static subject_label* sorvanic_kernel_sublabel_module_search(const char* name, subject_label* found)
 {
-    const bool labelled = copies::walk(0, [name, found](const subject_label& record) {
-        if (!equals_field(record.name, name))
-            return false;
-        *found = record;
-        return true;
-    });
+    const auto key = [name](std::size_t, auto probe) { probe(hash_of(name)); };
+    const bool labelled = copies::find(
+        key, [name](const subject_label& record) { return equals_field(record.name, name); },
+        [found](const subject_label& record) { *found = record; });
     return labelled ? found : nullptr;
 }
 

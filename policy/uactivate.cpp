@@ -8,6 +8,7 @@
 #include "policy/catalogue.h"
 #include "policy/fields.h"
 #include "policy/table_copies.h"
+#include "policy/text_index.h"
 #include "policy/text_source.h"
 
 using namespace kernel;
@@ -34,22 +35,21 @@ static list_head sorvanic_kernel_uactivate_head[2];
 static rwlock_t sorvanic_kernel_uactivate_rwlock[2];
 static constinit table_mark sorvanic_kernel_uactivate_used_mark{1};
 static constinit table_mark sorvanic_kernel_uactivate_idle_mark{0};
+static constinit text_index* sorvanic_kernel_uactivate_index[2] = {};
 
 using copies = table_copies<platform_user, sorvanic_kernel_uactivate_head, sorvanic_kernel_uactivate_rwlock,
                             sorvanic_kernel_uactivate_used_mark, sorvanic_kernel_uactivate_idle_mark,
-                            policy_table::platuser>;
+                            policy_table::platuser, sorvanic_kernel_uactivate_index>;
 
 /// Calls `use` with the state of the first active record that has this name. Returns 0, or 1
 /// when there is none.
 template <typename Use>
 static int with_state_of(const char* name, Use use)
 {
-    const bool listed = copies::walk(0, [name, &use](platform_user& user) {
-        if (!equals_field(user.name, name))
-            return false;
-        use(state_of(user));
-        return true;
-    });
+    const auto key = [name](std::size_t, auto probe) { probe(hash_of(name)); };
+    const bool listed = copies::find(
+        key, [name](const platform_user& user) { return equals_field(user.name, name); },
+        [&use](platform_user& user) { use(state_of(user)); });
     return listed ? 0 : 1;
 }
 
@@ -89,6 +89,10 @@ static int sorvanic_kernel_uactivate_module_load()
         sorvanic_kernel_uactivate_module.search(user->name, &user->state);
         copies::append(user.release());
     }
+    copies::index_idle([](const platform_user& user, auto add) {
+        add(hash_of(user.name),
+            [&user](const platform_user& earlier) { return equals_field(earlier.name, user.name); });
+    });
     return 0;
 }
 

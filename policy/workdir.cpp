@@ -2,6 +2,7 @@
 
 #include "policy/path_list.h"
 #include "policy/table_copies.h"
+#include "policy/text_index.h"
 
 using namespace kernel;
 
@@ -9,10 +10,11 @@ static list_head sorvanic_kernel_workdir_head[2];
 static rwlock_t sorvanic_kernel_workdir_rwlock[2];
 static constinit table_mark sorvanic_kernel_workdir_used_mark{1};
 static constinit table_mark sorvanic_kernel_workdir_idle_mark{0};
+static constinit text_index* sorvanic_kernel_workdir_index[2] = {};
 
-using copies =
-    table_copies<path_entry, sorvanic_kernel_workdir_head, sorvanic_kernel_workdir_rwlock,
-                 sorvanic_kernel_workdir_used_mark, sorvanic_kernel_workdir_idle_mark, policy_table::workdir>;
+using copies = table_copies<path_entry, sorvanic_kernel_workdir_head, sorvanic_kernel_workdir_rwlock,
+                            sorvanic_kernel_workdir_used_mark, sorvanic_kernel_workdir_idle_mark,
+                            policy_table::workdir, sorvanic_kernel_workdir_index>;
 
 static int sorvanic_kernel_workdir_module_init()
 {
@@ -25,6 +27,7 @@ static int sorvanic_kernel_workdir_module_load()
     if (!text.is_open())
         return 1;
     load_path_list<copies>(text, without_memory::stop);
+    index_directories<copies>();
     return 0;
 }
 
