@@ -3,6 +3,7 @@
 case: what came of it. All that is made is in a directory of its own."""
 
 import ctypes
+import errno
 import fcntl
 import os
 import resource
@@ -103,8 +104,10 @@ def bounded_names():
             for name in names:
                 mode = 0o600 if flags & (os.O_CREAT | os.O_TMPFILE) == os.O_CREAT or flags & 0x400000 else 0
                 how = struct.pack("3Q", flags, mode, bounds)
-                opened = syscall(OPENAT2, directory, name.encode(), how, 24)
-                error = ctypes.get_errno() if opened < 0 else 0
+                opened, error = -1, errno.EAGAIN  # also when anybody renames anything on this machine
+                while opened < 0 and error == errno.EAGAIN:
+                    opened = syscall(OPENAT2, directory, name.encode(), how, 24)
+                    error = ctypes.get_errno() if opened < 0 else 0
                 if opened >= 0:
                     os.close(opened)
                 made = os.path.lexists("in/nothing") or os.path.exists("nothing")
@@ -260,8 +263,7 @@ def file_size_limit(handler):
 
 def child_with_id(wanted):
     """A new child, with that id if root can have it so."""
-    child = 0
-    for _ in range(100):
+    for tries in range(100):
         try:
             with open("/proc/sys/kernel/ns_last_pid", "w") as last:
                 last.write(str(wanted - 1))
@@ -270,11 +272,10 @@ def child_with_id(wanted):
         child = os.fork()
         if child == 0:
             signal.pause()
-        if child == wanted or os.geteuid() != 0:
-            break
+        if child == wanted or os.geteuid() != 0 or tries == 99:
+            return child
         os.kill(child, signal.SIGKILL)
         os.waitpid(child, 0)
-    return child
 
 
 def process_descriptors():
