@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <initializer_list>
 #include <string>
@@ -11,6 +12,7 @@
 
 #include <fmt/format.h>
 
+#include "platform/user/driver/tasks.h"
 #include "session/task/own_descriptors.h"
 
 namespace session {
@@ -65,6 +67,16 @@ bool acts_on_other_namespace(const caller& who, const pinned_object& file, bool 
     if (is_network_setting(file.path.text))
         return !shares(who.task(), {"net"});
     return to_write && !shares(who.task(), {"ipc", "user"});
+}
+
+bool maps_own_ids(const caller& who, const pinned_object& file)
+{
+    constexpr std::string_view names[] = {"/uid_map", "/gid_map", "/projid_map", "/setgroups"};
+    const std::string& path = file.path.text;
+    return std::ranges::any_of(names, [&](std::string_view name) { return path.ends_with(name); }) &&
+           is_in_proc(file.file().get()) &&
+           process_of_entry(file.file(), path) == platform::process_of(who.task()) &&
+           !shares(who.task(), {"user"});
 }
 
 } // namespace session

@@ -13,6 +13,10 @@ namespace session {
 /// too when the host does not tell in which namespaces the caller is.
 bool acts_on_other_namespace(const caller& who, const pinned_object& file, bool to_write);
 
+/// Whether it is a map of ids, or what belongs to one, of the user namespace that the caller has made for
+/// itself. The kernel looks at who opens it, and takes it from nobody outside.
+bool maps_own_ids(const caller& who, const pinned_object& file);
+
 } // namespace session
 
 #endif

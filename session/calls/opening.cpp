@@ -116,6 +116,8 @@ planned plan_opening(notification& call, resolved found, const open_request& wan
         return fails(error);
     if (acts_on_other_namespace(call.who(), *object, wanted.writes()))
         return tl::unexpected(open_in_own_namespaces(call, *object));
+    if (call.parts().rules.namespaces && maps_own_ids(call.who(), *object))
+        return goes_on();
     plan made{.targets = {object}};
     made.only_to_read = (wanted.flags & (O_ACCMODE | O_TRUNC)) == O_RDONLY;
 

@@ -101,6 +101,21 @@ TEST_F(names, a_process_in_a_network_of_its_own_changes_no_other)
     }
 }
 
+TEST_F(names, a_process_maps_the_ids_of_its_own_user_namespace_if_it_may_have_one)
+{
+    if (std::system("unshare -Ur true 2>/dev/null") != 0)
+        GTEST_SKIP() << "no user namespace is to be had";
+    const command tree =
+        shell("unshare -Ur sh -c 'id -u; id -g; wc -l < /proc/self/uid_map'", {"unshare", "id", "wc"});
+    for (const uid_t user : users()) {
+        const outcome allowed = run_session(tree, {"--allow-namespaces"}, user);
+        EXPECT_EQ(allowed.out, "0\n0\n1\n") << allowed.err;
+        const outcome refused = run_session(tree, {}, user);
+        EXPECT_EQ(refused.out, "");
+        EXPECT_NE(refused.err.find("Operation not permitted"), refused.err.npos) << refused.err;
+    }
+}
+
 } // namespace
 
 } // namespace e2e
