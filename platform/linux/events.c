@@ -36,6 +36,7 @@ bool enter_event(struct event* event, bool of_exec)
     bool entered = false;
 
     event->task = current;
+    event->acting = current;
     event->of_exec = of_exec;
     event->names = 0;
     event->birth = NULL;
@@ -73,4 +74,11 @@ struct event* current_event(void)
     found = find(bucket, current);
     spin_unlock(&bucket->lock);
     return found;
+}
+
+struct task_struct* acting_task(void)
+{
+    const struct event* const event = (current->flags & PF_WQ_WORKER) != 0 ? current_event() : NULL;
+
+    return event != NULL ? event->acting : current;
 }

@@ -8,16 +8,25 @@
 
 #include "platform.h"
 
-/// The engine's answer as the kernel's: the call `ask` within an event of the current task, 0 inside one.
+// How long a hook waits for a request to end. The lock of a directory may be held in most of them, and the
+// request may need that directory; an exec holds none.
+enum { exec_patience = 60, patience = 2 };
+
+/// The engine's answer as the kernel's: the call `ask` within an event of the current task; 0 inside one, for the
+/// engine's own file access. Refuses when a request does not end.
 #define answer_of(of_exec, ask)                                                                                \
     ({                                                                                                         \
         struct event event;                                                                                    \
-        int answer = 0;                                                                                        \
+        int given = 0;                                                                                         \
         if (enter_event(&event, of_exec)) {                                                                    \
-            answer = (ask);                                                                                    \
+            given = -EPERM;                                                                                    \
+            if (pass_gate(of_exec ? exec_patience : patience)) {                                               \
+                given = (ask);                                                                                 \
+                leave_gate();                                                                                  \
+            }                                                                                                  \
             leave_event(&event);                                                                               \
         }                                                                                                      \
-        answer;                                                                                                \
+        given;                                                                                                 \
     })
 
 enum hook {
@@ -61,8 +70,18 @@ static typeof(security_settime64) our_settime64;
 static typeof(security_task_kill) our_task_kill;
 static typeof(exit_signals) our_exit_signals;
 
-/// The bits of an access mask that the engine knows; later kernels have added others.
-enum { known_mask = MAY_EXEC | MAY_WRITE | MAY_READ | MAY_APPEND | MAY_ACCESS | MAY_OPEN };
+/// The mask in the engine's bits. Opening asks for reading, whatever for; entering a directory to stay asks as
+/// access(2) does. What later kernels have added beyond that is dropped.
+static int engine_mask(int mask)
+{
+    int known = mask & (MAY_EXEC | MAY_WRITE | MAY_READ | MAY_APPEND | MAY_ACCESS);
+
+    if ((mask & MAY_OPEN) != 0)
+        known |= MAY_READ;
+    if ((mask & MAY_CHDIR) != 0)
+        known |= MAY_ACCESS;
+    return known;
+}
 
 static int our_bprm_check(struct linux_binprm* bprm)
 {
@@ -75,20 +94,20 @@ static int our_file_permission(struct file* file, int mask)
     int answer = 0;
 
     if (!IS_PRIVATE(file_inode(file)))
-        answer = answer_of(false, security_table.file_permission(file, mask & known_mask));
+        answer = answer_of(false, security_table.file_permission(file, engine_mask(mask)));
     return answer ?: original(at_file_permission, security_file_permission)(file, mask);
 }
 
 static int our_inode_permission(struct inode* inode, int mask)
 {
-    const bool walk = S_ISDIR(inode->i_mode) && (mask & known_mask) == MAY_EXEC;
+    const bool walk = S_ISDIR(inode->i_mode) && engine_mask(mask) == MAY_EXEC;
     int answer = 0;
 
     if (!walk && !IS_PRIVATE(inode)) {
         // The walk is repeated where the engine may sleep.
         if ((mask & MAY_NOT_BLOCK) != 0)
             return -ECHILD;
-        answer = answer_of(false, security_table.inode_permission(inode, mask & known_mask));
+        answer = answer_of(false, security_table.inode_permission(inode, engine_mask(mask)));
     }
     return answer ?: original(at_inode_permission, security_inode_permission)(inode, mask);
 }
@@ -190,12 +209,21 @@ static int our_settime64(const struct timespec64* time, const struct timezone* z
                ?: original(at_settime64, security_settime64)(time, zone);
 }
 
-/// Inside RCU: the engine does not sleep here. `info` may be 0 or 1 instead of an address; it only passes it on.
+/// Inside RCU: nothing here sleeps, nor does the engine. `info` may be 0 or 1 instead of an address; it is only
+/// passed on.
 static int our_task_kill(struct task_struct* target, struct kernel_siginfo* info, int signal,
                          const struct cred* cred)
 {
-    return answer_of(false, security_table.task_kill(target, info, signal, 0))
-               ?: original(at_task_kill, security_task_kill)(target, info, signal, cred);
+    struct event event;
+    int answer = 0;
+
+    if (enter_event(&event, false)) {
+        pass_gate_at_once();
+        answer = security_table.task_kill(target, info, signal, 0);
+        leave_gate();
+        leave_event(&event);
+    }
+    return answer ?: original(at_task_kill, security_task_kill)(target, info, signal, cred);
 }
 
 // copy_process is static and has no declaration; this is its type in 6.1.

@@ -26,6 +26,9 @@ static int begin_all(void)
     result = begin_files();
     if (result != 0)
         goto without_files;
+    result = begin_channel();
+    if (result != 0)
+        goto without_channel;
     result = begin_texts();
     if (result != 0)
         goto without_engine;
@@ -37,6 +40,8 @@ static int begin_all(void)
         return 0;
     engine_stop();
 without_engine:
+    end_channel();
+without_channel:
     end_files();
     end_marks();
 without_files:
@@ -63,6 +68,7 @@ static int __init sorvanic_module_init(void)
 static void __exit sorvanic_module_exit(void)
 {
     engine_stop();
+    end_channel();
     end_files();
     end_marks();
     end_names();

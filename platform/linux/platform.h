@@ -26,6 +26,7 @@ struct remembered_name {
 struct event {
     struct hlist_node node;
     struct task_struct* task;
+    struct task_struct* acting; ///< whom the engine takes for the current task
     bool of_exec; ///< names are remembered, so that the file that is digested is the one that runs
     unsigned names;
     struct remembered_name named[remembered_names];
@@ -38,6 +39,20 @@ void leave_event(struct event* event);
 
 /// The current task's event, or null.
 struct event* current_event(void);
+
+/// Lets a hook in, waiting at most so long for a request to end; false when it has not. A hook that holds
+/// locks must not wait for long: the request may need them. May sleep.
+bool pass_gate(unsigned seconds);
+/// The same for a hook that may not sleep: it sees the defaults of tables that are being reloaded.
+void pass_gate_at_once(void);
+void leave_gate(void);
+
+/// Around a request to the engine. May sleep.
+void close_gate(void);
+void open_gate(void);
+
+/// The task that the engine takes for the current one: in a worker the sender of the request.
+struct task_struct* acting_task(void);
 
 /// The security-operations structure in the slot order that the engine fills (platform/kernel/security.h).
 struct security_table {
@@ -87,12 +102,14 @@ char* symbol_list(void);
 int begin_symbols(void);
 int begin_names(void);
 int begin_files(void);
+int begin_channel(void);
 int begin_texts(void);
 int begin_hooks(void); ///< last, when the engine is up: it is asked from here on
 
 void end_names(void);
 void end_files(void); ///< writes what is still waiting for the logs
 void end_marks(void);
+void end_channel(void);
 
 /// The root of the host: of the file system tree at load.
 extern struct path host_root;

@@ -21,7 +21,7 @@ const char* k_bprm_filename(const struct linux_binprm* of)
 
 struct task_struct* k_current_task(void)
 {
-    return current;
+    return acting_task();
 }
 
 s32 k_task_pid(const struct task_struct* of)

@@ -23,10 +23,11 @@ def encoded(name, text):
     (policy / name).write_bytes(base64.b64encode(text.encode()))
 
 
-listing("whitelist", "bin/busybox", "bin/try", "usr/sorvanic/sorvagent")
+listing("whitelist", "bin/busybox", "bin/try", "usr/sorvanic/sorvagent", "opt/script", "opt/good_script")
 listing("blacklist", "work/black")
 (policy / "workdir").write_text("/work\n")
 encoded("statlabel", "3\n")
+encoded("installlabel", "2\n")
 encoded("modllabel", "2222\n")
 encoded("dirctl", "/data\n/labels\n")
 encoded("appevp", "/data/open:try:4\n")
