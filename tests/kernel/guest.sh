@@ -29,13 +29,13 @@ expect() {
 programs() {
     expect done "a listed program runs" /bin/true
     expect "$1" "an unlisted program" try run /opt/unlisted
-    expect "$1" "a black-listed program of a work directory" try run /work/black
-    expect done "an unlisted program of a work directory" try run /work/unlisted
+    expect "$1" "a black-listed program of a work directory" try run /tools/black
+    expect done "an unlisted program of a work directory" try run /tools/unlisted
     expect "$1" "a script whose interpreter is unlisted" try run /opt/script
     expect done "a script whose interpreter is listed" try run /opt/good_script
     expect "$1" "a program in memory" try memory /opt/unlisted
     expect "$1" "a program of a work directory, by a chroot of one's own" \
-        chroot /jail /bin/try run /work/unlisted
+        chroot /jail /bin/try run /tools/unlisted
 }
 
 files() {
@@ -79,6 +79,25 @@ signals() {
     [ "$1" = done ] && wait $agent
 }
 
+# The log lies in the directory whose lock is held while the line for a new file there is written.
+installation() {
+    rm -rf /elsewhere /tmp/ran
+    mkdir -p /elsewhere
+    mount --bind /elsewhere /var/log
+    cat >/tmp/install <<'TEXT'
+touch /elsewhere/swinstall.log.1
+cp /opt/unlisted /elsewhere/brought
+chmod 755 /elsewhere/brought
+/elsewhere/brought && touch /tmp/ran
+TEXT
+    sh -c "/opt/sorvall 3 & sleep 1; sh /tmp/install; wait"
+    expect done "a program that an installation brings runs inside it" test -e /tmp/ran
+    try install-end
+    expect "$1" "and not behind its end" try run /elsewhere/brought
+    [ "$1" = done ] || expect done "what it made is in the log" grep -qx /elsewhere/brought /var/log/swinstall.log
+    umount /var/log
+}
+
 load() { insmod /sorvanic.ko && while [ "$(cat /sys/kernel/livepatch/sorvanic/transition)" != 0 ]; do sleep 1; done; }
 
 unload() {
@@ -100,6 +119,7 @@ programs done
 files done
 umount /other
 signals done
+installation done
 
 phase=enforced
 prepare
@@ -107,6 +127,7 @@ if load; then
     programs refused
     files refused
     signals refused
+    installation refused
     expect done "a reload" try reload
     expect refused "an unlisted program after it" try run /opt/unlisted
     expect done "no unlisted program ran during reloads" try storm /opt/unlisted 200

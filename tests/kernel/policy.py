@@ -23,9 +23,9 @@ def encoded(name, text):
     (policy / name).write_bytes(base64.b64encode(text.encode()))
 
 
-listing("whitelist", "bin/busybox", "bin/try", "usr/sorvanic/sorvagent", "opt/script", "opt/good_script")
-listing("blacklist", "work/black")
-(policy / "workdir").write_text("/work\n")
+listing("whitelist", "bin/busybox", "bin/try", "usr/sorvanic/sorvagent", "opt/sorvall", "opt/script", "opt/good_script")
+listing("blacklist", "tools/black")
+(policy / "workdir").write_text("/tools\n")
 encoded("statlabel", "3\n")
 encoded("installlabel", "2\n")
 encoded("modllabel", "2222\n")

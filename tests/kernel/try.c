@@ -145,6 +145,8 @@ int main(int count, char** arguments)
         return outcome(kill(atoi(first), atoi(second)));
     if (strcmp(what, "reload") == 0)
         return reload(~0U);
+    if (strcmp(what, "install-end") == 0)
+        return send_request(23, "", 0);
     if (strcmp(what, "login") == 0)
         return login(first, arguments + 3);
     if (strcmp(what, "storm") == 0)
