@@ -47,6 +47,10 @@ function(sorvanic_build_engine)
     DEPENDS engine_freestanding $<TARGET_OBJECTS:engine_freestanding>
     COMMAND_EXPAND_LISTS VERBATIM)
   add_custom_target(engine_object DEPENDS ${SORVANIC_ENGINE_OBJECT})
+  add_custom_target(kernel-module
+    COMMAND ${CMAKE_SOURCE_DIR}/tools/kernel-module ${SORVANIC_ENGINE_OBJECT} ${CMAKE_BINARY_DIR}/kernel-module
+    DEPENDS ${SORVANIC_ENGINE_OBJECT}
+    USES_TERMINAL VERBATIM)
 
   add_library(engine INTERFACE)
   if(SORVANIC_ENGINE STREQUAL "hosted")
