@@ -22,6 +22,9 @@ void add_digest(const command& program, std::vector<std::string> operands, int& 
 void add_policy(const command& program, int& status);
 void add_replay(const command& program, int& status);
 
+/// Asks the engine under a policy, without a session.
+void add_explain(const command& program, int& status);
+
 /// Reads what a session has left, running or not.
 void add_why(const command& program, int& status);
 

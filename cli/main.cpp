@@ -82,6 +82,7 @@ int parse_and_run(std::span<char*> arguments)
         cli::add_agent(program, status);
         cli::add_status(program, status);
         cli::add_why(program, status);
+        cli::add_explain(program, status);
         cli::add_reload(program, status);
         cli::add_login(program, status);
         cli::add_install_end(program, status);

@@ -15,6 +15,7 @@
 #include "agent/record_output.h"
 #include "cli/commands.h"
 #include "session/session.h"
+#include "source/manifest.h"
 #include "source/prepared.h"
 #include "source/validate.h"
 
@@ -85,6 +86,10 @@ std::unique_ptr<source::prepared> prepare_policy(session::options& of)
     if (!of.quiet)
         of.announcement.push_back(source::in_force(ready->loaded()));
     of.policy = ready->directory();
+    of.read_sources = [directory = of.policy] {
+        const auto about = source::read_manifest(directory);
+        return about ? about->lines : source::source_lines();
+    };
     return ready;
 }
 
@@ -129,8 +134,8 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
              "Let supervised processes talk to the session too: they can then end an installation or reload");
     run.value("--log", options->log, "File that gets the kernel log; - is standard error").typed("FILE");
     run.value("--decisions", options->decisions,
-              "File that gets each refusal and why, as JSON lines; - is standard output (default: "
-              "decisions.jsonl among the logs)")
+              "Where each refusal and why go, as JSON lines: a file, - (standard output), syslog or journal "
+              "(default: decisions.jsonl among the logs)")
         .typed("FILE");
     run.flag("--decisions-all", options->all_decisions, "Write what is allowed there, too");
     run.flag("--every-io", options->rules.every_io, "Decide each read and write, not only each open");

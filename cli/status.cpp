@@ -80,6 +80,10 @@ void print_figures(const json& status)
     line("decisions", fmt::format("{} in progress, {} refused, {} events let through without one", //
                                   status.at("in_flight").dump(), status.at("refusals").dump(),
                                   status.at("fail_open").dump()));
+    if (const auto log = status.find("decisions"); log != status.end())
+        line("log", fmt::format("{} refusals of all kinds, {} observed; of {} lines {} written, {} lost",
+                                log->at("refused").dump(), log->at("observed").dump(), log->at("made").dump(),
+                                log->at("written").dump(), log->at("lost").dump()));
     const json& failures = status.at("failures");
     line("failures", fmt::format("calls refused for lack of memory {}, because the caller could not be read "
                                  "{}, for another reason {}",

@@ -123,28 +123,13 @@ std::vector<group> read_groups(std::istream& log, const std::string& which)
     return ordered;
 }
 
-/// What a person could change in a policy.toml; empty when no change to it would do.
-std::string way_to_allow(const json& decision)
+/// The line of the policy for people: of its source, or else of the table.
+std::string place_of(const json& decision)
 {
-    const std::string step = text_of(decision, "step");
-    const std::string object = host::visible(text_of(decision, "object"));
-    const std::string comm = host::visible(text_of(decision, "comm"));
-    const std::string access = text_of(decision, "access");
-    if (step == "unknown_program")
-        return fmt::format("list {} in [programs] allow", object);
-    if (step == "black_list")
-        return fmt::format("take {} out of [programs] deny, and list it in allow", object);
-    if (step == "program_rule")
-        return fmt::format("let the rule for {} grant {} too, or give user {} a privilege", comm, access,
-                           host::visible(text_of(decision, "user")));
-    if (step == "no_rule" || step == "user_rule" || step == "labels")
-        return fmt::format("add a rule that grants {} to {} in [files.program] for {} or a directory above",
-                           access, comm, object);
-    if (step == "protected_process")
-        return "take the receiver out of [protect] programs";
-    if (step == "rename")
-        return "copy and delete instead, or take the directory out of [[files]]";
-    return {};
+    if (const std::string source = text_of(decision, "source"); !source.empty())
+        return source;
+    const std::string table = text_of(decision, "table");
+    return table.empty() ? table : fmt::format("{}:{}", table, decision.value("line", 0));
 }
 
 void print(const group& one)
@@ -159,11 +144,11 @@ void print(const group& one)
                one.count == 1 ? "once" : fmt::format("{} times", one.count),
                text_of(decision, "user").empty() ? "" : ", user " + host::visible(text_of(decision, "user")),
                text_of(decision, "time"));
-    const std::string table = text_of(decision, "table");
+    const std::string place = place_of(decision);
     fmt::print("    because {}{}\n", text_of(decision, "reason"),
-               table.empty() ? "" : fmt::format(" [{}:{}]", table, decision.value("line", 0)));
-    if (const std::string way = way_to_allow(decision); !way.empty())
-        fmt::print("    to allow: {}\n", way);
+               place.empty() ? "" : fmt::format(" [{}]", host::visible(place)));
+    if (const std::string way = text_of(decision, "to_allow"); !way.empty())
+        fmt::print("    to allow: {}\n", host::visible(way));
 }
 
 int show(const request& of)
@@ -186,7 +171,6 @@ int show(const request& of)
         }
         json shown = one.latest;
         shown["count"] = one.count;
-        shown["to_allow"] = way_to_allow(one.latest);
         fmt::print("{}\n", shown.dump(-1, ' ', false, json::error_handler_t::replace));
     }
     if (groups.empty())

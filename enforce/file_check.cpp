@@ -102,12 +102,13 @@ u32 program_verdict(int match)
 
 bool is_allowed(const file_access& access)
 {
-    u32 line = 0;
-    const int rule = find_program_rule(access.path, access.comm, access.mask, &line);
+    matched_rule matched;
+    const int rule = find_program_rule(access.path, access.comm, access.mask, &matched);
     const bool allowed =
         rule == program_granted || granted_by_privilege(access) || granted_by_rule_or_labels(access);
     if (rule == program_granted || (rule == program_denied && !allowed))
-        by(access.made, decided_by::program_rule, policy_table::appevp, line);
+        by(access.made, decided_by::program_rule, policy_table::appevp, matched.line);
+    access.made.granted = matched.mask;
     const u32 verdict = program_verdict(rule);
     if (verdict != verdict_none && is_recorded(access.program_audit, allowed))
         sorvanic_common_send_pcau_message(access.path, access.user, access.comm, verdict);
@@ -145,7 +146,7 @@ bool refuses(task_struct* task, dentry* entry, u32 mask, file_operation operatio
         memcpy(made.user, unknown_user_name, sizeof(unknown_user_name));
     u32 directory = 0;
     made.step = decided_by::uncontrolled;
-    if (find_controlled_directory(name.path(), &directory) != 0)
+    if (find_controlled_directory(name.path(), &directory, &made.directory_size) != 0)
         return false;
 
     made.directory = directory;

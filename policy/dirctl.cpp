@@ -46,15 +46,16 @@ static int sorvanic_kernel_dirctl_module_reload()
     return reload_table(sorvanic_kernel_dirctl_module);
 }
 
-int find_controlled_directory(const char* path, u32* line)
+int find_controlled_directory(const char* path, u32* line, u32* size)
 {
-    return search_directories<copies>(path, line);
+    return search_directories<copies>(path, line, size);
 }
 
 static int sorvanic_kernel_dirctl_module_search(const char* path)
 {
     u32 line = 0;
-    return find_controlled_directory(path, &line);
+    u32 size = 0;
+    return find_controlled_directory(path, &line, &size);
 }
 
 bool controls_below(const char* directory)

@@ -11,7 +11,7 @@ extern const path_list_ops sorvanic_kernel_dirctl_module;
 /// itself. Any context but an interrupt's; takes the table's lock.
 bool controls_below(const char* directory);
 
-/// The search of the table; on 0, `line` has the entry's line in the file.
-int find_controlled_directory(const char* path, kernel::u32* line);
+/// The search of the table; on 0, `line` has the entry's line in the file, and `size` the bytes of its path.
+int find_controlled_directory(const char* path, kernel::u32* line, kernel::u32* size);
 
 #endif

@@ -70,14 +70,19 @@ void index_directories()
     });
 }
 
-/// 0 when `path` is a directory of the active copy or lies below one, else 1. `line` gets that entry's line.
+/// 0 when `path` is a directory of the active copy or lies below one, else 1. `line` gets that entry's line,
+/// and `size`, which may be null, the bytes of its path.
 template <typename Copies>
-int search_directories(const char* path, kernel::u32* line)
+int search_directories(const char* path, kernel::u32* line, kernel::u32* size = nullptr)
 {
     const auto parts = [path](std::size_t longest, auto probe) { each_covering_part(path, longest, probe); };
     const bool listed = Copies::find(
         parts, [path](const path_entry& entry) { return in_tree(entry.text, path); },
-        [line](const path_entry& entry) { *line = entry.line; });
+        [line, size](const path_entry& entry) {
+            *line = entry.line;
+            if (size != nullptr)
+                *size = static_cast<kernel::u32>(kernel::strlen(entry.text));
+        });
     return listed ? 0 : 1;
 }
 

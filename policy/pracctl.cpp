@@ -97,7 +97,7 @@ static int sorvanic_kernel_pracctl_module_reload()
     return reload_table(sorvanic_kernel_pracctl_module);
 }
 
-int find_program_rule(const char* path, const char* program, u32 mask, u32* line)
+int find_program_rule(const char* path, const char* program, u32 mask, matched_rule* matched)
 {
     const auto keys = [path, named = hash_of(program), any = hash_of(any_program)](std::size_t longest,
                                                                                    auto probe) {
@@ -119,8 +119,8 @@ int find_program_rule(const char* path, const char* program, u32 mask, u32* line
             covered |= covers;
             return covers && is_for(rule, program);
         },
-        [mask, line, &result](const program_rule& rule) {
-            *line = rule.line;
+        [mask, matched, &result](const program_rule& rule) {
+            *matched = {rule.line, rule.mask};
             result = (mask & ~rule.mask) == 0 ? program_granted : program_denied;
         });
     return decided || !covered ? result : program_of_other_rules;
@@ -128,8 +128,8 @@ int find_program_rule(const char* path, const char* program, u32 mask, u32* line
 
 static int sorvanic_kernel_pracctl_module_match(const char* path, const char* program, u32 mask)
 {
-    u32 line = 0;
-    return find_program_rule(path, program, mask, &line);
+    matched_rule matched;
+    return find_program_rule(path, program, mask, &matched);
 }
 
 static int sorvanic_kernel_pracctl_module_destroy()

@@ -16,7 +16,13 @@ inline constexpr int program_denied = 3;         ///< the first rule for the pro
 /// program is longer than 511 characters, that cannot be read or has no memory is skipped.
 extern const program_rule_ops sorvanic_kernel_pracctl_module;
 
-/// The match of the table; `line` gets the line in the file of the rule that applied, if one did.
-int find_program_rule(const char* path, const char* program, kernel::u32 mask, kernel::u32* line);
+/// The rule that applied: its line in the file, and the mask that it grants.
+struct matched_rule {
+    kernel::u32 line = 0;
+    kernel::u32 mask = 0;
+};
+
+/// The match of the table; `matched` gets the rule that applied, if one did.
+int find_program_rule(const char* path, const char* program, kernel::u32 mask, matched_rule* matched);
 
 #endif

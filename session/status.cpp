@@ -72,8 +72,9 @@ json recent_senders()
 
 } // namespace
 
-status_board::status_board(const options& wanted, engine& loaded, const refusals& told)
-    : engine_(loaded), told_(told), command_(wanted.command), started_(time_of_day()),
+status_board::status_board(const options& wanted, engine& loaded, const refusals& told,
+                           const decision_log& decisions)
+    : engine_(loaded), told_(told), decisions_(decisions), command_(wanted.command), started_(time_of_day()),
       failed_writes_(platform::writes_that_failed().count)
 {
     publish();
@@ -87,6 +88,7 @@ std::string status_board::session_text() const
     json senders = recent_senders();
     engine_counters counters;
     read_engine_counters(&counters);
+    const decision_counts decided = decisions_.counts();
     const platform::netlink_counts channel = platform::netlink_statistics();
     const json all = {
         {"pid", getpid()},
@@ -100,6 +102,12 @@ std::string status_board::session_text() const
         {"confined", confined_users()},
         {"in_flight", counters.calls_in_flight},
         {"refusals", told_.count()},
+        {"decisions",
+         {{"refused", decided.refused},
+          {"observed", decided.observed},
+          {"made", decided.made},
+          {"written", decided.written},
+          {"lost", decided.lost}}},
         {"fail_open", counters.execs_undecided + told_.undecided()},
         {"failures",
          {{"no_memory", told_.failures(refusals::failure::no_memory)},

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "session/engine.h"
+#include "session/state/decision_log.h"
 #include "session/state/options.h"
 #include "session/state/refusals.h"
 
@@ -14,7 +15,7 @@ namespace session {
 /// time.
 class status_board {
 public:
-    status_board(const options& wanted, engine& loaded, const refusals& told);
+    status_board(const options& wanted, engine& loaded, const refusals& told, const decision_log& decisions);
 
     /// Writes what has changed since the last time. Counters are read one by one, so they need not agree.
     void publish();
@@ -25,6 +26,7 @@ private:
 
     engine& engine_;
     const refusals& told_;
+    const decision_log& decisions_;
     const std::vector<std::string> command_;
     const std::string started_;
     unsigned long failed_writes_;

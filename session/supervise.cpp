@@ -128,19 +128,21 @@ private:
 class running_session {
 public:
     running_session(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told,
-                    unique_fd decisions)
+                    decision_output decisions)
         : first_(wanted.command, signals, wanted.rules), lines_(std::in_place, STDERR_FILENO),
-          decisions_(std::move(decisions), wanted.all_decisions, !wanted.quiet),
+          decisions_(std::move(decisions), wanted),
           root_handle_(static_cast<int>(syscall(SYS_pidfd_open, first_.pid(), 0))),
           tree_(host_, first_.pid(), pending_, told, tasks_, wanted.rules),
           meaning_(tree_, first_.pid(), root_handle_.get(), wanted.stop_timeout),
           parts_({pending_, told, tasks_, loaded.state(), loaded.policy(), wanted.rules})
     {
         loaded.add_first_process(first_.pid());
-        board_.emplace(wanted, loaded, told);
+        board_.emplace(wanted, loaded, told, decisions_);
         requests_.emplace([this](bool handled) {
-            if (handled)
+            if (handled) {
                 tree_.requests_handled();
+                decisions_.policy_changed();
+            }
             board_->publish();
         });
         agent_.emplace(wanted, loaded.port());
@@ -169,9 +171,9 @@ public:
         // ends.
         agent_.reset();
         requests_.reset();
+        decisions_.end();
         // With the last counts: no other thread writes there now.
         board_->publish();
-        decisions_.end();
         return idle;
     }
 
@@ -232,7 +234,7 @@ private:
 int supervise(const options& wanted, engine& loaded, const supervisor_signals& signals, refusals& told)
 {
     auto session = std::make_unique<running_session>(wanted, loaded, signals, told,
-                                                     decision_log::open(wanted, loaded.state().path()));
+                                                     decision_output::open(wanted, loaded.state().path()));
     int status = session->follow();
     const bool idle = session->end();
     status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);

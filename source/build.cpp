@@ -104,6 +104,9 @@ void write_policy(const policy& of, const std::string& destination, findings& fo
     about.built = time_now();
     about.generation = former ? former->generation + (former->digest == about.digest ? 0 : 1) : 1;
     about.programs = of.programs;
+    about.lines = lines_of(of);
+    if (keep && former)
+        about.lines.insert(former->lines.begin(), former->lines.end());
     files.push_back(manifest_file(about));
     replace_files(destination, files);
     if (!keep)

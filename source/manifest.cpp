@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <system_error>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -67,10 +69,30 @@ std::optional<manifest> read_manifest(const std::string& directory)
         read.built = all.at("built").get<std::string>();
         for (const json& program : all.at("programs"))
             read.programs.push_back(program_in(program));
+        if (const auto lines = all.find("lines"); lines != all.end())
+            read.lines = lines->get<source_lines>();
         return read;
     } catch (const std::exception&) {
         return std::nullopt;
     }
+}
+
+source_lines lines_of(const policy& of)
+{
+    source_lines all;
+    for (const policy_file& file : policy_files) {
+        const policy_text& table = of.of(file.table);
+        if (!table.present || table.lines.empty())
+            continue;
+        std::vector<std::string>& lines = all[file.name];
+        for (const word& line : table.lines) {
+            std::error_code unknown;
+            const auto written = std::filesystem::absolute(line.at.file, unknown).lexically_normal();
+            lines.push_back(line.at.line == 0 ? written.string()
+                                              : fmt::format("{}:{}", written.string(), line.at.line));
+        }
+    }
+    return all;
 }
 
 new_file manifest_file(const manifest& of)
@@ -78,9 +100,13 @@ new_file manifest_file(const manifest& of)
     json programs = json::array();
     for (const listed_program& one : of.programs)
         programs.push_back(described(one));
-    const json all = {{"version", manifest_version}, {"generation", of.generation},
-                      {"digest", of.digest},         {"source", of.source},
-                      {"built", of.built},           {"programs", std::move(programs)}};
+    const json all = {{"version", manifest_version},
+                      {"generation", of.generation},
+                      {"digest", of.digest},
+                      {"source", of.source},
+                      {"built", of.built},
+                      {"programs", std::move(programs)},
+                      {"lines", of.lines}};
     return {manifest_name, all.dump(1, ' ', false, json::error_handler_t::replace) + "\n"};
 }
 

@@ -46,17 +46,19 @@ inline constexpr u8 no_table = 0xFF;
 /// One decision of a hook, filled by the check on its way. What the deciding step did not look at is zero.
 struct decision {
     decided_by step = decided_by::nothing;
-    u8 table = no_table;   ///< of the entry that decided, a policy_table (catalogue.h)
-    bool refused = false;  ///< the answer
-    bool refusing = false; ///< the answer before the observing mode changed it
-    u32 line = 0;          ///< of that entry in the table's text, from 1; of a program list, its record
-    u32 directory = 0;     ///< line of the controlled directory in table dirctl, 0 outside
-    u32 mask = 0;          ///< the accesses asked for, folded to those that rules know
-    u32 key = 0;           ///< the program's digest key, once taken
-    u32 ancestor = 0;      ///< whose program is a super process: 0 the caller, 1 its parent, ...
-    u16 subject[2] = {};   ///< confidentiality and integrity of the user's label
-    u16 object[2] = {};    ///< the same of the object's label
-    char user[32] = {};    ///< whose rules were asked, zero-terminated
+    u8 table = no_table;    ///< of the entry that decided, a policy_table (catalogue.h)
+    bool refused = false;   ///< the answer
+    bool refusing = false;  ///< the answer before the observing mode changed it
+    u32 line = 0;           ///< of that entry in the table's text, from 1; of a program list, its record
+    u32 directory = 0;      ///< line of the controlled directory in table dirctl, 0 outside
+    u32 directory_size = 0; ///< of its name, in bytes: the object's path begins with it
+    u32 mask = 0;           ///< the accesses asked for, folded to those that rules know
+    u32 granted = 0;        ///< the accesses that the first rule for the program grants, 0 without one
+    u32 key = 0;            ///< the program's digest key, once taken
+    u32 ancestor = 0;       ///< whose program is a super process: 0 the caller, 1 its parent, ...
+    u16 subject[2] = {};    ///< confidentiality and integrity of the user's label
+    u16 object[2] = {};     ///< the same of the object's label
+    char user[32] = {};     ///< whose rules were asked, zero-terminated
 };
 
 /// Hands over a hook's decision at its exit, in the context of the acting process. The decision lives until

@@ -18,6 +18,7 @@
 #include "session/exec/exec_decision.h"
 #include "session/state/decision_log.h"
 #include "session/state/decision_words.h"
+#include "session/state/remedy.h"
 #include "session/task/own_descriptors.h"
 #include "session/task/program_file.h"
 
@@ -234,9 +235,13 @@ std::string path_of_name(const shared_name& name)
     return directory + (directory.ends_with('/') ? "" : "/") + name->last;
 }
 
-judged_event event_of(const notification& call, const question& asked)
+judged_event event_of(const notification& call, const question& asked, unsigned also)
 {
     judged_event about{call.who().task(), call_name(call.system_call()), access_of(asked), {}};
+    about.is_directory = asked.object && asked.object->is_directory();
+    about.also = also;
+    if (asked.asked == on_kill)
+        about.receiver = host::command_name(asked.receiver);
     if (asked.asked == on_kill)
         about.object = fmt::format("{} (pid {})", host::command_name(asked.receiver), asked.receiver);
     else if (asked.asked == on_settime)
@@ -250,17 +255,54 @@ judged_event event_of(const notification& call, const question& asked)
     return about;
 }
 
-/// Asks, and tells the answer.
+/// The directory below which a rule about this question would be.
+std::string directory_of(const question& asked)
+{
+    if (!asked.object)
+        return asked.name ? asked.name->directory->path.text : "";
+    const std::string& path = asked.object->path.text;
+    return asked.object->is_directory() ? path : path.substr(0, path.rfind('/'));
+}
+
+/// What a rule that allows the whole call has to grant there.
+unsigned accesses_below(const std::string& directory, std::span<const question> questions)
+{
+    unsigned all = 0;
+    for (const question& one : questions) {
+        if (one.asked == on_kill || one.asked == on_settime || directory_of(one) != directory)
+            continue;
+        if (one.asked == on_unlink || one.asked == on_rmdir)
+            all |= access_to_remove;
+        else if (one.asked == on_rename)
+            all |= access_to_rename;
+        else if (one.asked != on_inode_permission && one.asked != on_file_permission)
+            all |= kernel::may_write;
+        else
+            all |= static_cast<unsigned>(one.value);
+    }
+    return all;
+}
+
+/// Asks, and tells the answer. `all` are the questions of the call.
 template <typename Ask>
-bool told(const notification& call, const question& asked, Ask ask)
+bool told(const notification& call, const question& asked, std::span<const question> all, Ask ask)
 {
     const platform::decision_watch decisions;
     const bool allowed = ask();
     kernel::decision made = decisions.last();
     made.refused = !allowed;
     if (is_told(made))
-        tell_decision(made, event_of(call, asked));
+        tell_decision(made, event_of(call, asked, accesses_below(directory_of(asked), all)));
     return allowed;
+}
+
+/// In an event of the caller.
+bool ask(notification& call, const question& one, std::span<const question> all)
+{
+    return told(call, one, all, [&call, &one] {
+        return one.asked == on_kill ? allows_signal_in_exec(call.parts().pending, one)
+                                    : allows(one) && allows_by_other_paths(one);
+    });
 }
 
 } // namespace
@@ -273,12 +315,19 @@ bool allowed(notification& call, std::span<const question> questions)
     if (questions.empty())
         return true;
     const platform::event running(task);
-    return std::ranges::all_of(questions, [&call](const question& one) {
-        return told(call, one, [&call, &one] {
-            return one.asked == on_kill ? allows_signal_in_exec(call.parts().pending, one)
-                                        : allows(one) && allows_by_other_paths(one);
-        });
-    });
+    return std::ranges::all_of(questions, [&](const question& one) { return ask(call, one, questions); });
+}
+
+bool each_allowed(notification& call, std::span<const question> questions)
+{
+    kernel::task_struct* const task = call.task();
+    if (task == nullptr)
+        return false;
+    const platform::event running(task);
+    bool all = true;
+    for (const question& one : questions)
+        all = ask(call, one, questions) && all;
+    return all;
 }
 
 } // namespace session

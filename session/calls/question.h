@@ -70,6 +70,9 @@ class notification;
 /// thread.
 bool allowed(notification& call, std::span<const question> questions);
 
+/// The same, but asks all of them, whatever the answers: to explain a call, not to decide it.
+bool each_allowed(notification& call, std::span<const question> questions);
+
 } // namespace session
 
 #endif

@@ -1,128 +1,50 @@
 #include "session/state/decision_log.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-#include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include "host/proc.h"
-#include "host/text.h"
-#include "session/state/decision_words.h"
 #include "session/state/notices.h"
-#include "session/state/trouble.h"
 
 namespace session {
 
 namespace {
 
-std::atomic<decision_log*> listener{nullptr};
-
-std::string time_of_day()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm parts = {};
-    gmtime_r(&now.tv_sec, &parts);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    return fmt::format("{}.{:06}Z", text, now.tv_nsec / 1000);
-}
-
-std::string program_of(pid_t task)
-{
-    std::error_code unknown;
-    return std::filesystem::read_symlink(fmt::format("/proc/{}/exe", task), unknown).string();
-}
-
-const char* verdict_of(const kernel::decision& made)
-{
-    return made.refused ? "refused" : made.refusing ? "observed" : "allowed";
-}
-
-std::string reason(const kernel::decision& made, const judged_event& about)
-{
-    return about.reason.empty() ? reason_of(made) : about.reason;
-}
-
-/// "TABLE:LINE" of the entry that decided; empty without one.
-std::string place_of(const kernel::decision& made)
-{
-    const char* const table = table_of(made);
-    return table == nullptr ? "" : fmt::format("{}:{}", table, made.line);
-}
-
-std::string json_line(std::uint64_t number, const kernel::decision& made, const judged_event& about)
-{
-    const auto status = host::proc_status::of(about.task);
-    nlohmann::ordered_json line = {
-        {"seq", number},
-        {"time", time_of_day()},
-        {"verdict", verdict_of(made)},
-        {"pid", about.task},
-        {"parent", status ? status->number<pid_t>("PPid", 0) : 0},
-        {"program", program_of(about.task)},
-        {"comm", host::command_name(about.task)},
-        {"uid", status ? status->number<uid_t>("Uid", 0) : 0},
-        {"user", made.user},
-        {"call", about.call},
-        {"access", about.access},
-        {"object", about.object},
-    };
-    if (!about.second.empty())
-        line["second"] = about.second;
-    line["step"] = about.reason.empty() ? name_of(made.step) : "session";
-    line["reason"] = reason(made, about);
-    if (const char* const table = table_of(made)) {
-        line["table"] = table;
-        line["line"] = made.line;
-    }
-    if (made.key != 0)
-        line["key"] = fmt::format("{:08x}", made.key);
-    // File names are bytes; JSON is UTF-8.
-    return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-}
-
-/// The line for people, without the process, which is not the same each time.
-struct shown_line {
-    std::string before; ///< the process
-    std::string after;
-};
-
-shown_line line_for_people(const kernel::decision& made, const judged_event& about)
-{
-    const std::string place = place_of(made);
-    return {host::visible(host::command_name(about.task)),
-            fmt::format("{} {}{}: {}{}", about.access, host::visible(about.object),
-                        about.second.empty() ? "" : " as " + host::visible(about.second), reason(made, about),
-                        place.empty() ? "" : " [" + place + "]")};
-}
+std::atomic<decision_listener*> heard_by{nullptr};
 
 std::string plural(std::uint64_t count, const char* noun)
 {
     return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
+bool is_power_of_ten(std::uint64_t number)
+{
+    while (number >= 10 && number % 10 == 0)
+        number /= 10;
+    return number == 1;
+}
+
 } // namespace
+
+void tell_decisions_to(decision_listener* listener)
+{
+    heard_by.store(listener);
+}
 
 bool is_told(const kernel::decision& made)
 {
-    const decision_log* const log = listener.load();
-    return log != nullptr && log->takes(made);
+    const decision_listener* const listener = heard_by.load();
+    return listener != nullptr && listener->takes(made);
 }
 
 void tell_decision(const kernel::decision& made, const judged_event& about)
 {
-    if (decision_log* const log = listener.load())
-        log->add(made, about);
+    if (decision_listener* const listener = heard_by.load())
+        listener->add(made, about);
 }
 
 void tell_own_refusal(judged_event about, const std::string& reason)
@@ -133,34 +55,30 @@ void tell_own_refusal(judged_event about, const std::string& reason)
     tell_decision(made, about);
 }
 
-host::unique_fd decision_log::open(const options& wanted, const std::string& state)
+decision_log::decision_log(decision_output output, const options& wanted)
+    : output_(std::move(output)), all_(wanted.all_decisions), shown_(!wanted.quiet),
+      read_sources_(wanted.read_sources)
 {
-    if (wanted.decisions == "-")
-        return host::unique_fd(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
-    const std::string path = wanted.decisions.empty() ? state + "/decisions.jsonl" : wanted.decisions;
-    host::unique_fd file(
-        ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
-    if (!file)
-        throw trouble(fmt::format("decision log {}: {}; name another file with --decisions", path,
-                                  host::error_text(errno)));
-    return file;
-}
-
-decision_log::decision_log(host::unique_fd file, bool all, bool shown)
-    : file_(std::move(file)), all_(all), shown_(shown)
-{
+    policy_changed();
     try {
         thread_ = std::thread([this] { work(); });
     } catch (const std::system_error&) {
         // add() counts every line as lost.
     }
-    listener.store(this);
+    tell_decisions_to(this);
 }
 
 decision_log::~decision_log()
 {
-    listener.store(nullptr);
+    tell_decisions_to(nullptr);
     end();
+}
+
+void decision_log::policy_changed()
+{
+    auto sources = std::make_shared<const source_lines>(read_sources_ ? read_sources_() : source_lines());
+    const std::scoped_lock held(lock_);
+    sources_ = std::move(sources);
 }
 
 bool decision_log::takes(const kernel::decision& made) const
@@ -168,46 +86,41 @@ bool decision_log::takes(const kernel::decision& made) const
     return made.refused || made.refusing || (all_ && made.step != kernel::decided_by::nothing);
 }
 
+/// With lock_ held.
+void decision_log::count(const kernel::decision& made, pid_t task, const shown_line& told)
+{
+    ++(made.refused ? counts_.refused : counts_.observed);
+    const std::string kind = told.before + " " + told.after;
+    const auto known = kinds_.size() < most_kinds ? kinds_.try_emplace(kind).first : kinds_.find(kind);
+    if (known == kinds_.end())
+        return;
+    const std::uint64_t times = ++known->second;
+    if (!made.refused || !shown_ || !is_power_of_ten(times))
+        return;
+    if (times == 1)
+        say(fmt::format("refused: {} (pid {}) {}{}", told.before, task, told.after, told.remedy));
+    else
+        say(fmt::format("refused {} times: {}", times, kind));
+}
+
 void decision_log::add(const kernel::decision& made, const judged_event& about)
 {
-    const shown_line told = line_for_people(made, about);
-    const std::string kind = told.before + " " + told.after;
     std::unique_lock held(lock_);
     if (ended_)
         return;
-    if (made.refused || made.refusing) {
-        ++(made.refused ? refused_ : observed_);
-        const bool is_new = kinds_.contains(kind) ? false : kinds_.size() < most_kinds;
-        if (is_new || kinds_.contains(kind))
-            ++kinds_[kind];
-        if (is_new && made.refused && shown_)
-            say(fmt::format("refused: {} (pid {}) {}", told.before, about.task, told.after));
-    }
-    const std::uint64_t number = ++made_;
+    const auto sources = sources_;
+    if (made.refused || made.refusing)
+        count(made, about.task, line_for_people(made, about, *sources));
+    const std::uint64_t number = ++counts_.made;
     if (!thread_.joinable() || waiting_.size() >= most_waiting) {
-        ++lost_;
+        ++counts_.lost;
         return;
     }
     held.unlock();
-    std::string line = json_line(number, made, about);
+    std::string line = json_line(number, made, about, *sources);
     held.lock();
     waiting_.push_back(std::move(line));
     added_.notify_one();
-}
-
-void decision_log::write(const std::string& line)
-{
-    for (std::size_t done = 0; done < line.size();) {
-        const ssize_t written = ::write(file_.get(), line.data() + done, line.size() - done);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0) {
-            const std::scoped_lock held(lock_);
-            ++lost_;
-            return;
-        }
-        done += static_cast<std::size_t>(written);
-    }
 }
 
 void decision_log::work()
@@ -222,16 +135,24 @@ void decision_log::work()
         const std::string line = std::move(waiting_.front());
         waiting_.pop_front();
         held.unlock();
-        write(line);
+        const bool written = output_.write(line);
         held.lock();
+        ++(written ? counts_.written : counts_.lost);
     }
+}
+
+decision_counts decision_log::counts() const
+{
+    const std::scoped_lock held(lock_);
+    return counts_;
 }
 
 std::string decision_log::total() const
 {
-    const std::uint64_t all = refused_ != 0 ? refused_ : observed_;
+    const bool enforced = counts_.refused != 0;
+    const std::uint64_t all = enforced ? counts_.refused : counts_.observed;
     return fmt::format("{}{} of {}; sorvanic why shows {}", plural(all, "refusal"),
-                       refused_ != 0 ? "" : ", were the policy enforced,", plural(kinds_.size(), "kind"),
+                       enforced ? "" : ", were the policy enforced,", plural(kinds_.size(), "kind"),
                        all == 1 ? "it" : "them");
 }
 
@@ -245,10 +166,10 @@ void decision_log::end()
     added_.notify_one();
     if (thread_.joinable())
         thread_.join();
-    if (lost_ != 0)
-        say(fmt::format("{} lost: the decision log took {} of {}", plural(lost_, "decision"), made_ - lost_,
-                        made_));
-    if (shown_ && refused_ + observed_ != 0)
+    if (counts_.lost != 0)
+        say(fmt::format("{} lost: the decision log took {} of {}", plural(counts_.lost, "decision"),
+                        counts_.written, counts_.made));
+    if (shown_ && counts_.refused + counts_.observed != 0)
         say(total());
 }
 

@@ -3,10 +3,12 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <system_error>
 #include <tuple>
@@ -21,7 +23,15 @@ namespace {
 constexpr int last_patience = 500;    // milliseconds
 constexpr std::size_t at_once = 4096; // a pipe that is writable takes that much
 
+constexpr std::chrono::milliseconds look_again(100); // nothing tells when a terminal leaves raw mode
+
 std::atomic<notices*> speaker{nullptr};
+
+bool is_raw(int descriptor)
+{
+    termios mode = {};
+    return tcgetattr(descriptor, &mode) == 0 && (mode.c_lflag & ICANON) == 0;
+}
 
 } // namespace
 
@@ -121,12 +131,20 @@ void notices::put(const std::string& text)
     }
 }
 
+void notices::wait_for_plain_terminal()
+{
+    std::unique_lock held(lock_);
+    while (!ended_ && is_raw(descriptor_))
+        added_.wait_for(held, look_again, [this] { return ended_; });
+}
+
 void notices::work()
 {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr);
     for (std::string text = next(); !text.empty(); text = next()) {
+        wait_for_plain_terminal();
         if (!takes_more(-1) && !takes_more(last_patience))
             return;
         put(text);

@@ -20,7 +20,8 @@ void say(const std::string& text);
 void show(std::string text);
 
 /// Text for people that holds up no decision, even when the terminal is stopped (^S) or nobody reads the
-/// pipe. A thread of its own writes the texts in order, as soon as the descriptor takes them.
+/// pipe. A thread of its own writes the texts in order, as soon as the descriptor takes them. While a program
+/// has the terminal in raw mode, as editors do, they wait: they would destroy what it shows.
 ///
 /// At most `most_waiting` texts wait. More are counted, and a line tells how many are missing. Without a
 /// thread, a text that cannot be written at once counts as missing.
@@ -47,6 +48,7 @@ private:
     std::string next();
     void put(const std::string& text);
     bool takes_more(int milliseconds) const;
+    void wait_for_plain_terminal();
 
     int descriptor_;
     host::unique_fd ended_event_;

@@ -67,10 +67,12 @@ TEST_F(decisions, are_told_with_their_reasons_and_alike_while_observing)
     const command state = {"--state", (directory() / "state").string()};
     const outcome enforced = run_refused();
     EXPECT_EQ(enforced.status, 3);
-    const std::string place = ": the rule for the program does not grant it [appevp:2]\n";
+    const std::string place = ": the rule for the program does not grant it [appevp:2]; to allow: write \"";
     EXPECT_EQ(count_of(enforced.err, place), 1U) << enforced.err;
-    EXPECT_EQ(count_of(enforced.err, "/unlisted: no list has this program\n"), 1U) << enforced.err;
-    EXPECT_EQ(count_of(enforced.err, "the receiver is protected [ptpylist:1]\n"), 1U) << enforced.err;
+    EXPECT_EQ(count_of(enforced.err, "/unlisted: no list has this program; to allow: list \""), 1U)
+        << enforced.err;
+    EXPECT_EQ(count_of(enforced.err, "the receiver is protected [ptpylist:1]; to allow: "), 1U)
+        << enforced.err;
     EXPECT_NE(enforced.err.find("sorvanic: 5 refusals of 3 kinds; sorvanic why shows them\n"),
               std::string::npos)
         << enforced.err;
@@ -83,6 +85,8 @@ TEST_F(decisions, are_told_with_their_reasons_and_alike_while_observing)
     EXPECT_EQ(write.at("user"), "SYSTEM");
     EXPECT_EQ(write.at("table"), "appevp");
     EXPECT_EQ(write.at("line"), 2);
+    EXPECT_EQ(write.at("change").at("path"), data().parent_path().string());
+    EXPECT_EQ(write.at("change").at("access"), json({"read", "write", "create"}));
     EXPECT_TRUE(write.at("program").get<std::string>().starts_with('/'));
     EXPECT_EQ(told_by_why({"--state", state[1], data().parent_path().string()}).size(), 1U);
 
@@ -103,6 +107,9 @@ TEST_F(decisions, are_made_and_counted_when_the_log_takes_none)
     const outcome full = run_refused({"--decisions", "/dev/full"});
     EXPECT_EQ(full.status, 3);
     EXPECT_EQ(read_file(data()), "old\n");
+    const json shown = json::parse(read_file(directory() / "state/status/session.json"));
+    EXPECT_EQ(shown.at("decisions").at("made"), 5);
+    EXPECT_EQ(shown.at("decisions").at("lost"), 5);
     EXPECT_NE(full.err.find("sorvanic: 5 decisions lost: the decision log took 0 of 5\n"), std::string::npos)
         << full.err;
 }
