@@ -39,8 +39,9 @@ public:
                 failed_ |= run.error_message.rfind("skipped", 0) != 0;
                 continue;
             }
-            std::printf("%s%s: ratio %.2f (peer %s; %s against %s)\n", name, arguments.c_str(),
-                        run.counters.at("ratio").value, run.report_label.c_str(),
+            std::printf("%s%s: ratio %.2f, spread %.0f %% (peer %s; %s against %s)\n", name,
+                        arguments.c_str(), run.counters.at("ratio").value,
+                        100 * run.counters.at("spread").value, run.report_label.c_str(),
                         duration(run.counters.at("ours").value).c_str(),
                         duration(run.counters.at("peer").value).c_str());
         }

@@ -24,17 +24,24 @@ double seconds(Work&& work)
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-inline double median(std::vector<double> values)
+/// The value below which that share of the values lies.
+inline double quantile(std::vector<double> values, double share)
 {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+    const auto at =
+        values.begin() + static_cast<std::ptrdiff_t>(static_cast<double>(values.size() - 1) * share);
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+}
+
+inline double median(const std::vector<double>& values)
+{
+    return quantile(values, 0.5);
 }
 
 /// The body of a benchmark. `ours` and `peer` do one round of `items` operations each and
 /// return its seconds; they go first in turns. One round of both is not counted. Leaves the
-/// ratio of their speeds (above 1: ours is faster) and the seconds for one operation in
-/// the counters that the reporter prints.
+/// ratio of their speeds (above 1: ours is faster), the seconds for one operation, and the width
+/// of the middle half of our rounds against their median, in the counters that the reporter prints.
 template <typename Ours, typename Peer>
 void alternate(benchmark::State& state, const char* peer_name, std::size_t items, Ours ours, Peer peer)
 {
@@ -52,10 +59,11 @@ void alternate(benchmark::State& state, const char* peer_name, std::size_t items
         ours_first = !ours_first;
         state.SetIterationTime(our_rounds.back());
     }
-    const double our_median = median(std::move(our_rounds));
-    const double peer_median = median(std::move(peer_rounds));
+    const double our_median = median(our_rounds);
+    const double peer_median = median(peer_rounds);
     state.SetLabel(peer_name);
     state.counters["ratio"] = peer_median / our_median;
+    state.counters["spread"] = (quantile(our_rounds, 0.75) - quantile(our_rounds, 0.25)) / our_median;
     state.counters["ours"] = our_median / static_cast<double>(items);
     state.counters["peer"] = peer_median / static_cast<double>(items);
 }

@@ -42,12 +42,30 @@ std::string compiler_part(const std::string& name)
 }
 
 constexpr const char* exec_control = "2000\n";
+constexpr const char* file_control = "0020\n";
 constexpr const char* no_control = "0000\n"; // hooks are asked, and decide at once
+
+/// Lines of the file tables, none of which is for anything that a benchmark does.
+struct file_lines {
+    std::string directories, user_rules;
+};
+
+file_lines largest_policy()
+{
+    constexpr int most_directories = 8193;
+    file_lines lines;
+    for (int n = 0; n < most_directories; ++n) {
+        lines.directories += fmt::format("/srv/sites/{}/htdocs\n", n);
+        lines.user_rules += fmt::format("/srv/sites/{}/htdocs:operator:7\n", n);
+    }
+    return lines;
+}
 
 /// An enforcing policy that admits the programs, the first of which is a shell.
 class session_policy {
 public:
-    explicit session_policy(const words& programs, const std::string& modules = exec_control)
+    explicit session_policy(const words& programs, const std::string& modules = exec_control,
+                            const file_lines& files = {})
     {
         fs::create_directory(work_ / "source");
         std::string whitelist;
@@ -56,6 +74,9 @@ public:
         work_.write("source/whitelist", whitelist);
         work_.write("source/statlabel", "3:enforcing\n");
         work_.write("source/modllabel", modules);
+        work_.write("source/dirctl", files.directories);
+        for (const char* table : {"dac", "priv", "appevp"})
+            work_.write(std::string("source/") + table, files.user_rules);
         if (!fs::exists(SORVANIC_PROGRAM))
             problem_ = "skipped: there is no sorvanic program in this build";
         else if (bench::run_command(
@@ -197,6 +218,38 @@ void system_calls(benchmark::State& state, const std::string& what, bool against
         "strace --seccomp-bpf of the call");
 }
 
+/// A session with file control and as large a policy as there is, against one with an empty policy.
+void largest_against_empty(benchmark::State& state, const std::string& what)
+{
+    const auto times = static_cast<std::size_t>(state.range(0));
+    const std::string shell = find_program("sh");
+    const session_policy largest({shell}, file_control, largest_policy());
+    const session_policy empty({shell}, file_control);
+    if (!empty.problem().empty())
+        return state.SkipWithError(empty.problem().c_str());
+    const bench::directory work;
+    work.write("file", "x");
+    int status = 0;
+    const one_processor alone;
+    // Both sessions load their policy at the start, which is left out.
+    const auto calls_in = [&](const session_policy& policy) {
+        const auto run = [&](std::size_t calls) {
+            return bench::seconds([&] {
+                status |= policy.run({shell, "-c",
+                                      "cd " + (work / "") + " && exec " + SORVANIC_MAKE_CALLS + " " + what +
+                                          " " + std::to_string(calls)});
+            });
+        };
+        const double start = run(1);
+        return run(times + 1) - start;
+    };
+    bench::alternate(
+        state, "a session with an empty policy", times, [&] { return calls_in(largest); },
+        [&] { return calls_in(empty); });
+    if (status != 0)
+        state.SkipWithError("FAILED: the command did not succeed");
+}
+
 void compile_large(benchmark::State& state, const char* modules)
 {
     const words programs = {find_program("sh"), find_program("g++"), compiler_part("cc1plus"),
@@ -251,6 +304,12 @@ void bench::register_session(const plan& plan)
          {"stat", "open_close", "create_unlink", "rename", "serve_file", "watch", "signal"})
         benchmark::RegisterBenchmark(("session/one_cpu/" + std::string(what)).c_str(), system_calls, what,
                                      false)
+            ->Arg(plan.smoke ? 100 : 20'000)
+            ->Iterations(plan.rounds(7, 1))
+            ->UseManualTime();
+    for (const char* what : {"open_close", "create_unlink"})
+        benchmark::RegisterBenchmark(("session/largest_policy/" + std::string(what)).c_str(),
+                                     largest_against_empty, what)
             ->Arg(plan.smoke ? 100 : 20'000)
             ->Iterations(plan.rounds(7, 1))
             ->UseManualTime();

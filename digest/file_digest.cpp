@@ -53,7 +53,7 @@ int sorvanic_kernel_md5sum_module_halfhand(file* opened, u8* digest)
 
     md5_context context;
     sorvanic_kernel_md5sum_module_init(&context);
-    const kmem<u8> buffer(read_size);
+    const kmem<u8> buffer(uncleared, read_size); // cleared before each read
     if (!buffer) {
         // Both functions log the handler's name, because readers of the log expect this text.
         printk("sorvanic_kernel_md5sum_module_handler has error in kmalloc .\n");

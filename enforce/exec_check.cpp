@@ -339,7 +339,7 @@ int check(linux_binprm* bprm, decision& made)
     if (exec.system_status == system_status_off)
         return 0;
 
-    const kmem<char> buffer(sorvanic_path_size);
+    const kmem<char> buffer(uncleared, sorvanic_path_size);
     if (!buffer)
         return allow_undecided(made);
     {

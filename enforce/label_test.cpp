@@ -42,10 +42,10 @@ bool label_test(const security_label& subject, const security_label& object, u32
 
 bool labels_permit(const char* user, const char* path, u32 mask, decision& made)
 {
-    const kmem<object_label> object;
+    const kmem<object_label> object(uncleared);
     if (!object)
         return false;
-    const kmem<subject_label> subject;
+    const kmem<subject_label> subject(uncleared);
     if (!subject)
         return false;
     if (sorvanic_kernel_objlabel_module.search(path, object.get()) == nullptr ||

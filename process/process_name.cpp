@@ -73,7 +73,7 @@ char* program_path(task_struct* task, char* buffer)
 template <typename Build>
 char* take_name(sorvanic_name_holder* holder, gfp_t how, Build build)
 {
-    kmem<char> buffer(sorvanic_path_size, how);
+    kmem<char> buffer(uncleared, sorvanic_path_size, how);
     if (!buffer)
         return nullptr;
     holder->buffer = buffer.get();

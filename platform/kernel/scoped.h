@@ -92,6 +92,10 @@ private:
     file* file_;
 };
 
+/// For memory that is written whole, or as text, before anybody reads it.
+struct uncleared_t {};
+inline constexpr uncleared_t uncleared;
+
 /// Memory from kmalloc, freed at the end of the scope unless released. T is trivial.
 template <typename T>
 class kmem : not_copied {
@@ -102,6 +106,11 @@ public:
     {
         if (memory_ != nullptr)
             memset(memory_, 0, count * sizeof(T));
+    }
+    /// The same with undefined content.
+    explicit kmem(uncleared_t, std::size_t count = 1, gfp_t how = GFP_KERNEL)
+        : memory_(static_cast<T*>(kmalloc(count * sizeof(T), how)))
+    {
     }
     ~kmem() { kfree(memory_); }
 
