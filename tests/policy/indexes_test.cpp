@@ -94,7 +94,8 @@ const table tables[] = {
     {"dirctl", sorvanic_kernel_dirctl_module.reload, [] { return "/" + any_path(); },
      [](const std::string& path, const std::string&, u32) {
          u32 line = 0;
-         const int found = find_controlled_directory(path.c_str(), &line);
+         u32 size = 0;
+         const int found = find_controlled_directory(path.c_str(), &line, &size);
          return answer(found, line);
      }},
     {"dac", sorvanic_kernel_dacctl_module.reload, rule,
@@ -112,9 +113,9 @@ const table tables[] = {
     {"appevp", sorvanic_kernel_pracctl_module.reload,
      [] { return any_path() + ":" + (below(2) == 0 ? any_path() : "/bin/" + any_name()) + ":4"; },
      [](const std::string& path, const std::string& who, u32 mask) {
-         u32 line = 0;
-         const int found = find_program_rule(path.c_str(), who.c_str(), mask, &line);
-         return answer(found, line);
+         matched_rule matched;
+         const int found = find_program_rule(path.c_str(), who.c_str(), mask, &matched);
+         return answer(found, matched.line);
      }},
     {"objlabel", sorvanic_kernel_objlabel_module.reload, [] { return label(any_path()); },
      [](const std::string& path, const std::string&, u32) {
