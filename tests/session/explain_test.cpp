@@ -117,7 +117,7 @@ protected:
             {"none"}, {"read"}, {"read", "execute"}, {"read", "write"}, {"read", "write", "create"},
             {"edit"}};
         written_policy made;
-        for (const char* const path : {"srv", "srv/d"}) {
+        for (const char* const path : {"srv", "srv/d", "srv/g"}) {
             if (random() % 3 == 0)
                 continue;
             auto& rules = made.files[data_ / path];
