@@ -94,7 +94,7 @@ protected:
                 add("chmod", data_ / "srv/d/f", {.what = {}, .object = {}, .number = 0600});
                 for (const char* const name : {"bin/one", "bin/two", "bin/three"})
                     add("exec", data_ / name);
-                add("signal", "sleep", {.what = {}, .object = {}, .number = 9});
+                add("signal", "/usr/bin/sleep", {.what = {}, .object = {}, .number = 9});
             }
     }
 
