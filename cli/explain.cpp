@@ -212,7 +212,12 @@ void add_explain(const command& program, int& status)
     kill.value("SIGNAL", of->call.number, "Its number").required().typed("").within(0, 64);
     kill.value("TARGET", of->call.object, "A process id or a command name").required().typed("");
     add_options(kill, of);
-    kill.action([of, &status] { status = explain(*of); });
+    kill.action([of, &status] {
+        // A protected program is known by the file that it runs.
+        if (of->call.object.find_first_not_of("0123456789") != std::string::npos)
+            of->call.object = found_in_path(of->call.object);
+        status = explain(*of);
+    });
 }
 
 } // namespace cli

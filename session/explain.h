@@ -15,7 +15,7 @@ namespace session {
 struct explained_call {
     /// exec, open, create, delete, rename, link, symlink, mkdir, chmod or signal.
     std::string what;
-    std::string object;                    ///< a path; of a signal: a process id, or the name of a program
+    std::string object;                    ///< a path; of a signal: a process id, or a program
     std::string second = {};               ///< the new name of a rename or link; the text of a symlink
     bool reads = true;                     ///< of an open
     bool writes = false;                   ///< likewise

@@ -57,6 +57,12 @@ bool can_be_written(const std::string& name)
     return !name.empty() && name.find_first_of(":*?[\n") == std::string::npos && host::visible(name) == name;
 }
 
+policy_change listing(kind what, const std::string& program)
+{
+    // Other names would have to be spelt in a way that these words do not show.
+    return host::visible(program) == program ? policy_change{what, program} : policy_change{};
+}
+
 /// Where the rule goes: the object's directory, but never above the controlled directory, because that would
 /// control more than before.
 std::string place_of_rule(const kernel::decision& made, const judged_event& about)
@@ -85,9 +91,9 @@ policy_change change_for(const kernel::decision& made, const judged_event& about
         return {};
     switch (made.step) {
     case decided_by::unknown_program:
-        return {kind::allow, about.object};
+        return listing(kind::allow, about.object);
     case decided_by::black_list:
-        return {kind::undeny, about.object};
+        return listing(kind::undeny, about.object);
     case decided_by::program_rule:
     case decided_by::user_rule:
     case decided_by::labels:

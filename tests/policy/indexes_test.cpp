@@ -96,7 +96,7 @@ const table tables[] = {
          u32 line = 0;
          u32 size = 0;
          const int found = find_controlled_directory(path.c_str(), &line, &size);
-         return answer(found, line) + "," + std::to_string(size);
+         return answer(found, line);
      }},
     {"dac", sorvanic_kernel_dacctl_module.reload, rule,
      [](const std::string& path, const std::string& who, u32 mask) {
@@ -113,9 +113,9 @@ const table tables[] = {
     {"appevp", sorvanic_kernel_pracctl_module.reload,
      [] { return any_path() + ":" + (below(2) == 0 ? any_path() : "/bin/" + any_name()) + ":4"; },
      [](const std::string& path, const std::string& who, u32 mask) {
-         matched_rule rule;
-         const int found = find_program_rule(path.c_str(), who.c_str(), mask, &rule);
-         return answer(found, rule.line) + "," + std::to_string(rule.mask);
+         matched_rule matched;
+         const int found = find_program_rule(path.c_str(), who.c_str(), mask, &matched);
+         return answer(found, matched.line);
      }},
     {"objlabel", sorvanic_kernel_objlabel_module.reload, [] { return label(any_path()); },
      [](const std::string& path, const std::string&, u32) {

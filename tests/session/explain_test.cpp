@@ -94,7 +94,7 @@ protected:
                 add("chmod", data_ / "srv/d/f", {.what = {}, .object = {}, .number = 0600});
                 for (const char* const name : {"bin/one", "bin/two", "bin/three"})
                     add("exec", data_ / name);
-                add("signal", "sleep", {.what = {}, .object = {}, .number = 9});
+                add("signal", "/usr/bin/sleep", {.what = {}, .object = {}, .number = 9});
             }
     }
 
@@ -117,7 +117,7 @@ protected:
             {"none"}, {"read"}, {"read", "execute"}, {"read", "write"}, {"read", "write", "create"},
             {"edit"}};
         written_policy made;
-        for (const char* const path : {"srv", "srv/d"}) {
+        for (const char* const path : {"srv", "srv/d", "srv/g"}) {
             if (random() % 3 == 0)
                 continue;
             auto& rules = made.files[data_ / path];
