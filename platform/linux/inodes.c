@@ -143,11 +143,6 @@ bool k_dentry_unhashed(const struct dentry* of)
     return d_unhashed(of);
 }
 
-struct dentry* k_dentry_file_system_root(const struct dentry* of)
-{
-    return of->d_sb->s_root;
-}
-
 u32 k_iattr_mode(const struct iattr* of)
 {
     return (of->ia_valid & ATTR_MODE) != 0 ? of->ia_mode : 0;

@@ -176,6 +176,32 @@ bool k_iterate_mounts(bool (*visit)(struct vfsmount* mount, void* argument), voi
     return stopped;
 }
 
+/// The root by which the engine looks for a mount that names the entry: the file system's, or where no mount of
+/// the host shows that (of a subvolume, a bind mount that is left over), the root of the nearest that shows the
+/// entry. It lies above the entry, which keeps it.
+struct dentry* k_dentry_file_system_root(const struct dentry* of)
+{
+    struct dentry* root = of->d_sb->s_root;
+    struct mount_layout* one;
+    bool shown = false;
+
+    down_read(namespace_sem);
+    list_for_each_entry(one, &host_layout()->mounts, list) {
+        shown = one->mnt.mnt_root == root;
+        if (shown)
+            break;
+    }
+    up_read(namespace_sem);
+    if (!shown) {
+        struct vfsmount* const nearest = host_mount_of((struct dentry*)of);
+
+        if (nearest != NULL)
+            root = nearest->mnt_root;
+        mntput(nearest);
+    }
+    return root;
+}
+
 struct dentry* k_mount_root(const struct vfsmount* of)
 {
     return of->mnt_root;

@@ -60,6 +60,7 @@ files() {
     expect "$1" "the policy's directory" try open /etc/sorvanic/statlabel
     expect "$1" "the product's directory" try write /usr/sorvanic/sorvagent
     expect "$1" "the same file by another mount" try open /other/open_elsewhere
+    expect "$1" "a file of a mount that shows a part of its file system" try write /data/part/file
 }
 
 prepare() {
@@ -69,6 +70,19 @@ prepare() {
         echo text >$file
     done
     mount --bind /data /other
+    mkdir -p /whole /data/part
+    mount -t tmpfs whole /whole
+    mkdir /whole/part
+    echo text >/whole/part/file
+    mount --bind /whole/part /data/part
+    umount /whole
+}
+
+records() {
+    { cat /opt/unlisted; echo; } >/opt/not_reported_yet # a program is not reported twice in a row
+    chmod 755 /opt/not_reported_yet
+    expect "$1" "an unlisted program is reported" try record 2 /bin/try run /opt/not_reported_yet
+    expect "$1" "a change of the clock is reported" try record 8 /bin/date -s 2030-01-01
 }
 
 signals() {
@@ -117,9 +131,11 @@ prepare
 cd /
 programs done
 files done
+umount /data/part
 umount /other
 signals done
 installation done
+records refused
 
 phase=enforced
 prepare
@@ -128,6 +144,7 @@ if load; then
     files refused
     signals refused
     installation refused
+    records done
     expect done "a reload" try reload
     expect refused "an unlisted program after it" try run /opt/unlisted
     expect done "no unlisted program ran during reloads" try storm /opt/unlisted 200

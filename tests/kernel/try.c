@@ -106,6 +106,32 @@ static int storm(const char* program, int count)
     return passed != 0;
 }
 
+// Whether the command makes the engine report a record of this kind to an agent.
+static int record(int kind, char** command)
+{
+    char message[4096];
+    const struct sockaddr_nl own = {.nl_family = AF_NETLINK, .nl_pid = getpid()}, engine = {.nl_family = AF_NETLINK};
+    const struct nlmsghdr hello = {.nlmsg_len = NLMSG_HDRLEN, .nlmsg_type = 16};
+    const struct nlmsghdr goodbye = {.nlmsg_len = NLMSG_HDRLEN, .nlmsg_type = 17};
+    const struct timeval patience = {.tv_sec = 2};
+    const int link = socket(AF_NETLINK, SOCK_RAW, 31);
+    if (link < 0 || bind(link, (const void*)&own, sizeof own) != 0)
+        return 1; // without the module
+    setsockopt(link, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    sendto(link, &hello, sizeof hello, 0, (const void*)&engine, sizeof engine);
+    const pid_t child = fork();
+    if (child == 0) {
+        execv(command[0], command);
+        _exit(101);
+    }
+    waitpid(child, NULL, 0);
+    int found = 1;
+    while (found != 0 && recv(link, message, sizeof message, 0) > 0)
+        found = ((const struct nlmsghdr*)message)->nlmsg_flags != kind;
+    sendto(link, &goodbye, sizeof goodbye, 0, (const void*)&engine, sizeof engine);
+    return found;
+}
+
 int main(int count, char** arguments)
 {
     const char* what = count > 1 ? arguments[1] : "nothing";
@@ -149,6 +175,8 @@ int main(int count, char** arguments)
         return send_request(23, "", 0);
     if (strcmp(what, "login") == 0)
         return login(first, arguments + 3);
+    if (strcmp(what, "record") == 0)
+        return record(atoi(first), arguments + 3);
     if (strcmp(what, "storm") == 0)
         return storm(first, atoi(second));
     return 2;
