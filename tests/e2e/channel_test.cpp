@@ -79,8 +79,9 @@ TEST_F(session_channel, records_and_answers_reach_a_foreign_client)
                             "\n" +
                             refused + untp("a") + refused + untp("b") + refused + untp("a"));
     EXPECT_TRUE(shows("\"" + std::to_string(agent.pid()) + "\":4"));
-    EXPECT_TRUE(shows("\"refusals\":4,\"fail_open\":0,")); // the last one is told of before it is counted
+    EXPECT_TRUE(shows("\"refusals\":4,")); // the last one is told of before it is counted
     const std::string shown = status_file("session.json");
+    EXPECT_NE(shown.find("\"fail_open\":0,"), shown.npos) << shown;
     EXPECT_NE(shown.find("\"agent\":{\"connected\":false,\"pid\":0}"), shown.npos) << shown;
     EXPECT_NE(shown.find("\"records\":{\"dropped\":0,\"suppressed\":1}"), shown.npos) << shown;
     std::ofstream(directory() / "end") << "end";
