@@ -55,7 +55,7 @@ std::string found_in_path(const std::string& program)
         return program;
     std::istringstream directories(path);
     for (std::string directory; std::getline(directories, directory, ':');)
-        if (const std::string file = directory + "/" + program; access(file.c_str(), X_OK) == 0)
+        if (std::string file = directory + "/" + program; access(file.c_str(), X_OK) == 0)
             return file;
     return program;
 }

@@ -48,7 +48,7 @@ struct request {
 };
 
 /// Refusals that differ in nothing but the time and the process.
-struct group {
+struct group { // NOLINT(bugprone-exception-escape): the library's objects are moved without allocation
     json latest;
     std::size_t count = 0;
 };
@@ -116,6 +116,7 @@ std::vector<group> read_groups(std::istream& log, const std::string& which)
         ++of.count;
     }
     std::vector<group> ordered;
+    ordered.reserve(groups.size());
     for (auto& [kind, one] : groups)
         ordered.push_back(std::move(one));
     std::ranges::sort(ordered, {},
@@ -126,7 +127,7 @@ std::vector<group> read_groups(std::istream& log, const std::string& which)
 /// The line of the policy for people: of its source, or else of the table.
 std::string place_of(const json& decision)
 {
-    if (const std::string source = text_of(decision, "source"); !source.empty())
+    if (std::string source = text_of(decision, "source"); !source.empty())
         return source;
     const std::string table = text_of(decision, "table");
     return table.empty() ? table : fmt::format("{}:{}", table, decision.value("line", 0));

@@ -13,7 +13,7 @@ text_index* text_index::make(std::size_t entries, std::size_t keys)
     std::size_t marks = 1;
     while (marks * mark_bits < keys * 16)
         marks *= 2;
-    const std::size_t fixed = sizeof(text_index) + marks * sizeof(u64) + entries * sizeof(list_head*);
+    const std::size_t fixed = sizeof(text_index) + marks * sizeof(u64) + entries * sizeof(void*);
     if (fixed > most_memory)
         return nullptr;
     // Half of them free, if possible: the fewer, the longer is the way to the free one that ends a search.
