@@ -3,11 +3,14 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "host/proc.h"
+#include "host/result.h"
 #include "platform/kernel/security.h"
 #include "platform/user/driver/decisions.h"
 #include "platform/user/driver/machine.h"
@@ -26,13 +29,16 @@ namespace session {
 
 namespace {
 
-/// The receiver of a signal as the host shows it.
+/// The receiver of a signal as the host shows it. Throws when the supervisor lacks what it takes to see the
+/// program: without one, nothing would protect the receiver.
 platform::task_handle task_on_host(pid_t receiver)
 {
     const caller stranger(receiver);
     platform::file_handle program;
     if (const unique_fd file = stranger.program())
         program = pinned_file(file.get(), path_of(file.get()));
+    else if (host::is_shortage(errno))
+        throw std::system_error(errno, std::generic_category(), "a process's program");
     return platform::outside_task(receiver, host::command_name(receiver), program.get());
 }
 
