@@ -112,10 +112,11 @@ void channel_client::send(std::uint16_t type, std::string_view payload) const
         sent = ::sendto(socket_.get(), message.data(), message.size(), 0,
                         reinterpret_cast<const sockaddr*>(&to), sizeof to);
     while (sent < 0 && errno == EINTR);
-    if (sent < 0)
-        throw failure(errno == ECONNREFUSED ? "the session has gone: no process reads its channel"
-                                            : fmt::format("the session's channel accepts no message: {}",
-                                                          host::error_text(errno)));
+    if (sent < 0) {
+        if (errno == ECONNREFUSED)
+            throw refusal("the session has gone: no process reads its channel");
+        throw failure(fmt::format("the session's channel accepts no message: {}", host::error_text(errno)));
+    }
 }
 
 void channel_client::helo() const

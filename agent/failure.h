@@ -13,6 +13,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// The answer is no, and sorvanic works: there is no such session, or it does not do that.
+class refusal : public failure {
+public:
+    using failure::failure;
+};
+
 } // namespace agent
 
 #endif

@@ -39,11 +39,11 @@ session_status pending_request::wait(std::chrono::milliseconds limit) const
         if (now.handled_of(getpid()) != handled_)
             return now;
         if (!alive)
-            throw failure("the session has ended before the request was handled");
+            throw refusal("the session has ended before the request was handled");
         if (!dropped_since && now.messages_dropped() != dropped_)
             dropped_since = clock::now();
         if (dropped_since && clock::now() - *dropped_since > doubt)
-            throw failure(
+            throw refusal(
                 "this process may not talk to the session: only root, the user who runs it and those "
                 "named with sorvanic run --channel-uid may, and the processes that it supervises only "
                 "with --channel-inside");

@@ -1,31 +1,14 @@
 #include "agent/record_json.h"
 
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
-
 #include "agent/key_text.h"
+#include "host/json_text.h"
 
 namespace agent {
 
 namespace {
 
+using host::put_text;
 using json = nlohmann::ordered_json;
-
-std::string hexadecimal(const std::string& bytes)
-{
-    std::string digits;
-    for (const char byte : bytes)
-        digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
-    return digits;
-}
-
-void put_text(json& into, const std::string& name, const std::string& text)
-{
-    const std::string fitting = json(text).dump(-1, ' ', false, nlohmann::detail::error_handler_t::replace);
-    into[name] = json::parse(fitting);
-    if (into[name].get_ref<const std::string&>() != text)
-        into[name + "_hex"] = hexadecimal(text);
-}
 
 void put_fields(json& into, const untp_event& event)
 {

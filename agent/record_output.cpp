@@ -32,7 +32,7 @@ std::string time_text(std::chrono::system_clock::time_point when)
 
 std::string json_line(const record& received, const std::string& time)
 {
-    nlohmann::ordered_json line = {{"received", time}};
+    nlohmann::ordered_json line = {{"version", 1}, {"received", time}};
     line.update(to_json(received));
     line["kind_number"] = kind_of(received);
     if (const auto path_class = path_class_of(received))

@@ -134,13 +134,13 @@ session_files::session_files(std::string state) : state_(std::move(state))
     port_file_ = open_file(path);
     if (!port_file_) {
         if (errno == ENOENT || errno == ENOTDIR)
-            throw failure(fmt::format("no session has its state in {}; see sorvanic run --state",
+            throw refusal(fmt::format("no session has its state in {}; see sorvanic run --state",
                                       host::visible(state_)));
         throw failure(fmt::format("{}: {}; the session's user and root may look", host::visible(path),
                                   host::error_text(errno)));
     }
     if (!is_locked(port_file_.get()))
-        throw failure(fmt::format("the session in {} has ended", host::visible(state_)));
+        throw refusal(fmt::format("the session in {} has ended", host::visible(state_)));
     // It writes its port id when all the rest is there.
     const auto end = std::chrono::steady_clock::now() + start_limit;
     while ((channel_.port = port_in(content_of(port_file_.get()).value_or(""))) == 0) {
@@ -185,7 +185,7 @@ session_status session_files::status() const
         }
     }();
     if (now.process() != channel_.process)
-        throw failure("the session has ended, and another one has its place");
+        throw refusal("the session has ended, and another one has its place");
     return now;
 }
 
@@ -207,7 +207,7 @@ session_files find_session(const std::string& state, const std::string& base)
         return session_files(state);
     const std::vector<std::string> live = live_sessions(base);
     if (live.empty())
-        throw failure(fmt::format("no session runs below {}; start one with sorvanic run, or name its "
+        throw refusal(fmt::format("no session runs below {}; start one with sorvanic run, or name its "
                                   "directory with --state",
                                   host::visible(base)));
     if (live.size() == 1)
@@ -215,7 +215,7 @@ session_files find_session(const std::string& state, const std::string& base)
     std::string list;
     for (const std::string& each : live)
         list += fmt::format("\n  --state {}  #{}", host::visible(each), command_of(each));
-    throw failure("several sessions run; name one of them:" + list);
+    throw refusal("several sessions run; name one of them:" + list);
 }
 
 } // namespace agent

@@ -32,7 +32,7 @@ records for an agent that comes later, and does not send repetitions.
 The agent ends with the session, and on SIGINT or SIGTERM after it has written all that has arrived.
 With --output FILE, SIGHUP makes it go on in a new file of that name: move the old one away first.
 
-With --json each line is an object: "received" (RFC 3339), "kind", the fields of the record,
+With --json each line is an object: "version", "received" (RFC 3339), "kind", the fields of the record,
 "kind_number" and "class_word". For a text that is not UTF-8, "..._hex" holds its bytes.
 
 Examples:
@@ -40,8 +40,8 @@ Examples:
   sorvanic agent --json | jq 'select(.kind == "untp") | .path'
   sorvanic agent --json --output /var/log/audit.json &
 
-Exit status: 0 when every record was written, 1 when some are lost or no session takes this agent,
-2 when the command line is wrong.)";
+Exit status: 0 when every record was written, 1 when no session takes this agent, 125 when records are
+lost.)";
 
 using clock = std::chrono::steady_clock;
 
@@ -135,7 +135,7 @@ connection::connection(const agent::session_files& session, agent::record_output
     try {
         const agent::session_status status = helo.wait(connect_limit);
         if (status.agent() != getpid())
-            throw agent::failure(why_not(status.agent()));
+            throw agent::refusal(why_not(status.agent()));
         dropped_before_ = dropped_ = status.records_dropped();
     } catch (...) {
         send_quit(); // the helo may still be handled, and then the session would take no other agent
@@ -235,7 +235,7 @@ int serve(const agent::session_files& session, const request& wanted)
     agent::record_output output(form, wanted.file, tell);
     connection records(session, output);
     records.serve(signals);
-    return output.lost() > 0 || records.has_lost() ? exit_failed : exit_done;
+    return output.lost() > 0 || records.has_lost() ? exit_failure : exit_done;
 }
 
 } // namespace

@@ -3,10 +3,16 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <charconv>
 #include <cstdint>
+#include <limits>
 #include <memory>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
+
+#include "source/nearest.h"
 
 namespace cli {
 
@@ -21,6 +27,39 @@ private:
     std::string usage_;
 };
 
+constexpr std::size_t longest_shown = 60;
+
+/// An argument that may be of any length. What shows the whole message makes it visible.
+std::string shortened(const std::string& argument)
+{
+    return argument.size() <= longest_shown ? argument : argument.substr(0, longest_shown) + "...";
+}
+
+std::vector<std::string> commands_of(const CLI::App& at)
+{
+    std::vector<std::string> names;
+    for (const CLI::App* each : at.get_subcommands([](const CLI::App*) { return true; }))
+        names.push_back(each->get_name());
+    return names;
+}
+
+std::vector<std::string> options_of(const CLI::App& at)
+{
+    std::vector<std::string> names;
+    for (const CLI::Option* each : at.get_options())
+        for (const std::string& name : each->get_lnames())
+            names.push_back("--" + name);
+    return names;
+}
+
+/// The argument in quotes, and which of the known ones may be meant.
+std::string with_nearest(const std::string& argument, const std::vector<std::string>& known)
+{
+    const std::vector<std::string_view> names(known.begin(), known.end());
+    const auto meant = source::nearest(argument.substr(0, argument.find('=')), names);
+    return fmt::format("'{}'{}", shortened(argument), meant ? fmt::format("; did you mean {}?", *meant) : "");
+}
+
 misunderstood why(const CLI::App& program, const CLI::ParseError& error)
 {
     const CLI::App* at = &program;
@@ -32,11 +71,24 @@ misunderstood why(const CLI::App& program, const CLI::ParseError& error)
     const auto unexpected = at->remaining();
     if (unexpected.empty())
         return {name, error.what(), ""};
+    const std::string& first = unexpected.front();
     const bool lacks_command = at->get_require_subcommand_min() > 0;
-    const char* told = unexpected.front().starts_with('-') ? "there is no option"
-                       : lacks_command                     ? "there is no command"
-                                                           : "too many arguments at";
-    return {name, fmt::format("{} '{}'", told, unexpected.front()), unexpected.front()};
+    if (first.starts_with('-'))
+        return {name, fmt::format("there is no option {}", with_nearest(first, options_of(*at))), first};
+    if (lacks_command)
+        return {name, fmt::format("there is no command {}", with_nearest(first, commands_of(*at))), first};
+    return {name, fmt::format("too many arguments at '{}'", shortened(first)), first};
+}
+
+/// Why `text` is no number from `lowest` to `highest`; empty when it is one.
+template <typename Number>
+std::string wrong_number(const std::string& text, Number lowest, Number highest)
+{
+    Number value = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (failure == std::errc() && end == text.data() + text.size() && value >= lowest && value <= highest)
+        return {};
+    return fmt::format("'{}' is no number from {} to {}", shortened(text), lowest, highest);
 }
 
 } // namespace
@@ -73,14 +125,15 @@ option& option::once()
 
 option& option::within(long long lowest, long long highest)
 {
-    declared_->check(CLI::Range(lowest, highest));
+    // Ahead of the check for the range of the variable's type, so that this range is told.
+    declared_->transform(CLI::Validator(
+        [=](std::string& text) { return wrong_number(text, lowest, highest); }, std::string()));
     return *this;
 }
 
 option& option::positive()
 {
-    declared_->check(CLI::Validator(CLI::PositiveNumber).description(""));
-    return *this;
+    return within(1, std::numeric_limits<int>::max());
 }
 
 option& option::needs(const option& other)
@@ -108,7 +161,13 @@ option command::flag(const std::string& name, bool& place, const std::string& de
 template <typename Place>
 option command::value(const std::string& name, Place& place, const std::string& description) const
 {
-    return option(declared_->add_option(name, place, description));
+    option added(declared_->add_option(name, place, description));
+    if constexpr (std::is_integral_v<Place>)
+        added.check([](const std::string& text) {
+            using limits = std::numeric_limits<Place>;
+            return wrong_number(text, limits::min(), limits::max());
+        });
+    return added;
 }
 
 template option command::value(const std::string&, std::string&, const std::string&) const;

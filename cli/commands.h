@@ -5,13 +5,15 @@
 #include <vector>
 
 #include "cli/command_line.h"
+#include "session/session.h"
 
 namespace cli {
 
-/// Exit statuses of every command but `run`, which has its own (session/session.h).
+/// Exit statuses of every command (docs/commands.md); `run` has its command's instead of the first three.
 inline constexpr int exit_done = 0;
-inline constexpr int exit_failed = 1; ///< the command could not do all of its work; standard error says what
-inline constexpr int exit_usage = 2;  ///< the command line is wrong; nothing was done
+inline constexpr int exit_no = 1;    ///< refused or different; or what was named is wrong or not there
+inline constexpr int exit_usage = 2; ///< the command line is wrong; nothing was done
+inline constexpr int exit_failure = session::exit_failure; ///< sorvanic itself failed
 
 // Each of these adds one command to the program. When that command is the one given, parsing
 // the command line runs it and leaves its exit status in `status`.

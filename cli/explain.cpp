@@ -1,10 +1,6 @@
-#include <unistd.h>
-
 #include <fmt/core.h>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <sstream>
@@ -12,6 +8,8 @@
 #include <system_error>
 
 #include "cli/commands.h"
+#include "cli/found_in_path.h"
+#include "cli/json_output.h"
 #include "host/text.h"
 #include "session/explain.h"
 #include "session/session.h"
@@ -47,26 +45,13 @@ struct request {
     bool as_json = false;
 };
 
-/// As a shell finds it.
-std::string found_in_path(const std::string& program)
-{
-    const char* const path = getenv("PATH");
-    if (program.find('/') != std::string::npos || path == nullptr)
-        return program;
-    std::istringstream directories(path);
-    for (std::string directory; std::getline(directories, directory, ':');)
-        if (std::string file = directory + "/" + program; access(file.c_str(), X_OK) == 0)
-            return file;
-    return program;
-}
-
 void take_accesses(request& of)
 {
     of.call.reads = of.call.writes = false;
     std::istringstream words(of.accesses);
     for (std::string word; std::getline(words, word, ',');) {
         if (word != "read" && word != "write")
-            misuse(fmt::format("an open is for read, write, or read,write; not for {}", host::visible(word)));
+            misuse(fmt::format("an open is for read, write, or read,write; not for {}", word));
         (word == "read" ? of.call.reads : of.call.writes) = true;
     }
 }
@@ -129,18 +114,18 @@ int explain(request of)
             if (one.level == source::severity::error)
                 fmt::print(stderr, "{}", source::rendered(one));
         if (found.failed())
-            return exit_failed;
+            return exit_no;
         const auto about = source::read_manifest(ready.directory());
         session::explainer asked(ready.directory(), about ? about->lines : source::source_lines());
         const session::explanation told = asked.explain(of.call);
         if (of.as_json)
-            fmt::print("{}\n", described(told).dump(-1, ' ', false, json::error_handler_t::replace));
+            print_json_line(described(told));
         else
             print(told);
-        return told.error != 0 || told.refused() ? exit_failed : exit_done;
+        return told.error != 0 || told.refused() ? exit_no : exit_done;
     } catch (const std::exception& error) {
         fmt::print(stderr, "sorvanic explain: {}\n", error.what());
-        return exit_failed;
+        return exit_no;
     }
 }
 

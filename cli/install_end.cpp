@@ -24,7 +24,7 @@ int end(const agent::session_files& session)
     const agent::session_status after =
         ask(session, [](const agent::channel_client& channel) { channel.install_end(); });
     if (after.install_status() != permitted)
-        throw agent::failure(
+        throw agent::refusal(
             fmt::format("the session does not permit installations (its install status is {}, "
                         "not {}) and ignores this",
                         after.install_status(), permitted));

@@ -65,7 +65,7 @@ bool is_confined(const agent::session_status& status, const std::string& user)
 int log_in(const agent::session_files& session, const request& wanted)
 {
     if (kill(wanted.process, 0) != 0 && errno == ESRCH)
-        throw agent::failure(fmt::format("there is no process {}", wanted.process));
+        throw agent::refusal(fmt::format("there is no process {}", wanted.process));
     bool gets_answer = false;
     agent::channel_client channel = socket_for(wanted.process, session, gets_answer);
     const agent::pending_request pending(session);

@@ -11,7 +11,7 @@
 
 #include "cli/command_line.h"
 #include "cli/commands.h"
-#include "session/session.h"
+#include "host/text.h"
 
 namespace {
 
@@ -27,8 +27,8 @@ constexpr const char* examples = R"(Examples:
   sorvanic agent                               print the refusals of a session as they happen
   sorvanic reload whitelist                    make a session read a changed policy file
 
-Exit status: 0 done, 1 something failed, 2 the command line is wrong; `sorvanic run` has its own,
-see `sorvanic run --help`.)";
+Exit status: 0 done; 1 no: refused, different, or what was named is wrong or not there; 2 the command
+line is wrong; 125 sorvanic itself failed. `sorvanic run` has its command's (`sorvanic run --help`).)";
 
 /// Options are parsed. Operands are not, because the parser would take "[a,b]" and "{}" apart: file names,
 /// and the command line of another program.
@@ -55,17 +55,19 @@ split_arguments split(std::span<char*> arguments)
     return result;
 }
 
+constexpr std::size_t longest_reason = 400; // it may quote an argument
+
 /// Tells what is wrong with the command line. Returns the exit status.
 int report(const cli::misunderstood& line)
 {
     const bool is_run = line.command() == "sorvanic run";
     if (is_run && line.is_operand())
         fmt::print(stderr, "{}: write the command behind --, as in: sorvanic run -- {}\n", line.command(),
-                   line.unexpected());
+                   host::brief(line.unexpected()));
     else
-        fmt::print(stderr, "{}: {}\n", line.command(), line.what());
+        fmt::print(stderr, "{}: {}\n", line.command(), host::brief(line.what(), longest_reason));
     fmt::print(stderr, "Try '{} --help'.\n", line.command());
-    return is_run ? session::exit_failure : cli::exit_usage;
+    return is_run ? cli::exit_failure : cli::exit_usage;
 }
 
 int parse_and_run(std::span<char*> arguments)
@@ -105,12 +107,12 @@ int main(int argc, char** argv)
         status = parse_and_run({argv, static_cast<std::size_t>(argc)});
     } catch (const std::exception& error) {
         fmt::print(stderr, "sorvanic: {}\n", error.what());
-        status = argc > 1 && std::strcmp(argv[1], "run") == 0 ? session::exit_failure : cli::exit_failed;
+        status = cli::exit_failure;
     }
     // A full disk shows only here, and an output that was cut short must not pass for a whole one.
     if (std::fflush(stdout) != 0) {
         fmt::print(stderr, "sorvanic: standard output: {}\n", std::strerror(errno));
-        return status == cli::exit_done ? cli::exit_failed : status;
+        return status == cli::exit_done ? cli::exit_failure : status;
     }
     return status;
 }

@@ -72,7 +72,7 @@ std::string wrong_with(const std::string& name)
 {
     if (bits_of(name) != 0)
         return {};
-    return fmt::format("there is no table '{}'; did you mean {}? Tables: {}", host::visible(name),
+    return fmt::format("there is no table '{}'; did you mean {}? Tables: {}", name.substr(0, 60),
                        source::nearest_policy_file(name).name, table_names());
 }
 
@@ -124,7 +124,7 @@ int reload_tables(const agent::session_files& session, const std::vector<std::st
     else if (!directory.empty())
         source::load_policy(directory, found);
     if (is_refused(found, source::severity::warning))
-        return exit_failed;
+        return exit_no;
     std::uint32_t mask = 0;
     for (const std::string& table : tables)
         mask |= bits_of(table);
@@ -157,7 +157,7 @@ int reload_from(const agent::session_files& session, std::string from)
     if (!found.failed())
         source::encode(after, found);
     if (is_refused(found, source::severity::error))
-        return exit_failed;
+        return exit_no;
     source::find_surprises(after, found);
     for (const source::finding& one : found.all())
         if (one.level == source::severity::warning)
@@ -174,7 +174,7 @@ int reload_back(const agent::session_files& session)
     source::findings old;
     const source::policy before = source::load_policy(directory, old);
     if (!source::restore_previous(directory))
-        throw agent::failure("there is no policy to return to: none was replaced since the session began");
+        throw agent::refusal("there is no policy to return to: none was replaced since the session began");
     request(session, bits_of("all"));
     tell_change(directory, before, source::load_policy(directory, old));
     return exit_done;
@@ -190,7 +190,7 @@ int reload(const agent::session_files& session, const wanted_reload& wanted)
         return wanted.tables.empty() ? reload_from(session, wanted.from)
                                      : reload_tables(session, wanted.tables);
     } catch (const std::system_error& error) {
-        throw agent::failure(error.what());
+        throw agent::failure(host::visible(error.what()));
     }
 }
 

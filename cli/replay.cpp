@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "cli/commands.h"
+#include "host/text.h"
 #include "session/session.h"
 
 namespace cli {
@@ -64,11 +65,11 @@ int replay_events(replay_options wanted)
         replay::run(from_input ? std::cin : file, machine,
                     [](const std::string& answer) { fmt::print("{}\n", answer); });
     } catch (const replay::bad_line& error) {
-        fmt::print(stderr, "sorvanic replay: {}:{}: {}\n", name, error.number(), error.what());
-        return exit_failed;
+        fmt::print(stderr, "sorvanic replay: {}:{}: {}\n", host::visible(name), error.number(), error.what());
+        return exit_no;
     } catch (const std::exception& error) {
-        fmt::print(stderr, "sorvanic replay: {}\n", error.what());
-        return exit_failed;
+        fmt::print(stderr, "sorvanic replay: {}\n", host::visible(error.what()));
+        return exit_no;
     }
     return exit_done;
 }

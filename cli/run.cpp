@@ -14,6 +14,7 @@
 #include "agent/background_agent.h"
 #include "agent/record_output.h"
 #include "cli/commands.h"
+#include "host/text.h"
 #include "session/session.h"
 #include "source/manifest.h"
 #include "source/prepared.h"
@@ -101,9 +102,9 @@ int run_session(session::options& of)
     } catch (const session::trouble& reason) {
         fmt::print(stderr, "sorvanic: {}\n", reason.what());
     } catch (const std::system_error& error) {
-        fmt::print(stderr, "sorvanic: the policy cannot be built: {}\n", error.what());
+        fmt::print(stderr, "sorvanic: the policy cannot be built: {}\n", host::visible(error.what()));
     }
-    return session::exit_failure;
+    return exit_failure;
 }
 
 } // namespace
@@ -170,7 +171,7 @@ void add_run(const command& program, std::vector<std::string> operands, int& sta
             write_records(*options, *audit);
         status = run_session(*options);
         if (audit->incomplete->load() && !options->lossy)
-            status = session::exit_failure;
+            status = exit_failure;
     });
 }
 

@@ -22,19 +22,21 @@ command add_session_command(const command& program, const std::string& name, con
     added.value("--state", *state, "State directory of the session (default: the only one that runs)")
         .typed("DIR");
     added.action([name, state, work = std::move(work), &status] {
-        std::string reason;
+        const auto told = [&](int with, const char* reason) {
+            fmt::print(stderr, "sorvanic {}: {}\n", name, reason);
+            status = with;
+        };
         try {
             // Only where it is needed: a user who names a directory need not have a home.
             status =
                 work(agent::find_session(*state, state->empty() ? session::default_base_directory() : ""));
-            return;
+        } catch (const agent::refusal& refusal) {
+            told(exit_no, refusal.what());
         } catch (const agent::failure& failure) {
-            reason = failure.what();
+            told(exit_failure, failure.what());
         } catch (const session::trouble& trouble) {
-            reason = trouble.what();
+            told(exit_failure, trouble.what());
         }
-        fmt::print(stderr, "sorvanic {}: {}\n", name, reason);
-        status = exit_failed;
     });
     return added;
 }

@@ -17,7 +17,7 @@ namespace cli {
 inline constexpr std::chrono::seconds request_limit(60);
 
 /// Adds a command with an option --state. The command runs `work` with the session that is meant and leaves
-/// its exit status in `status`; it reports a thrown failure and then leaves exit_failed.
+/// its exit status in `status`; it reports a thrown failure and then leaves exit_no or exit_failure.
 command add_session_command(const command& program, const std::string& name, const std::string& description,
                             std::function<int(const agent::session_files&)> work, int& status);
 

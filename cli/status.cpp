@@ -1,12 +1,12 @@
 #include <fmt/core.h>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <memory>
 #include <string>
 
 #include "agent/failure.h"
 #include "cli/commands.h"
+#include "cli/json_output.h"
 #include "cli/session_access.h"
 #include "host/text.h"
 #include "source/manifest.h"
@@ -151,7 +151,7 @@ int show(const agent::session_files& session, bool as_json)
                                   {"source", about->source}};
     try {
         if (as_json)
-            fmt::print("{}\n", status.dump(2, ' ', true, json::error_handler_t::replace));
+            print_json(status);
         else
             print_text(status);
     } catch (const json::exception& error) {

@@ -1,6 +1,5 @@
 #include <fmt/core.h>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "cli/commands.h"
+#include "cli/json_output.h"
 #include "host/text.h"
 #include "session/session.h"
 
@@ -160,7 +160,7 @@ int show(const request& of)
         fmt::print(stderr, "sorvanic why: {}\n",
                    path.empty() ? "no session of this user has refused anything; name one with --state"
                                 : "the decision log " + host::visible(path.string()) + " cannot be read");
-        return exit_failed;
+        return exit_no;
     }
     std::vector<group> groups = read_groups(log, of.which);
     if (groups.size() > of.last)
@@ -172,12 +172,12 @@ int show(const request& of)
         }
         json shown = one.latest;
         shown["count"] = one.count;
-        fmt::print("{}\n", shown.dump(-1, ' ', false, json::error_handler_t::replace));
+        print_json_line(shown);
     }
     if (groups.empty())
         fmt::print(stderr, "sorvanic why: nothing{} was refused, says {}\n",
                    of.which.empty() ? "" : " of " + host::visible(of.which), host::visible(path.string()));
-    return groups.empty() ? exit_failed : exit_done;
+    return groups.empty() ? exit_no : exit_done;
 }
 
 } // namespace

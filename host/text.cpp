@@ -66,4 +66,15 @@ std::string visible(std::string_view text)
     return safe;
 }
 
+std::string brief(std::string_view text, std::size_t most)
+{
+    if (text.size() <= most)
+        return visible(text);
+    constexpr std::size_t longest_character = 4;
+    std::size_t end = most;
+    while (end > 0 && most - end < longest_character && byte_at(text, end) >> 6 == 2)
+        --end;
+    return visible(text.substr(0, end)) + "...";
+}
+
 } // namespace host

@@ -57,7 +57,7 @@ engine::engine(const options& wanted)
     const unsigned long unread = platform::reads_that_failed().count;
     if (sorvanic_init() != 0)
         throw trouble(fmt::format("the engine did not start; the kernel log tells why: {}",
-                                  wanted.log.empty() ? state + "/kernel.log" : wanted.log));
+                                  host::visible(wanted.log.empty() ? state + "/kernel.log" : wanted.log)));
     if (const platform::failed_reads now = platform::reads_that_failed(); now.count != unread)
         throw trouble(fmt::format("policy files cannot be read: {}", host::error_text(now.error)));
 }
@@ -80,8 +80,8 @@ void engine::open_log(const std::string& path)
     }
     log_.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
     if (!log_)
-        throw trouble(
-            fmt::format("kernel log {}: {}; name another file with --log", path, host::error_text(errno)));
+        throw trouble(fmt::format("kernel log {}: {}; name another file with --log", host::visible(path),
+                                  host::error_text(errno)));
     platform::set_kernel_log([this](std::string_view text) { log(text); });
 }
 

@@ -91,6 +91,7 @@ std::string status_board::session_text() const
     const decision_counts decided = decisions_.counts();
     const platform::netlink_counts channel = platform::netlink_statistics();
     const json all = {
+        {"version", 1},
         {"pid", getpid()},
         {"port", engine_.port()},
         {"command", command_},

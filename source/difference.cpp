@@ -104,13 +104,13 @@ std::string counted_difference(const policy& from, const policy& to)
     return text;
 }
 
-std::string in_words(const policy& of)
+std::string in_words(const policy& of, const policy_file* only)
 {
     std::string text;
     const program_names names = names_of(of);
     for (const policy_file& file : policy_files) {
         const policy_text& table = of.of(file.table);
-        if (table.lines.empty())
+        if (table.lines.empty() || (only != nullptr && only != &file))
             continue;
         if (is_one_value(file.table)) {
             text += fmt::format("{}: {}\n", what_it_lists(file.table),

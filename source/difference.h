@@ -15,8 +15,8 @@ std::vector<std::string> difference(const policy& from, const policy& to);
 /// The same counted, in one line: "mode now enforce; 3 programs added, 1 removed". Empty when nothing does.
 std::string counted_difference(const policy& from, const policy& to);
 
-/// A policy in words, section by section.
-std::string in_words(const policy& of);
+/// A policy in words, section by section; or `only` that table.
+std::string in_words(const policy& of, const policy_file* only = nullptr);
 
 } // namespace source
 

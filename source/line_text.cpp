@@ -11,7 +11,7 @@ namespace source {
 std::string shown(std::string_view text)
 {
     constexpr std::size_t most = 60;
-    return fmt::format("\"{}{}\"", host::visible(text.substr(0, most)), text.size() > most ? "..." : "");
+    return fmt::format("\"{}\"", host::brief(text, most));
 }
 
 std::optional<std::int32_t> number(std::string_view text)

@@ -25,13 +25,20 @@ std::size_t distance(std::string_view a, std::string_view b)
     return row.back();
 }
 
-std::string suggestion(std::string_view wrong, std::span<const std::string_view> known)
+std::optional<std::string_view> nearest(std::string_view wrong, std::span<const std::string_view> known)
 {
     constexpr std::size_t longest = 64; // what is longer is near to no name
     const auto far = [&](std::string_view name) { return distance(wrong.substr(0, longest), name); };
-    const auto nearest = std::ranges::min_element(known, [&](auto a, auto b) { return far(a) < far(b); });
-    if (nearest != known.end() && far(*nearest) <= 2 && far(*nearest) < nearest->size())
-        return fmt::format("; did you mean \"{}\"?", *nearest);
+    const auto first = std::ranges::min_element(known, {}, far);
+    if (first != known.end() && far(*first) <= 2 && far(*first) < first->size())
+        return *first;
+    return std::nullopt;
+}
+
+std::string suggestion(std::string_view wrong, std::span<const std::string_view> known)
+{
+    if (const auto meant = nearest(wrong, known))
+        return fmt::format("; did you mean \"{}\"?", *meant);
     return fmt::format("; there are {}", fmt::join(known, ", "));
 }
 

@@ -6,6 +6,9 @@
 
 #include <fmt/format.h>
 
+#include "source/programs.h"
+#include "source/toml_text.h"
+
 namespace source {
 
 namespace {
@@ -84,6 +87,20 @@ constexpr std::string_view no_files = R"(# Directories whose files only some may
 # alice = ["read", "list"]
 )";
 
+std::string sections_for(const start& from)
+{
+    std::string text;
+    for (const std::string& directory : from.directories) {
+        text += fmt::format("[[files]]\npath = {}\n", quoted(directory));
+        if (!from.program.empty())
+            text += fmt::format("[files.program]\n{} = \"read\"             # or list, write, create, "
+                                "delete, edit: docs/policy.md\n",
+                                quoted(from.program));
+        text += "[files.user]\nroot = \"edit\"                      # whoever has not logged in\n\n";
+    }
+    return text;
+}
+
 } // namespace
 
 std::string profile_names()
@@ -94,23 +111,33 @@ std::string profile_names()
     return names;
 }
 
-std::optional<std::string> starting_document(const std::string& name,
-                                             const std::vector<std::string>& packages)
+std::optional<std::string> starting_document(const start& from)
 {
-    const auto* const chosen = std::ranges::find(profiles, name, &profile::name);
+    const auto* const chosen = std::ranges::find(profiles, from.profile, &profile::name);
     const bool has_profile = chosen != std::end(profiles);
-    if (!has_profile && !name.empty())
+    if (!has_profile && !from.profile.empty())
         return std::nullopt;
     std::string text(head);
     if (has_profile)
         text += chosen->allow;
-    for (const std::string& package : packages)
-        text += fmt::format("    \"package:{}\",\n", package);
-    if (!has_profile && packages.empty())
+    for (const std::string& package : from.packages)
+        text += fmt::format("    {},\n", quoted("package:" + package));
+    // A script needs its interpreter, which may be a script in turn.
+    constexpr int most_interpreters = 4;
+    std::string program = from.program;
+    for (int count = 0; !program.empty() && count < most_interpreters; ++count) {
+        text += fmt::format("    {},\n", quoted(program));
+        program = interpreter_of(program);
+    }
+    if (!has_profile && from.packages.empty() && from.program.empty())
         text += "    \"/bin/sh\", \"/bin/ls\", \"/bin/cat\",\n";
     text += "]\ndeny = []                          # never, wherever they are copied to\n"
             "free = []                          # directories: whatever lies below may run\n\n";
-    text += has_profile && !chosen->files.empty() ? chosen->files : no_files;
+    text += sections_for(from);
+    if (has_profile)
+        text += chosen->files;
+    if (from.directories.empty() && (!has_profile || chosen->files.empty()))
+        text += no_files;
     text += fmt::format("\n[protect]\nprograms = [{}]{}# by name: nobody may send them signals\n",
                         has_profile ? chosen->protect : "", "      ");
     return text;

@@ -10,10 +10,16 @@ namespace source {
 /// The services that a policy can be started for, in one line.
 std::string profile_names();
 
-/// A commented policy.toml to start from; it observes. `profile` is one of those names, or empty. Nothing
-/// when it is neither.
-std::optional<std::string> starting_document(const std::string& profile,
-                                             const std::vector<std::string>& packages);
+/// What a policy is started for.
+struct start {
+    std::string profile;                  ///< one of those names, or empty
+    std::vector<std::string> packages;    ///< whose programs are allowed
+    std::string program;                  ///< path of the one that the session is for; empty: not known
+    std::vector<std::string> directories; ///< only `program` and root get there; real, absolute paths
+};
+
+/// A commented policy.toml to start from; it observes. Nothing when there is no such profile.
+std::optional<std::string> starting_document(const start& from);
 
 } // namespace source
 

@@ -15,22 +15,6 @@ namespace source {
 
 namespace {
 
-/// As a TOML text: what cannot stand in one is escaped.
-std::string quoted(std::string_view text)
-{
-    std::string all = "\"";
-    for (const char each : text) {
-        const auto byte = static_cast<unsigned char>(each);
-        if (each == '"' || each == '\\')
-            all += std::string("\\") + each;
-        else if (byte < 0x20 || byte == 0x7f)
-            all += fmt::format("\\u{:04X}", byte);
-        else
-            all += each;
-    }
-    return all + "\"";
-}
-
 /// One policy being written, with some of its tables as plain lines.
 class writer {
 public:
@@ -177,6 +161,21 @@ bool same_lines(const policy_text& one, const policy_text& other)
 }
 
 } // namespace
+
+std::string quoted(std::string_view text)
+{
+    std::string all = "\"";
+    for (const char each : text) {
+        const auto byte = static_cast<unsigned char>(each);
+        if (each == '"' || each == '\\')
+            all += std::string("\\") + each;
+        else if (byte < 0x20 || byte == 0x7f)
+            all += fmt::format("\\u{:04X}", byte);
+        else
+            all += each;
+    }
+    return all + "\"";
+}
 
 std::optional<std::string> toml_of(const policy& of)
 {

@@ -42,8 +42,8 @@ decision_output decision_output::open(const options& wanted, const std::string& 
     host::unique_fd file(
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
     if (!file)
-        throw trouble(fmt::format("decision log {}: {}; name another file with --decisions", path,
-                                  host::error_text(errno)));
+        throw trouble(fmt::format("decision log {}: {}; name another file with --decisions",
+                                  host::visible(path), host::error_text(errno)));
     return {std::move(file), form::file};
 }
 

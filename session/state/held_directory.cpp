@@ -18,7 +18,7 @@ held_directory::held_directory(const char* what, const std::string& name)
 {
     struct stat about = {};
     if (!held_ || fstat(held_.get(), &about) != 0)
-        throw trouble(fmt::format("{} {}: {}", what, name, host::error_text(errno)));
+        throw trouble(fmt::format("{} {}: {}", what, host::visible(name), host::error_text(errno)));
     device_ = about.st_dev;
     number_ = about.st_ino;
     first_path_ = std::filesystem::canonical(name).string();

@@ -23,16 +23,17 @@ void check_file(const std::string& path)
     if (stat(path.c_str(), &about) != 0) {
         if (errno == ENOENT)
             return;
-        throw trouble(
-            fmt::format("policy file {}: {}; make it readable or remove it", path, host::error_text(errno)));
+        throw trouble(fmt::format("policy file {}: {}; make it readable or remove it", host::visible(path),
+                                  host::error_text(errno)));
     }
     if (!S_ISREG(about.st_mode))
-        throw trouble(fmt::format(
-            "policy file {} is not a regular file; put the policy's file there or remove it", path));
+        throw trouble(
+            fmt::format("policy file {} is not a regular file; put the policy's file there or remove it",
+                        host::visible(path)));
     const host::unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file)
-        throw trouble(
-            fmt::format("policy file {}: {}; make it readable for this user", path, host::error_text(errno)));
+        throw trouble(fmt::format("policy file {}: {}; make it readable for this user", host::visible(path),
+                                  host::error_text(errno)));
 }
 
 } // namespace
@@ -41,13 +42,14 @@ void check_policy_directory(const std::string& path)
 {
     struct stat about;
     if (stat(path.c_str(), &about) != 0)
-        throw trouble(
-            fmt::format("policy directory {}: {}; name one with --policy", path, host::error_text(errno)));
-    if (!S_ISDIR(about.st_mode))
-        throw trouble(fmt::format("policy directory {} is not a directory; name one with --policy", path));
-    if (access(path.c_str(), X_OK) != 0)
-        throw trouble(fmt::format("policy directory {}: {}; make it accessible for this user", path,
+        throw trouble(fmt::format("policy directory {}: {}; name one with --policy", host::visible(path),
                                   host::error_text(errno)));
+    if (!S_ISDIR(about.st_mode))
+        throw trouble(fmt::format("policy directory {} is not a directory; name one with --policy",
+                                  host::visible(path)));
+    if (access(path.c_str(), X_OK) != 0)
+        throw trouble(fmt::format("policy directory {}: {}; make it accessible for this user",
+                                  host::visible(path), host::error_text(errno)));
     for (const policy_file& file : policy_files)
         check_file(path + "/" + file.name);
 }

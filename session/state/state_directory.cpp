@@ -32,8 +32,8 @@ void make(const std::string& path)
     for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         const std::string part = path.substr(0, end);
         if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST)
-            throw trouble(fmt::format("state directory {}: {}; name another with --state", part,
-                                      host::error_text(errno)));
+            throw trouble(fmt::format("state directory {}: {}; name another with --state",
+                                      host::visible(part), host::error_text(errno)));
         if (end == std::string::npos)
             break;
     }
@@ -41,7 +41,7 @@ void make(const std::string& path)
         throw trouble(
             fmt::format("state directory {} is not a directory that this user can write to; name another "
                         "with --state",
-                        path));
+                        host::visible(path)));
 }
 
 } // namespace

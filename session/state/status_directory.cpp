@@ -38,7 +38,7 @@ status_directory::status_directory(const held_directory& state)
     : path_(state.link() + "/" + agent::status_directory_name)
 {
     const auto fail = [&](const char* remedy) {
-        throw trouble(fmt::format("status directory {}/{}: {}; {}", state.path(),
+        throw trouble(fmt::format("status directory {}/{}: {}; {}", host::visible(state.path()),
                                   agent::status_directory_name, host::error_text(errno), remedy));
     };
     if (mkdir(path_.c_str(), 0755) != 0 && errno != EEXIST)
@@ -51,7 +51,7 @@ status_directory::status_directory(const held_directory& state)
         if (errno == EWOULDBLOCK)
             throw trouble(
                 fmt::format("another session has the state directory {}; end it or name another with --state",
-                            state.path()));
+                            host::visible(state.path())));
         fail("name another place with --state");
     }
     // A former session's.
