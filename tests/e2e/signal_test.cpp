@@ -64,13 +64,14 @@ TEST_F(signals, spares_a_protected_process_and_not_its_group)
         const std::string tree =
             start("one", "./take_signals") + start("two", "./member $one") + start("lone", "./member");
         status = "3";
-        outcome result = run(tree + every_call_to("$one", SIGUSR1) + every_call_to("$one", SIGKILL) +
-                                 "echo $one > pid; pkill -KILL -F pid 2> pkill.err; echo pkill $?; "
-                                 // The member of its group gets it, in the sender's name.
-                                 "./send_signal kill -$one 10; ./send_signal kill -$lone 10; "
-                                 "./send_signal pidfd_send_signal $lone 10; ./send_signal kill -$one 15; "
-                                 "./send_signal kill -$one 15; > end; wait $two; echo $?; wait $one; echo $?",
-                             user);
+        outcome result =
+            run(tree + every_call_to("$one", SIGUSR1) + every_call_to("$one", SIGKILL) +
+                    "echo $one > pid; pkill -KILL -F pid 2> pkill.err; echo pkill $?; "
+                    // The member of its group gets it, in the sender's name.
+                    "./send_signal kill -$one 10; sleep 0.2; ./send_signal kill -$lone 10; "
+                    "sleep 0.2; ./send_signal pidfd_send_signal $lone 10; ./send_signal kill -$one 15; "
+                    "./send_signal kill -$one 15; > end; wait $two; echo $?; wait $one; echo $?",
+                user);
         EXPECT_EQ(result.out, every_call_gives(EPERM) + every_call_gives(EPERM) +
                                   "pkill 1\nkill 0\nkill 0\npidfd_send_signal 0\nkill 0\nkill 1\n143\n0\n")
             << result.err;
