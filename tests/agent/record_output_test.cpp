@@ -89,9 +89,9 @@ TEST_F(record_output, adds_what_only_the_agent_knows)
               std::chrono::system_clock::time_point(std::chrono::milliseconds(-1)));
     EXPECT_EQ(
         content(),
-        R"({"received":"1970-01-01T00:00:01.007Z","kind":"syst","requested":2,"current":0,"kind_number":8})"
+        R"({"version":1,"received":"1970-01-01T00:00:01.007Z","kind":"syst","requested":2,"current":0,"kind_number":8})"
         "\n"
-        R"({"received":"1969-12-31T23:59:59.999Z","kind":"pcau","path":"/p","process":"vi","user":"bob",)"
+        R"({"version":1,"received":"1969-12-31T23:59:59.999Z","kind":"pcau","path":"/p","process":"vi","user":"bob",)"
         R"("decision":2,"class":5,"kind_number":4,"class_word":"home"})"
         "\n");
 }

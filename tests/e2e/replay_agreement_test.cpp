@@ -21,7 +21,7 @@ std::string records_of(const std::string& lines)
     std::istringstream in(lines);
     for (std::string line; std::getline(in, line);) {
         ordered_json record = ordered_json::parse(line);
-        for (const char* member : {"received", "kind_number", "class_word"})
+        for (const char* member : {"version", "received", "kind_number", "class_word"})
             record.erase(member);
         kept += record.dump() + "\n";
     }
