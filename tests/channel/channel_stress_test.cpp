@@ -145,9 +145,15 @@ TEST(channel_stress, verdicts_stay_right_while_everything_happens)
     add_processes(m);
     platform::set_kernel_log({});
     const auto end = std::chrono::steady_clock::now() + load_time();
-    const auto time_left = [&] { return std::chrono::steady_clock::now() < end; };
-    std::atomic<std::size_t> wrong = 0, decided = 0;
-    std::size_t records = 0, reloads = 0, logins = 0;
+    std::atomic<std::size_t> wrong = 0, decided = 0, records = 0, reloads = 0, logins = 0;
+    // Slow machines need longer until each has come to its turns.
+    constexpr std::size_t turns = 10;
+    const auto time_left = [&] {
+        const auto now = std::chrono::steady_clock::now();
+        return now < end ||
+               (now < end + std::chrono::minutes(1) &&
+                std::min({decided.load(), records.load(), reloads.load(), logins.load()}) <= turns);
+    };
 
     const auto agent = [&] {
         messages::agent connected(100, 4);
@@ -184,8 +190,8 @@ TEST(channel_stress, verdicts_stay_right_while_everything_happens)
         all.push_back([&decide, i] { decide(i); });
     support::at_once(all);
     EXPECT_EQ(wrong, 0u);
-    for (const std::size_t count : {decided.load(), records, reloads, logins})
-        EXPECT_GT(count, 10u);
+    for (const std::size_t count : {decided.load(), records.load(), reloads.load(), logins.load()})
+        EXPECT_GT(count, turns);
 
     // What is live is what one start holds: nothing has piled up.
     const std::size_t afterwards = platform::live().allocations;

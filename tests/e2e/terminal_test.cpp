@@ -123,6 +123,7 @@ TEST_F(at_terminal, a_shell_inside_a_session_has_job_control)
     ASSERT_TRUE(user.shows("started")) << user.screen();
     user.type("\x1a");
     ASSERT_TRUE(user.shows("Stopped")) << user.screen();
+    ASSERT_TRUE(user.shows("ready> ")) << user.screen();
     user.type("fg\n");
     ASSERT_TRUE(user.shows("sleep 100")) << user.screen();
     usleep(100'000);
@@ -160,6 +161,7 @@ TEST_F(at_terminal, is_a_job_of_the_shell_around_it)
         usleep(200'000);
         user.type("\x1a");
         ASSERT_TRUE(user.shows("Stopped")) << user.screen();
+        ASSERT_TRUE(user.shows("ready> ")) << user.screen();
         user.type("fg\n");
         ASSERT_TRUE(user.shows("sorvanic")) << user.screen();
         usleep(100'000);
@@ -175,9 +177,10 @@ TEST_F(at_terminal, one_stop_character_lets_a_program_put_its_screen_away_and_st
 {
     const command bash = interactive();
     // What it does for that has to be decided.
-    const std::string program = "echo st\"\"arted; trap 'for i in 1 2 3 4 5 6 7 8; do : < /dev/null; done; "
+    const std::string program = "trap 'for i in 1 2 3 4 5 6 7 8; do : < /dev/null; done; "
                                 "echo screen put away; trap - TSTP; kill -TSTP 0' TSTP; "
-                                "while :; do : < /dev/null; done";
+                                "trap 'echo screen drawn again' CONT; "
+                                "echo started; while :; do : < /dev/null; done";
     std::ofstream(directory() / "program") << program;
     std::string line;
     for (const std::string& word : session({of_machine("bash"), (directory() / "program").string()}))
@@ -189,10 +192,11 @@ TEST_F(at_terminal, one_stop_character_lets_a_program_put_its_screen_away_and_st
     user.type("\x1a");
     ASSERT_TRUE(user.shows("screen put away")) << user.screen();
     ASSERT_TRUE(user.shows("Stopped")) << user.screen();
+    ASSERT_TRUE(user.shows("ready> ")) << user.screen();
     user.type("fg\n");
-    ASSERT_TRUE(user.shows("sorvanic")) << user.screen();
-    usleep(200'000);
+    ASSERT_TRUE(user.shows("screen drawn again")) << user.screen();
     user.type("\x03");
+    ASSERT_TRUE(user.shows("ready> ")) << user.screen();
     user.type("echo status $?\n");
     ASSERT_TRUE(user.shows("status 130")) << user.screen();
 }

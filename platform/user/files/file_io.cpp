@@ -138,6 +138,12 @@ kernel::s64 write_descriptor(kernel::file& to, const char* buffer, std::size_t s
     return static_cast<kernel::s64>(done);
 }
 
+/// What is opened on demand is asked first: another thread's first read may just now set its descriptor.
+bool has_content(const kernel::file& of)
+{
+    return of.opened_on_demand || of.memory != nullptr || of.fd;
+}
+
 void grow(kernel::file& to, kernel::s64 end)
 {
     kernel::inode* of = kernel::file_inode(&to);
@@ -180,12 +186,12 @@ namespace kernel {
 
 bool file_has_read(const file* of)
 {
-    return of->fd || of->memory != nullptr || of->opened_on_demand;
+    return platform::has_content(*of);
 }
 
 bool file_has_write(const file* of)
 {
-    return (of->fd || of->memory != nullptr) && !of->directory;
+    return platform::has_content(*of) && !of->directory;
 }
 
 s64 file_read(file* from, char* buffer, std::size_t size, s64* position)

@@ -24,7 +24,7 @@ struct file {
     path where = {nullptr, nullptr}; ///< owns a reference on both
 
     // What it reads and writes: a descriptor, a memory file, or neither.
-    host::unique_fd fd;
+    host::unique_fd fd; ///< under the lock when opened on demand
     std::shared_ptr<platform::memory_node> memory;
     bool directory = false;
     bool buffered = false;         ///< a regular file: reads go through the read-ahead buffer
