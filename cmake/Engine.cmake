@@ -36,6 +36,8 @@ function(sorvanic_build_engine)
   # Each is built when something links it.
   add_library(engine_hosted OBJECT EXCLUDE_FROM_ALL ${sources})
   add_library(engine_freestanding OBJECT EXCLUDE_FROM_ALL ${sources})
+  # Each source has a table and a line type of the same name.
+  set_target_properties(engine_hosted engine_freestanding PROPERTIES UNITY_BUILD OFF)
   # After the build type's own -O and -g, so that these win; no sanitizer reaches this object.
   target_compile_options(engine_freestanding PRIVATE ${SORVANIC_KERNEL_FLAGS})
   if(SORVANIC_SANITIZE)
